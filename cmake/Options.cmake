@@ -1,0 +1,21 @@
+# Compiler options that hold for every target of the project.
+add_library(velmora_options INTERFACE)
+target_include_directories(velmora_options INTERFACE ${CMAKE_SOURCE_DIR}/src)
+target_compile_options(velmora_options INTERFACE
+  -Wall -Wextra -Wconversion -Wshadow -Wnon-virtual-dtor -Wformat=2 -Werror)
+
+# g++ 12 sees overlaps in its own std::string (GCC bug 105329).
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  target_compile_options(velmora_options INTERFACE -Wno-restrict)
+endif()
+
+# Sources are UTF-8; the texts in the program are code page 932.
+if(VELMORA_CODE_PAGE_932 AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(velmora_options INTERFACE -fexec-charset=CP932)
+endif()
+
+if(VELMORA_SANITIZE)
+  target_compile_options(velmora_options INTERFACE
+    -fsanitize=${VELMORA_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(velmora_options INTERFACE -fsanitize=${VELMORA_SANITIZE})
+endif()

@@ -1,0 +1,63 @@
+#include "base/text.h"
+
+#include <cstdio>
+#include <limits>
+
+namespace velmora {
+
+std::int32_t ToNumber(std::string_view text) {
+  std::size_t i = 0;
+  while (i < text.size() && IsWhiteSpace(text[i])) ++i;
+  const bool negative = i < text.size() && text[i] == '-';
+  if (i < text.size() && (text[i] == '-' || text[i] == '+')) ++i;
+
+  constexpr std::int64_t kBeyond32Bits = std::int64_t{1} << 32;
+  std::int64_t value = 0;
+  for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+    if (value < kBeyond32Bits) value = value * 10 + (text[i] - '0');
+  }
+  if (negative) value = -value;
+
+  using Limits = std::numeric_limits<std::int32_t>;
+  if (value > Limits::max()) return Limits::max();
+  if (value < Limits::min()) return Limits::min();
+  return static_cast<std::int32_t>(value);
+}
+
+std::size_t CharacterLength(std::string_view text, std::size_t position) {
+  const bool isDouble = IsLeadByte(text[position]) && position + 1 < text.size() &&
+                        IsTrailByte(text[position + 1]);
+  return isDouble ? 2 : 1;
+}
+
+std::string_view CutText(std::string_view text, std::size_t limit) {
+  if (text.size() <= limit) return text;
+  std::size_t end = 0;
+  while (true) {
+    const std::size_t next = end + CharacterLength(text, end);
+    if (next > limit) return text.substr(0, end);
+    end = next;
+  }
+}
+
+std::string FormatTextV(const char* format, std::va_list arguments) {
+  std::va_list forLength;
+  va_copy(forLength, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, forLength);
+  va_end(forLength);
+  if (length <= 0) return {};
+
+  std::string text(static_cast<std::size_t>(length), '\0');
+  std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+  return text;
+}
+
+std::string FormatText(const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::string text = FormatTextV(format, arguments);
+  va_end(arguments);
+  return text;
+}
+
+}  // namespace velmora

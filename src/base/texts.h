@@ -1,0 +1,58 @@
+// Every Japanese text that the program shows or logs, in one place. The source is UTF-8; the compiler
+// turns these literals into code page 932, which is what dialogs, message boxes and the log hold.
+// Trailing blanks and line feeds belong to the texts.
+#pragma once
+
+namespace velmora::texts {
+
+// Status line.
+inline constexpr char kConnecting[] = "サーバーに接続中です...\n";
+inline constexpr char kChecking[] = "確認中 ";
+inline constexpr char kRemoving[] = "削除しています";
+inline constexpr char kRemovingEntry[] = "削除しています...\n";
+inline constexpr char kCompleted[] = "アップデート完了";
+inline constexpr char kCancelled[] = "キャンセルしました。\n";
+
+// Message boxes.
+inline constexpr char kErrorCaption[] = "エラー";
+inline constexpr char kRestartCaption[] = "VelmoraUpdate";
+inline constexpr char kAlreadyRunning[] =
+    "既に動作中です。\n同時に2個以上起動することは出来ません。";
+inline constexpr char kNoInternet[] = "インターネット接続に問題があります。";
+inline constexpr char kNoServer[] =
+    "サーバに接続できません。\nメンテナンス中の可能性があります。";
+inline constexpr char kNotOnServer[] =
+    "サーバー上のファイルが見つかりませんでした。\nFile : %s\nメンテナンス中の可能性があります。";
+inline constexpr char kConnectionLost[] =
+    "ダウンロードサーバとの接続が切れました。\n時間を置いて本プログラムを再実行してください。";
+inline constexpr char kWrongData[] = "ファイルデータが一致しません";
+inline constexpr char kExpandFailed[] = "ファイルの展開に失敗しました";
+inline constexpr char kFileFailed[] =
+    "ファイル : %sを処理中にエラーが発生しました。\nエラーメッセージは以下の通りです。\n\n %s ";
+inline constexpr char kPatcherUpdated[] =
+    "アップデートプログラムが更新されました。\nアップデートプログラムを再起動します。";
+inline constexpr char kPaneFailed[] = "インフォメーションウインドウの初期化に失敗しました";
+
+// Session log. The gap behind STATUS_CODE is one ideographic blank.
+inline constexpr char kLogNoOptions[] = "オプションの指定はありません。\n";
+inline constexpr char kLogListStatus[] =
+    "HttpQueryInfo() HTTP_QUERY_STATUS_CODE　: code %d \n";
+inline constexpr char kLogFileStatus[] =
+    "HttpQueryInfo() HTTP_QUERY_STATUS_CODE　: code %d file = %s \n";
+inline constexpr char kLogNoDirectory[] =
+    "ファイルが作成できません MakeSureDirectoryPathExists() : file %s \n";
+inline constexpr char kLogNoFile[] =
+    "ファイルが作成できません CreateFile() : file %s : Err = %d \n";
+inline constexpr char kLogNoWrite[] =
+    "ファイルが作成できません WriteFile() : file %s : Err = %d \n";
+
+// The dialog.
+inline constexpr char kDialogTitle[] = "VELMORA アップデート  1.12";
+inline constexpr char kStartGameButton[] = "ゲーム開始";
+inline constexpr char kRecheckButton[] = "再チェック";
+inline constexpr char kOptionsButton[] = "ゲームオプション設定";
+inline constexpr char kDirectXButton[] = "DirectX診断";
+inline constexpr char kScreenshotsButton[] = "スクリーンショット";
+inline constexpr char kUpdateButton[] = "Update";
+
+}  // namespace velmora::texts

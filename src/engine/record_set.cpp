@@ -1,0 +1,125 @@
+#include "engine/record_set.h"
+
+#include <string>
+
+namespace velmora {
+
+FileRecordSet UpdateSet;
+FileRecordSet RemoveSet;
+
+bool FileRecordBefore(const FileRecord& a, const FileRecord& b) {
+  if (a.path.find(kUpdateMarker) != std::string::npos) return true;
+  if (a.path.size() != b.path.size()) return a.path.size() < b.path.size();
+  return a.path < b.path;
+}
+
+FileRecordSet::Iterator& FileRecordSet::Iterator::operator++() {
+  if (node_->right != nullptr) {
+    node_ = node_->right;
+    while (node_->left != nullptr) node_ = node_->left;
+    return *this;
+  }
+  const Node* child = node_;
+  node_ = node_->parent;
+  while (node_ != nullptr && child == node_->right) {
+    child = node_;
+    node_ = node_->parent;
+  }
+  return *this;
+}
+
+FileRecordSet::Node* FileRecordSet::Previous(Node* node) {
+  if (node->left != nullptr) {
+    node = node->left;
+    while (node->right != nullptr) node = node->right;
+    return node;
+  }
+  Node* child = node;
+  node = node->parent;
+  while (node != nullptr && child == node->left) {
+    child = node;
+    node = node->parent;
+  }
+  return node;
+}
+
+FileRecordSet::InsertResult FileRecordSet::InsertRecord(const FileRecord& record) {
+  Node* parent = nullptr;
+  bool left = true;
+  for (Node* node = root_; node != nullptr; node = left ? node->left : node->right) {
+    parent = node;
+    left = FileRecordBefore(record, node->record);
+  }
+  if (left && (parent == nullptr || parent == first_)) return {Link(record, parent, left), true};
+
+  Node* neighbour = left ? Previous(parent) : parent;
+  if (FileRecordBefore(neighbour->record, record)) return {Link(record, parent, left), true};
+  return {Iterator(neighbour), false};
+}
+
+FileRecordSet::Iterator FileRecordSet::Link(const FileRecord& record, Node* parent, bool left) {
+  Node* node = &nodes_.emplace_back(Node{record, parent});
+  if (parent == nullptr) {
+    root_ = node;
+  } else {
+    (left ? parent->left : parent->right) = node;
+  }
+  if (first_ == nullptr || (left && parent == first_)) first_ = node;
+  Rebalance(node);
+  return Iterator(node);
+}
+
+// Restores the red-black rules above a new red node: no red node has a red child, and every way down
+// from the root meets as many black ones.
+void FileRecordSet::Rebalance(Node* node) {
+  while (node != root_ && node->parent->red) {
+    Node* parent = node->parent;
+    Node* grandparent = parent->parent;
+    const bool parentIsLeft = parent == grandparent->left;
+    Node* uncle = parentIsLeft ? grandparent->right : grandparent->left;
+    if (uncle != nullptr && uncle->red) {
+      parent->red = false;
+      uncle->red = false;
+      grandparent->red = true;
+      node = grandparent;
+      continue;
+    }
+    const bool isInner = node == (parentIsLeft ? parent->right : parent->left);
+    if (isInner) {
+      Rotate(parent, parentIsLeft);
+      parent = node;
+    }
+    parent->red = false;
+    grandparent->red = true;
+    Rotate(grandparent, !parentIsLeft);
+    break;
+  }
+  root_->red = false;
+}
+
+// Turns `node` down to the left (or right), so that its right (or left) child takes its place.
+void FileRecordSet::Rotate(Node* node, bool left) {
+  Node* up = left ? node->right : node->left;
+  Node* inner = left ? up->left : up->right;
+
+  (left ? node->right : node->left) = inner;
+  if (inner != nullptr) inner->parent = node;
+
+  up->parent = node->parent;
+  if (node->parent == nullptr) {
+    root_ = up;
+  } else {
+    (node == node->parent->left ? node->parent->left : node->parent->right) = up;
+  }
+
+  (left ? up->left : up->right) = node;
+  node->parent = up;
+}
+
+void FileRecordSet::Clear() {
+  root_ = nullptr;
+  first_ = nullptr;
+  nodes_.clear();
+}
+
+}  // namespace velmora

@@ -1,0 +1,82 @@
+// The ordered sets of records that a run works through: UpdateSet and RemoveSet.
+//
+// Shorter paths stand before longer ones, equally long ones in byte order, and a record whose path
+// holds the patcher's name goes to the very front at the moment of its insert. That last rule looks
+// at one operand only, so the ordering is no strict weak ordering and a standard set can't keep it:
+// where records land depends on the tree's shape. The set is therefore a red-black tree of our own
+// with the classic insertion, and InsertRecord is exactly its procedure.
+//
+// Not safe for use by two threads at once.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <string_view>
+
+#include "engine/file_record.h"
+
+namespace velmora {
+
+// A path that holds this anywhere, in this case, belongs to the patcher itself.
+inline constexpr std::string_view kUpdateMarker = "VelmoraUpdate";
+
+// True when `a` stands before `b`: always if a's path holds the marker; otherwise by length in bytes,
+// then by unsigned byte order.
+[[nodiscard]] bool FileRecordBefore(const FileRecord& a, const FileRecord& b);
+
+class FileRecordSet {
+  struct Node {
+    FileRecord record;
+    Node* parent = nullptr;
+    Node* left = nullptr;
+    Node* right = nullptr;
+    bool red = true;
+  };
+
+ public:
+  // Walks the set in its order.
+  class Iterator {
+   public:
+    explicit Iterator(const Node* node) : node_(node) {}
+    const FileRecord& operator*() const { return node_->record; }
+    const FileRecord* operator->() const { return &node_->record; }
+    Iterator& operator++();
+    bool operator==(const Iterator&) const = default;
+
+   private:
+    const Node* node_;
+  };
+
+  struct InsertResult {
+    Iterator position;  // of the record that entered, or of the one that kept it out
+    bool entered;
+  };
+
+  FileRecordSet() = default;
+  FileRecordSet(const FileRecordSet&) = delete;
+  FileRecordSet& operator=(const FileRecordSet&) = delete;
+
+  // Inserts a copy of `record`, unless the place it belongs to is taken by its equal.
+  InsertResult InsertRecord(const FileRecord& record);
+
+  void Clear();
+  [[nodiscard]] std::uint32_t Count() const { return static_cast<std::uint32_t>(nodes_.size()); }
+  [[nodiscard]] Iterator begin() const { return Iterator(first_); }
+  [[nodiscard]] Iterator end() const { return Iterator(nullptr); }
+
+ private:
+  static Node* Previous(Node* node);
+  Iterator Link(const FileRecord& record, Node* parent, bool left);
+  void Rebalance(Node* node);
+  void Rotate(Node* node, bool left);
+
+  std::deque<Node> nodes_;
+  Node* root_ = nullptr;
+  Node* first_ = nullptr;
+};
+
+extern FileRecordSet UpdateSet;
+extern FileRecordSet RemoveSet;
+
+}  // namespace velmora

@@ -1,0 +1,103 @@
+#include "engine/reference_list.h"
+
+#include "base/text.h"
+
+namespace velmora {
+namespace {
+
+void SkipWhiteSpace(std::string_view& rest) {
+  while (!rest.empty() && IsWhiteSpace(rest.front())) rest.remove_prefix(1);
+}
+
+bool Skip(std::string_view& rest, char c) {
+  if (rest.empty() || rest.front() != c) return false;
+  rest.remove_prefix(1);
+  return true;
+}
+
+std::string_view TakeWord(std::string_view& rest) {
+  std::size_t length = 0;
+  while (length < rest.size() && !IsWhiteSpace(rest[length])) ++length;
+  const std::string_view word = rest.substr(0, length);
+  rest.remove_prefix(length);
+  return word;
+}
+
+std::string_view TakeUpTo(std::string_view& rest, std::string_view ends) {
+  const std::string_view field = rest.substr(0, rest.find_first_of(ends));
+  rest.remove_prefix(field.size());
+  return field;
+}
+
+FileRecord UpdateRecord(const ListLine& line) {
+  const std::string_view path = line.fields[0];
+  const std::size_t mark = path.find(kCompressedMark);
+  return {.path = std::string(path.substr(0, mark)),
+          .transferHash = std::string(line.fields[1]),
+          .transferSize = std::string(line.fields[2]),
+          .contentHash = std::string(line.fields[3]),
+          .contentSize = std::string(line.fields[4]),
+          .compressed = mark != std::string_view::npos};
+}
+
+FileRecord RemoveRecord(const ListLine& line) {
+  FileRecord record;
+  record.path = line.fields[0];
+  record.transferHash = line.fields[1];
+  return record;
+}
+
+}  // namespace
+
+ListLine ScanListLine(std::string_view line) {
+  ListLine result;
+  SkipWhiteSpace(line);
+  result.keyword = TakeWord(line);
+  SkipWhiteSpace(line);
+  if (!Skip(line, ':')) return result;
+  for (std::size_t i = 0; i < result.fields.size(); ++i) {
+    SkipWhiteSpace(line);
+    const bool isLast = i + 1 == result.fields.size();
+    result.fields[i] = TakeUpTo(line, isLast ? ", \r\n" : ",\r\n");
+    if (result.fields[i].empty() || isLast || !Skip(line, ',')) break;
+  }
+  return result;
+}
+
+bool IsWithinLimits(const ListLine& line) {
+  static constexpr std::array<std::size_t, 5> kLimits = {kMaxListPath, kMaxListHash, kMaxListSize,
+                                                         kMaxListHash, kMaxListSize};
+  for (std::size_t i = 0; i < kLimits.size(); ++i) {
+    if (line.fields[i].size() > kLimits[i]) return false;
+  }
+  return true;
+}
+
+void ParseReferenceList(std::string_view text, FileRecordSet& updateSet, FileRecordSet& removeSet,
+                        std::string& clientExe, const RefusedLine& refused) {
+  text = text.substr(0, text.find('\0'));
+  while (!text.empty()) {
+    const std::size_t length = text.find('\n');
+    const std::string_view line = text.substr(0, length);
+    if (line.size() > kMaxListLine) return;
+    text.remove_prefix(length == std::string_view::npos ? text.size() : length + 1);
+
+    const ListLine scanned = ScanListLine(line);
+    const bool isFile = scanned.keyword == "FILE";
+    const bool isRemoval = scanned.keyword == "DEL";
+    const bool isClient = scanned.keyword == "EXE";
+    if (!isFile && !isRemoval && !isClient) continue;
+
+    if (!IsWithinLimits(scanned)) {
+      refused(line);
+    } else if (isFile) {
+      updateSet.InsertRecord(UpdateRecord(scanned));
+    } else if (isRemoval) {
+      removeSet.InsertRecord(RemoveRecord(scanned));
+    } else {
+      clientExe = scanned.fields[0];
+    }
+  }
+}
+
+}  // namespace velmora

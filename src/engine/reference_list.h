@@ -1,0 +1,53 @@
+// The reference list: plain text lines that say which files must exist (FILE), what must go (DEL) and
+// which program the game client is (EXE). Pure: text in, records out.
+//
+//   FILE : path, transfer hash, transfer size, content hash, content size
+//   DEL : path, mode
+//   EXE : name
+//
+// The colon stands between white space, each comma directly behind its field; white space behind a
+// comma is skipped, blanks in front of it belong to the field. A field needs at least one byte: the
+// first one that has none, or that no comma follows, ends the line's fields, and all behind it are
+// empty. The fifth field also ends at a blank. Other keywords, and lines without one, mean nothing.
+// A path that holds ".compressed" is cut off there and marks its record as compressed.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "engine/record_set.h"
+
+namespace velmora {
+
+// Limits in bytes. A line over its limit ends the reading of the list. A line with a field over its
+// limit is refused: cut short, the field would name another file.
+inline constexpr std::size_t kMaxListLine = 511;
+inline constexpr std::size_t kMaxListPath = 259;
+inline constexpr std::size_t kMaxListHash = 40;
+inline constexpr std::size_t kMaxListSize = 31;
+
+inline constexpr std::string_view kCompressedMark = ".compressed";
+
+struct ListLine {
+  std::string_view keyword;
+  std::array<std::string_view, 5> fields;  // path, hash or mode, size, hash, size
+};
+
+// Splits one line, given without its line feed. The views point into `line`.
+[[nodiscard]] ListLine ScanListLine(std::string_view line);
+
+// Whether every field keeps to its limit.
+[[nodiscard]] bool IsWithinLimits(const ListLine& line);
+
+// Called for each line that is refused, with the line.
+using RefusedLine = std::function<void(std::string_view line)>;
+
+// Inserts the records of `text`, up to its first NUL byte, into the sets, and puts the name of the
+// last EXE line into `clientExe`, which stays as it is if there is none.
+void ParseReferenceList(std::string_view text, FileRecordSet& updateSet, FileRecordSet& removeSet,
+                        std::string& clientExe, const RefusedLine& refused);
+
+}  // namespace velmora

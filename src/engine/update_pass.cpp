@@ -1,0 +1,83 @@
+#include "engine/update_pass.h"
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "base/data_block.h"
+#include "base/text.h"
+#include "base/texts.h"
+#include "engine/download.h"
+#include "engine/update_state.h"
+#include "engine/verify_cache.h"
+#include "engine/verify_hash.h"
+#include "platform/dialog.h"
+#include "platform/files.h"
+#include "settings/session_log.h"
+
+namespace velmora {
+namespace {
+
+using platform::Control;
+
+void ShowRecord(const FileRecord& record, std::int32_t index, std::uint32_t total) {
+  platform::SetStatusText(FormatText("%s %d / %d \n", texts::kChecking, index,
+                                     static_cast<std::int32_t>(total)) +
+                          record.path);
+}
+
+bool ReportMissing(const FileRecord& record) {
+  LogMessage("Couldn't find File : File %s will be update. \n", record.path.c_str());
+  return true;
+}
+
+// Reads the file whole and compares its digest with the list's. A short read isn't told apart from a
+// bad file: what is missing counts as zeros, and the digest decides.
+bool HasListedContent(platform::InputFile& file, const FileRecord& record) {
+  const std::uint32_t size = file.Size();
+  DataBlock block;
+  if (!block.Allocate(size)) {
+    LogMessage("Couldn't allocate %u bytes : File %s \n", size, record.path.c_str());
+    return false;
+  }
+  const std::uint32_t count = file.Read(block.data(), size);
+  std::memset(block.data() + count, 0, size - count);
+  return VerifyHash(block.data(), size, record.contentHash);
+}
+
+bool NeedsUpdate(const FileRecord& record) {
+  if (IsVerifiedUnchanged(record)) {
+    return !platform::FileExists(record.path) && ReportMissing(record);
+  }
+  platform::InputFile file(record.path);
+  if (!file.IsOpen()) return ReportMissing(record);
+  if (HasListedContent(file, record)) {
+    RememberVerified(record);
+    return false;
+  }
+  LogMessage("Unmatch HashData : File %s will be update. \n", record.path.c_str());
+  return true;
+}
+
+}  // namespace
+
+bool UpdatePass(const FileRecordSet& updateSet) {
+  std::int32_t index = 0;
+  for (const FileRecord& record : updateSet) {
+    if (UpdateState == kCancelAsked) return false;
+    ShowRecord(record, index, updateSet.Count());
+    const bool needUpdate = NeedsUpdate(record);
+
+    const std::int32_t transferSize = ToNumber(record.transferSize);
+    platform::SetBarRange(Control::kFileBar, 0, transferSize);
+    platform::SetBarStep(Control::kFileBar, 1);
+    if (needUpdate && !DownloadFile(record)) return false;
+
+    platform::SetBarPosition(Control::kFileBar, transferSize);
+    platform::StepBar(Control::kOverallBar);
+    ++index;
+  }
+  return true;
+}
+
+}  // namespace velmora

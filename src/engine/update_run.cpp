@@ -1,0 +1,121 @@
+#include "engine/update_run.h"
+
+#include <atomic>
+#include <cstdint>
+
+#include "base/texts.h"
+#include "engine/record_set.h"
+#include "engine/remove_pass.h"
+#include "engine/server_connection.h"
+#include "engine/update_pass.h"
+#include "engine/update_state.h"
+#include "engine/verify_cache.h"
+#include "platform/dialog.h"
+#include "platform/threads.h"
+#include "settings/session_log.h"
+
+namespace velmora {
+
+std::atomic<std::uint32_t> UpdateState = kNotRunning;
+std::atomic<std::uint32_t> RestartRequested = 0;
+std::atomic<std::uint8_t> RecheckPending = 0;
+platform::ThreadHandle WorkerHandle = 0;
+
+namespace {
+
+using platform::Control;
+
+std::atomic<bool> workerLives = false;
+
+// All that a pass says of its end is a false result; the handler finds the reason in the state words.
+constexpr int kPassEnded = 0;
+
+void EnterPasses() {
+  std::uint32_t expected = kNotRunning;
+  UpdateState.compare_exchange_strong(expected, kRunning);
+  platform::SetBarPosition(Control::kOverallBar, 0);
+  platform::EnableControl(Control::kUpdateButton, true);
+  platform::SetButtonCaption(Control::kUpdateButton, "CancelUpdate");
+  if (UpdateSet.Count() == 0) {
+    platform::MoveBarPosition(Control::kOverallBar, 1);
+    return;
+  }
+  platform::SetBarRange(Control::kOverallBar, 0,
+                        static_cast<std::int32_t>(UpdateSet.Count() + RemoveSet.Count()));
+  platform::SetBarStep(Control::kOverallBar, 1);
+}
+
+void RunPasses() {
+  if (!RemovePass(RemoveSet)) throw kPassEnded;
+  if (!UpdatePass(UpdateSet)) throw kPassEnded;
+
+  LogMessage("GetMissingFile() : Update Completed.\n");
+  platform::SetStatusText(texts::kCompleted);
+  UpdateState = kEnded;
+  platform::EnableControl(Control::kStartGameButton, true);
+  if (RecheckPending.exchange(0) == 0) platform::EnableControl(Control::kRecheckButton, true);
+}
+
+void HandleEndedPass() {
+  if (RestartRequested != 0) {
+    platform::ShowMessageBox(texts::kPatcherUpdated, texts::kRestartCaption,
+                             platform::kBoxInformation);
+    platform::AskToClose();
+  } else if (UpdateState == kCancelAsked) {
+    LogMessage("GetMissingFile() : Update Cancelled by User\n");
+    platform::SetStatusText(texts::kCancelled);
+    UpdateState = kEnded;
+  }
+  platform::EnableControl(Control::kUpdateButton, false);
+  CloseIfOpen(RequestHandle);
+  CloseIfOpen(ConnectionHandle);
+  CloseIfOpen(SessionHandle);
+  SaveVerifyCache();
+}
+
+void CloseRun() {
+  platform::SetButtonCaption(Control::kUpdateButton, "UpdateFiles");
+  platform::EnableControl(Control::kUpdateButton, true);
+  CloseIfOpen(ConnectionHandle);
+  CloseIfOpen(SessionHandle);
+  SaveVerifyCache();
+}
+
+void FileUpdate() {
+  platform::EnableControl(Control::kUpdateButton, false);
+  LoadVerifyCache();
+  if (ConnectServer()) {
+    EnterPasses();
+    try {
+      RunPasses();
+    } catch (const int) {
+      HandleEndedPass();
+    }
+  }
+  CloseRun();
+  workerLives = false;
+  workerLives.notify_all();
+}
+
+}  // namespace
+
+bool UpdateFiles() {
+  if (workerLives.exchange(true)) return false;
+  LogMessage("UpdateFiles : Entering FileUpdate Thread.\n");
+  UpdateState = kNotRunning;
+  platform::EnableControl(Control::kStartGameButton, false);
+  if (RecheckPending != 0) platform::EnableControl(Control::kRecheckButton, false);
+  platform::SetBarRange(Control::kOverallBar, 0, 1);
+  platform::SetBarStep(Control::kOverallBar, 1);
+  platform::SetBarPosition(Control::kOverallBar, 0);
+
+  WorkerHandle = platform::StartThread(FileUpdate);
+  if (WorkerHandle == 0) workerLives = false;
+  return WorkerHandle != 0;
+}
+
+bool IsRunInProgress() { return workerLives; }
+
+void WaitForRunEnd() { workerLives.wait(true); }
+
+}  // namespace velmora

@@ -1,0 +1,22 @@
+// Time, as the log's stamps and the choice of a mirror need it. Safe from any thread.
+#pragma once
+
+#include <cstdint>
+
+namespace velmora::platform {
+
+struct LocalTime {
+  int year = 0;
+  int month = 0;  // 1 to 12
+  int day = 0;
+  int hour = 0;  // 0 to 23
+  int minute = 0;
+  int second = 0;
+};
+
+[[nodiscard]] LocalTime CurrentLocalTime();
+
+// Milliseconds since some moment in the past; wraps around.
+[[nodiscard]] std::uint32_t TickCount();
+
+}  // namespace velmora::platform

@@ -1,0 +1,66 @@
+// The update dialog as the program sees it: ten operations on its controls, and the life of the
+// dialog itself.
+//
+// The ten operations may be called from any thread. Called from the worker, they return when the
+// dialog has taken them. Before the dialog has opened and after it has closed they do nothing.
+// Texts are code page 932; a line feed in them breaks the line.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace velmora::platform {
+
+enum class Control : int {
+  kUpdateButton = 1000,
+  kStartGameButton = 1001,
+  kOverallBar = 1002,  // counts records
+  kFileBar = 1005,     // counts the bytes of the present file
+  kRecheckButton = 1007,
+  kStatusLine = 1008,  // text of up to two lines
+  kOptionsButton = 1009,
+  kDirectXButton = 1010,
+  kScreenshotsButton = 1011,
+  kInformationPane = 1019,
+};
+
+// Types of message boxes.
+inline constexpr std::uint32_t kBoxPlain = 0;
+inline constexpr std::uint32_t kBoxError = 0x40010;
+inline constexpr std::uint32_t kBoxInformation = 0x40040;
+
+void SetStatusText(const std::string& text);
+void SetBarRange(Control bar, std::int32_t lowest, std::int32_t highest);
+void SetBarStep(Control bar, std::int32_t step);
+void SetBarPosition(Control bar, std::int32_t position);
+void MoveBarPosition(Control bar, std::int32_t difference);
+void StepBar(Control bar);
+void EnableControl(Control control, bool enable);
+void SetButtonCaption(Control button, const std::string& text);
+
+// Gives the dialog's window the program's icon. Dialog thread.
+void SetDialogIcon();
+
+// Blocks the calling thread until the player has answered.
+void ShowMessageBox(const std::string& text, const std::string& caption, std::uint32_t type);
+
+// Has `DialogHandlers::close` carried out on the dialog's thread and returns when that is over.
+void AskToClose();
+
+// What the dialog calls, all of it on the thread that runs the dialog.
+struct DialogHandlers {
+  void (*opened)();             // the controls exist, none is shown yet
+  int (*command)(int control);  // a button's command, by the number of its control; 0 or -1
+  void (*close)();              // the player, or AskToClose, wants the dialog closed
+  void (*destroyed)();          // the dialog is gone
+  bool (*runInProgress)();      // whether an update run lives; asked by dialogs that take scripts
+};
+
+// Shows the dialog and returns when EndUpdateDialog has ended it, with the number given there; -1 if
+// it can't be built. Once in the life of a process.
+int RunUpdateDialog(const DialogHandlers& handlers);
+
+// Ends the dialog. Called on the dialog's thread only, from one of the handlers.
+void EndUpdateDialog(int result);
+
+}  // namespace velmora::platform

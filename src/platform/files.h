@@ -1,0 +1,107 @@
+// Files and directories. Paths are relative to the working directory, which the program never
+// changes, or absolute; their directories are separated by backslashes. A backslash that stands
+// second in a double-byte character of code page 932 separates nothing. Names are byte strings and
+// are never converted.
+//
+// Safe from any thread. A failing operation leaves the system's code for LastSystemError, per thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace velmora::platform {
+
+// True if something of that name exists: a file, a directory, anything. An empty path doesn't.
+[[nodiscard]] bool FileExists(const std::string& path);
+[[nodiscard]] bool IsDirectory(const std::string& path);
+
+// Deletes a file. False if it is missing, a directory, read-only, or the program of a running
+// process; the file is then as it was.
+[[nodiscard]] bool RemoveFile(const std::string& path);
+
+// Removes an empty directory; a trailing backslash is allowed. False for anything else.
+[[nodiscard]] bool RemoveEmptyDirectory(const std::string& path);
+
+// Copies a file with its right to be run, replacing an existing target. False if the source can't be
+// read or the target can't be written, as when it is the program of a running process.
+[[nodiscard]] bool CopyFileOver(const std::string& from, const std::string& to);
+
+// Creates every directory that `path` names in front of its last backslash. True when they exist
+// afterwards, which holds at once for a path without a backslash.
+[[nodiscard]] bool MakeDirectoriesOf(const std::string& path);
+
+// A file opened for reading; others may read it meanwhile, and none write. Closed by the destructor.
+class InputFile {
+ public:
+  // Fails, so that IsOpen gives false, for whatever isn't a readable file.
+  explicit InputFile(const std::string& path);
+  ~InputFile();
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+
+  [[nodiscard]] bool IsOpen() const;
+  // Size in bytes, its low 32 bits.
+  [[nodiscard]] std::uint32_t Size() const;
+  // Reads on from where the last read ended. Gives the number of bytes read, which is less than
+  // `size` at the end of the file and after a failure.
+  std::uint32_t Read(void* buffer, std::uint32_t size);
+
+ private:
+  std::intptr_t file_;
+};
+
+// A file opened for writing; others may read it meanwhile. Closed by the destructor.
+class OutputFile {
+ public:
+  enum class Mode {
+    kReplace,  // created, or cut to length zero
+    kAppend,   // created if missing; every write goes to the end in one piece
+  };
+
+  OutputFile(const std::string& path, Mode mode);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  [[nodiscard]] bool IsOpen() const;
+  // True when all `size` bytes were taken. A full disk gives false, and part of them may stand.
+  [[nodiscard]] bool Write(const void* data, std::size_t size);
+  // Closes the file before the destructor does, and says whether the system kept all of it.
+  bool Close();
+
+ private:
+  std::intptr_t file_;
+};
+
+struct DirectoryEntry {
+  std::string name;
+  bool isDirectory = false;  // a link to a directory is none
+};
+
+// Lists a directory, hidden entries included, "." and ".." among them, in the system's order.
+// Entries that appear or vanish meanwhile may or may not be given.
+class DirectorySearch {
+ public:
+  // `searchPath` is a directory's path followed by a backslash and an asterisk.
+  explicit DirectorySearch(const std::string& searchPath);
+  ~DirectorySearch();
+  DirectorySearch(const DirectorySearch&) = delete;
+  DirectorySearch& operator=(const DirectorySearch&) = delete;
+
+  // False if the directory doesn't exist or can't be listed.
+  [[nodiscard]] bool Started() const;
+  // Gives the next entry; false when there is none left.
+  [[nodiscard]] bool Next(DirectoryEntry& entry);
+
+ private:
+  struct Listing;
+  std::unique_ptr<Listing> listing_;
+};
+
+// The code of this thread's last failed operation of this header, and the system's text for a code.
+[[nodiscard]] std::int32_t LastSystemError();
+[[nodiscard]] std::string SystemErrorText(std::int32_t code);
+
+}  // namespace velmora::platform

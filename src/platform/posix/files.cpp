@@ -1,0 +1,266 @@
+#include "platform/files.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "base/text.h"
+#include "platform/posix/native_path.h"
+
+namespace velmora::platform {
+
+namespace {
+
+constexpr int kNoFile = -1;
+
+thread_local std::int32_t lastError = 0;
+
+// Keeps the reason of a failure before another call can overwrite it.
+bool Remember(bool succeeded) {
+  if (!succeeded) lastError = errno;
+  return succeeded;
+}
+
+bool FailWith(int code) {
+  errno = code;
+  return Remember(false);
+}
+
+template <typename Call>
+auto RetryInterrupted(Call call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR) result = call();
+  return result;
+}
+
+int OpenNative(const std::string& native, int flags) {
+  // Without O_NONBLOCK, opening a fifo waits for its other end.
+  constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  return RetryInterrupted([&] { return open(native.c_str(), flags | kAlways, 0666); });
+}
+
+// What Windows keeps in the read-only attribute, which binds every user.
+bool IsReadOnly(const struct stat& status) { return (status.st_mode & S_IWUSR) == 0; }
+
+bool IsNativeDirectory(const std::string& native) {
+  struct stat status {};
+  if (stat(native.c_str(), &status) != 0) return false;
+  if (S_ISDIR(status.st_mode)) return true;
+  errno = ENOTDIR;
+  return false;
+}
+
+// The system refuses to write a running program but not to unlink it, so asking for the one tells
+// whether to do the other.
+bool CanBeWritten(const std::string& native) {
+  const int file = OpenNative(native, O_WRONLY | O_NOFOLLOW);
+  if (file == kNoFile) return false;
+  close(file);
+  return true;
+}
+
+int OpenRegularFile(const std::string& native) {
+  const int file = OpenNative(native, O_RDONLY);
+  if (file == kNoFile) return kNoFile;
+  struct stat status {};
+  if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) return file;
+  close(file);
+  errno = S_ISDIR(status.st_mode) ? EISDIR : EACCES;
+  return kNoFile;
+}
+
+int OpenToWrite(const std::string& native, OutputFile::Mode mode) {
+  struct stat status {};
+  const bool exists = stat(native.c_str(), &status) == 0;
+  if (exists && (IsReadOnly(status) || S_ISFIFO(status.st_mode))) {
+    errno = EACCES;
+    return kNoFile;
+  }
+  const int how = mode == OutputFile::Mode::kReplace ? O_TRUNC : O_APPEND;
+  return OpenNative(native, O_WRONLY | O_CREAT | how);
+}
+
+std::intptr_t Kept(int file) {
+  Remember(file != kNoFile);
+  return file;
+}
+
+int Descriptor(std::intptr_t file) { return static_cast<int>(file); }
+
+void CloseIfOpen(std::intptr_t file) {
+  if (file != kNoFile) close(Descriptor(file));
+}
+
+}  // namespace
+
+bool FileExists(const std::string& path) {
+  struct stat status {};
+  return Remember(stat(NativePath(path).c_str(), &status) == 0);
+}
+
+bool IsDirectory(const std::string& path) { return Remember(IsNativeDirectory(NativePath(path))); }
+
+bool RemoveFile(const std::string& path) {
+  const std::string native = NativePath(path);
+  struct stat status {};
+  if (lstat(native.c_str(), &status) != 0) return Remember(false);
+  if (S_ISDIR(status.st_mode)) return FailWith(EISDIR);
+  if (IsReadOnly(status)) return FailWith(EACCES);
+  if (S_ISREG(status.st_mode) && !CanBeWritten(native)) return Remember(false);
+  return Remember(unlink(native.c_str()) == 0);
+}
+
+bool RemoveEmptyDirectory(const std::string& path) {
+  return Remember(rmdir(NativePath(path).c_str()) == 0);
+}
+
+bool CopyFileOver(const std::string& from, const std::string& to) {
+  InputFile source(from);
+  if (!source.IsOpen()) return false;
+  OutputFile target(to, OutputFile::Mode::kReplace);
+  if (!target.IsOpen()) return false;
+
+  std::vector<std::uint8_t> piece(std::size_t{1} << 16);
+  const auto room = static_cast<std::uint32_t>(piece.size());
+  while (const std::uint32_t count = source.Read(piece.data(), room)) {
+    if (!target.Write(piece.data(), count)) return false;
+  }
+  struct stat status {};
+  return Remember(stat(NativePath(from).c_str(), &status) == 0 &&
+                  chmod(NativePath(to).c_str(), status.st_mode & 07777) == 0) &&
+         target.Close();
+}
+
+bool MakeDirectoriesOf(const std::string& path) {
+  const std::size_t end = FindLastCharacter(path, kBackslash);
+  if (end == std::string::npos) return true;
+  const std::string directory = NativePath(std::string_view(path).substr(0, end + 1));
+  for (std::size_t i = directory.find('/', 1); i != std::string::npos;
+       i = directory.find('/', i + 1)) {
+    const std::string parent = directory.substr(0, i);
+    if (mkdir(parent.c_str(), 0777) != 0 && errno != EEXIST) return Remember(false);
+  }
+  return Remember(IsNativeDirectory(directory));
+}
+
+InputFile::InputFile(const std::string& path) : file_(Kept(OpenRegularFile(NativePath(path)))) {}
+
+InputFile::~InputFile() { CloseIfOpen(file_); }
+
+bool InputFile::IsOpen() const { return file_ != kNoFile; }
+
+std::uint32_t InputFile::Size() const {
+  struct stat status {};
+  Remember(fstat(Descriptor(file_), &status) == 0);
+  return static_cast<std::uint32_t>(status.st_size);
+}
+
+std::uint32_t InputFile::Read(void* buffer, std::uint32_t size) {
+  auto* const bytes = static_cast<std::uint8_t*>(buffer);
+  std::uint32_t count = 0;
+  while (count < size) {
+    const ssize_t got =
+        RetryInterrupted([&] { return read(Descriptor(file_), bytes + count, size - count); });
+    if (!Remember(got >= 0) || got == 0) break;
+    count += static_cast<std::uint32_t>(got);
+  }
+  return count;
+}
+
+OutputFile::OutputFile(const std::string& path, Mode mode)
+    : file_(Kept(OpenToWrite(NativePath(path), mode))) {}
+
+OutputFile::~OutputFile() { CloseIfOpen(file_); }
+
+bool OutputFile::IsOpen() const { return file_ != kNoFile; }
+
+bool OutputFile::Write(const void* data, std::size_t size) {
+  const auto* bytes = static_cast<const std::uint8_t*>(data);
+  while (size > 0) {
+    const ssize_t taken = RetryInterrupted([&] { return write(Descriptor(file_), bytes, size); });
+    if (!Remember(taken >= 0)) return false;
+    bytes += taken;
+    size -= static_cast<std::size_t>(taken);
+  }
+  return IsOpen();
+}
+
+bool OutputFile::Close() {
+  // The descriptor is gone even if the system then says that it lost something.
+  const int file = Descriptor(std::exchange(file_, kNoFile));
+  return Remember(close(file) == 0);
+}
+
+struct DirectorySearch::Listing {
+  std::vector<DirectoryEntry> entries;
+  std::size_t next = 0;
+};
+
+namespace {
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+using OpenDirectory = std::unique_ptr<DIR, CloseDirectory>;
+
+// The directory that a search text names, with its last separator; nothing if it names none.
+std::string_view SearchedDirectory(std::string_view searchPath) {
+  const std::size_t end = FindLastCharacter(searchPath, kBackslashOrSlash);
+  if (end == std::string_view::npos || searchPath.substr(end + 1) != "*") return {};
+  return searchPath.substr(0, end + 1);
+}
+
+bool IsDirectoryItself(DIR* directory, const dirent& entry) {
+  if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
+  struct stat status {};
+  return fstatat(dirfd(directory), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+         S_ISDIR(status.st_mode);
+}
+
+// Reads a directory whole and closes it, so that a walk down a deep tree holds no descriptors and
+// what it deletes can't confuse the listing.
+bool ReadEntries(const std::string& native, std::vector<DirectoryEntry>& entries) {
+  const OpenDirectory directory(opendir(native.c_str()));
+  if (directory == nullptr) return false;
+  errno = 0;
+  while (const dirent* const entry = readdir(directory.get())) {
+    const bool isDirectory = IsDirectoryItself(directory.get(), *entry);
+    if (CanBeElement(entry->d_name, isDirectory)) entries.push_back({entry->d_name, isDirectory});
+    errno = 0;
+  }
+  return errno == 0;
+}
+
+}  // namespace
+
+DirectorySearch::DirectorySearch(const std::string& searchPath) {
+  auto listing = std::make_unique<Listing>();
+  const std::string native = NativePath(SearchedDirectory(searchPath));
+  if (Remember(ReadEntries(native, listing->entries))) listing_ = std::move(listing);
+}
+
+DirectorySearch::~DirectorySearch() = default;
+
+bool DirectorySearch::Started() const { return listing_ != nullptr; }
+
+bool DirectorySearch::Next(DirectoryEntry& entry) {
+  if (!Started() || listing_->next == listing_->entries.size()) return false;
+  entry = std::move(listing_->entries[listing_->next++]);
+  return true;
+}
+
+std::int32_t LastSystemError() { return lastError; }
+
+std::string SystemErrorText(std::int32_t code) {
+  // The untranslated text: the log and the boxes take no other encoding than their own.
+  const char* const text = strerrordesc_np(code);
+  return text != nullptr ? text : FormatText("Unknown error %d", code);
+}
+
+}  // namespace velmora::platform

@@ -1,0 +1,383 @@
+// HTTP by libcurl's multi interface, one multi handle a connection: its pool keeps the server's
+// connection between requests, and libcurl itself takes a fresh one when the kept one turns out to
+// be closed. The transfer is driven only while a caller waits for something; between calls what has
+// arrived waits in the request's buffer, and a full buffer pauses the transfer.
+#include "platform/http.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "base/text.h"
+#include "platform/clock.h"
+
+namespace velmora::platform {
+namespace {
+
+constexpr std::size_t kMaxBuffered = std::size_t{1} << 20;
+constexpr long kReceiveBuffer = 256 * 1024;
+constexpr long kMaxRedirects = 20;
+constexpr std::uint32_t kDefaultTimeout = 60000;
+
+struct Session {
+  std::string agent;
+  std::uint32_t timeout = kDefaultTimeout;
+};
+
+struct Connection {
+  std::shared_ptr<Session> session;
+  std::string authority;
+  std::string user;
+  std::string password;
+  CURLM* multi = nullptr;
+
+  Connection() = default;
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  ~Connection() { curl_multi_cleanup(multi); }
+};
+
+class Request {
+ public:
+  Request(std::shared_ptr<Connection> connection, std::string url)
+      : connection_(std::move(connection)), url_(std::move(url)) {}
+  Request(const Request&) = delete;
+  Request& operator=(const Request&) = delete;
+  ~Request() { EndTransfer(); }
+
+  void Send();
+  std::size_t WaitForData();
+  bool Read(char* buffer, std::size_t size, std::uint32_t& read);
+  [[nodiscard]] const std::optional<std::string>& Field(HttpField field) const {
+    return field == HttpField::kStatusCode ? status_ : contentLength_;
+  }
+
+ private:
+  static std::size_t OnHeader(char* data, std::size_t, std::size_t size, void* request);
+  static std::size_t OnBody(char* data, std::size_t, std::size_t size, void* request);
+  static int OnConnected(void* request, char*, char*, int, int);
+
+  void Configure();
+  void TakeHeader(std::string_view line);
+  void DriveUntil(const std::function<bool()>& reached);
+  void TakeResult();
+  void Wait();
+  void EndTransfer();
+  void NoteActivity() { lastActivity_ = TickCount(); }
+  [[nodiscard]] std::size_t Buffered() const { return body_.size() - taken_; }
+
+  std::shared_ptr<Connection> connection_;
+  std::string url_;
+  CURL* easy_ = nullptr;
+  bool done_ = true;
+  CURLcode result_ = CURLE_OK;
+  bool connected_ = false;
+  bool paused_ = false;
+  bool headComplete_ = false;
+  std::uint32_t lastActivity_ = 0;
+  std::optional<std::string> status_;
+  std::optional<std::string> contentLength_;
+  std::string body_;       // received, of which
+  std::size_t taken_ = 0;  // so many bytes have been read
+};
+
+void Request::Send() {
+  easy_ = curl_easy_init();
+  if (easy_ == nullptr) return;
+  Configure();
+  done_ = curl_multi_add_handle(connection_->multi, easy_) != CURLM_OK;
+  DriveUntil([this] { return headComplete_; });
+}
+
+void Request::Configure() {
+  const Session& session = *connection_->session;
+  curl_easy_setopt(easy_, CURLOPT_URL, url_.c_str());
+  curl_easy_setopt(easy_, CURLOPT_USERAGENT, session.agent.c_str());
+  curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+  curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
+  curl_easy_setopt(easy_, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  curl_easy_setopt(easy_, CURLOPT_PATH_AS_IS, 1L);
+  curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 1L);
+  curl_easy_setopt(easy_, CURLOPT_MAXREDIRS, kMaxRedirects);
+  curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(easy_, CURLOPT_BUFFERSIZE, kReceiveBuffer);
+  curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(session.timeout));
+  curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &Request::OnHeader);
+  curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
+  curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, &Request::OnBody);
+  curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
+  curl_easy_setopt(easy_, CURLOPT_PREREQFUNCTION, &Request::OnConnected);
+  curl_easy_setopt(easy_, CURLOPT_PREREQDATA, this);
+  if (!connection_->user.empty()) {
+    curl_easy_setopt(easy_, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_ANY));
+    curl_easy_setopt(easy_, CURLOPT_USERNAME, connection_->user.c_str());
+    curl_easy_setopt(easy_, CURLOPT_PASSWORD, connection_->password.c_str());
+  }
+}
+
+std::size_t Request::OnHeader(char* data, std::size_t, std::size_t size, void* request) {
+  static_cast<Request*>(request)->TakeHeader({data, size});
+  return size;
+}
+
+std::size_t Request::OnBody(char* data, std::size_t, std::size_t size, void* request) {
+  auto* self = static_cast<Request*>(request);
+  self->headComplete_ = true;
+  if (self->Buffered() >= kMaxBuffered) {
+    self->paused_ = true;
+    return CURL_WRITEFUNC_PAUSE;
+  }
+  self->NoteActivity();
+  self->body_.append(data, size);
+  return size;
+}
+
+int Request::OnConnected(void* request, char*, char*, int, int) {
+  auto* self = static_cast<Request*>(request);
+  self->connected_ = true;
+  self->NoteActivity();
+  return CURL_PREREQFUNC_OK;
+}
+
+bool StartsWithIgnoringCase(std::string_view text, std::string_view start) {
+  return text.size() >= start.size() &&
+         std::equal(start.begin(), start.end(), text.begin(), [](char a, char b) {
+           return a == (b >= 'A' && b <= 'Z' ? static_cast<char>(b - 'A' + 'a') : b);
+         });
+}
+
+// An answer that libcurl acts on by itself, so that another answer follows.
+bool IsFollowed(std::string_view status) {
+  return status.front() == '1' || status.front() == '3' || status == "401" || status == "407";
+}
+
+void Request::TakeHeader(std::string_view line) {
+  static constexpr std::string_view kLength = "content-length:";
+  NoteActivity();
+  while (!line.empty() && IsWhiteSpace(line.back())) line.remove_suffix(1);
+  if (StartsWithIgnoringCase(line, "http/")) {
+    const std::size_t blank = std::min(line.find(' '), line.size());
+    line.remove_prefix(blank);
+    status_ = line.substr(std::min<std::size_t>(1, line.size()), 3);
+    contentLength_.reset();
+  } else if (StartsWithIgnoringCase(line, kLength)) {
+    line.remove_prefix(kLength.size());
+    while (!line.empty() && IsWhiteSpace(line.front())) line.remove_prefix(1);
+    contentLength_ = line;
+  } else if (line.empty() && status_ && !status_->empty()) {
+    headComplete_ = !IsFollowed(*status_);
+  }
+}
+
+void Request::DriveUntil(const std::function<bool()>& reached) {
+  NoteActivity();
+  while (!done_ && !reached()) {
+    int running = 0;
+    if (curl_multi_perform(connection_->multi, &running) != CURLM_OK) {
+      result_ = CURLE_RECV_ERROR;
+      EndTransfer();
+      return;
+    }
+    TakeResult();
+    if (!done_ && !reached()) Wait();
+  }
+}
+
+void Request::TakeResult() {
+  int left = 0;
+  while (const CURLMsg* message = curl_multi_info_read(connection_->multi, &left)) {
+    if (message->msg != CURLMSG_DONE || message->easy_handle != easy_) continue;
+    result_ = message->data.result;
+    EndTransfer();
+    return;
+  }
+}
+
+// Waits for the network. Until there is a connection libcurl bounds the wait; from then on, the
+// time since anything came.
+void Request::Wait() {
+  const std::uint32_t timeout = connection_->session->timeout;
+  const std::uint32_t quiet = TickCount() - lastActivity_;
+  if (connected_ && quiet >= timeout) {
+    result_ = CURLE_OPERATION_TIMEDOUT;
+    EndTransfer();
+    return;
+  }
+  const std::uint32_t left = connected_ ? timeout - quiet : timeout;
+  curl_multi_poll(connection_->multi, nullptr, 0, static_cast<int>(left) + 1, nullptr);
+}
+
+void Request::EndTransfer() {
+  done_ = true;
+  if (easy_ == nullptr) return;
+  curl_multi_remove_handle(connection_->multi, easy_);
+  curl_easy_cleanup(std::exchange(easy_, nullptr));
+}
+
+std::size_t Request::WaitForData() {
+  if (Buffered() == 0) {
+    body_.clear();
+    taken_ = 0;
+    if (paused_ && easy_ != nullptr) {
+      paused_ = false;
+      curl_easy_pause(easy_, CURLPAUSE_CONT);
+    }
+    DriveUntil([this] { return Buffered() > 0; });
+  }
+  return Buffered();
+}
+
+bool Request::Read(char* buffer, std::size_t size, std::uint32_t& read) {
+  while (read < size && WaitForData() > 0) {
+    const std::size_t count = std::min(size - read, Buffered());
+    std::memcpy(buffer + read, body_.data() + taken_, count);
+    taken_ += count;
+    read += static_cast<std::uint32_t>(count);
+  }
+  const bool isWhole = result_ == CURLE_OK || result_ == CURLE_PARTIAL_FILE;
+  return read == size || isWhole;
+}
+
+// Handles are numbers in one table, so that closing one while it is in use, or twice, is harmless:
+// whoever uses an object holds a share of it. The table is never destroyed, since a worker may live
+// until the very end of the process.
+using HandleObject =
+    std::variant<std::shared_ptr<Session>, std::shared_ptr<Connection>, std::shared_ptr<Request>>;
+
+struct HandleTable {
+  std::mutex mutex;
+  std::map<HttpHandle, HandleObject> objects;
+  HttpHandle last = kNoHttpHandle;
+};
+
+HandleTable& Handles() {
+  static auto* table = new HandleTable;
+  return *table;
+}
+
+HttpHandle Enter(HandleObject object) {
+  HandleTable& table = Handles();
+  const std::lock_guard lock(table.mutex);
+  table.objects.emplace(++table.last, std::move(object));
+  return table.last;
+}
+
+template <typename Object>
+std::shared_ptr<Object> Find(HttpHandle handle) {
+  HandleTable& table = Handles();
+  const std::lock_guard lock(table.mutex);
+  const auto found = table.objects.find(handle);
+  if (found == table.objects.end()) return nullptr;
+  const auto* object = std::get_if<std::shared_ptr<Object>>(&found->second);
+  return object == nullptr ? nullptr : *object;
+}
+
+bool IsControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 || byte == 0x7F;
+}
+
+bool IsHost(const std::string& host) {
+  return !host.empty() && host.find_first_of(" /\\?#@") == std::string::npos &&
+         std::none_of(host.begin(), host.end(), IsControl);
+}
+
+// The path as a part of a URL, where a blank and the start of a fragment can't stand for
+// themselves.
+std::string UrlPath(const std::string& path) {
+  std::string result = path.empty() || path.front() != '/' ? "/" : "";
+  for (const char c : path) {
+    if (c == ' ') {
+      result += "%20";
+    } else if (c == '#') {
+      result += "%23";
+    } else {
+      result += c;
+    }
+  }
+  return result;
+}
+
+bool StartLibrary() {
+  static const bool started = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+  return started;
+}
+
+}  // namespace
+
+HttpHandle OpenHttpSession(const char* agent) {
+  if (!StartLibrary()) return kNoHttpHandle;
+  auto session = std::make_shared<Session>();
+  session->agent = agent;
+  return Enter(std::move(session));
+}
+
+void SetHttpTimeouts(HttpHandle session, std::uint32_t milliseconds) {
+  if (const auto object = Find<Session>(session)) object->timeout = milliseconds;
+}
+
+HttpHandle ConnectHttp(HttpHandle session, const std::string& host, std::uint16_t port,
+                       const std::string& user, const std::string& password) {
+  auto sessionObject = Find<Session>(session);
+  if (sessionObject == nullptr || !IsHost(host)) return kNoHttpHandle;
+  auto connection = std::make_shared<Connection>();
+  connection->session = std::move(sessionObject);
+  connection->authority = port == 0 ? host : host + ":" + std::to_string(port);
+  connection->user = user;
+  connection->password = password;
+  connection->multi = curl_multi_init();
+  if (connection->multi == nullptr) return kNoHttpHandle;
+  curl_multi_setopt(connection->multi, CURLMOPT_MAXCONNECTS, 1L);
+  return Enter(std::move(connection));
+}
+
+HttpHandle OpenHttpGet(HttpHandle connection, const std::string& path) {
+  auto object = Find<Connection>(connection);
+  if (object == nullptr || std::any_of(path.begin(), path.end(), IsControl)) return kNoHttpHandle;
+  std::string url = "http://" + object->authority + UrlPath(path);
+  return Enter(std::make_shared<Request>(std::move(object), std::move(url)));
+}
+
+void SendHttpRequest(HttpHandle request) {
+  if (const auto object = Find<Request>(request)) object->Send();
+}
+
+std::optional<std::string> QueryHttpField(HttpHandle request, HttpField field,
+                                          std::size_t bufferSize) {
+  const auto object = Find<Request>(request);
+  if (object == nullptr) return std::nullopt;
+  const std::optional<std::string>& text = object->Field(field);
+  return text && text->size() < bufferSize ? text : std::nullopt;
+}
+
+std::uint32_t QueryHttpDataAvailable(HttpHandle request) {
+  const auto object = Find<Request>(request);
+  return object == nullptr ? 0 : static_cast<std::uint32_t>(object->WaitForData());
+}
+
+bool ReadHttp(HttpHandle request, void* buffer, std::uint32_t size, std::uint32_t& read) {
+  read = 0;
+  const auto object = Find<Request>(request);
+  return object != nullptr && object->Read(static_cast<char*>(buffer), size, read);
+}
+
+void CloseHttpHandle(HttpHandle handle) {
+  HandleTable& table = Handles();
+  HandleObject closed;  // declared first, so that it is let go of after the lock
+  const std::lock_guard lock(table.mutex);
+  const auto found = table.objects.find(handle);
+  if (found == table.objects.end()) return;
+  closed = std::move(found->second);
+  table.objects.erase(found);
+}
+
+}  // namespace velmora::platform

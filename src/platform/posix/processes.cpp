@@ -1,0 +1,243 @@
+#include "platform/processes.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/posix/native_path.h"
+#include "platform/posix/terminal_text.h"
+
+namespace velmora::platform {
+namespace {
+
+// Nothing but the quit message ever matters of the hidden window's queue.
+bool quitPosted = false;
+
+// The successor takes the terminal over by taking the place of this very process when it ends: the
+// shell's job, the foreground group and the exit status then pass on by themselves.
+struct Successor {
+  std::string file;
+  std::string parameters;
+};
+Successor successor;
+
+void BecomeSuccessor() {
+  std::array<char*, 3> arguments = {successor.file.data(), nullptr, nullptr};
+  if (!successor.parameters.empty()) arguments[1] = successor.parameters.data();
+  execv(successor.file.c_str(), arguments.data());
+}
+
+bool IsTerminal() { return isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1; }
+
+void WaitForKey() {
+  termios before{};
+  if (tcgetattr(STDIN_FILENO, &before) != 0) return;
+  termios raw = before;
+  raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+  tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw);
+  char key = 0;
+  while (read(STDIN_FILENO, &key, 1) < 0 && errno == EINTR) {
+  }
+  tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
+}
+
+bool IsRunnable(const std::string& native) { return access(native.c_str(), X_OK) == 0; }
+
+bool Exists(const std::string& native) { return access(native.c_str(), F_OK) == 0; }
+
+bool IsWindowsProgram(const std::string& native) {
+  std::array<char, 2> magic{};
+  const int file = open(native.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return false;
+  const bool read = ::read(file, magic.data(), magic.size()) == 2;
+  close(file);
+  return read && magic[0] == 'M' && magic[1] == 'Z';
+}
+
+std::string OnSearchPath(const std::string& name) {
+  const char* path = std::getenv("PATH");
+  std::string_view rest = path == nullptr ? "/usr/bin:/bin" : path;
+  while (!rest.empty()) {
+    const std::string_view folder = rest.substr(0, rest.find(':'));
+    rest.remove_prefix(std::min(folder.size() + 1, rest.size()));
+    std::string candidate = std::string(folder) + "/" + name;
+    if (!folder.empty() && IsRunnable(candidate)) return candidate;
+  }
+  return {};
+}
+
+std::string FindProgram(const std::string& name, const std::string& directory) {
+  for (const std::string& folder : {directory, std::string(".")}) {
+    if (folder.empty()) continue;
+    const std::string candidate = folder + "/" + name;
+    if (Exists(candidate)) {
+      char* absolute = realpath(candidate.c_str(), nullptr);
+      const std::string result = absolute == nullptr ? candidate : absolute;
+      std::free(absolute);
+      return result;
+    }
+  }
+  return OnSearchPath(name);
+}
+
+// The words of a parameters text: blanks and tabs separate, double quotes hold together.
+std::vector<std::string> Words(const std::string& text) {
+  std::vector<std::string> words;
+  bool inWord = false;
+  bool quoted = false;
+  for (const char c : text) {
+    if (!quoted && (c == ' ' || c == '\t')) {
+      inWord = false;
+      continue;
+    }
+    if (!inWord) words.emplace_back();
+    inWord = true;
+    if (c == '"') {
+      quoted = !quoted;
+    } else {
+      words.back() += c;
+    }
+  }
+  return words;
+}
+
+// The command that carries a launch out here; empty if there is none.
+std::vector<std::string> LaunchCommand(const std::string& file, const std::string& directory,
+                                       const std::string& parameters) {
+  if (file == "explorer") {
+    const std::string opener = OnSearchPath("xdg-open");
+    if (opener.empty()) return {};
+    return {opener, NativePath(parameters)};
+  }
+  const std::string program = FindProgram(NativePath(file), directory);
+  if (program.empty()) return {};
+  std::vector<std::string> command;
+  if (IsWindowsProgram(program)) {
+    const std::string wine = OnSearchPath("wine");
+    if (wine.empty()) return {};
+    command.push_back(wine);
+  }
+  command.push_back(program);
+  for (std::string& word : Words(parameters)) command.push_back(std::move(word));
+  return command;
+}
+
+// Runs in the child between fork and exec: only what is safe beside threads that were cut off.
+[[noreturn]] void RunDetached(const char* directory, char* const* arguments) {
+  setsid();
+  if (fork() != 0) _exit(0);
+  const int nothing = open("/dev/null", O_RDWR);
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nothing, stream);
+  close_range(STDERR_FILENO + 1, UINT_MAX, 0);
+  signal(SIGPIPE, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  if (directory[0] == '\0' || chdir(directory) == 0) execv(arguments[0], arguments);
+  _exit(127);
+}
+
+}  // namespace
+
+bool RegisterHiddenWindow() { return true; }
+
+void CreateHiddenWindow() { quitPosted = false; }
+
+void CloseHiddenWindow() { DestroyHiddenWindow(); }
+
+void DestroyHiddenWindow() { quitPosted = true; }
+
+// Whoever comes here has seen to the quit message: nothing else in this process could post it.
+void PumpUntilQuit() {
+  if (!quitPosted) std::abort();
+}
+
+void ShowStartBox(const std::string& text, const std::string& caption, std::uint32_t) {
+  std::fprintf(stderr, "%s: %s\n", terminal::ToUtf8(caption).c_str(),
+               terminal::ToUtf8(text).c_str());
+  if (IsTerminal()) WaitForKey();
+}
+
+std::string ModulePath() {
+  std::array<char, PATH_MAX> path{};
+  const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
+  return length <= 0 ? std::string() : std::string(path.data(), static_cast<std::size_t>(length));
+}
+
+std::string WorkingDirectory(std::size_t bufferSize) {
+  std::string directory(bufferSize, '\0');
+  if (getcwd(directory.data(), directory.size()) == nullptr) return {};
+  directory.resize(std::strlen(directory.c_str()));
+  return directory;
+}
+
+std::string ShortPath(const std::string& path, std::size_t) { return path; }
+
+std::string SystemFolder(std::size_t) { return {}; }
+
+// A name in the abstract socket namespace: the system takes it back with its last holder.
+NamedMutex CreateNamedMutex(const char* name) {
+  const int socketFile = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (socketFile < 0) return {};
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string key = std::string(name) + "-" + std::to_string(getuid());
+  key.copy(address.sun_path + 1, sizeof address.sun_path - 1);
+  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + key.size());
+  const bool taken = bind(socketFile, reinterpret_cast<sockaddr*>(&address), length) != 0;
+  return {static_cast<std::uintptr_t>(socketFile), taken};
+}
+
+void ReleaseNamedMutex(const NamedMutex& mutex) { close(static_cast<int>(mutex.handle)); }
+
+void StartSuccessor(const std::string& file, const std::string&, const std::string& parameters) {
+  successor = {"./" + file, parameters};
+}
+
+void LaunchProgram(const std::string& file, const std::optional<std::string>& directory,
+                   const std::string& parameters) {
+  const std::string folder = directory ? NativePath(*directory) : std::string();
+  std::vector<std::string> command = LaunchCommand(file, folder, parameters);
+  if (command.empty()) return;
+  std::vector<char*> arguments;
+  for (std::string& word : command) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+
+  const pid_t child = fork();
+  if (child == 0) RunDetached(folder.c_str(), arguments.data());
+  if (child > 0) {
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
+}
+
+void Pause(std::uint32_t milliseconds) {
+  timespec wait{static_cast<time_t>(milliseconds / 1000),
+                static_cast<long>(milliseconds % 1000) * 1000000};
+  nanosleep(&wait, nullptr);
+}
+
+void EndProcess(int exitCode) {
+  std::fflush(nullptr);
+  if (!successor.file.empty()) BecomeSuccessor();
+  _exit(exitCode);
+}
+
+}  // namespace velmora::platform

@@ -1,0 +1,38 @@
+// The dialog as a log: one line for each change of what it shows, in the order of the changes. For
+// an output that isn't a terminal.
+#pragma once
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "platform/posix/terminal_model.h"
+
+namespace velmora::platform::terminal {
+
+class LineReport {
+ public:
+  // Adds a line for each difference between `model` and what was reported before.
+  void Note(const DialogModel& model);
+  void Add(std::string_view line);
+
+  [[nodiscard]] bool empty() const { return lines_.empty(); }
+  // What was added since the last call: code page 932, each line with its line feed.
+  [[nodiscard]] std::string Take();
+
+ private:
+  void NoteStatus(const std::string& status);
+  void NoteFileBar(const Bar& bar);
+  void NoteOverallBar(const Bar& bar);
+  void AddBar(const char* name, const Bar& bar);
+  void NoteButton(std::size_t index, const ButtonState& button);
+
+  DialogModel reported_;
+  std::string lines_;
+};
+
+// `text` in one line: " | " in the place of its line feeds, none for those at its end; the blanks
+// in front of a line feed are dropped.
+[[nodiscard]] std::string InOneLine(std::string_view text);
+
+}  // namespace velmora::platform::terminal

@@ -1,0 +1,88 @@
+// The dialog's thread: serves signals, keys or script, boxes and requests to close, and redraws.
+// All of it is used on that one thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/dialog.h"
+#include "platform/posix/terminal_figures.h"
+#include "platform/posix/terminal_output.h"
+#include "platform/posix/terminal_screen.h"
+#include "platform/posix/terminal_script.h"
+#include "platform/posix/terminal_state.h"
+
+namespace velmora::platform::terminal {
+
+class DialogLoop {
+ public:
+  DialogLoop(DialogState& state, const DialogHandlers& handlers);
+
+  // False if the system has not what the dialog needs; nothing has happened then.
+  [[nodiscard]] bool Open();
+  // Returns when the dialog has ended and the terminal is as it was; gives the dialog's result.
+  int Run();
+
+  // Shows a box from within a handler; returns when it is answered or the dialog has ended.
+  void ShowBox(const BoxText& box);
+  // Has the handler asked to close the dialog; nothing once it has ended.
+  void Close();
+
+ private:
+  using Milliseconds = std::int64_t;  // a moment, or a length of time
+
+  void Turn();
+  void ServeSignals();
+  void ServeSignal(int signal);
+  void Interrupt();
+  void ServeCloseRequest();
+  void ReportBoxes();
+  void ServeScript();
+  void Execute(const ScriptLine& line);
+  void ExecuteButton(const ButtonKind& button);
+  void BeginWait();
+
+  void WaitForEvent();
+  [[nodiscard]] int Timeout(Milliseconds now);
+  [[nodiscard]] Milliseconds UntilInput(Milliseconds now) const;
+  [[nodiscard]] Milliseconds UntilDraw(Milliseconds now);
+  [[nodiscard]] bool WantsInput() const;
+  void ReadInput();
+  void ServeKeys(std::string_view keys);
+  void ServeKey(char key);
+
+  void Command(Control control);
+
+  void DrawIfDue();
+  void Draw();
+  void DrawScreen();
+  void WriteLines();
+  void BringOutLines();
+  void SayOnOutput(const std::string& line);
+  void SayOnError(const std::string& utf8);
+  void ClearWay();
+  void TakeTerminal();
+  void GiveBackTerminal();
+  void Suspend();
+  void Finish();
+  bool DrainOutput();
+
+  DialogState& state_;
+  const DialogHandlers& handlers_;
+  bool screenOn_ = false;    // a block on a terminal; otherwise lines
+  bool keyboardOn_ = false;  // keys from a terminal; otherwise a script
+  int output_ = -1;
+
+  Output pending_;
+  Screen screen_;
+  FigureKeeper figures_;
+  Milliseconds lastDraw_ = 0;
+
+  ScriptInput script_;
+  bool inputEnded_ = false;
+  bool waitsForRun_ = false;
+  Milliseconds waitBegan_ = 0;
+  int depth_ = 0;  // boxes that handlers wait for
+};
+
+}  // namespace velmora::platform::terminal

@@ -1,0 +1,95 @@
+// The update dialog's controls as plain values, with the rules by which they change. Whoever shares
+// a model between threads guards it.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "platform/dialog.h"
+
+namespace velmora::platform::terminal {
+
+// A progress bar that behaves as the one of Windows does.
+struct Bar {
+  std::int32_t lowest = 0;
+  std::int32_t highest = 100;
+  std::int32_t position = 0;
+  std::int32_t step = 10;
+};
+
+void SetRange(Bar& bar, std::int32_t lowest, std::int32_t highest);
+// A position outside of the range becomes the nearest one inside.
+void SetPosition(Bar& bar, std::int64_t position);
+// A step beyond one end of the range goes on at the other end.
+void StepOnce(Bar& bar);
+// 0 to 100; 0 for a range without extent.
+[[nodiscard]] int PercentOf(const Bar& bar);
+
+// Counts the bytes that were downloaded, as far as the file bar's movements tell. A file that needs
+// no download moves the bar straight from empty to full, once; a download in a single piece does so
+// too, but then the bar is put to full a second time.
+class ReceivedBytes {
+ public:
+  void NewFile() { straightToFull_ = 0; }
+  void Moved(const Bar& before, const Bar& after);
+  [[nodiscard]] std::int64_t total() const { return total_; }
+
+ private:
+  std::int64_t total_ = 0;
+  std::int64_t straightToFull_ = 0;
+};
+
+// What never changes about a button.
+struct ButtonKind {
+  Control control;
+  char key;             // on a terminal
+  const char* command;  // in a script
+  const char* name;     // in the output as lines
+};
+
+inline constexpr std::array<ButtonKind, 6> kButtons = {{
+    {Control::kUpdateButton, 'u', "update", "Update button"},
+    {Control::kStartGameButton, 's', "start", "Start Game button"},
+    {Control::kRecheckButton, 'r', "recheck", "re-check button"},
+    {Control::kOptionsButton, 'o', "options", "options button"},
+    {Control::kDirectXButton, 'd', "dxdiag", "DirectX button"},
+    {Control::kScreenshotsButton, 'p', "screenshots", "screenshots button"},
+}};
+
+struct ButtonState {
+  std::string caption;
+  bool enabled = true;
+
+  bool operator==(const ButtonState&) const = default;
+};
+
+// All texts are code page 932.
+struct DialogModel {
+  DialogModel();
+
+  // Null for a control of another kind.
+  [[nodiscard]] Bar* FindBar(Control control);
+  [[nodiscard]] ButtonState* FindButton(Control control);
+
+  std::string status;
+  Bar fileBar;
+  Bar overallBar;
+  ReceivedBytes received;
+  std::array<ButtonState, kButtons.size()> buttons;  // in the order of kButtons
+};
+
+// Whether an update is at work, going by what the Update button offers.
+[[nodiscard]] bool ShowsRun(const DialogModel& model);
+// Whether the Update button can be pressed and asks for a cancel then.
+[[nodiscard]] bool OffersCancel(const DialogModel& model);
+
+// A message box; texts in code page 932.
+struct BoxText {
+  std::string text;
+  std::string caption;
+  std::uint32_t type = kBoxPlain;
+};
+
+}  // namespace velmora::platform::terminal

@@ -1,0 +1,36 @@
+#include "platform/posix/terminal_output.h"
+
+#include <limits.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace velmora::platform::terminal {
+
+bool Output::Drain(int descriptor, int interrupt) {
+  while (written_ < pending_.size()) {
+    pollfd waited[] = {{descriptor, POLLOUT, 0}, {interrupt, POLLIN, 0}};
+    if (poll(waited, 2, -1) < 0) continue;
+    if (waited[0].revents != 0) {
+      WriteSome(descriptor);
+    } else if (waited[1].revents != 0) {
+      return false;
+    }
+  }
+  pending_.clear();
+  written_ = 0;
+  return true;
+}
+
+void Output::WriteSome(int descriptor) {
+  // A pipe that is ready takes this much without blocking.
+  const std::size_t size = std::min<std::size_t>(pending_.size() - written_, PIPE_BUF);
+  const ssize_t count = write(descriptor, pending_.data() + written_, size);
+  const bool comesLater = count < 0 && (errno == EINTR || errno == EAGAIN);
+  if (comesLater) return;
+  written_ = count < 0 ? pending_.size() : written_ + static_cast<std::size_t>(count);
+}
+
+}  // namespace velmora::platform::terminal

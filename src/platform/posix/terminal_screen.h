@@ -1,0 +1,34 @@
+// A block of lines on a terminal that is redrawn in place. Pure: every function gives the bytes to
+// write. The cursor is hidden while a block stands and rests behind the block's last line.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "platform/posix/terminal_render.h"
+
+namespace velmora::platform::terminal {
+
+inline constexpr char kShowCursor[] = "\x1b[?25h";
+
+class Screen {
+ public:
+  // Replaces the block that stands by `lines`, none of which may be wider, nor all of them higher,
+  // than `size`. Empty if that changes nothing.
+  [[nodiscard]] std::string Show(const std::vector<std::string>& lines, ScreenSize size);
+
+  // Takes the block away, so that other output can go where it stood.
+  [[nodiscard]] std::string Erase();
+
+  // Leaves the block where it is, with the cursor shown below it. The next one is drawn anew.
+  [[nodiscard]] std::string Leave();
+
+ private:
+  [[nodiscard]] std::string BackToStart(ScreenSize size) const;
+
+  std::vector<std::string> shown_;
+  ScreenSize size_;
+};
+
+}  // namespace velmora::platform::terminal

@@ -1,0 +1,46 @@
+// Commands by name, a line each, out of a pipe or a file.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <string>
+#include <string_view>
+
+#include "platform/posix/terminal_model.h"
+
+namespace velmora::platform::terminal {
+
+inline constexpr std::size_t kLongestScriptLine = 4096;
+inline constexpr char kWaitCommand[] = "wait";
+inline constexpr char kCloseCommand[] = "close";
+
+struct ScriptLine {
+  std::string text;      // without blanks around it, never empty; nothing if `tooLong`
+  bool tooLong = false;  // longer than kLongestScriptLine, nothing of it was kept
+};
+
+// Cuts the input into lines. Empty ones are dropped.
+class ScriptInput {
+ public:
+  void Feed(std::string_view bytes);
+  // What stands behind the last line feed counts as a line. The end of a script lets the run in
+  // progress end and closes the dialog then, as if the two commands stood there.
+  void End();
+
+  [[nodiscard]] bool HasLine() const { return !lines_.empty(); }
+  // Only if HasLine.
+  ScriptLine Next();
+
+ private:
+  void Keep(std::string_view part);
+  void EndLine();
+
+  std::deque<ScriptLine> lines_;
+  ScriptLine unfinished_;
+};
+
+// Null if no button has that command.
+[[nodiscard]] const ButtonKind* FindByCommand(std::string_view command);
+[[nodiscard]] const ButtonKind* FindByKey(char key);
+
+}  // namespace velmora::platform::terminal

@@ -1,0 +1,124 @@
+#include "platform/url.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "platform/posix/ascii.h"
+
+namespace velmora::platform {
+
+namespace {
+
+constexpr std::size_t kMaxPartLength = 999;
+
+constexpr std::size_t kNone = std::string_view::npos;
+
+bool IsAlphanumeric(char c) {
+  const char lower = LowerCase(c);
+  return (lower >= 'a' && lower <= 'z') || (c >= '0' && c <= '9');
+}
+
+bool IsSchemeCharacter(char c) { return IsAlphanumeric(c) || c == '+' || c == '-' || c == '.'; }
+
+std::uint16_t DefaultPort(std::string_view scheme) {
+  if (EqualWithoutCase(scheme, "http")) return 80;
+  if (EqualWithoutCase(scheme, "https")) return 443;
+  if (EqualWithoutCase(scheme, "ftp")) return 21;
+  return 0;
+}
+
+// Splits `text` at `position`, which may be npos. The byte there goes to neither part.
+struct Halves {
+  std::string_view before;
+  std::string_view behind;
+};
+
+Halves SplitAt(std::string_view text, std::size_t position) {
+  if (position == kNone) return {text, {}};
+  return {text.substr(0, position), text.substr(position + 1)};
+}
+
+// [user[:password]@]host[:port]
+void SplitAuthority(std::string_view authority, UrlParts& parts) {
+  const std::size_t at = authority.find('@');
+  if (at != kNone) {
+    const std::string_view account = authority.substr(0, at);
+    const auto [user, password] = SplitAt(account, account.rfind(':'));
+    parts.user = user;
+    parts.password = password;
+    authority.remove_prefix(at + 1);
+  }
+  const auto [host, port] = SplitAt(authority, authority.rfind(':'));
+  parts.host = host;
+  parts.port = host.size() == authority.size() ? DefaultPort(parts.scheme)
+                                               : static_cast<std::uint16_t>(ToNumber(port));
+}
+
+bool FitsBuffers(const UrlParts& parts) {
+  const auto fits = [](const std::string& part) { return part.size() <= kMaxPartLength; };
+  return fits(parts.scheme) && fits(parts.host) && fits(parts.user) && fits(parts.password) &&
+         fits(parts.path) && fits(parts.extra);
+}
+
+// Bytes that have no place in a request line, or may be changed on the way. The percent sign isn't
+// among them, so that what is escaped already stays as it is.
+bool IsUnsafe(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  constexpr std::string_view kUnsafe = "<>\"{}|\\^[]`&";
+  return byte <= 0x20 || byte >= 0x7F || kUnsafe.find(c) != kNone;
+}
+
+// //authority, which may be missing, and what follows it.
+void SplitAuthorityAndPath(std::string_view text, UrlParts& parts) {
+  if (text.starts_with("//")) {
+    text.remove_prefix(2);
+    const std::size_t slash = std::min(text.find('/'), text.size());
+    SplitAuthority(text.substr(0, slash), parts);
+    text.remove_prefix(slash);
+  }
+  parts.path = text;
+}
+
+// A URL that was read from a file ends where its line ends.
+void CutAtLineFeed(std::string& path) { path.resize(std::min(path.find('\n'), path.size())); }
+
+void AppendEscaped(std::string& text, char c) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  const auto byte = static_cast<unsigned char>(c);
+  text += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+}
+
+}  // namespace
+
+std::optional<UrlParts> CrackUrl(const std::string& url) {
+  const std::string_view text = url.c_str();  // a URL ends at a zero byte, as Windows sees it
+  const auto colon = std::find_if_not(text.begin(), text.end(), IsSchemeCharacter);
+  if (colon == text.begin() || colon == text.end() || *colon != ':') return std::nullopt;
+
+  UrlParts parts;
+  parts.scheme.assign(text.begin(), colon);
+  const std::string_view rest = text.substr(parts.scheme.size() + 1);
+  const std::size_t extra = std::min(rest.find_first_of("?#"), rest.size());
+  parts.extra = rest.substr(extra);
+  SplitAuthorityAndPath(rest.substr(0, extra), parts);
+  if (parts.extra.empty()) CutAtLineFeed(parts.path);
+  if (!FitsBuffers(parts)) return std::nullopt;
+  return parts;
+}
+
+std::optional<std::string> CanonicalizeUrlPath(const std::string& path, Canonicalize mode,
+                                               std::size_t bufferSize) {
+  std::string canonical;
+  for (const char c : path) {
+    const bool isEscaped = mode == Canonicalize::kSpacesOnly ? c == ' ' : IsUnsafe(c);
+    if (isEscaped) {
+      AppendEscaped(canonical, c);
+    } else {
+      canonical += c;
+    }
+  }
+  if (canonical.size() >= bufferSize) return std::nullopt;
+  return canonical;
+}
+
+}  // namespace velmora::platform

@@ -1,0 +1,35 @@
+// Splitting and canonicalising of URLs (RFC 1738 and what Windows' own splitter makes of it).
+// Pure; safe from any thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace velmora::platform {
+
+struct UrlParts {
+  std::string scheme;
+  std::string host;
+  std::uint16_t port = 0;  // the scheme's default if the URL names none
+  std::string user;
+  std::string password;
+  std::string path;   // from the first slash behind the host, without query and fragment
+  std::string extra;  // query and fragment, with their first character
+};
+
+// Splits an absolute URL. Nothing if `url` is none, or if one of its parts has more than 999 bytes.
+[[nodiscard]] std::optional<UrlParts> CrackUrl(const std::string& url);
+
+enum class Canonicalize { kUnsafe, kSpacesOnly };
+
+// The path in a form fit for a request line: with kUnsafe, blanks and other unsafe bytes become %XX;
+// with kSpacesOnly, blanks alone. Nothing if the result and its terminator need more than
+// `bufferSize` bytes.
+[[nodiscard]] std::optional<std::string> CanonicalizeUrlPath(const std::string& path,
+                                                             Canonicalize mode,
+                                                             std::size_t bufferSize);
+
+}  // namespace velmora::platform

@@ -1,0 +1,128 @@
+#include "process/command_line.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+
+#include "platform/files.h"
+#include "platform/processes.h"
+#include "platform/url.h"
+#include "settings/patcher_settings.h"
+#include "settings/session_log.h"
+
+namespace velmora {
+
+std::string ArgumentTail;
+
+namespace {
+
+char UpperCase(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
+// Steps from option letter to option letter.
+class OptionScan {
+ public:
+  explicit OptionScan(const std::string& line) : line_(line) {}
+
+  // The next option letter, in upper case; nothing at the end of the line.
+  std::optional<char> NextLetter() {
+    const std::size_t slash = line_.find('/', position_);
+    if (slash == std::string::npos || slash + 1 == line_.size()) return std::nullopt;
+    position_ = slash + 2;
+    return UpperCase(line_[slash + 1]);
+  }
+
+  // The value of the option just met; nothing if it is too long.
+  std::optional<std::string> ReadOptionValue() {
+    const std::size_t start = std::min(line_.find_first_not_of(' ', position_), line_.size());
+    const std::size_t end = std::min(line_.find(' ', start), line_.size());
+    position_ = end;
+    const std::string value = line_.substr(start, end - start);
+    if (value.size() <= kMaxOptionValue) return value;
+    LogMessage("Option refused, its value is too long : %s\n", value.c_str());
+    return std::nullopt;
+  }
+
+  // What stands behind the letter just met and one separator.
+  std::string Tail() const { return line_.substr(std::min(position_ + 1, line_.size())); }
+
+ private:
+  const std::string& line_;
+  std::size_t position_ = 0;
+};
+
+void Assign(std::string& setting, const std::optional<std::string>& value) {
+  if (value) setting = *value;
+}
+
+void SetServer(const std::optional<std::string>& url) {
+  if (!url) return;
+  const auto parts = platform::CrackUrl(*url);
+  if (!parts) return;
+  Settings.DataPath = parts->path;
+  Settings.ServerHost = parts->host;
+}
+
+void SetLaunchId(const std::optional<std::string>& id) {
+  if (!id) return;
+  Settings.LaunchId = *id;
+  LogMessage("ID = %s\n", id->c_str());
+}
+
+}  // namespace
+
+void ScanSettingsPath(const std::string& commandLine) {
+  OptionScan scan(commandLine);
+  while (const auto letter = scan.NextLetter()) {
+    if (*letter == 'P') Assign(Settings.SettingsPath, scan.ReadOptionValue());
+  }
+}
+
+ScanResult ScanOptions(const std::string& commandLine) {
+  ArgumentTail = commandLine;
+  OptionScan scan(commandLine);
+  while (const auto letter = scan.NextLetter()) {
+    switch (*letter) {
+      case 'B':
+        SetServer(scan.ReadOptionValue());
+        break;
+      case 'C':
+        LogMessage("Delete temporary files to close.\n");
+        DeleteTemporaryCopy();
+        return ScanResult::kEndProcess;
+      case 'D':
+        Assign(Settings.DataFile, scan.ReadOptionValue());
+        break;
+      case 'H':
+        Assign(Settings.InformationUrl, scan.ReadOptionValue());
+        break;
+      case 'I':
+        SetLaunchId(scan.ReadOptionValue());
+        break;
+      case 'L':
+        static_cast<void>(scan.ReadOptionValue());
+        break;
+      case 'R':
+        LogMessage("Delete temporary files to reboot.\n");
+        DeleteTemporaryCopy();
+        ArgumentTail = scan.Tail();
+        break;
+      default:
+        break;
+    }
+  }
+  return ScanResult::kContinue;
+}
+
+void DeleteTemporaryCopy() {
+  constexpr std::uint32_t kLongestPause = 50;
+  if (!platform::FileExists(kTemporaryCopy)) return;
+  // Another process may delete the copy first; gone is gone.
+  std::uint32_t pause = 1;
+  while (!platform::RemoveFile(kTemporaryCopy) && platform::FileExists(kTemporaryCopy)) {
+    platform::Pause(pause);
+    pause = std::min(pause * 2, kLongestPause);
+  }
+  LogMessage("Deleted temporary files.\n");
+}
+
+}  // namespace velmora

@@ -1,0 +1,101 @@
+#include "process/hand_over.h"
+
+#include <string>
+
+#include "base/texts.h"
+#include "engine/server_connection.h"
+#include "engine/update_run.h"
+#include "engine/update_state.h"
+#include "platform/dialog.h"
+#include "platform/files.h"
+#include "platform/paths.h"
+#include "platform/processes.h"
+#include "process/command_line.h"
+#include "settings/session_log.h"
+#include "ui/update_dialog.h"
+
+namespace velmora {
+namespace {
+
+constexpr std::size_t kDirectoryBuffer = 512;
+constexpr char kInstalledPatcher[] = "VelmoraUpdate.exe";
+constexpr char kMutexName[] = "VelmoraUpdate";
+
+std::string LaunchDirectory() {
+  return platform::ShortPath(platform::WorkingDirectory(kDirectoryBuffer), kDirectoryBuffer);
+}
+
+void TellAlreadyRunning() {
+  platform::ShowStartBox(texts::kAlreadyRunning, texts::kErrorCaption, platform::kBoxError);
+}
+
+int StartAsInstalled(const std::string& modulePath) {
+  LogMessage("Execute : Copying Patcher( %s to %s).\n", modulePath.c_str(), kTemporaryCopy);
+  if (!platform::CopyFileOver(modulePath, kTemporaryCopy)) {
+    LogMessage("Error CopyFile() : Already exists same application \n");
+    TellAlreadyRunning();
+    return 0;
+  }
+  const std::string directory = LaunchDirectory();
+  InitSessionLog();
+  platform::StartSuccessor(kTemporaryCopy, directory, ArgumentTail);
+  LogMessage("Executing : %s\n", kTemporaryCopy);
+  platform::CloseHiddenWindow();
+  platform::PumpUntilQuit();
+  return 0;
+}
+
+std::string HandedTail() {
+  if (ArgumentTail.size() <= kMaxHandedTail) return ArgumentTail;
+  const std::size_t blank = ArgumentTail.rfind(' ', kMaxHandedTail);
+  std::string tail = blank == std::string::npos ? "" : ArgumentTail.substr(0, blank);
+  LogMessage("Options are too long to hand on, cut to : %s\n", tail.c_str());
+  return tail;
+}
+
+int LaunchInstalled(const platform::NamedMutex& mutex) {
+  const std::string directory = LaunchDirectory();
+  const bool restart = RestartRequested != 0;
+  const std::string parameters = (restart ? "/R " : "/C ") + HandedTail();
+  LogMessage(restart ? "Execute : Execute patch again cause patcher was update.\n"
+                     : "Execute : Cleaning temporary files.\n");
+  if (mutex.handle != 0) platform::ReleaseNamedMutex(mutex);
+  platform::StartSuccessor(kInstalledPatcher, directory, parameters);
+  return restart ? kExitRestart : 0;
+}
+
+// The dialog and its runs. A player can close the dialog during a run, and the end of the process
+// then ends the worker. Only after a restart was asked, the worker is waited for: it has nothing left
+// to do but to save the cache, which spares the next start from hashing everything again.
+void RunDialog() {
+  platform::RunUpdateDialog(UpdateDialogHandlers());
+  if (!HasDialogClosed()) platform::DestroyHiddenWindow();
+  platform::PumpUntilQuit();
+  if (RestartRequested != 0) WaitForRunEnd();
+  if (WorkerHandle != 0) platform::CloseThreadHandle(WorkerHandle);
+  CloseIfOpen(ConnectionHandle);
+  CloseIfOpen(SessionHandle);
+}
+
+int RunAsTemporaryCopy() {
+  const platform::NamedMutex mutex = platform::CreateNamedMutex(kMutexName);
+  if (mutex.handle != 0 && mutex.alreadyExisted) {
+    LogMessage("Detect CreateMutex() : Already exists same application \n");
+    TellAlreadyRunning();
+  } else if (mutex.handle != 0) {
+    RunDialog();
+  }
+  return LaunchInstalled(mutex);
+}
+
+}  // namespace
+
+int RunByRole() {
+  if (!platform::RegisterHiddenWindow()) return kExitNoWindow;
+  platform::CreateHiddenWindow();
+  const std::string modulePath = platform::ModulePath();
+  const bool isTemporaryCopy = platform::LastPathElement(modulePath).starts_with('_');
+  return isTemporaryCopy ? RunAsTemporaryCopy() : StartAsInstalled(modulePath);
+}
+
+}  // namespace velmora

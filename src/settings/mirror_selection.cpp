@@ -1,0 +1,56 @@
+#include "settings/mirror_selection.h"
+
+#include <cstdlib>
+#include <optional>
+
+#include "platform/clock.h"
+#include "platform/url.h"
+#include "settings/patcher_settings.h"
+#include "settings/probe_client.h"
+#include "settings/settings_store.h"
+
+namespace velmora {
+
+BaseUrlTable Mirrors;
+
+namespace {
+
+void ReadMirrors() {
+  Mirrors.count = 0;
+  for (int n = 1; n <= kMaxMirrors; ++n) {
+    const std::string url = ReadSetting("BaseURL" + std::to_string(n));
+    if (url.empty()) return;
+    const std::optional<platform::UrlParts> parts = platform::CrackUrl(url);
+    if (!parts) continue;
+    Mirrors.entries[Mirrors.count++] = {parts->host, parts->port, parts->path};
+  }
+}
+
+}  // namespace
+
+void SelectMirror() {
+  ReadMirrors();
+  std::srand(platform::TickCount());
+  if (Mirrors.count == 0) return;
+  const std::size_t choice = static_cast<std::size_t>(std::rand()) % Mirrors.count;
+  const BaseUrlEntry& mirror = Mirrors.entries[choice];
+  Settings.ServerHost = mirror.host;
+  Settings.DataPath = mirror.path;
+  Settings.ServerPort = mirror.port;
+}
+
+void ProbeCdn() {
+  ProbeClient client("VelmoraUpdate_CDN");
+  if (!client.Connect(Settings.ServerHost.c_str())) return;
+  const char* body = client.FetchBody(Settings.DataPath + "/enable.cdn");
+  if (body == nullptr) return;
+  const std::optional<platform::UrlParts> parts = platform::CrackUrl(body);
+  if (parts) {
+    Settings.ServerHost = parts->host;
+    Settings.DataPath = parts->path;
+    Settings.ServerPort = kProbePort;
+  }
+  client.FreeBody();
+}
+
+}  // namespace velmora

@@ -1,0 +1,37 @@
+// Choice of the download server at start-up: one of the settings file's mirrors at random, and then
+// wherever that server's file enable.cdn points to. Both are silent, and every failure leaves
+// ServerHost, ServerPort and DataPath as they were. Main thread only.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace velmora {
+
+inline constexpr int kMaxMirrors = 10;
+
+struct BaseUrlEntry {
+  std::string host;
+  std::int32_t port = 0;  // the URL's, or its scheme's default
+  std::string path;
+};
+
+// The mirrors BaseURL1 to BaseURL10 of the settings file; the first missing key ends the table, a
+// value that is no URL doesn't get into it.
+struct BaseUrlTable {
+  std::array<BaseUrlEntry, kMaxMirrors> entries;
+  std::size_t count = 0;
+};
+
+extern BaseUrlTable Mirrors;
+
+// Reads the table and takes host, port and path from one of its entries, if it has any.
+void SelectMirror();
+
+// Asks the server, on port 80, for enable.cdn below DataPath. A body that is a URL replaces host and
+// path, and sets the port to 80.
+void ProbeCdn();
+
+}  // namespace velmora

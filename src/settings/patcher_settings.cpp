@@ -1,0 +1,7 @@
+#include "settings/patcher_settings.h"
+
+namespace velmora {
+
+PatcherSettings Settings;
+
+}  // namespace velmora

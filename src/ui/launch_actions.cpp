@@ -1,0 +1,100 @@
+#include "ui/launch_actions.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+#include "platform/dialog.h"
+#include "platform/files.h"
+#include "platform/paths.h"
+#include "platform/processes.h"
+#include "settings/patcher_settings.h"
+#include "settings/session_log.h"
+
+namespace velmora {
+namespace {
+
+using platform::Control;
+
+// Room of the texts, terminators included.
+constexpr std::size_t kDirectoryBuffer = 512;
+constexpr std::size_t kLongDirectoryBuffer = 1024;
+constexpr std::size_t kMaxParameters = 63;
+
+constexpr char kScreenshotFolder[] = "\\Screenshot";
+constexpr char kExplorer[] = "explorer";
+constexpr char kDxDiag[] = "dxdiag.exe";
+
+void Launch(const std::string& file, const std::optional<std::string>& directory,
+            const std::string& parameters) {
+  LogMessage("ShellExecuteEx : File = %s, Directory = %s, Parameters = %s\n", file.c_str(),
+             directory ? directory->c_str() : "(null)", parameters.c_str());
+  platform::LaunchProgram(file, directory, parameters);
+}
+
+std::string ShortWorkingDirectory() {
+  return platform::ShortPath(platform::WorkingDirectory(kDirectoryBuffer), kDirectoryBuffer);
+}
+
+// A directory text that doesn't fit its room can't be used: cut short, it would be another place.
+std::optional<std::string> WithinRoom(const std::string& directory) {
+  if (directory.size() < kDirectoryBuffer) return directory;
+  LogMessage("Directory text is too long, not used : %s\n", directory.c_str());
+  return std::nullopt;
+}
+
+std::string DxDiagPath() {
+  return platform::SystemFolder(kLongDirectoryBuffer) + "\\system32\\" + kDxDiag;
+}
+
+}  // namespace
+
+bool StartGame() {
+  platform::EnableControl(Control::kOptionsButton, false);
+  platform::EnableControl(Control::kStartGameButton, false);
+  platform::EnableControl(Control::kRecheckButton, false);
+  LogMessage("StartGame : Execute %s \n", Settings.ClientExe.c_str());
+  // The client's name follows the directory with nothing in between: a name that begins with a
+  // backslash is looked for below the working directory, a plain one runs in the folder above it.
+  const auto directory = WithinRoom(
+      platform::WithoutLastPathElement(ShortWorkingDirectory() + Settings.ClientExe));
+  std::string parameters = "-id " + Settings.LaunchId;
+  if (parameters.size() > kMaxParameters) {
+    LogMessage("Launch id is too long, not handed on : %s\n", Settings.LaunchId.c_str());
+    parameters = "-id ";
+  }
+  Launch(platform::LastPathElement(Settings.ClientExe), directory, parameters);
+  platform::AskToClose();
+  return true;
+}
+
+bool ExecOption() {
+  LogMessage("ExecOption : Execute %s \n", Settings.OptionExe.c_str());
+  const auto directory = WithinRoom(
+      platform::WithoutLastPathElement(ShortWorkingDirectory() + "\\" + Settings.OptionExe));
+  Launch(platform::LastPathElement(Settings.OptionExe), directory, "");
+  return true;
+}
+
+bool ExecScreenshot() {
+  LogMessage("ExecOption : Execute %s \n", kExplorer);
+  Launch(kExplorer, std::nullopt, ShortWorkingDirectory() + kScreenshotFolder);
+  return true;
+}
+
+bool ExecDxDiag() {
+  LogMessage("ExecOption : Execute %s \n", kDxDiag);
+  const std::string path = DxDiagPath();
+  if (!platform::FileExists(path)) return false;
+  Launch(kDxDiag, platform::WithoutLastPathElement(path), "");
+  return true;
+}
+
+bool HasScreenshots() {
+  const std::string folder = platform::WorkingDirectory(kLongDirectoryBuffer) + kScreenshotFolder;
+  return platform::FileExists(platform::ShortPath(folder, kLongDirectoryBuffer));
+}
+
+bool HasDxDiag() { return platform::FileExists(DxDiagPath()); }
+
+}  // namespace velmora

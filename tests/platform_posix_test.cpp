@@ -1,0 +1,246 @@
+// What only this system has: links, fifos, permissions, a running program that could be unlinked.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+
+#include "platform/files.h"
+#include "platform/ini.h"
+#include "platform/paths.h"
+#include "platform/posix/native_path.h"
+
+namespace velmora::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+class PosixPlatform : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "velmora-posix-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    directory_ = pattern;
+    fs::current_path(directory_);
+  }
+
+  void TearDown() override {
+    fs::current_path("/");
+    fs::remove_all(directory_);
+  }
+
+  static void Write(const std::string& native, const std::string& bytes) {
+    std::ofstream(native, std::ios::binary) << bytes;
+  }
+
+  static std::string Contents(const std::string& native) {
+    std::ifstream file(native, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  static std::set<std::string> Listed(const std::string& searchPath) {
+    DirectorySearch search(searchPath);
+    EXPECT_TRUE(search.Started()) << searchPath;
+    std::set<std::string> names;
+    DirectoryEntry entry;
+    while (search.Next(entry)) names.insert(entry.name + (entry.isDirectory ? "\\" : ""));
+    return names;
+  }
+
+ private:
+  fs::path directory_;
+};
+
+// A copy of `sleep` that runs until the object dies.
+class RunningProgram {
+ public:
+  explicit RunningProgram(const std::string& native) {
+    fs::copy_file("/bin/sleep", native);
+    int started[2];
+    EXPECT_EQ(pipe2(started, O_CLOEXEC), 0);
+    process_ = fork();
+    if (process_ == 0) {
+      execl(native.c_str(), native.c_str(), "60", nullptr);
+      _exit(127);
+    }
+    close(started[1]);
+    char byte = 0;
+    EXPECT_EQ(read(started[0], &byte, 1), 0) << "the pipe closes when the program has started";
+    close(started[0]);
+  }
+  ~RunningProgram() {
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+  }
+  RunningProgram(const RunningProgram&) = delete;
+  RunningProgram& operator=(const RunningProgram&) = delete;
+
+ private:
+  pid_t process_ = -1;
+};
+
+TEST_F(PosixPlatform, ARunningProgramIsNeitherRemovedNorReplacedUntilItEnds) {
+  const auto size = fs::file_size("/bin/sleep");
+  {
+    const RunningProgram program("program");
+    EXPECT_FALSE(RemoveFile("program"));
+    EXPECT_EQ(LastSystemError(), ETXTBSY);
+    EXPECT_FALSE(OutputFile("program", OutputFile::Mode::kReplace).IsOpen());
+    EXPECT_EQ(LastSystemError(), ETXTBSY);
+    EXPECT_EQ(fs::file_size("program"), size);
+  }
+  EXPECT_TRUE(RemoveFile("program"));
+  EXPECT_FALSE(fs::exists("program"));
+}
+
+TEST_F(PosixPlatform, RemovingALinkLeavesItsTarget) {
+  Write("target", "kept");
+  fs::create_directory("directory");
+  fs::create_symlink("target", "to-file");
+  fs::create_symlink("directory", "to-directory");
+  fs::create_symlink("nothing", "to-nothing");
+
+  EXPECT_FALSE(RemoveEmptyDirectory("to-directory"));
+  for (const char* const link : {"to-file", "to-directory", "to-nothing"}) {
+    EXPECT_TRUE(RemoveFile(link)) << link;
+    EXPECT_FALSE(fs::is_symlink(link)) << link;
+  }
+  EXPECT_EQ(Contents("target"), "kept");
+  EXPECT_TRUE(fs::is_directory("directory"));
+}
+
+TEST_F(PosixPlatform, AFifoIsNoFileAndNobodyWaitsForItsOtherEnd) {
+  ASSERT_EQ(mkfifo("fifo", 0666), 0);
+  EXPECT_FALSE(InputFile("fifo").IsOpen());
+  EXPECT_FALSE(OutputFile("fifo", OutputFile::Mode::kAppend).IsOpen());
+  EXPECT_EQ(ReadIniValue("fifo", "Setting", "Data", 256), "");
+  EXPECT_TRUE(RemoveFile("fifo"));
+  EXPECT_FALSE(InputFile("/dev/null").IsOpen());
+}
+
+TEST_F(PosixPlatform, ReplacingKeepsModeAndIdentityOfTheFile) {
+  Write("tool", "old program");
+  ASSERT_EQ(chmod("tool", 0754), 0);
+  fs::create_hard_link("tool", "same");
+  {
+    OutputFile file("tool", OutputFile::Mode::kReplace);
+    EXPECT_TRUE(file.Write("new", 3));
+    EXPECT_TRUE(file.Close());
+  }
+  struct stat status {};
+  ASSERT_EQ(stat("tool", &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0754U);
+  EXPECT_EQ(Contents("same"), "new");
+}
+
+TEST_F(PosixPlatform, AFullDiskFailsTheWrite) {
+  OutputFile file("/dev/full", OutputFile::Mode::kAppend);
+  ASSERT_TRUE(file.IsOpen());
+  EXPECT_FALSE(file.Write("x", 1));
+  EXPECT_EQ(LastSystemError(), ENOSPC);
+}
+
+TEST_F(PosixPlatform, ListingGivesLinksAsFilesAndLeavesOutWhatAPathCannotName) {
+  fs::create_directory("directory");
+  fs::create_symlink("directory", "link");
+  Write("a\\b", "would read back as b in a");
+  Write("half\x81", "fine at the end of a path");
+  fs::create_directory("half-directory\x81");
+  Write("whole\x95\\", "backslash inside a character");
+  EXPECT_EQ(Listed(".\\*"), (std::set<std::string>{".\\", "..\\", "directory\\", "link", "half\x81",
+                                                   "whole\x95\\"}));
+}
+
+TEST_F(PosixPlatform, AWalkDownADeepTreeHoldsNoDescriptors) {
+  const auto openFiles = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  };
+  fs::create_directory("d");
+  const auto before = openFiles();
+  DirectorySearch first(".\\*");
+  DirectorySearch second(".\\d\\*");
+  EXPECT_TRUE(first.Started() && second.Started());
+  EXPECT_EQ(openFiles(), before);
+}
+
+TEST_F(PosixPlatform, PathsBecomeNative) {
+  const struct {
+    std::string path;
+    std::string native;
+  } cases[] = {
+      {"", ""},
+      {"a\\b.txt", "a/b.txt"},
+      {"./VelmoraUpdate.dat", "VelmoraUpdate.dat"},
+      {".\\data\\", "data/"},
+      {".\\", "."},
+      {"\\", "/"},
+      {"/usr\\lib", "/usr/lib"},
+      {"a\\\\b", "a/b"},
+      {"\x95\\\\x", "\x95\\/x"},  // the character 0x95 0x5C, then a separator
+      {"\x81\\x", "\x81\\x"},
+      {"x\x81/y", "x\x81/y"},  // a slash is never second
+      {"link\\..\\b", "b"},
+      {"..\\..\\b", "../../b"},
+      {"a\\..\\..\\b", "../b"},
+      {"\\..\\b", "/b"},
+      {"..b\\.c", "..b/.c"},
+      {std::string("cut\0here", 8), ""},
+  };
+  for (const auto& c : cases) EXPECT_EQ(NativePath(c.path), c.native) << c.path;
+}
+
+// The walk that deletes lists a directory under one spelling and deletes its entries under another;
+// the two must never be different directories.
+TEST_F(PosixPlatform, AJoinedPathStaysInTheDirectoryThatWasListed) {
+  for (const std::string directory : {".\\", ".\\a\\", ".\\a\\..\\b\\", "..\\..\\a\\", "\\a\\..\\",
+                                      ".\\a/../b\\", ".\\\x95\\c\\", "a\\\\b\\"}) {
+    for (const std::string name : {"f", "..f", "...", ".f", "C:", "C:f", "\x95\\"}) {
+      const auto joined = JoinPath(directory, name);
+      ASSERT_TRUE(joined.has_value());
+      EXPECT_EQ(fs::path(NativePath(*joined)),
+                (fs::path(NativePath(directory)) / name).lexically_normal())
+          << directory << " + " << name;
+    }
+  }
+}
+
+TEST_F(PosixPlatform, MakingDirectoriesStopsAtAFile) {
+  Write("file", "kept");
+  EXPECT_FALSE(MakeDirectoriesOf("file\\name"));
+  EXPECT_EQ(LastSystemError(), ENOTDIR);
+  EXPECT_FALSE(MakeDirectoriesOf("file\\below\\name"));
+  EXPECT_EQ(Contents("file"), "kept");
+}
+
+TEST_F(PosixPlatform, MatchingStaysCheapForAHostilePattern) {
+  std::string pattern;
+  for (int i = 0; i < 200; ++i) pattern += "*a";
+  EXPECT_FALSE(MatchPathPattern(std::string(4000, 'a') + "b", pattern));
+  EXPECT_TRUE(MatchPathPattern(std::string(4000, 'a'), pattern));
+  EXPECT_FALSE(MatchPathPattern("a", std::string(1'000'000, '*') + "b"));
+}
+
+// A pattern that deletes must not take a name for another that shares some bytes with it.
+TEST_F(PosixPlatform, MatchingComparesCharactersWhole) {
+  EXPECT_FALSE(MatchPathPattern("\x83\x41", "\x83\x42"));
+  EXPECT_FALSE(MatchPathPattern("\x83\x41", "\x83\x61")) << "the second byte is no letter";
+  EXPECT_FALSE(MatchPathPattern("\x83\x41", "*A")) << "nor a character of its own";
+  EXPECT_TRUE(MatchPathPattern("\x83\x41", "*\x83\x41"));
+}
+
+TEST_F(PosixPlatform, AnIniFileOfAbsurdSizeReadsAsAbsent) {
+  Write("big", "[Setting]\nData=x\n");
+  EXPECT_EQ(ReadIniValue("big", "Setting", "Data", 256), "x");
+  fs::resize_file("big", (16 << 20) + 1);
+  EXPECT_EQ(ReadIniValue("big", "Setting", "Data", 256), "");
+}
+
+}  // namespace
+}  // namespace velmora::platform

@@ -1,0 +1,211 @@
+#include "support/loopback_server.h"
+
+#ifdef _WIN32
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#else
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#endif
+
+#include <mutex>
+#include <set>
+#include <thread>
+
+namespace velmora::test {
+namespace {
+
+#ifdef _WIN32
+using Socket = SOCKET;
+constexpr Socket kNoSocket = INVALID_SOCKET;
+constexpr int kShutBoth = SD_BOTH;
+constexpr int kNoSignal = 0;
+using Length = int;
+void CloseSocket(Socket socket) { closesocket(socket); }
+void StartSockets() {
+  static const bool started = [] {
+    WSADATA data;
+    return WSAStartup(MAKEWORD(2, 2), &data) == 0;
+  }();
+  static_cast<void>(started);
+}
+#else
+using Socket = int;
+constexpr Socket kNoSocket = -1;
+constexpr int kShutBoth = SHUT_RDWR;
+constexpr int kNoSignal = MSG_NOSIGNAL;
+using Length = socklen_t;
+void CloseSocket(Socket socket) { close(socket); }
+void StartSockets() {}
+#endif
+
+void ResetSocket(Socket socket) {
+  const linger now{1, 0};
+  setsockopt(socket, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&now), sizeof now);
+}
+
+bool SendAll(Socket socket, const std::string& bytes) {
+  std::size_t sent = 0;
+  while (sent < bytes.size()) {
+    const auto count = send(socket, bytes.data() + sent,
+                            static_cast<Length>(bytes.size() - sent), kNoSignal);
+    if (count <= 0) return false;
+    sent += static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+std::string TargetOf(const std::string& head) {
+  const std::size_t start = head.find(' ');
+  const std::size_t end = head.find(" HTTP/", start);
+  return start == std::string::npos || end == std::string::npos
+             ? head
+             : head.substr(start + 1, end - start - 1);
+}
+
+}  // namespace
+
+Reply Ok(const std::string& body) { return Status(200, "", body); }
+
+Reply Status(int code, const std::string& headers, const std::string& body) {
+  return {"HTTP/1.1 " + std::to_string(code) + " X\r\n" + headers +
+              "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body,
+          Reply::End::kKeep};
+}
+
+Reply Raw(const std::string& headers, const std::string& body, Reply::End end) {
+  return {"HTTP/1.1 200 OK\r\n" + headers + "\r\n" + body, end};
+}
+
+struct LoopbackServer::State {
+  Answer answer;
+  Socket listener = kNoSocket;
+  std::uint16_t port = 0;
+  mutable std::mutex mutex;
+  bool ending = false;
+  std::vector<ServedRequest> requests;
+  std::set<Socket> open;
+  std::vector<std::thread> threads;  // the first one accepts
+
+  void Listen(std::uint16_t wanted, const char* address);
+  void Accept();
+  void Serve(Socket socket, int connection);
+  bool ServeOne(Socket socket, int connection, std::string& pending);
+  void Finish(Socket socket);
+};
+
+void LoopbackServer::State::Listen(std::uint16_t wanted, const char* address) {
+  sockaddr_in name{};
+  name.sin_family = AF_INET;
+  name.sin_port = htons(wanted);
+  inet_pton(AF_INET, address, &name.sin_addr);
+  Socket socketHere = socket(AF_INET, SOCK_STREAM, 0);
+  const int yes = 1;
+  setsockopt(socketHere, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&yes),
+             sizeof yes);
+  if (bind(socketHere, reinterpret_cast<sockaddr*>(&name), sizeof name) != 0 ||
+      listen(socketHere, 64) != 0) {
+    CloseSocket(socketHere);
+    return;
+  }
+  Length length = sizeof name;
+  getsockname(socketHere, reinterpret_cast<sockaddr*>(&name), &length);
+  port = ntohs(name.sin_port);
+  listener = socketHere;
+}
+
+void LoopbackServer::State::Accept() {
+  for (int connection = 1;; ++connection) {
+    const Socket client = accept(listener, nullptr, nullptr);
+    const std::lock_guard lock(mutex);
+    if (ending || client == kNoSocket) {
+      if (client != kNoSocket) CloseSocket(client);
+      return;
+    }
+    open.insert(client);
+    threads.emplace_back([this, client, connection] { Serve(client, connection); });
+  }
+}
+
+void LoopbackServer::State::Serve(Socket socket, int connection) {
+  std::string pending;
+  while (ServeOne(socket, connection, pending)) {
+  }
+  Finish(socket);
+}
+
+void LoopbackServer::State::Finish(Socket socket) {
+  const std::lock_guard lock(mutex);
+  if (open.erase(socket) != 0) CloseSocket(socket);
+}
+
+// False when the connection is over.
+bool LoopbackServer::State::ServeOne(Socket socket, int connection, std::string& pending) {
+  std::size_t end = pending.find("\r\n\r\n");
+  while (end == std::string::npos) {
+    char buffer[4096];
+    const auto count = recv(socket, buffer, sizeof buffer, 0);
+    if (count <= 0) return false;
+    pending.append(buffer, static_cast<std::size_t>(count));
+    end = pending.find("\r\n\r\n");
+  }
+  ServedRequest request{"", pending.substr(0, end + 2), connection};
+  request.path = TargetOf(request.head);
+  pending.erase(0, end + 4);
+
+  Reply reply;
+  {
+    const std::lock_guard lock(mutex);
+    requests.push_back(request);
+    reply = answer(request);
+  }
+  if (!SendAll(socket, reply.bytes)) return false;
+  if (reply.end == Reply::End::kReset) ResetSocket(socket);
+  if (reply.end == Reply::End::kStall) {
+    char byte = 0;
+    while (recv(socket, &byte, 1, 0) > 0) {
+    }
+  }
+  return reply.end == Reply::End::kKeep;
+}
+
+LoopbackServer::LoopbackServer(Answer answer, std::uint16_t port, const char* address)
+    : state_(std::make_unique<State>()) {
+  StartSockets();
+  state_->answer = std::move(answer);
+  state_->Listen(port, address);
+  if (!IsListening()) return;
+  const std::lock_guard lock(state_->mutex);
+  state_->threads.emplace_back([state = state_.get()] { state->Accept(); });
+}
+
+LoopbackServer::~LoopbackServer() {
+  std::vector<std::thread> threads;
+  if (IsListening()) {
+    const std::lock_guard lock(state_->mutex);
+    state_->ending = true;
+    shutdown(state_->listener, kShutBoth);
+#ifdef _WIN32
+    CloseSocket(state_->listener);
+#endif
+    for (const Socket socket : state_->open) shutdown(socket, kShutBoth);
+    threads = std::move(state_->threads);
+  }
+  for (std::thread& thread : threads) thread.join();
+#ifndef _WIN32
+  if (IsListening()) CloseSocket(state_->listener);
+#endif
+}
+
+bool LoopbackServer::IsListening() const { return state_->listener != kNoSocket; }
+
+std::uint16_t LoopbackServer::port() const { return state_->port; }
+
+std::vector<ServedRequest> LoopbackServer::Requests() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->requests;
+}
+
+}  // namespace velmora::test

@@ -27,11 +27,6 @@ bool Remember(bool succeeded) {
   return succeeded;
 }
 
-bool FailWith(int code) {
-  errno = code;
-  return Remember(false);
-}
-
 template <typename Call>
 auto RetryInterrupted(Call call) {
   auto result = call();
@@ -58,7 +53,11 @@ bool IsNativeDirectory(const std::string& native) {
 
 // The system refuses to write a running program but not to unlink it, so asking for the one tells
 // whether to do the other.
-bool CanBeWritten(const std::string& native) {
+bool CanBeWritten(const std::string& native, const struct stat& status) {
+  if (IsReadOnly(status)) {
+    errno = EACCES;
+    return false;
+  }
   const int file = OpenNative(native, O_WRONLY | O_NOFOLLOW);
   if (file == kNoFile) return false;
   close(file);
@@ -110,9 +109,7 @@ bool RemoveFile(const std::string& path) {
   const std::string native = NativePath(path);
   struct stat status {};
   if (lstat(native.c_str(), &status) != 0) return Remember(false);
-  if (S_ISDIR(status.st_mode)) return FailWith(EISDIR);
-  if (IsReadOnly(status)) return FailWith(EACCES);
-  if (S_ISREG(status.st_mode) && !CanBeWritten(native)) return Remember(false);
+  if (S_ISREG(status.st_mode) && !CanBeWritten(native, status)) return Remember(false);
   return Remember(unlink(native.c_str()) == 0);
 }
 

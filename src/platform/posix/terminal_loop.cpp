@@ -33,13 +33,8 @@ std::int64_t Now() {
 }
 
 constexpr char kQuitKey = 'q';
-constexpr char kEscape = '\x1b';
 
 bool AsksToEnd(int signal) { return signal == SIGINT || signal == SIGTERM || signal == SIGHUP; }
-
-char ToLower(char key) {
-  return key >= 'A' && key <= 'Z' ? static_cast<char>(key - 'A' + 'a') : key;
-}
 
 // A script's encoding is unknown; what is shown of it is its ASCII part.
 std::string Printable(std::string text) {
@@ -91,14 +86,15 @@ void DialogLoop::ShowBox(const BoxText& box) {
   --depth_;
 }
 
-// One round. Each step may end the dialog, after which the others do nothing that counts.
+// One round. Each step may end the dialog, after which the others do nothing that counts. The wait
+// stands first, so that whoever loops until something has happened sees it before the next wait.
 void DialogLoop::Turn() {
+  WaitForEvent();
   ServeSignals();
   ServeCloseRequest();
   ReportBoxes();
   ServeScript();
   DrawIfDue();
-  WaitForEvent();
 }
 
 void DialogLoop::ServeSignals() {
@@ -194,7 +190,6 @@ void DialogLoop::BeginWait() {
 }
 
 void DialogLoop::WaitForEvent() {
-  if (!state_.IsOpen()) return;
   pollfd waited[] = {{state_.wakeDescriptor(), POLLIN, 0},
                      {SignalDescriptor(), POLLIN, 0},
                      {WantsInput() ? STDIN_FILENO : -1, POLLIN, 0}};
@@ -244,10 +239,10 @@ void DialogLoop::ReadInput() {
 }
 
 void DialogLoop::ServeKeys(std::string_view keys) {
-  // A key with a name (an arrow, say) sends several bytes, which count as one key without a
-  // command.
-  const std::size_t end = std::min(keys.find(kEscape), keys.size() - 1) + 1;
-  for (const char key : keys.substr(0, end)) ServeKey(ToLower(key));
+  while (!keys.empty()) {
+    ServeKey(keys[0]);
+    keys.remove_prefix(KeyLength(keys));
+  }
 }
 
 void DialogLoop::ServeKey(char key) {

@@ -15,6 +15,8 @@ std::string_view WithoutBlanksAround(std::string_view text) {
   return text;
 }
 
+constexpr char kEscape = '\x1b';
+
 template <typename Matches>
 const ButtonKind* FindKind(Matches matches) {
   const auto* const found = std::find_if(kButtons.begin(), kButtons.end(), matches);
@@ -56,6 +58,16 @@ void ScriptInput::EndLine() {
 
 const ButtonKind* FindByCommand(std::string_view command) {
   return FindKind([command](const ButtonKind& kind) { return kind.command == command; });
+}
+
+std::size_t KeyLength(std::string_view keys) {
+  if (keys[0] != kEscape || keys.size() == 1) return 1;
+  if (keys[1] != '[') return std::min<std::size_t>(keys[1] == 'O' ? 3 : 2, keys.size());
+  for (std::size_t i = 2; i < keys.size(); ++i) {
+    const bool isLast = keys[i] >= '@' && keys[i] <= '~';
+    if (isLast) return i + 1;
+  }
+  return keys.size();
 }
 
 const ButtonKind* FindByKey(char key) {

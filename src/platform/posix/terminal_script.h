@@ -1,4 +1,5 @@
-// Commands by name, a line each, out of a pipe or a file.
+// The player's input: commands by name, a line each, out of a pipe or a file; or keys of a
+// terminal.
 #pragma once
 
 #include <cstddef>
@@ -42,5 +43,9 @@ class ScriptInput {
 // Null if no button has that command.
 [[nodiscard]] const ButtonKind* FindByCommand(std::string_view command);
 [[nodiscard]] const ButtonKind* FindByKey(char key);
+
+// How many of the bytes from a terminal belong to the first key; at least one. A key with a name,
+// an arrow say, sends several, the first of which is the escape character.
+[[nodiscard]] std::size_t KeyLength(std::string_view keys);
 
 }  // namespace velmora::platform::terminal

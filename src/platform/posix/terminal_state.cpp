@@ -71,6 +71,7 @@ std::uint64_t DialogState::PutUpBox(const BoxText& box) {
   const std::lock_guard lock(mutex_);
   boxes_.push_back(box);
   changed_ = true;
+  Wake();
   return ++boxesPutUp_;
 }
 

@@ -1,0 +1,223 @@
+// HTTP access against a server that does as it is told.
+#include "platform/http.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/clock.h"
+#include "support/loopback_server.h"
+
+namespace velmora::platform {
+namespace {
+
+using test::LoopbackServer;
+using test::Ok;
+using test::Raw;
+using test::Reply;
+using test::ServedRequest;
+using test::Status;
+
+class Http : public testing::Test {
+ protected:
+  void Connect(LoopbackServer::Answer answer, const std::string& user = "",
+               const std::string& password = "") {
+    server_ = std::make_unique<LoopbackServer>(std::move(answer));
+    session_ = OpenHttpSession("TestAgent");
+    SetHttpTimeouts(session_, 1000);
+    connection_ = ConnectHttp(session_, "127.0.0.1", server_->port(), user, password);
+    ASSERT_NE(connection_, kNoHttpHandle);
+  }
+  ~Http() override {
+    CloseHttpHandle(connection_);
+    CloseHttpHandle(session_);
+  }
+
+  HttpHandle Get(const std::string& path) const {
+    const HttpHandle request = OpenHttpGet(connection_, path);
+    SendHttpRequest(request);
+    return request;
+  }
+  static std::string Text(HttpHandle request, HttpField field = HttpField::kStatusCode) {
+    return QueryHttpField(request, field, 32).value_or("(none)");
+  }
+  // The body by pieces, "!" behind it if a read failed.
+  static std::string Body(HttpHandle request) {
+    std::string body;
+    while (const std::uint32_t available = QueryHttpDataAvailable(request)) {
+      std::string piece(available, '\0');
+      std::uint32_t read = 0;
+      const bool succeeded = ReadHttp(request, piece.data(), available, read);
+      body.append(piece, 0, read);
+      if (!succeeded) return body + "!";
+    }
+    return body;
+  }
+
+  std::unique_ptr<LoopbackServer> server_;
+  HttpHandle session_ = kNoHttpHandle;
+  HttpHandle connection_ = kNoHttpHandle;
+};
+
+TEST_F(Http, PlainAnswer) {
+  Connect([](const ServedRequest&) { return Ok("body"); });
+  const HttpHandle request = Get("/some path");
+  EXPECT_EQ(Text(request), "200");
+  EXPECT_EQ(Text(request, HttpField::kContentLength), "4");
+  EXPECT_FALSE(QueryHttpField(request, HttpField::kStatusCode, 3).has_value());
+  EXPECT_EQ(Body(request), "body");
+  EXPECT_EQ(QueryHttpDataAvailable(request), 0U);
+  CloseHttpHandle(request);
+  CloseHttpHandle(request);
+  EXPECT_EQ(Text(request), "(none)");
+
+  const ServedRequest served = server_->Requests().at(0);
+  EXPECT_EQ(served.path, "/some%20path");
+  EXPECT_TRUE(served.head.starts_with("GET /some%20path HTTP/1.1\r\n"));
+  EXPECT_NE(served.head.find("User-Agent: TestAgent\r\n"), std::string::npos);
+  EXPECT_EQ(served.head.find("Accept-Encoding"), std::string::npos);
+}
+
+TEST_F(Http, PathsGoOutAsTheyStand) {
+  Connect([](const ServedRequest&) { return Ok(""); });
+  for (const char* path : {"/a/../b/./c", "/a%20b", "/a?b=c", "//a", "/"}) {
+    CloseHttpHandle(Get(path));
+    EXPECT_EQ(server_->Requests().back().path, path);
+  }
+  CloseHttpHandle(Get("/\x83\x65.dat"));
+  EXPECT_EQ(server_->Requests().back().path, "/%83e.dat");
+  CloseHttpHandle(Get("no-slash"));
+  EXPECT_EQ(server_->Requests().back().path, "/no-slash");
+  const std::size_t count = server_->Requests().size();
+  EXPECT_EQ(Text(Get("/a\r\nX: y")), "(none)");
+  EXPECT_EQ(server_->Requests().size(), count);
+}
+
+TEST_F(Http, OneConnectionIsKeptAndReplaced) {
+  int answered = 0;
+  Connect([&answered](const ServedRequest&) {
+    Reply reply = Ok("x");
+    // Every third answer is the last one on its connection, and doesn't say so.
+    if (++answered % 3 == 0) reply.end = Reply::End::kClose;
+    return reply;
+  });
+  for (int i = 0; i < 12; ++i) {
+    const HttpHandle request = Get("/x");
+    EXPECT_EQ(Text(request), "200") << i;
+    EXPECT_EQ(Body(request), "x");
+    CloseHttpHandle(request);
+  }
+  EXPECT_EQ(server_->Requests().size(), 12U);
+  EXPECT_EQ(server_->Requests().back().connection, 4);
+}
+
+TEST_F(Http, RedirectsAndCredentials) {
+  Connect(
+      [](const ServedRequest& request) {
+        const bool knows = request.head.find("Authorization: Basic dXNlcjpwdw==") !=
+                           std::string::npos;
+        if (request.path == "/moved") return Status(302, "Location: /there\r\n", "moved");
+        if (request.path == "/there") return Ok("found");
+        if (request.path == "/loop") return Status(302, "Location: /loop\r\n");
+        return knows ? Ok("secret") : Status(401, "WWW-Authenticate: Basic realm=\"x\"\r\n");
+      },
+      "user", "pw");
+  const HttpHandle moved = Get("/moved");
+  EXPECT_EQ(Text(moved), "200");
+  EXPECT_EQ(Body(moved), "found");
+  const HttpHandle secret = Get("/secret");
+  EXPECT_EQ(Text(secret), "200");
+  EXPECT_EQ(Body(secret), "secret");
+  EXPECT_NE(Text(Get("/loop")), "200");
+  // Credentials go out only when they are asked for.
+  EXPECT_EQ(server_->Requests().at(0).head.find("Authorization"), std::string::npos);
+}
+
+TEST_F(Http, BodiesThatEndEarlyBreakOrStall) {
+  const std::string length = "Content-Length: 10\r\n";
+  const struct {
+    const char* name;
+    Reply reply;
+    std::string body;
+  } cases[] = {
+      {"whole", Raw(length, "0123456789"), "0123456789"},
+      {"closed early", Raw(length, "01234"), "01234"},
+      {"stalled", Raw(length, "01234", Reply::End::kStall), "01234"},
+      {"chunked", Raw("Transfer-Encoding: chunked\r\n", "3\r\nabc\r\n0\r\n\r\n"), "abc"},
+      {"until the close", Raw("", "abc"), "abc"},
+      {"too much", Raw(length, "0123456789and more"), "0123456789"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    Connect([&test](const ServedRequest&) { return test.reply; });
+    const std::uint32_t start = TickCount();
+    const HttpHandle request = Get("/x");
+    EXPECT_EQ(Text(request), "200");
+    EXPECT_EQ(Body(request), test.body);
+    CloseHttpHandle(request);
+    EXPECT_LT(TickCount() - start, 3000U);
+  }
+}
+
+// One read for more than there is: an early end is an end, a broken transfer a failure.
+TEST_F(Http, ReadOfTheWholeBody) {
+  const std::string length = "Content-Length: 10\r\n";
+  const struct {
+    const char* name;
+    Reply reply;
+    bool result;
+    std::uint32_t read;
+  } cases[] = {
+      {"whole", Raw(length, "0123456789"), true, 10},
+      {"closed early", Raw(length, "01234"), true, 5},
+      {"stalled", Raw(length, "01234", Reply::End::kStall), false, 5},
+      {"empty", Ok(""), true, 0},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    Connect([&test](const ServedRequest&) { return test.reply; });
+    const HttpHandle request = Get("/x");
+    char buffer[10];
+    std::uint32_t read = 99;
+    EXPECT_EQ(ReadHttp(request, buffer, sizeof buffer, read), test.result);
+    EXPECT_EQ(read, test.read);
+    CloseHttpHandle(request);
+  }
+}
+
+TEST_F(Http, LargeBodyArrivesWhole) {
+  std::string large(20 << 20, '\0');
+  for (std::size_t i = 0; i < large.size(); ++i) large[i] = static_cast<char>(i * 2654435761U >> 13);
+  Connect([&large](const ServedRequest&) { return Ok(large); });
+  const HttpHandle request = Get("/large");
+  EXPECT_TRUE(Body(request) == large);
+  CloseHttpHandle(request);
+}
+
+TEST_F(Http, HandlesAndHostsThatAreNone) {
+  for (const char* host : {"", "a b", "a/b", "a\r\nb", "u@h"}) {
+    const HttpHandle session = OpenHttpSession("x");
+    EXPECT_EQ(ConnectHttp(session, host, 80, "", ""), kNoHttpHandle) << host;
+    CloseHttpHandle(session);
+  }
+  EXPECT_EQ(ConnectHttp(kNoHttpHandle, "h", 80, "", ""), kNoHttpHandle);
+  EXPECT_EQ(OpenHttpGet(kNoHttpHandle, "/"), kNoHttpHandle);
+  std::uint32_t read = 9;
+  char byte = 0;
+  EXPECT_FALSE(ReadHttp(kNoHttpHandle, &byte, 1, read));
+  EXPECT_EQ(read, 0U);
+  EXPECT_EQ(QueryHttpDataAvailable(kNoHttpHandle), 0U);
+  SendHttpRequest(kNoHttpHandle);
+  CloseHttpHandle(kNoHttpHandle);
+}
+
+TEST_F(Http, SilentServerIsGivenUp) {
+  Connect([](const ServedRequest&) { return Reply{"", Reply::End::kStall}; });
+  const std::uint32_t start = TickCount();
+  EXPECT_EQ(Text(Get("/x")), "(none)");
+  EXPECT_GE(TickCount() - start, 900U);
+  EXPECT_LT(TickCount() - start, 3000U);
+}
+
+}  // namespace
+}  // namespace velmora::platform

@@ -1,0 +1,596 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "base/text.h"
+#include "base/texts.h"
+#include "engine/record_set.h"
+#include "engine/update_run.h"
+#include "engine/update_state.h"
+#include "engine/verify_cache.h"
+#include "settings/patcher_settings.h"
+#include "support/recording_dialog.h"
+#include "support/workspace.h"
+#include "ui/update_dialog.h"
+
+namespace velmora::test {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const std::string kHost = "127.0.0.1";
+
+std::string Checking(int index, int total, const std::string& path) {
+  return FormatText("status %s %d / %d \n%s", texts::kChecking, index, total, path.c_str());
+}
+
+std::string Removing(int index, int total, const std::string& path) {
+  return FormatText("status %s %d / %d \n%s", texts::kRemoving, index, total, path.c_str());
+}
+
+std::string ErrorBox(const std::string& text) {
+  return FormatText("box 40010 %s|%s", texts::kErrorCaption, text.c_str());
+}
+
+std::string NotOnServerBox(const std::string& path) {
+  return ErrorBox(FormatText(texts::kNotOnServer, path.c_str()));
+}
+
+// What every run shows up to its first pass, and what it shows at its end.
+const Lines kStart = {"enable 1001 0",    "range 1002 0 1", "step 1002 1",
+                      "position 1002 0",  "enable 1000 0",
+                      std::string("status ") + texts::kConnecting};
+const Lines kEnterPasses = {"position 1002 0", "enable 1000 1", "caption 1000 CancelUpdate"};
+const Lines kCompletedFirst = {std::string("status ") + texts::kCompleted, "enable 1001 1",
+                               "enable 1007 1"};
+const Lines kCancelled = {std::string("status ") + texts::kCancelled};
+const Lines kHandled = {"enable 1000 0"};
+const Lines kClosing = {"caption 1000 UpdateFiles", "enable 1000 1"};
+
+Lines Joined(std::initializer_list<Lines> parts) {
+  Lines all;
+  for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
+// A whole record: its head, the file bar, and what a download of `chunks` moves.
+Lines Record(int index, int total, const std::string& path, int size, const Lines& download = {}) {
+  const std::string text = std::to_string(size);
+  return Joined({{Checking(index, total, path), "range 1005 0 " + text, "step 1005 1"},
+                 download,
+                 {"position 1005 " + text, "stepit 1002"}});
+}
+
+Lines Connected(const std::string& list, int status, int port) {
+  return {"UpdateFiles : Entering FileUpdate Thread.",
+          FormatText("Internet : Trying connect to [Address : %s Port: %d] (User: Psw:)",
+                     kHost.c_str(), port),
+          "InternetOpen() : SUCCESS : Status = N", "InternetConnect() : SUCCESS : Status = N",
+          "requested information file : " + list,
+          FormatText(texts::kLogListStatus, status).substr(0, FormatText(texts::kLogListStatus, status).size() - 1)};
+}
+
+// The log with the numbers of handles hidden.
+Lines Log() {
+  Lines messages = LogMessages();
+  for (std::string& message : messages) {
+    const std::size_t at = message.find("SUCCESS : Status = ");
+    if (at != std::string::npos) message = message.substr(0, at) + "SUCCESS : Status = N";
+  }
+  return messages;
+}
+
+std::string CorrectHash(const std::string& content) {
+  return "Correct Hash : " + Sha1(content) + " [local] vs " + Sha1(content) + " [reference]";
+}
+
+class UpdateRun : public EngineTest {
+ protected:
+  // Asks for a cancel, as the Update button does, when the dialog sees `event`.
+  static void CancelAt(const std::string& event) {
+    Dialog().onEvent = [event](const std::string& seen) {
+      if (seen == event) UpdateState = kCancelAsked;
+    };
+  }
+};
+
+TEST_F(UpdateRun, FirstInstallationShowsAndLogsEveryStep) {
+  WriteFile("old.tmp", "x");
+  WriteFile("good.dat", "good");
+  Serve({{"/hashlist.dat", FileLine("good.dat", "good") + FileLine("sub\\new1.dat", "fresh") +
+                               CompressedLine("packed.dat", "packed content") + "DEL : old.tmp\r\n" +
+                               "EXE : bin\\Game.exe\n"},
+         {"/sub/new1.dat", "fresh"},
+         {"/packed.dat.compressed", Compressed("packed content")}});
+  ASSERT_TRUE(Run());
+
+  const int packedSize = static_cast<int>(Compressed("packed content").size());
+  EXPECT_EQ(Dialog().events,
+            Joined({kStart, kEnterPasses, {"range 1002 0 4", "step 1002 1"},
+                    {Removing(0, 1, "old.tmp"), "stepit 1002"},
+                    Record(0, 3, "good.dat", 4),
+                    Record(1, 3, "packed.dat", packedSize,
+                           {"position 1005 " + std::to_string(packedSize)}),
+                    Record(2, 3, "sub\\new1.dat", 5, {"position 1005 5"}),
+                    kCompletedFirst, kClosing}));
+  EXPECT_EQ(Log(), Joined({Connected("/hashlist.dat", 200, Settings.ServerPort),
+                           {CorrectHash("good"),
+                            "Couldn't find File : File packed.dat will be update. ",
+                            CorrectHash(Compressed("packed content")),
+                            "Update Success : file packed.dat ",
+                            "Couldn't find File : File sub\\new1.dat will be update. ",
+                            CorrectHash("fresh"), "Update Success : file sub\\new1.dat ",
+                            "GetMissingFile() : Update Completed."}}));
+  EXPECT_EQ(FilesHere(), (std::map<std::string, std::string>{
+                             {"good.dat", "good"},
+                             {"packed.dat", "packed content"},
+                             {"sub/new1.dat", "fresh"}}));
+  EXPECT_EQ(UpdateState, kEnded);
+  EXPECT_EQ(Settings.ClientExe, "bin\\Game.exe");
+  EXPECT_EQ(ReadFile("VelmoraUpdate.cvc"),
+            "good.dat " + Sha1("good") + " 4 " + Sha1("good") + " 4 0\r\n" + "packed.dat " +
+                Sha1(Compressed("packed content")) + " " + std::to_string(packedSize) + " " +
+                Sha1("packed content") + " 14 1\r\n" + "sub\\new1.dat " + Sha1("fresh") + " 5 " +
+                Sha1("fresh") + " 5 0\r\n");
+  // One connection serves the whole run.
+  for (const ServedRequest& request : server_->Requests()) EXPECT_EQ(request.connection, 1);
+}
+
+TEST_F(UpdateRun, VouchedFilesAreNeitherReadNorRequested) {
+  const std::string list = FileLine("a.dat", "good") + FileLine("b.dat", "bb");
+  Serve({{"/hashlist.dat", list}, {"/a.dat", "good"}, {"/b.dat", "bb"}});
+  ASSERT_TRUE(Run());
+  WriteFile("a.dat", "changed by the player");
+  std::filesystem::remove("b.dat");
+  std::filesystem::remove("session.log");
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(ReadFile("a.dat"), "changed by the player");
+  EXPECT_EQ(ReadFile("b.dat"), "bb");
+  EXPECT_TRUE(LogMessagesWith("a.dat").empty());
+  EXPECT_EQ(LogMessagesWith("b.dat"),
+            (Lines{"Couldn't find File : File b.dat will be update. ",
+                   "Update Success : file b.dat "}));
+  EXPECT_EQ(RequestedPaths(),
+            (Lines{"/hashlist.dat", "/a.dat", "/b.dat", "/hashlist.dat", "/b.dat"}));
+}
+
+TEST_F(UpdateRun, ListWithoutLinesFillsTheBar) {
+  Serve({{"/hashlist.dat", ""}});
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(Dialog().events,
+            Joined({kStart, kEnterPasses, {"move 1002 1"}, kCompletedFirst, kClosing}));
+  EXPECT_EQ(UpdateState, kEnded);
+  EXPECT_EQ(ReadFile(kCacheFile), "(none)");
+}
+
+TEST_F(UpdateRun, ListOfRemovalsStepsTheFullBar) {
+  WriteFile("a", "x");
+  Serve({{"/hashlist.dat", "DEL : a\nDEL : gone.dat\n"}});
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(Dialog().events,
+            Joined({kStart, kEnterPasses, {"move 1002 1"},
+                    {Removing(0, 2, "a"), "stepit 1002", Removing(1, 2, "gone.dat"),
+                     "stepit 1002"},
+                    kCompletedFirst, kClosing}));
+  EXPECT_EQ(LogMessagesWith("gone.dat"),
+            Lines{"[Error] RemoveFiles( gone.dat ) Couldn't delete this file. "});
+  EXPECT_TRUE(FilesHere().empty());
+}
+
+TEST_F(UpdateRun, CancelTakesEffectAtTheNextRecord) {
+  const std::string list = "DEL : x\nDEL : yy\n" + FileLine("a", "1") + FileLine("bb", "2");
+  const struct {
+    std::string at;
+    Lines shown;  // behind the overall bar's range
+    std::map<std::string, std::string> files;
+    bool completes;
+  } cases[] = {
+      {Removing(0, 2, "x"),
+       {Removing(0, 2, "x"), "stepit 1002"},
+       {{"yy", "y"}},
+       false},
+      // During the last removal: the next pass sees it at its first record.
+      {Removing(1, 2, "yy"),
+       {Removing(0, 2, "x"), "stepit 1002", Removing(1, 2, "yy"), "stepit 1002"},
+       {},
+       false},
+      {Checking(0, 2, "a"),
+       Joined({{Removing(0, 2, "x"), "stepit 1002", Removing(1, 2, "yy"), "stepit 1002"},
+               Record(0, 2, "a", 1, {"position 1005 1"})}),
+       {{"a", "1"}},
+       false},
+      // During the last record nobody looks any more.
+      {Checking(1, 2, "bb"),
+       Joined({{Removing(0, 2, "x"), "stepit 1002", Removing(1, 2, "yy"), "stepit 1002"},
+               Record(0, 2, "a", 1, {"position 1005 1"}),
+               Record(1, 2, "bb", 1, {"position 1005 1"})}),
+       {{"a", "1"}, {"bb", "2"}},
+       true},
+  };
+  for (const auto& test : cases) {
+    for (const auto& entry : std::filesystem::directory_iterator(".")) {
+      std::filesystem::remove_all(entry);
+    }
+    WriteFile("x", "x");
+    WriteFile("yy", "y");
+    ResetDialog();
+    CancelAt(test.at);
+    Serve({{"/hashlist.dat", list}, {"/a", "1"}, {"/bb", "2"}});
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(Dialog().events,
+              Joined({kStart, kEnterPasses, {"range 1002 0 4", "step 1002 1"}, test.shown,
+                      test.completes ? kCompletedFirst : kCancelled,
+                      test.completes ? Lines{} : kHandled, kClosing}))
+        << test.at;
+    EXPECT_EQ(FilesHere(), test.files);
+    EXPECT_EQ(UpdateState, kEnded);
+    EXPECT_EQ(LogMessagesWith("Cancelled by User").size(), test.completes ? 0U : 1U);
+  }
+}
+
+// What was verified up to the cancel is in the cache, and the next run completes.
+TEST_F(UpdateRun, CancelledRunKeepsItsCache) {
+  Serve({{"/hashlist.dat", FileLine("a", "1") + FileLine("bb", "2")}, {"/a", "1"}, {"/bb", "2"}});
+  CancelAt(Checking(0, 2, "a"));
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(ReadFile(kCacheFile), "a " + Sha1("1") + " 1 " + Sha1("1") + " 1 0\r\n");
+  Dialog().onEvent = nullptr;
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(RequestedPaths(), (Lines{"/hashlist.dat", "/a", "/hashlist.dat", "/bb"}));
+  EXPECT_EQ(Dialog().events.back(), "enable 1000 1");
+  EXPECT_EQ(EventsOf("enable 1001").back(), "enable 1001 1");
+}
+
+TEST_F(UpdateRun, FailuresAtTheConnection) {
+  WriteFile(kCacheFile, "kept H 1 H 1 0\r\n");
+  const Lines nothing;
+  const struct {
+    const char* name;
+    LoopbackServer::Answer answer;  // none: the server is not there
+    std::string host;
+    Lines shown;
+    std::string logged;
+  } cases[] = {
+      {"no host", nullptr, "", {ErrorBox(texts::kNoServer)}, "Couldn't connect to :"},
+      {"refused", nullptr, kHost, {NotOnServerBox("/hashlist.dat")}, ": code 0"},
+      {"404", [](const ServedRequest&) { return Status(404); }, kHost,
+       {NotOnServerBox("/hashlist.dat")}, ": code 404"},
+      {"no length",
+       [](const ServedRequest&) { return Raw("", "FILE : a"); }, kHost,
+       {NotOnServerBox("/hashlist.dat")}, "no usable Content-Length : none"},
+      {"chunked",
+       [](const ServedRequest&) {
+         return Raw("Transfer-Encoding: chunked\r\n", "8\r\nFILE : a\r\n0\r\n\r\n");
+       },
+       kHost, {NotOnServerBox("/hashlist.dat")}, "no usable Content-Length : none"},
+      {"negative length",
+       [](const ServedRequest&) { return Raw("Content-Length: -5\r\n", "FILE : a"); }, kHost,
+       {NotOnServerBox("/hashlist.dat")}, ": code 200"},
+      {"garbage", [](const ServedRequest&) { return Reply{"garbage\r\n\r\n", Reply::End::kClose}; },
+       kHost, {NotOnServerBox("/hashlist.dat")}, ": code 0"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    ResetDialog();
+    std::filesystem::remove("session.log");
+    Serve([](const ServedRequest&) { return Status(500); });
+    if (test.answer) {
+      Serve(test.answer);
+    } else {
+      server_.reset();
+    }
+    Settings.ServerHost = test.host;
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(Dialog().events, Joined({kStart, test.shown, kClosing}));
+    EXPECT_FALSE(LogMessagesWith(test.logged).empty()) << ReadFile("session.log");
+    EXPECT_EQ(UpdateState, kNotRunning);
+    EXPECT_EQ(ReadFile(kCacheFile), "kept H 1 H 1 0\r\n");
+    EXPECT_EQ(UpdateSet.Count(), 0U);
+  }
+  EXPECT_EQ(LogMessagesWith("STATUS_CODE").size(), 2U);
+}
+
+TEST_F(UpdateRun, WrongStatusOfTheListIsLoggedTwice) {
+  Serve([](const ServedRequest&) { return Status(403); });
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(LogMessagesWith(": code 403 ").size(), 2U);
+}
+
+// Each way in which a download can fail, with what the player and the log are told.
+TEST_F(UpdateRun, FailuresOfADownload) {
+  const std::string good = "0123456789";
+  const std::string lost = ErrorBox(texts::kConnectionLost);
+  const auto fileLine = FileLine("d\\f.dat", good);
+  const std::string tooLong =
+      "[Error] Download Failed(Insufficient File data has been read):: d\\f.dat : IndicatedSize:";
+  const struct {
+    const char* name;
+    std::string line;
+    Reply reply;
+    Lines boxes;
+    std::string logged;
+    std::string local;  // the file that was there before
+  } cases[] = {
+      {"404", fileLine, Status(404), {NotOnServerBox("d\\f.dat")}, ": code 404 file = d\\f.dat ",
+       "before"},
+      {"closed early", fileLine,
+       Raw("Content-Length: 10\r\n", "01234"), {lost}, tooLong + "10 ActualRead:5", "before"},
+      {"reset", fileLine, Raw("Content-Length: 10\r\n", "01234", Reply::End::kReset), {lost},
+       tooLong + "10 ActualRead:", "before"},
+      {"no length", fileLine, Raw("", good), {lost}, tooLong, "before"},
+      {"negative length", fileLine, Raw("Content-Length: -10\r\n", good), {lost}, tooLong,
+       "before"},
+      {"more than there is", fileLine, Raw("Content-Length: 2147483647\r\n", good), {lost},
+       tooLong + "2147483647 ActualRead:10", "before"},
+      {"wrong bytes", fileLine, Ok("0123456780"), {ErrorBox(texts::kWrongData)},
+       "Error Invalid Hash : file d\\f.dat Hash is " + Sha1(good) + " ", "before"},
+      {"empty", fileLine, Ok(""), {ErrorBox(texts::kWrongData)}, "Error Invalid Hash : file d\\f",
+       "before"},
+      {"no stream", "FILE : d\\f.dat.compressed, " + Sha1(good) + ", 10, X, 10\n", Ok(good),
+       {ErrorBox(texts::kExpandFailed)}, "Error uncompress failed : file d\\f.dat ", "before"},
+      {"expands beyond its size",
+       "FILE : d\\f.dat.compressed, " + Sha1(Compressed(good)) + ", 18, X, 9\n",
+       Ok(Compressed(good)), {ErrorBox(texts::kExpandFailed)}, "Error uncompress failed", "before"},
+      {"size that can't be had", "FILE : d\\f.dat.compressed, " + Sha1(Compressed(good)) +
+                                     ", 18, X, -1\n",
+       Ok(Compressed(good)), {lost}, "Couldn't allocate -1 bytes : File d\\f.dat ", "before"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    ResetDialog();
+    std::filesystem::remove("session.log");
+    WriteFile("d/f.dat", test.local);
+    Serve([&test](const ServedRequest& request) {
+      return request.path == "/hashlist.dat" ? Ok(FileLine("a", "1") + test.line + FileLine("z\\behind.dat", "z"))
+             : request.path == "/a"          ? Ok("1")
+                                             : test.reply;
+    });
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(EventsOf("box"), test.boxes);
+    EXPECT_FALSE(LogMessagesWith(test.logged).empty()) << ReadFile("session.log");
+    // The failed record's bar doesn't step, the ones behind it are not looked at, the old file stays.
+    EXPECT_EQ(EventsOf("stepit").size(), 1U);
+    EXPECT_EQ(FilesHere(),
+              (std::map<std::string, std::string>{{"a", "1"}, {"d/f.dat", test.local}}));
+    EXPECT_EQ(UpdateState, kNotRunning);
+    const Lines end = Joined({kHandled, kClosing});
+    EXPECT_TRUE(std::equal(end.rbegin(), end.rend(), Dialog().events.rbegin()));
+    EXPECT_EQ(ReadFile(kCacheFile).substr(0, 2), "a ");
+    EXPECT_EQ(EventsOf("enable 1001"), Lines{"enable 1001 0"});
+    std::filesystem::remove(kCacheFile);
+    std::filesystem::remove("a");
+  }
+}
+
+TEST_F(UpdateRun, FailuresToInstall) {
+  const auto serve = [this](const std::string& path) {
+    Serve([path](const ServedRequest& request) {
+      return Ok(request.path == "/hashlist.dat" ? FileLine(path, "new") : "new");
+    });
+  };
+  WriteFile("file", "a file in the way");
+  serve("file\\below.dat");
+  ASSERT_TRUE(Run());
+  ASSERT_EQ(EventsOf("box").size(), 1U);
+  EXPECT_TRUE(EventsOf("box")[0].starts_with(ErrorBox("").substr(0, 18)));
+  EXPECT_FALSE(LogMessagesWith("MakeSureDirectoryPathExists() : file file\\below.dat ").empty());
+  EXPECT_EQ(ReadFile("file"), "a file in the way");
+
+  ResetDialog();
+  std::filesystem::create_directories("folder/inside");
+  serve("folder");
+  ASSERT_TRUE(Run());
+  ASSERT_EQ(EventsOf("box").size(), 1U);
+  EXPECT_FALSE(LogMessagesWith(" CreateFile() : file folder : Err = ").empty());
+  EXPECT_TRUE(std::filesystem::is_directory("folder/inside"));
+  EXPECT_EQ(ReadFile(kCacheFile), "(none)");
+}
+
+TEST_F(UpdateRun, DownloadsByWhatTheServerSays) {
+  // The Content-Length counts and not the list's transfer size; a stream may expand to less than its
+  // size; a plain file gets the listed size.
+  const std::string stream = Compressed("short");
+  Serve({{"/hashlist.dat", "FILE : a, " + Sha1("12345") + ", 999, X, 5\n" +
+                               "FILE : bb.compressed, " + Sha1(stream) + ", x, X, 100\n" +
+                               "FILE : c c.dat, " + Md5("blank") + ", 5, X, 5\n" +
+                               "FILE : dddd.dat, " + Sha1("123") + ", 3, X, 5\n" +
+                               "FILE : eeeeee.dat, " + Sha1("") + ", 0, X, 0\n"},
+         {"/a", "12345"},
+         {"/bb.compressed", stream},
+         {"/c%20c.dat", "blank"},
+         {"/dddd.dat", "123"},
+         {"/eeeeee.dat", ""}});
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(FilesHere(), (std::map<std::string, std::string>{{"a", "12345"},
+                                                             {"bb", "short"},
+                                                             {"c c.dat", "blank"},
+                                                             {"dddd.dat", std::string("123\0\0", 5)},
+                                                             {"eeeeee.dat", ""}}));
+  EXPECT_EQ(UpdateState, kEnded);
+}
+
+TEST_F(UpdateRun, DoubleByteNamesAndRequests) {
+  // The second byte of 0x95 0x5C is a backslash to the request, and part of the name on disk.
+  Serve([](const ServedRequest& request) {
+    if (request.path == "/hashlist.dat") return Ok(FileLine("d\\\x95\x5C.dat", "hyou"));
+    return request.path.starts_with("/d/") && request.path.ends_with("/.dat") ? Ok("hyou")
+                                                                              : Status(404);
+  });
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(FilesHere(), (std::map<std::string, std::string>{{"d/\x95\x5C.dat", "hyou"}}));
+}
+
+TEST_F(UpdateRun, RequestPathThatDoesNotFitIsRefused) {
+  const std::string path(250, 'p');
+  Settings.DataPath = "/base/path";
+  Serve({{"/base/path/hashlist.dat", FileLine(path, "x")}, {"/base/path/" + path, "x"}});
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(RequestedPaths(), Lines{"/base/path/hashlist.dat"});
+  EXPECT_FALSE(LogMessagesWith("its path is too long").empty());
+  EXPECT_EQ(EventsOf("box").size(), 1U);
+  EXPECT_EQ(UpdateState, kNotRunning);
+}
+
+TEST_F(UpdateRun, ReplacedPatcherOrSettingsFileEndsTheRun) {
+  const std::string restart =
+      FormatText("box 40040 VelmoraUpdate|%s", texts::kPatcherUpdated);
+  const struct {
+    std::string path;
+    std::string settingsPath;
+    std::string served;
+    bool restarts;
+    std::string logged;
+  } cases[] = {
+      {"VelmoraUpdate.exe", "./VelmoraUpdate.dat", "/VelmoraUpdate.exe", true,
+       "update program has been updated. need to run new patcher."},
+      {"old\\VelmoraUpdate.exe.bak", "./VelmoraUpdate.dat", "/old/VelmoraUpdate.exe.bak", true,
+       "update program has been updated. need to run new patcher."},
+      {"conf\\VelmoraUpdate.dat", "VelmoraUpdate.dat", "/conf/VelmoraUpdate.dat", true,
+       "data reference file has been updated. need to reboot patch "},
+      // The settings file's own spelling must stand in the path.
+      {"VelmoraUpdate.dat", "./VelmoraUpdate.dat", "/VelmoraUpdate.dat", false, ""},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.path);
+    ResetDialog();
+    RestartRequested = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(".")) {
+      std::filesystem::remove_all(entry);
+    }
+    Settings.SettingsPath = test.settingsPath;
+    const std::string behind(test.path.size() + 3, 'z');
+    Serve({{"/hashlist.dat", FileLine(test.path, "new") + FileLine(behind, "z")},
+           {test.served, "new"},
+           {"/" + behind, "z"}});
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(RestartRequested, test.restarts ? 1U : 0U);
+    EXPECT_EQ(UpdateState, test.restarts ? kRunning : kEnded);
+    EXPECT_EQ(std::filesystem::exists(behind), !test.restarts);
+    if (!test.restarts) continue;
+    EXPECT_FALSE(LogMessagesWith(test.logged).empty());
+    EXPECT_EQ(Dialog().events,
+              Joined({kStart, kEnterPasses, {"range 1002 0 2", "step 1002 1"},
+                      {Checking(0, 2, test.path), "range 1005 0 3", "step 1005 1",
+                       "position 1005 3"},
+                      {restart, "close"}, kHandled, kClosing}));
+    // What was installed is in the cache.
+    EXPECT_EQ(ReadFile(kCacheFile).substr(0, test.path.size()), test.path);
+    // A patcher that is right already asks for nothing.
+    RestartRequested = 0;
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(RestartRequested, 0U);
+  }
+}
+
+TEST_F(UpdateRun, RestartWinsOverACancelAndAFailureToo) {
+  Serve({{"/hashlist.dat", FileLine("VelmoraUpdate.exe", "new")}, {"/VelmoraUpdate.exe", "new"}});
+  CancelAt("position 1005 3");
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(RestartRequested, 1U);
+  EXPECT_EQ(UpdateState, kCancelAsked);
+  EXPECT_TRUE(LogMessagesWith("Cancelled").empty());
+
+  RestartRequested = 0;
+  ResetDialog();
+  Serve({{"/hashlist.dat", FileLine("a", "1") + FileLine("bb", "2")}, {"/a", "wrong"}});
+  CancelAt(Checking(0, 2, "a"));
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(UpdateState, kNotRunning);
+  EXPECT_EQ(EventsOf("box"), Lines{ErrorBox(texts::kWrongData)});
+  EXPECT_TRUE(LogMessagesWith("Cancelled").empty());
+}
+
+TEST_F(UpdateRun, RecheckIsOfferedOnce) {
+  const auto handlers = UpdateDialogHandlers();
+  const auto command = [&handlers](int control) {
+    const int result = handlers.command(control);
+    WaitForRunEnd();
+    return result;
+  };
+  Serve({{"/hashlist.dat", FileLine("a", "1")}, {"/a", "1"}});
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(EventsOf("enable 1007"), Lines{"enable 1007 1"});
+
+  // The damaged file is found, since the cache is gone; the button stays disabled at the end.
+  WriteFile("a", "damaged");
+  ResetDialog();
+  EXPECT_EQ(command(1007), 0);
+  EXPECT_EQ(ReadFile("a"), "1");
+  EXPECT_EQ(RecheckPending, 0);
+  EXPECT_EQ(EventsOf("enable 1007"), Lines{"enable 1007 0"});
+  EXPECT_EQ(EventsOf("enable 1001"), (Lines{"enable 1001 0", "enable 1001 1"}));
+
+  // A re-check that fails stays pending; the run that completes later clears it.
+  ResetDialog();
+  const std::uint16_t port = server_->port();
+  Settings.ServerPort = 1;
+  EXPECT_EQ(command(1007), 0);
+  EXPECT_EQ(RecheckPending, 1);
+  Settings.ServerPort = port;
+  EXPECT_EQ(command(1000), 0);
+  EXPECT_EQ(RecheckPending, 0);
+  EXPECT_EQ(EventsOf("enable 1007"), (Lines{"enable 1007 0", "enable 1007 0"}));
+  // And the next one, started by the Update button, enables it.
+  EXPECT_EQ(command(1000), 0);
+  EXPECT_EQ(EventsOf("enable 1007").back(), "enable 1007 1");
+}
+
+TEST_F(UpdateRun, ASecondRunIsRefusedWhileOneLives) {
+  const auto handlers = UpdateDialogHandlers();
+  int second = 1;
+  int recheck = 1;
+  Serve({{"/hashlist.dat", FileLine("a", "1")}, {"/a", "1"}});
+  WriteFile(kCacheFile, "kept H 1 H 1 0\r\n");
+  bool cacheKept = false;
+  Dialog().onEvent = [&](const std::string& seen) {
+    if (seen != Checking(0, 1, "a")) return;
+    UpdateState = kNotRunning;  // so that the Update button doesn't cancel
+    second = handlers.command(1000);
+    recheck = handlers.command(1007);
+    cacheKept = ReadFile(kCacheFile) != "(none)";
+  };
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(second, -1);
+  EXPECT_EQ(recheck, -1);
+  EXPECT_TRUE(cacheKept);
+  EXPECT_EQ(RecheckPending, 0);
+  EXPECT_EQ(EventsOf("enable 1001 0").size(), 1U);
+}
+
+TEST_F(UpdateRun, UpdateButtonAsksForACancelOnceInState1) {
+  const auto handlers = UpdateDialogHandlers();
+  Serve({{"/hashlist.dat", FileLine("a", "1") + FileLine("bb", "2")}, {"/a", "1"}, {"/bb", "2"}});
+  Dialog().onEvent = [&](const std::string& seen) {
+    if (seen == Checking(0, 2, "a")) {
+      EXPECT_EQ(handlers.command(1000), 0);
+    }
+  };
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(EventsOf("enable 1000"),
+            (Lines{"enable 1000 0", "enable 1000 1", "enable 1000 0", "enable 1000 0",
+                   "enable 1000 1"}));
+  EXPECT_EQ(EventsOf(std::string("status ") + texts::kCancelled).size(), 1U);
+}
+
+TEST_F(UpdateRun, LargeListOfGoodFiles) {
+  std::string list;
+  constexpr int kRecords = 100000;
+  for (int i = 0; i < kRecords; ++i) {
+    list += FormatText("FILE : %06d, 0, 0, 0, 0\n", i);
+  }
+  std::string cache;
+  for (int i = 0; i < kRecords; ++i) cache += FormatText("%06d 0 0 0 0 0\r\n", i);
+  WriteFile(kCacheFile, cache);
+  WriteFile("000000", "");
+  Serve({{"/hashlist.dat", list}});
+  // All but the first file are missing: the run fails at the second record, with everything parsed.
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(UpdateSet.Count(), static_cast<std::uint32_t>(kRecords));
+  EXPECT_EQ(EventsOf("stepit").size(), 1U);
+  EXPECT_EQ(ReadFile(kCacheFile), cache);
+}
+
+}  // namespace
+}  // namespace velmora::test

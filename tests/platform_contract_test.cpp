@@ -120,6 +120,21 @@ TEST_F(FilesContract, RemoveEmptyDirectoryTakesNothingElse) {
   EXPECT_FALSE(fs::exists("full/empty"));
 }
 
+TEST_F(FilesContract, CopyFileOverReplacesAFileByAFile) {
+  const std::string bytes(200'000, '\xA5');
+  fs::create_directory("data");
+  Write("from", bytes);
+  Write("to", "old");
+  for (const char* const target : {"to", "data\\new"}) {
+    EXPECT_TRUE(CopyFileOver("from", target)) << target;
+    EXPECT_EQ(Contents(target), bytes) << target;
+  }
+  EXPECT_FALSE(CopyFileOver("missing", "to"));
+  EXPECT_FALSE(CopyFileOver("from", "data"));
+  EXPECT_FALSE(CopyFileOver("from", "missing\\to"));
+  EXPECT_EQ(Contents("to"), bytes);
+}
+
 TEST_F(FilesContract, MakeDirectoriesOfMakesWhatStandsInFrontOfTheLastBackslash) {
   Write("file", "kept");
   for (const char* const path :

@@ -93,6 +93,8 @@ TEST_F(PosixPlatform, ARunningProgramIsNeitherRemovedNorReplacedUntilItEnds) {
     const RunningProgram program("program");
     EXPECT_FALSE(RemoveFile("program"));
     EXPECT_EQ(LastSystemError(), ETXTBSY);
+    EXPECT_FALSE(CopyFileOver("/bin/true", "program"));
+    EXPECT_EQ(LastSystemError(), ETXTBSY);
     EXPECT_FALSE(OutputFile("program", OutputFile::Mode::kReplace).IsOpen());
     EXPECT_EQ(LastSystemError(), ETXTBSY);
     EXPECT_EQ(fs::file_size("program"), size);
@@ -133,6 +135,9 @@ TEST_F(PosixPlatform, ReplacingKeepsTheModeAndRespectsIt) {
   ASSERT_EQ(chmod("tool", 0754), 0);
   EXPECT_TRUE(OutputFile("tool", OutputFile::Mode::kReplace).Write("new", 3));
   EXPECT_EQ(fs::status("tool").permissions(), fs::perms(0754));
+
+  EXPECT_TRUE(CopyFileOver("tool", "copy"));
+  EXPECT_EQ(fs::status("copy").permissions(), fs::perms(0754));
 
   ASSERT_EQ(chmod("tool", 0555), 0);
   EXPECT_FALSE(OutputFile("tool", OutputFile::Mode::kReplace).IsOpen());

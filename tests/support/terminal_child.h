@@ -39,6 +39,7 @@ class TerminalChild {
   // Waits for the end; the exit code, or 1000 + the signal that killed the child.
   int Wait();
 
+  [[nodiscard]] int outputDescriptor() const { return streams_.output; }
   // All that came so far.
   [[nodiscard]] const std::string& output() const { return output_; }
   [[nodiscard]] const std::string& errors() const { return errors_; }

@@ -2,6 +2,7 @@
 // the few sequences that the dialog uses; any other leaves its mark on the picture.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>

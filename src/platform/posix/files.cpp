@@ -125,9 +125,12 @@ bool CopyFileOver(const std::string& from, const std::string& to) {
 
   std::vector<std::uint8_t> piece(std::size_t{1} << 16);
   const auto room = static_cast<std::uint32_t>(piece.size());
+  std::uint32_t copied = 0;
   while (const std::uint32_t count = source.Read(piece.data(), room)) {
     if (!target.Write(piece.data(), count)) return false;
+    copied += count;
   }
+  if (copied != source.Size()) return false;  // the source stopped to be readable half-way
   struct stat status {};
   return Remember(stat(NativePath(from).c_str(), &status) == 0 &&
                   chmod(NativePath(to).c_str(), status.st_mode & 07777) == 0) &&

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "platform/dialog.h"
 #include "platform/posix/terminal_figures.h"

@@ -1,0 +1,311 @@
+// The whole chain of a start as real processes: installed run, temporary copy, clean-up or restart.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "platform/clock.h"
+#include "support/loopback_server.h"
+#include "support/patcher_process.h"
+#include "support/workspace.h"
+
+namespace velmora::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+constexpr char kPatcher[] = "VelmoraUpdate.exe";
+constexpr char kCopy[] = "_VelmoraUpdate.exe";
+constexpr char kRunningMessage[] = "エラー: 既に動作中です。";
+
+void InstallProgram(const std::string& source, const std::string& name) {
+  fs::copy_file(source, name, fs::copy_options::overwrite_existing);
+}
+
+// An executable script in the place of another program.
+void InstallScript(const std::string& path, const std::string& commands) {
+  WriteFile(path, "#!/bin/sh\n" + commands);
+  fs::permissions(path, fs::perms::owner_all);
+}
+
+class Chain : public testing::Test {
+ protected:
+  Chain() { InstallProgram(VELMORA_PROGRAM, kPatcher); }
+
+  void Serve(std::map<std::string, std::string> files) {
+    Serve([files = std::move(files)](const ServedRequest& request) {
+      const auto found = files.find(request.path);
+      return found == files.end() ? Status(404) : Ok(found->second);
+    });
+  }
+  void Serve(LoopbackServer::Answer answer) {
+    server_ = std::make_unique<LoopbackServer>(std::move(answer));
+    WriteFile("VelmoraUpdate.dat", SettingsText(""));
+  }
+  std::string SettingsText(const std::string& more) const {
+    return "[Setting]\r\nServerAddress=127.0.0.1:" + std::to_string(server_->port()) + "\r\n" +
+           more;
+  }
+  static void ExpectCompleteChain() {
+    EXPECT_FALSE(fs::exists(kCopy));
+    const Lines log = LogMessages();
+    ASSERT_FALSE(log.empty());
+    EXPECT_EQ(log.front(), "==== LogFile Initialized. ====");
+    EXPECT_EQ(log.back(), "Deleted temporary files.");
+  }
+
+  TemporaryFolder folder_;
+  std::unique_ptr<LoopbackServer> server_;
+};
+
+TEST_F(Chain, NothingToUpdate) {
+  Serve({{"/hashlist.dat", ""}});
+  PatcherProcess patcher(kPatcher, {"/I", "id"});
+  patcher.EndInput();
+  EXPECT_EQ(patcher.Wait(), 0);
+  ExpectCompleteChain();
+  const Lines log = LogMessages();
+  EXPECT_EQ(log[1], "Executing : _VelmoraUpdate.exe");
+  EXPECT_EQ(LogMessagesWith("ID = id").size(), 1U);  // the copy; the clean-up ends at its /C
+  const Lines end(log.end() - 4, log.end());
+  EXPECT_EQ(end, (Lines{"Destroying Window : ", "Execute : Cleaning temporary files.",
+                        "Delete temporary files to close.", "Deleted temporary files."}));
+  EXPECT_EQ(patcher.Errors(), "");
+}
+
+TEST_F(Chain, StaleCopyIsReplaced) {
+  Serve({{"/hashlist.dat", ""}});
+  WriteFile(kCopy, "left behind");
+  PatcherProcess patcher(kPatcher, {});
+  patcher.EndInput();
+  EXPECT_EQ(patcher.Wait(), 0);
+  ExpectCompleteChain();
+}
+
+TEST_F(Chain, SecondStartMeetsTheMessageAndTheFirstStays) {
+  Serve({{"/hashlist.dat", ""}});
+  PatcherProcess first(kPatcher, {}, "first");
+  ASSERT_TRUE(first.HasShown("Start Game button: enabled"));
+  const std::size_t logged = LogMessages().size();
+
+  PatcherProcess second(kPatcher, {}, "second");
+  EXPECT_EQ(second.Wait(), 0);
+  EXPECT_TRUE(second.Errors().starts_with(kRunningMessage)) << second.Errors();
+  EXPECT_TRUE(fs::exists(kCopy));
+  EXPECT_EQ(LogMessages().back(), "Error CopyFile() : Already exists same application ");
+  EXPECT_GT(LogMessages().size(), logged);
+
+  first.Send("close");
+  EXPECT_EQ(first.Wait(), 0);
+  ExpectCompleteChain();
+}
+
+// A copy that runs by itself meets the mutex of the other one, and its clean-up waits for both.
+TEST_F(Chain, SecondCopyMeetsTheMutex) {
+  Serve({{"/hashlist.dat", ""}});
+  PatcherProcess first(kPatcher, {}, "first");
+  ASSERT_TRUE(first.HasShown("Start Game button: enabled"));
+  InstallProgram(VELMORA_PROGRAM, "_other.exe");
+  PatcherProcess second("_other.exe", {}, "second");
+  for (int i = 0; i < 500 && LogMessagesWith("Delete temporary files to close.").empty(); ++i) {
+    usleep(10000);
+  }
+  EXPECT_TRUE(second.Errors().starts_with(kRunningMessage)) << second.Errors();
+  EXPECT_EQ(LogMessagesWith("Detect CreateMutex() : Already exists same application ").size(), 1U);
+  EXPECT_TRUE(fs::exists(kCopy));
+
+  first.Send("close");
+  EXPECT_EQ(first.Wait(), 0);
+  EXPECT_EQ(second.Wait(), 0);
+  EXPECT_FALSE(fs::exists(kCopy));
+  EXPECT_FALSE(LogMessagesWith("Deleted temporary files.").empty());
+}
+
+TEST_F(Chain, RoleGoesByTheFileName) {
+  Serve({{"/hashlist.dat", ""}});
+  // Without an underscore: an installed patcher, whose last launch is of the fixed name.
+  InstallProgram(VELMORA_PROGRAM, "Other.exe");
+  {
+    PatcherProcess patcher("Other.exe", {});
+    patcher.EndInput();
+    EXPECT_EQ(patcher.Wait(), 0);
+    ExpectCompleteChain();
+  }
+  // With one: a temporary copy at once, and no new log.
+  InstallProgram(VELMORA_PROGRAM, "_Other.exe");
+  const std::size_t logged = LogMessages().size();
+  PatcherProcess patcher("_Other.exe", {});
+  patcher.EndInput();
+  EXPECT_EQ(patcher.Wait(), 0);
+  EXPECT_GT(LogMessages().size(), logged);
+  EXPECT_EQ(LogMessages().back(), "Delete temporary files to close.");
+  EXPECT_TRUE(fs::exists("_Other.exe"));
+
+  // The fixed name isn't there: nobody notices, and the copy stays behind.
+  fs::remove(kPatcher);
+  PatcherProcess alone("Other.exe", {});
+  alone.EndInput();
+  EXPECT_EQ(alone.Wait(), 0);
+  EXPECT_TRUE(fs::exists(kCopy));
+}
+
+TEST_F(Chain, WorkingDirectoryCounts) {
+  Serve({{"/hashlist.dat", FileLine("a.dat", "a")}, {"/a.dat", "a"}});
+  fs::create_directory("away");
+  fs::rename(kPatcher, "away/VelmoraUpdate.exe");
+  PatcherProcess patcher("away/VelmoraUpdate.exe", {});
+  patcher.EndInput();
+  EXPECT_EQ(patcher.Wait(), 0);
+  EXPECT_EQ(ReadFile("a.dat"), "a");
+  EXPECT_TRUE(fs::exists(kCopy));
+  EXPECT_FALSE(fs::exists("away/_VelmoraUpdate.exe"));
+}
+
+TEST_F(Chain, NewPatcherRunsWithThePlayersOptions) {
+  const std::string next = ReadFile(VELMORA_MARKED_PROGRAM);
+  Serve({{"/list2.dat", FileLine("aa.dat", "a") + FileLine(kPatcher, next) +
+                            FileLine("behind-the-patcher.dat", "b")},
+         {"/VelmoraUpdate.exe", next},
+         {"/aa.dat", "a"},
+         {"/behind-the-patcher.dat", "b"}});
+  PatcherProcess patcher(kPatcher, {"/D", "list2.dat", "/I", "id7"});
+  patcher.EndInput();
+  EXPECT_EQ(patcher.Wait(), 0);
+  EXPECT_NE(patcher.Errors().find("VelmoraUpdate: アップデートプログラムが更新されました。"),
+            std::string::npos);
+  EXPECT_EQ(ReadFile(kPatcher), next);
+  EXPECT_EQ(ReadFile("behind-the-patcher.dat"), "b");
+  EXPECT_EQ(ReadFile("edition.txt"),
+            "next edition: /R /D list2.dat /I id7\n"
+            "next edition: /D list2.dat /I id7\n"
+            "next edition: /C /D list2.dat /I id7\n");
+  ExpectCompleteChain();
+  // The log of the run that replaced the patcher is gone, and its cache is not.
+  EXPECT_TRUE(LogMessagesWith("update program has been updated").empty());
+  EXPECT_TRUE(LogMessagesWith("Correct Hash : " + Sha1(next)).empty());
+}
+
+TEST_F(Chain, NewSettingsFileIsReadByTheNextProcess) {
+  std::string settings;
+  Serve([&settings](const ServedRequest& request) {
+    if (request.path == "/hashlist.dat") return Ok(FileLine("./VelmoraUpdate.dat", settings));
+    if (request.path == "/./VelmoraUpdate.dat" || request.path == "/VelmoraUpdate.dat") {
+      return Ok(settings);
+    }
+    return request.path == "/other.dat" ? Ok("") : Status(404);
+  });
+  settings = SettingsText("DataFile=other.dat\r\n");
+  PatcherProcess patcher(kPatcher, {});
+  patcher.EndInput();
+  EXPECT_EQ(patcher.Wait(), 0);
+  EXPECT_EQ(ReadFile("VelmoraUpdate.dat"), settings);
+  EXPECT_EQ(LogMessagesWith("requested information file"),
+            Lines{"requested information file : /other.dat"});
+  ExpectCompleteChain();
+}
+
+TEST_F(Chain, CleanUpAndRestartWaitForTheCopyToEnd) {
+  Serve({{"/hashlist.dat", ""}});
+  for (const std::string option : {"/C", "/R"}) {
+    InstallProgram("/bin/sleep", kCopy);
+    PatcherProcess copy(kCopy, {"2"}, "copy");
+    usleep(100000);
+    const std::uint32_t start = platform::TickCount();
+    PatcherProcess patcher(kPatcher, {option});
+    patcher.EndInput();
+    EXPECT_EQ(patcher.Wait(), 0);
+    EXPECT_GE(platform::TickCount() - start, 1500U) << option;
+    EXPECT_EQ(copy.Wait(), 0);
+    EXPECT_FALSE(fs::exists(kCopy));
+    EXPECT_EQ(LogMessages().back(), "Deleted temporary files.");
+  }
+}
+
+TEST_F(Chain, CloseDuringADownload) {
+  Serve([](const ServedRequest& request) {
+    if (request.path == "/hashlist.dat") return Ok(FileLine("a.dat", "0123456789"));
+    return Raw("Content-Length: 10\r\n", "0123", Reply::End::kStall);
+  });
+  WriteFile("VelmoraUpdate.cvc", "kept H 1 H 1 0\r\n");
+  PatcherProcess patcher(kPatcher, {});
+  ASSERT_TRUE(patcher.HasShown("file bar: 40 %"));
+  const std::uint32_t start = platform::TickCount();
+  patcher.Send("close");
+  EXPECT_EQ(patcher.Wait(), 0);
+  EXPECT_LT(platform::TickCount() - start, 5000U);
+  ExpectCompleteChain();
+  EXPECT_EQ(ReadFile("VelmoraUpdate.cvc"), "kept H 1 H 1 0\r\n");
+  EXPECT_FALSE(fs::exists("a.dat"));
+}
+
+// Ctrl-C asks a run to stop, and closes the dialog when there is none.
+TEST_F(Chain, InterruptCancelsAndThenCloses) {
+  Serve([](const ServedRequest& request) {
+    if (request.path == "/hashlist.dat") {
+      return Ok(FileLine("a.dat", "0123456789") + FileLine("bb.dat", "x"));
+    }
+    return Raw("Content-Length: 10\r\n", "0123", Reply::End::kStall);
+  });
+  PatcherProcess patcher(kPatcher, {});
+  ASSERT_TRUE(patcher.HasShown("file bar: 40 %"));
+  kill(patcher.id(), SIGINT);
+  EXPECT_TRUE(patcher.HasShown("Update button: disabled"));
+  kill(patcher.id(), SIGINT);
+  EXPECT_EQ(patcher.Wait(), 0);
+  ExpectCompleteChain();
+}
+
+TEST_F(Chain, GameGetsItsDirectoryItsIdAndNothingElse) {
+  Serve({{"/hashlist.dat", "EXE : \\bin\\Game.exe\n"}});
+  fs::create_directory("bin");
+  InstallScript("bin/Game.exe",
+                "{ pwd; echo \"$#:$*\"; ls /proc/self/fd | wc -l; } > started.tmp\n"
+                "mv started.tmp started\n");
+  PatcherProcess patcher(kPatcher, {"/Iplayer1"});
+  patcher.Send("wait");
+  patcher.Send("start");
+  EXPECT_EQ(patcher.Wait(), 0);
+  for (int i = 0; i < 500 && !fs::exists("bin/started"); ++i) usleep(10000);
+  std::ifstream started("bin/started");
+  std::string directory;
+  std::string words;
+  std::string descriptors;
+  std::getline(started, directory);
+  std::getline(started, words);
+  std::getline(started, descriptors);
+  EXPECT_EQ(directory, fs::canonical("bin").string());
+  EXPECT_EQ(words, "2:-id player1");
+  EXPECT_EQ(std::stoi(descriptors), 4);  // the three streams and the listing's own
+  EXPECT_FALSE(LogMessagesWith("StartGame : Execute \\bin\\Game.exe ").empty());
+  ExpectCompleteChain();
+}
+
+TEST_F(Chain, GameThatIsNotThereEndsThePatcherAllTheSame) {
+  Serve({{"/hashlist.dat", "EXE : NoSuchGame.exe\n"}});
+  PatcherProcess patcher(kPatcher, {});
+  patcher.Send("start");
+  patcher.Send("wait");
+  patcher.Send("start");
+  EXPECT_EQ(patcher.Wait(), 0);
+  EXPECT_EQ(LogMessagesWith("ShellExecuteEx").size(), 1U);
+  EXPECT_EQ(patcher.Errors(), "");
+  ExpectCompleteChain();
+}
+
+TEST_F(Chain, LongTailIsCutBetweenOptions) {
+  Serve({{"/hashlist.dat", ""}});
+  InstallProgram(VELMORA_MARKED_PROGRAM, kPatcher);
+  const std::string longValue(100, 'v');
+  PatcherProcess patcher(kPatcher, {"/I", "one", "/L", longValue, "/H", "http://info/page/of/it"});
+  patcher.EndInput();
+  EXPECT_EQ(patcher.Wait(), 0);
+  EXPECT_TRUE(ReadFile("edition.txt").ends_with("next edition: /C /I one /L " + longValue + " /H\n"))
+      << ReadFile("edition.txt");
+}
+
+}  // namespace
+}  // namespace velmora::test

@@ -1,0 +1,14 @@
+// A patcher of another edition: the same program, which also leaves a line in the file "edition.txt"
+// for each process of it.
+#include <fstream>
+#include <string>
+
+#include "platform/processes.h"
+#include "process/entry.h"
+
+int main(int count, char** arguments) {
+  std::string commandLine;
+  for (int i = 1; i < count; ++i) commandLine += std::string(i > 1 ? " " : "") + arguments[i];
+  std::ofstream("edition.txt", std::ios::app) << "next edition: " << commandLine << "\n";
+  velmora::platform::EndProcess(velmora::RunProgram(commandLine));
+}

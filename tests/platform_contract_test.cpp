@@ -553,6 +553,8 @@ std::atomic<int> entered = 0;
 std::atomic<bool> mayEnd = false;
 
 TEST(ThreadsContract, AThreadRunsBesideItsStarterAndOutlivesItsHandle) {
+  entered = 0;
+  mayEnd = false;
   const ThreadHandle thread = StartThread([] {
     ++entered;
     while (!mayEnd) std::this_thread::yield();

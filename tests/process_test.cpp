@@ -26,12 +26,6 @@ void InstallProgram(const std::string& source, const std::string& name) {
   fs::copy_file(source, name, fs::copy_options::overwrite_existing);
 }
 
-// An executable script in the place of another program.
-void InstallScript(const std::string& path, const std::string& commands) {
-  WriteFile(path, "#!/bin/sh\n" + commands);
-  fs::permissions(path, fs::perms::owner_all);
-}
-
 class Chain : public testing::Test {
  protected:
   Chain() { InstallProgram(VELMORA_PROGRAM, kPatcher); }
@@ -64,9 +58,10 @@ class Chain : public testing::Test {
 
 TEST_F(Chain, NothingToUpdate) {
   Serve({{"/hashlist.dat", ""}});
-  PatcherProcess patcher(kPatcher, {"/I", "id"});
+  PatcherProcess patcher(kPatcher, {"/I", "id", "/H", "http://info/"});
   patcher.EndInput();
   EXPECT_EQ(patcher.Wait(), 0);
+  EXPECT_NE(patcher.Output().find("page: http://info/\n"), std::string::npos);
   ExpectCompleteChain();
   const Lines log = LogMessages();
   EXPECT_EQ(log[1], "Executing : _VelmoraUpdate.exe");
@@ -190,19 +185,22 @@ TEST_F(Chain, NewPatcherRunsWithThePlayersOptions) {
 }
 
 TEST_F(Chain, NewSettingsFileIsReadByTheNextProcess) {
-  std::string settings;
-  Serve([&settings](const ServedRequest& request) {
-    if (request.path == "/hashlist.dat") return Ok(FileLine("./VelmoraUpdate.dat", settings));
-    if (request.path == "/./VelmoraUpdate.dat" || request.path == "/VelmoraUpdate.dat") {
-      return Ok(settings);
-    }
-    return request.path == "/other.dat" ? Ok("") : Status(404);
+  // The new settings name the server as the request did.
+  const auto settings = [](const ServedRequest& request) {
+    const std::size_t host = request.head.find("Host: ") + 6;
+    return "[Setting]\r\nDataFile=other.dat\r\nServerAddress=" +
+           request.head.substr(host, request.head.find('\r', host) - host) + "\r\n";
+  };
+  Serve([settings](const ServedRequest& request) {
+    if (request.path == "/other.dat") return Ok("");
+    const std::string content = settings(request);
+    return Ok(request.path == "/hashlist.dat" ? FileLine("./VelmoraUpdate.dat", content)
+                                              : content);
   });
-  settings = SettingsText("DataFile=other.dat\r\n");
   PatcherProcess patcher(kPatcher, {});
   patcher.EndInput();
   EXPECT_EQ(patcher.Wait(), 0);
-  EXPECT_EQ(ReadFile("VelmoraUpdate.dat"), settings);
+  EXPECT_TRUE(ReadFile("VelmoraUpdate.dat").starts_with("[Setting]\r\nDataFile=other.dat\r\n"));
   EXPECT_EQ(LogMessagesWith("requested information file"),
             Lines{"requested information file : /other.dat"});
   ExpectCompleteChain();
@@ -260,11 +258,13 @@ TEST_F(Chain, InterruptCancelsAndThenCloses) {
 }
 
 TEST_F(Chain, GameGetsItsDirectoryItsIdAndNothingElse) {
-  Serve({{"/hashlist.dat", "EXE : \\bin\\Game.exe\n"}});
-  fs::create_directory("bin");
-  InstallScript("bin/Game.exe",
-                "{ pwd; echo \"$#:$*\"; ls /proc/self/fd | wc -l; } > started.tmp\n"
-                "mv started.tmp started\n");
+  // A game that comes with the update can be started at once.
+  const std::string game =
+      "#!/bin/sh\n"
+      "{ pwd; echo \"$#:$*\"; ls /proc/self/fd | wc -l; } > started.tmp\n"
+      "mv started.tmp started\n";
+  Serve({{"/hashlist.dat", FileLine("bin\\Game.exe", game) + "EXE : \\bin\\Game.exe\n"},
+         {"/bin/Game.exe", game}});
   PatcherProcess patcher(kPatcher, {"/Iplayer1"});
   patcher.Send("wait");
   patcher.Send("start");

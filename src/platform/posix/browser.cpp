@@ -1,7 +1,7 @@
 // A terminal shows no page: the pane names the page's address instead.
 #include "platform/browser.h"
 
-#include "platform/posix/terminal_state.h"
+#include "platform/posix/terminal_page.h"
 
 namespace velmora::platform {
 namespace {
@@ -27,6 +27,6 @@ void SetBrowserDropTarget(Browser, int) {}
 
 void SetBrowserRegistered(Browser, int) {}
 
-void NavigateBrowser(Browser, const std::string& url) { (void)url; }
+void NavigateBrowser(Browser, const std::string& url) { terminal::ShowPageAddress(url); }
 
 }  // namespace velmora::platform

@@ -2,6 +2,7 @@
 #include "platform/dialog.h"
 
 #include "platform/posix/terminal_loop.h"
+#include "platform/posix/terminal_page.h"
 #include "platform/posix/terminal_state.h"
 
 namespace velmora::platform {
@@ -43,6 +44,10 @@ void ChangeButton(Control control, ChangeOfButton change) {
 }
 
 }  // namespace
+
+void terminal::ShowPageAddress(const std::string& url) {
+  State().Change([&](DialogModel& model) { model.page = url; });
+}
 
 void SetStatusText(const std::string& text) {
   State().Change([&](DialogModel& model) { model.status = text; });

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,10 +35,19 @@ auto RetryInterrupted(Call call) {
   return result;
 }
 
+// Windows runs whatever is called .exe; here a program that comes into being has to be marked as one.
+mode_t ModeOfNewFile(const std::string& native) {
+  const std::size_t dot = native.rfind('.');
+  const bool isProgram =
+      dot != std::string::npos && strcasecmp(native.c_str() + dot, ".exe") == 0;
+  return isProgram ? 0777 : 0666;
+}
+
 int OpenNative(const std::string& native, int flags) {
   // Without O_NONBLOCK, opening a fifo waits for its other end.
   constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-  return RetryInterrupted([&] { return open(native.c_str(), flags | kAlways, 0666); });
+  return RetryInterrupted(
+      [&] { return open(native.c_str(), flags | kAlways, ModeOfNewFile(native)); });
 }
 
 // What Windows keeps in the read-only attribute, which binds every user.

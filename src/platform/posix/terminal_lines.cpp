@@ -19,6 +19,7 @@ bool LooksSame(const Bar& a, const Bar& b) {
 }  // namespace
 
 void LineReport::Note(const DialogModel& model) {
+  NotePage(model.page);
   NoteStatus(model.status);
   NoteFileBar(model.fileBar);
   NoteOverallBar(model.overallBar);
@@ -31,6 +32,12 @@ void LineReport::Add(std::string_view line) {
 }
 
 std::string LineReport::Take() { return std::exchange(lines_, {}); }
+
+void LineReport::NotePage(const std::string& page) {
+  if (page == reported_.page) return;
+  Add("page: " + InOneLine(page));
+  reported_.page = page;
+}
 
 void LineReport::NoteStatus(const std::string& status) {
   if (status == reported_.status) return;

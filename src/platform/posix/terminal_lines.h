@@ -21,6 +21,7 @@ class LineReport {
   [[nodiscard]] std::string Take();
 
  private:
+  void NotePage(const std::string& page);
   void NoteStatus(const std::string& status);
   void NoteFileBar(const Bar& bar);
   void NoteOverallBar(const Bar& bar);

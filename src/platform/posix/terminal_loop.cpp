@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 #include "platform/posix/terminal_device.h"
 #include "platform/posix/terminal_signals.h"
@@ -47,7 +48,7 @@ std::string Printable(std::string text) {
 void WriteError(const std::string& text) {
   Output output;
   output.Add(text);
-  output.Drain(STDERR_FILENO, SignalDescriptor());
+  output.WriteAll(STDERR_FILENO, SignalDescriptor());
 }
 
 }  // namespace
@@ -102,6 +103,7 @@ void DialogLoop::ServeSignals() {
 }
 
 void DialogLoop::ServeSignal(int signal) {
+  if (AsksToEnd(signal)) isPatient_ = false;
   switch (signal) {
     case SIGINT:
       Interrupt();
@@ -192,10 +194,12 @@ void DialogLoop::BeginWait() {
 void DialogLoop::WaitForEvent() {
   pollfd waited[] = {{state_.wakeDescriptor(), POLLIN, 0},
                      {SignalDescriptor(), POLLIN, 0},
-                     {WantsInput() ? STDIN_FILENO : -1, POLLIN, 0}};
-  if (poll(waited, 3, Timeout(Now())) <= 0) return;
+                     {WantsInput() ? STDIN_FILENO : -1, POLLIN, 0},
+                     {pending_.IsPending() ? output_ : -1, POLLOUT, 0}};
+  if (poll(waited, std::size(waited), Timeout(Now())) <= 0) return;
   if (waited[0].revents != 0) state_.ClearWake();
   if (waited[2].revents != 0) ReadInput();
+  if (waited[3].revents != 0) pending_.WriteReady(output_);
 }
 
 int DialogLoop::Timeout(Milliseconds now) {
@@ -283,23 +287,25 @@ void DialogLoop::Draw() {
 
 void DialogLoop::DrawScreen() {
   // A terminal that doesn't take the last picture gets no further one.
-  if (!DrainOutput()) return;
+  if (!pending_.WriteReady(output_)) return;
   const DialogState::Picture picture = state_.TakePicture();
   const ScreenSize size = CurrentScreenSize();
   const double now = static_cast<double>(lastDraw_) / 1000;
   const auto block = RenderBlock(picture.model, figures_.Update(picture.model, now), size.columns);
   const auto box = picture.box ? RenderBox(*picture.box, size.columns) : std::vector<std::string>{};
   pending_.Add(screen_.Show(Arrange(block, box, size.rows), size));
-  DrainOutput();
+  pending_.WriteReady(output_);
 }
 
 void DialogLoop::WriteLines() {
   pending_.Add(ToUtf8(state_.TakeLines()));
-  DrainOutput();
+  pending_.WriteReady(output_);
 }
 
 void DialogLoop::BringOutLines() {
-  if (!screenOn_) WriteLines();
+  if (screenOn_) return;
+  WriteLines();
+  BringOut();
 }
 
 void DialogLoop::SayOnOutput(const std::string& line) {
@@ -322,7 +328,7 @@ void DialogLoop::ClearWay() {
   BringOutLines();
   if (!screenOn_) return;
   pending_.Add(screen_.Erase());
-  DrainOutput();
+  BringOut();
   state_.MarkChanged();
 }
 
@@ -338,7 +344,7 @@ void DialogLoop::GiveBackTerminal() {
 
 void DialogLoop::Suspend() {
   pending_.Add(screen_.Leave());
-  DrainOutput();
+  BringOut();
   GiveBackTerminal();
   StopProcess();
   TakeTerminal();
@@ -351,13 +357,15 @@ void DialogLoop::Finish() {
   Draw();
   pending_.Add(screen_.Leave());
   // A reader that has stopped reading holds this up; another request to end gives it up.
-  while (!DrainOutput()) {
+  while (!pending_.WriteAll(output_, SignalDescriptor())) {
     const auto signal = NextSignal();
     if (signal && AsksToEnd(*signal)) break;
   }
   GiveBackTerminal();
 }
 
-bool DialogLoop::DrainOutput() { return pending_.Drain(output_, SignalDescriptor()); }
+void DialogLoop::BringOut() {
+  if (isPatient_) pending_.WriteAll(output_, SignalDescriptor());
+}
 
 }  // namespace velmora::platform::terminal

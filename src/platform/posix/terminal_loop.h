@@ -66,7 +66,7 @@ class DialogLoop {
   void GiveBackTerminal();
   void Suspend();
   void Finish();
-  bool DrainOutput();
+  void BringOut();
 
   DialogState& state_;
   const DialogHandlers& handlers_;
@@ -75,6 +75,9 @@ class DialogLoop {
   int output_ = -1;
 
   Output pending_;
+  // Whether what must be seen first is waited for. Whoever has asked for an end by a signal isn't
+  // kept waiting by a reader that has stopped.
+  bool isPatient_ = true;
   Screen screen_;
   FigureKeeper figures_;
   Milliseconds lastDraw_ = 0;

@@ -73,6 +73,7 @@ struct DialogModel {
   [[nodiscard]] Bar* FindBar(Control control);
   [[nodiscard]] ButtonState* FindButton(Control control);
 
+  std::string page;  // address of the information page
   std::string status;
   Bar fileBar;
   Bar overallBar;

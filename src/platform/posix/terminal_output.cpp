@@ -9,15 +9,17 @@
 
 namespace velmora::platform::terminal {
 
-bool Output::Drain(int descriptor, int interrupt) {
+bool Output::WriteReady(int descriptor) { return Write(descriptor, -1, 0); }
+
+bool Output::WriteAll(int descriptor, int interrupt) { return Write(descriptor, interrupt, -1); }
+
+bool Output::Write(int descriptor, int interrupt, int timeout) {
   while (written_ < pending_.size()) {
     pollfd waited[] = {{descriptor, POLLOUT, 0}, {interrupt, POLLIN, 0}};
-    if (poll(waited, 2, -1) < 0) continue;
-    if (waited[0].revents != 0) {
-      WriteSome(descriptor);
-    } else if (waited[1].revents != 0) {
-      return false;
-    }
+    const int ready = poll(waited, 2, timeout);
+    if (ready < 0) continue;  // a signal has come; it shows in `interrupt`
+    if (waited[0].revents == 0) return false;
+    WriteSome(descriptor);
   }
   pending_.clear();
   written_ = 0;

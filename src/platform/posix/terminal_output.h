@@ -1,4 +1,5 @@
-// Bytes on their way to a descriptor that may be slow, stopped or gone.
+// Bytes on their way to a descriptor that may be slow, stopped or gone. What can't be written
+// because of an error is dropped.
 #pragma once
 
 #include <cstddef>
@@ -11,13 +12,17 @@ class Output {
  public:
   // Puts `bytes` behind what is still to be written; writes nothing.
   void Add(std::string_view bytes) { pending_ += bytes; }
+  [[nodiscard]] bool IsPending() const { return !pending_.empty(); }
+
+  // Writes what the descriptor takes without waiting. Whether nothing is pending any more.
+  bool WriteReady(int descriptor);
 
   // Writes until nothing is pending, waiting for the reader where that is necessary. False if
-  // `interrupt` became readable while the reader kept it waiting; the rest stays pending then. What
-  // can't be written because of an error is dropped.
-  bool Drain(int descriptor, int interrupt);
+  // `interrupt` became readable while the reader kept it waiting; the rest stays pending then.
+  bool WriteAll(int descriptor, int interrupt);
 
  private:
+  bool Write(int descriptor, int interrupt, int timeout);
   void WriteSome(int descriptor);
 
   std::string pending_;

@@ -119,6 +119,7 @@ std::vector<std::string> RenderBlock(const DialogModel& model, const Figures& fi
                                      std::size_t columns) {
   std::vector<std::string> lines;
   lines.push_back(CutToCells(ToUtf8(texts::kDialogTitle), columns));
+  if (!model.page.empty()) lines.push_back(CutToCells(ToUtf8("Page: " + model.page), columns));
   AddStatus(lines, model.status, columns);
   lines.push_back(BarLine("File", model.fileBar, FileDetails(model.fileBar, figures), columns));
   lines.push_back(

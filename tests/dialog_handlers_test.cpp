@@ -67,8 +67,8 @@ TEST_F(DialogHandlers, PaneWithoutControlOrBrowser) {
   Dialog().browser = 0;
   EXPECT_EQ(EventsOfOpening(),
             (Lines{"enable 1011 0", "enable 1010 0", "icon",
-                   std::string("box 0 ") + texts::kErrorCaption + "|" + texts::kPaneFailed,
-                   "end 0", "enable 1001 0", "release control"}));
+                   std::string("box 0 ") + texts::kErrorCaption + "|" + texts::kPaneFailed, "end 0",
+                   "enable 1001 0", "release control"}));
   handlers_.destroyed();
   EXPECT_TRUE(EventsOf("release browser").empty());
 }
@@ -127,9 +127,9 @@ TEST_F(DialogHandlers, LaunchesAndTheirTexts) {
   std::filesystem::remove("session.log");
   EXPECT_EQ(handlers_.command(1009), 0);
   EXPECT_EQ(handlers_.command(1010), 0);
-  EXPECT_EQ(LogMessages(), (Lines{"ExecOption : Execute VelmoraOption.exe ",
-                                  shell("VelmoraOption.exe", here, ""),
-                                  "ExecOption : Execute dxdiag.exe "}));
+  EXPECT_EQ(LogMessages(),
+            (Lines{"ExecOption : Execute VelmoraOption.exe ", shell("VelmoraOption.exe", here, ""),
+                   "ExecOption : Execute dxdiag.exe "}));
   EXPECT_FALSE(ExecDxDiag());
   EXPECT_TRUE(Dialog().events.empty());
 }

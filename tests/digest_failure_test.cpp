@@ -12,7 +12,7 @@ namespace velmora::platform {
 namespace {
 
 struct DigestService {
-  int opens = 0;                      // how often it was asked to open
+  int opens = 0;                           // how often it was asked to open
   std::vector<std::int32_t> refused = {};  // codes with which the first opens fail, in turn
   bool creates = true;
   bool feeds = true;

@@ -114,8 +114,8 @@ TEST_F(Http, OneConnectionIsKeptAndReplaced) {
 TEST_F(Http, RedirectsAndCredentials) {
   Connect(
       [](const ServedRequest& request) {
-        const bool knows = request.head.find("Authorization: Basic dXNlcjpwdw==") !=
-                           std::string::npos;
+        const bool knows =
+            request.head.find("Authorization: Basic dXNlcjpwdw==") != std::string::npos;
         if (request.path == "/moved") return Status(302, "Location: /there\r\n", "moved");
         if (request.path == "/there") return Ok("found");
         if (request.path == "/loop") return Status(302, "Location: /loop\r\n");
@@ -187,7 +187,8 @@ TEST_F(Http, ReadOfTheWholeBody) {
 
 TEST_F(Http, LargeBodyArrivesWhole) {
   std::string large(20 << 20, '\0');
-  for (std::size_t i = 0; i < large.size(); ++i) large[i] = static_cast<char>(i * 2654435761U >> 13);
+  for (std::size_t i = 0; i < large.size(); ++i)
+    large[i] = static_cast<char>(i * 2654435761U >> 13);
   Connect([&large](const ServedRequest&) { return Ok(large); });
   const HttpHandle request = Get("/large");
   EXPECT_TRUE(Body(request) == large);

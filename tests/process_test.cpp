@@ -194,8 +194,7 @@ TEST_F(Chain, NewSettingsFileIsReadByTheNextProcess) {
   Serve([settings](const ServedRequest& request) {
     if (request.path == "/other.dat") return Ok("");
     const std::string content = settings(request);
-    return Ok(request.path == "/hashlist.dat" ? FileLine("./VelmoraUpdate.dat", content)
-                                              : content);
+    return Ok(request.path == "/hashlist.dat" ? FileLine("./VelmoraUpdate.dat", content) : content);
   });
   PatcherProcess patcher(kPatcher, {});
   patcher.EndInput();
@@ -303,7 +302,8 @@ TEST_F(Chain, LongTailIsCutBetweenOptions) {
   PatcherProcess patcher(kPatcher, {"/I", "one", "/L", longValue, "/H", "http://info/page/of/it"});
   patcher.EndInput();
   EXPECT_EQ(patcher.Wait(), 0);
-  EXPECT_TRUE(ReadFile("edition.txt").ends_with("next edition: /C /I one /L " + longValue + " /H\n"))
+  EXPECT_TRUE(
+      ReadFile("edition.txt").ends_with("next edition: /C /I one /L " + longValue + " /H\n"))
       << ReadFile("edition.txt");
 }
 

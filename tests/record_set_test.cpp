@@ -46,12 +46,12 @@ TEST(RecordSet, OrderOfSmallLists) {
        {"a", "VelmoraUpdate.exe", "VelmoraUpdate.exe", "a"}},
       {{"VelmoraClient.exe", "VelmoraOption.exe", "VelmoraUpdate.dat", "VelmoraUpdate.exe",
         "data\\a.pak", "data\\b.pak"},
-       {"data\\a.pak", "data\\b.pak", "VelmoraUpdate.exe", "VelmoraUpdate.dat",
-        "VelmoraClient.exe", "VelmoraOption.exe"}},
-      {{"data\\a.pak", "data\\b.pak", "VelmoraClient.exe", "VelmoraOption.exe",
-        "VelmoraUpdate.dat", "VelmoraUpdate.exe"},
-       {"VelmoraUpdate.exe", "VelmoraUpdate.dat", "data\\a.pak", "data\\b.pak",
-        "VelmoraClient.exe", "VelmoraOption.exe"}},
+       {"data\\a.pak", "data\\b.pak", "VelmoraUpdate.exe", "VelmoraUpdate.dat", "VelmoraClient.exe",
+        "VelmoraOption.exe"}},
+      {{"data\\a.pak", "data\\b.pak", "VelmoraClient.exe", "VelmoraOption.exe", "VelmoraUpdate.dat",
+        "VelmoraUpdate.exe"},
+       {"VelmoraUpdate.exe", "VelmoraUpdate.dat", "data\\a.pak", "data\\b.pak", "VelmoraClient.exe",
+        "VelmoraOption.exe"}},
       // The marker counts in this case only; an empty path stands first; case tells paths apart;
       // bytes above 0x7F stand behind the others.
       {{"velmoraupdate.exe", "a"}, {"a", "velmoraupdate.exe"}},
@@ -69,10 +69,10 @@ TEST(RecordSet, OrderOfSmallLists) {
 
 TEST(RecordSet, FirstLineOfAPathWinsAndClearForgets) {
   FileRecordSet set;
-  const auto first = set.InsertRecord({.path = "a", .transferHash = "1", .transferSize = "",
-                                       .contentHash = "", .contentSize = ""});
-  const auto second = set.InsertRecord({.path = "a", .transferHash = "2", .transferSize = "",
-                                        .contentHash = "", .contentSize = ""});
+  const auto first = set.InsertRecord(
+      {.path = "a", .transferHash = "1", .transferSize = "", .contentHash = "", .contentSize = ""});
+  const auto second = set.InsertRecord(
+      {.path = "a", .transferHash = "2", .transferSize = "", .contentHash = "", .contentSize = ""});
   EXPECT_TRUE(first.entered);
   EXPECT_FALSE(second.entered);
   EXPECT_EQ(second.position, first.position);
@@ -84,9 +84,9 @@ TEST(RecordSet, FirstLineOfAPathWinsAndClearForgets) {
   EXPECT_TRUE(set.InsertRecord({}).entered);
 }
 
-// A naive model of the same procedure: a red-black tree with value semantics, kept as indices into a
-// list and rebuilt by the textbook's cases in their recursive form, with the order of elements taken
-// by a full walk at every step.
+// A naive model of the same procedure: a red-black tree with value semantics, kept as indices into
+// a list and rebuilt by the textbook's cases in their recursive form, with the order of elements
+// taken by a full walk at every step.
 class NaiveSet {
  public:
   void Insert(const FileRecord& record) {
@@ -194,7 +194,9 @@ class NaiveSet {
 
 TEST(RecordSet, AgreesWithANaiveModelOnRandomLists) {
   std::mt19937 random(20090203);
-  const auto upTo = [&random](unsigned limit) { return static_cast<unsigned>(random() % (limit + 1)); };
+  const auto upTo = [&random](unsigned limit) {
+    return static_cast<unsigned>(random() % (limit + 1));
+  };
   for (int round = 0; round < 10000; ++round) {
     Paths lines;
     for (unsigned i = upTo(24); i > 0; --i) {

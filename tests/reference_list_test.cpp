@@ -79,7 +79,8 @@ TEST(ReferenceList, RemovalsAndClient) {
   const Parsed parsed = Parse(
       "DEL : old.dat\nDEL : *.tmp, R\nDEL : x.compressed, r, 1\n\nEXE : first.exe\nDEL\n"
       "EXE : bin\\second.exe, ignored");
-  EXPECT_EQ(parsed.remove, (std::vector<std::string>{"|", "*.tmp|R", "old.dat|", "x.compressed|r"}));
+  EXPECT_EQ(parsed.remove,
+            (std::vector<std::string>{"|", "*.tmp|R", "old.dat|", "x.compressed|r"}));
   EXPECT_EQ(parsed.clientExe, "bin\\second.exe");
   EXPECT_TRUE(parsed.update.empty());
 
@@ -131,8 +132,8 @@ TEST(ReferenceList, LineWithAnOverlongFieldIsRefused) {
   }
 }
 
-// Whatever a cut list gives, it is made of the text that is there: every field of every record stands
-// in it, and all lines in front of the cut count in full.
+// Whatever a cut list gives, it is made of the text that is there: every field of every record
+// stands in it, and all lines in front of the cut count in full.
 TEST(ReferenceList, CutAtEveryByte) {
   const std::string text =
       "FILE : VelmoraUpdate.exe, HASH1, 100, HASH2, 200\r\n"

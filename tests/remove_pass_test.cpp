@@ -38,10 +38,10 @@ class Removal : public EngineTest {
 };
 
 TEST_F(Removal, ItemsByKind) {
-  const Lines all = {"data/",         "data/a.tmp",         "data/b.dat",  "data/empty/",
-                     "data/sub/",     "data/sub/c.tmp",     "data/sub/deep/",
-                     "data/sub/deep/d.tmp", "noext",        "other/",      "other/e.dat",
-                     "top.dat",       "top.tmp"};
+  const Lines all = {"data/",     "data/a.tmp",     "data/b.dat",     "data/empty/",
+                     "data/sub/", "data/sub/c.tmp", "data/sub/deep/", "data/sub/deep/d.tmp",
+                     "noext",     "other/",         "other/e.dat",    "top.dat",
+                     "top.tmp"};
   const struct {
     const char* path;
     const char* mode;
@@ -54,7 +54,8 @@ TEST_F(Removal, ItemsByKind) {
       {"", "", false, {}},
       {"*.tmp", "", false, {}},
       {"*.tmp", "r", false, {}},
-      {"data", "",
+      {"data",
+       "",
        true,
        {"data/", "data/a.tmp", "data/b.dat", "data/empty/", "data/sub/", "data/sub/c.tmp",
         "data/sub/deep/", "data/sub/deep/d.tmp"}},

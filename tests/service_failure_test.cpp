@@ -125,8 +125,8 @@ TEST_F(ServiceFailure, NoSession) {
   services.opensSession = false;
   EXPECT_TRUE(UpdateFiles());
   EXPECT_EQ(LogMessagesWith("InternetOpen"), Lines{"InternetOpen() : FAILED : Status = 0"});
-  EXPECT_EQ(EventsOf("box"), Lines{FormatText("box 40010 %s|%s", texts::kErrorCaption,
-                                              texts::kNoInternet)});
+  EXPECT_EQ(EventsOf("box"),
+            Lines{FormatText("box 40010 %s|%s", texts::kErrorCaption, texts::kNoInternet)});
   EXPECT_TRUE(services.closed.empty());
 }
 
@@ -135,8 +135,7 @@ TEST_F(ServiceFailure, HandlesAreClosedOnceAndInOrder) {
   EXPECT_TRUE(UpdateFiles());
   EXPECT_EQ(LogMessagesWith("SUCCESS"), (Lines{"InternetOpen() : SUCCESS : Status = ABC",
                                                "InternetConnect() : SUCCESS : Status = DEF"}));
-  EXPECT_EQ(services.closed,
-            (std::vector<platform::HttpHandle>{kRequest, kConnection, kSession}));
+  EXPECT_EQ(services.closed, (std::vector<platform::HttpHandle>{kRequest, kConnection, kSession}));
 
   // A failed download leaves its request to the end of the run.
   services.closed.clear();
@@ -158,21 +157,41 @@ TEST_F(ServiceFailure, BodiesThatBreakOrRunOver) {
     std::string logged;
     Lines positions;
   } cases[] = {
-      {"whole, in pieces", {"10", {"0123", "45678", "9"}}, {}, "Update Success : file f ",
+      {"whole, in pieces",
+       {"10", {"0123", "45678", "9"}},
+       {},
+       "Update Success : file f ",
        {"position 1005 4", "position 1005 9", "position 1005 10", "position 1005 10"}},
-      {"read failure", {"10", {"0123", "45"}, true}, {lost},
-       "[Error] InternetReadFile() :: f : 6", {"position 1005 4", "position 1005 6"}},
-      {"too much in one piece", {"5", {content}}, {lost}, shortened + "5 ActualRead:10",
+      {"read failure",
+       {"10", {"0123", "45"}, true},
+       {lost},
+       "[Error] InternetReadFile() :: f : 6",
+       {"position 1005 4", "position 1005 6"}},
+      {"too much in one piece",
+       {"5", {content}},
+       {lost},
+       shortened + "5 ActualRead:10",
        {"position 1005 10"}},
-      {"too much, piece by piece", {"5", {"012", "345", "6789"}}, {lost},
+      {"too much, piece by piece",
+       {"5", {"012", "345", "6789"}},
+       {lost},
        shortened + "5 ActualRead:10",
        {"position 1005 3", "position 1005 6", "position 1005 10"}},
-      {"too much for nothing", {"0", {content}}, {lost}, shortened + "0 ActualRead:10",
+      {"too much for nothing",
+       {"0", {content}},
+       {lost},
+       shortened + "0 ActualRead:10",
        {"position 1005 10"}},
-      {"unreadable length", {"abc", {content}}, {lost}, shortened + "0 ActualRead:10",
+      {"unreadable length",
+       {"abc", {content}},
+       {lost},
+       shortened + "0 ActualRead:10",
        {"position 1005 10"}},
-      {"length beyond 32 bits", {"99999999999", {content}}, {lost},
-       shortened + "2147483647 ActualRead:10", {"position 1005 10"}},
+      {"length beyond 32 bits",
+       {"99999999999", {content}},
+       {lost},
+       shortened + "2147483647 ActualRead:10",
+       {"position 1005 10"}},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);

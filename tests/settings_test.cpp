@@ -50,8 +50,9 @@ TEST_F(SettingsStore, ServerAddress) {
 }
 
 TEST_F(SettingsStore, KeysDefaultsAndReservedNames) {
-  Load("FTPUserName=KOL\r\nFTPPassword=secret\r\nGameServer=g\r\nData=/d\r\n"
-       "Information=http://i/\r\nDataFile=list.txt\r\n");
+  Load(
+      "FTPUserName=KOL\r\nFTPPassword=secret\r\nGameServer=g\r\nData=/d\r\n"
+      "Information=http://i/\r\nDataFile=list.txt\r\n");
   EXPECT_EQ(Settings.FTPUserName, "");
   EXPECT_EQ(Settings.FTPPassword, "secret");
   EXPECT_EQ(Settings.GameServer, "g");
@@ -126,8 +127,8 @@ class Probe : public SettingsStore {
  protected:
   // False where this user may not serve on port 80.
   bool Redirect(const Reply& reply, const char* address) {
-    redirector_ = std::make_unique<LoopbackServer>(
-        [reply](const ServedRequest&) { return reply; }, 80, address);
+    redirector_ = std::make_unique<LoopbackServer>([reply](const ServedRequest&) { return reply; },
+                                                   80, address);
     return redirector_->IsListening();
   }
   std::unique_ptr<LoopbackServer> redirector_;
@@ -146,8 +147,8 @@ TEST_F(Probe, FollowsEnableCdn) {
       {"empty", Ok(""), "127.0.0.80", "/d", 8080},
       {"no URL", Ok("<html>"), "127.0.0.80", "/d", 8080},
       {"no length", Raw("", "http://cdn.invalid/"), "127.0.0.80", "/d", 8080},
-      {"negative length", Raw("Content-Length: -3\r\n", "http://cdn.invalid/"), "127.0.0.80",
-       "/d", 8080},
+      {"negative length", Raw("Content-Length: -3\r\n", "http://cdn.invalid/"), "127.0.0.80", "/d",
+       8080},
       {"part too long", Ok("http://cdn.invalid/" + std::string(1000, 'x')), "127.0.0.80", "/d",
        8080},
       {"reset", Raw("Content-Length: 30\r\n", "", Reply::End::kReset), "127.0.0.80", "/d", 8080},

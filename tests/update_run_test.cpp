@@ -1,3 +1,5 @@
+#include "engine/update_run.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,7 +9,6 @@
 #include "base/text.h"
 #include "base/texts.h"
 #include "engine/record_set.h"
-#include "engine/update_run.h"
 #include "engine/update_state.h"
 #include "engine/verify_cache.h"
 #include "settings/patcher_settings.h"
@@ -39,9 +40,9 @@ std::string NotOnServerBox(const std::string& path) {
 }
 
 // What every run shows up to its first pass, and what it shows at its end.
-const Lines kStart = {"enable 1001 0",    "range 1002 0 1", "step 1002 1",
-                      "position 1002 0",  "enable 1000 0",
-                      std::string("status ") + texts::kConnecting};
+const Lines kStart = {"enable 1001 0", "range 1002 0 1",
+                      "step 1002 1",   "position 1002 0",
+                      "enable 1000 0", std::string("status ") + texts::kConnecting};
 const Lines kEnterPasses = {"position 1002 0", "enable 1000 1", "caption 1000 CancelUpdate"};
 const Lines kCompletedFirst = {std::string("status ") + texts::kCompleted, "enable 1001 1",
                                "enable 1007 1"};
@@ -67,9 +68,11 @@ Lines Connected(const std::string& list, int status, int port) {
   return {"UpdateFiles : Entering FileUpdate Thread.",
           FormatText("Internet : Trying connect to [Address : %s Port: %d] (User: Psw:)",
                      kHost.c_str(), port),
-          "InternetOpen() : SUCCESS : Status = N", "InternetConnect() : SUCCESS : Status = N",
+          "InternetOpen() : SUCCESS : Status = N",
+          "InternetConnect() : SUCCESS : Status = N",
           "requested information file : " + list,
-          FormatText(texts::kLogListStatus, status).substr(0, FormatText(texts::kLogListStatus, status).size() - 1)};
+          FormatText(texts::kLogListStatus, status)
+              .substr(0, FormatText(texts::kLogListStatus, status).size() - 1)};
 }
 
 // The log with the numbers of handles hidden.
@@ -100,33 +103,33 @@ TEST_F(UpdateRun, FirstInstallationShowsAndLogsEveryStep) {
   WriteFile("old.tmp", "x");
   WriteFile("good.dat", "good");
   Serve({{"/hashlist.dat", FileLine("good.dat", "good") + FileLine("sub\\new1.dat", "fresh") +
-                               CompressedLine("packed.dat", "packed content") + "DEL : old.tmp\r\n" +
-                               "EXE : bin\\Game.exe\n"},
+                               CompressedLine("packed.dat", "packed content") +
+                               "DEL : old.tmp\r\n" + "EXE : bin\\Game.exe\n"},
          {"/sub/new1.dat", "fresh"},
          {"/packed.dat.compressed", Compressed("packed content")}});
   ASSERT_TRUE(Run());
 
   const int packedSize = static_cast<int>(Compressed("packed content").size());
-  EXPECT_EQ(Dialog().events,
-            Joined({kStart, kEnterPasses, {"range 1002 0 4", "step 1002 1"},
-                    {Removing(0, 1, "old.tmp"), "stepit 1002"},
-                    Record(0, 3, "good.dat", 4),
-                    Record(1, 3, "packed.dat", packedSize,
-                           {"position 1005 " + std::to_string(packedSize)}),
-                    Record(2, 3, "sub\\new1.dat", 5, {"position 1005 5"}),
-                    kCompletedFirst, kClosing}));
-  EXPECT_EQ(Log(), Joined({Connected("/hashlist.dat", 200, Settings.ServerPort),
-                           {CorrectHash("good"),
-                            "Couldn't find File : File packed.dat will be update. ",
-                            CorrectHash(Compressed("packed content")),
-                            "Update Success : file packed.dat ",
-                            "Couldn't find File : File sub\\new1.dat will be update. ",
-                            CorrectHash("fresh"), "Update Success : file sub\\new1.dat ",
-                            "GetMissingFile() : Update Completed."}}));
-  EXPECT_EQ(FilesHere(), (std::map<std::string, std::string>{
-                             {"good.dat", "good"},
-                             {"packed.dat", "packed content"},
-                             {"sub/new1.dat", "fresh"}}));
+  EXPECT_EQ(Dialog().events, Joined({kStart,
+                                     kEnterPasses,
+                                     {"range 1002 0 4", "step 1002 1"},
+                                     {Removing(0, 1, "old.tmp"), "stepit 1002"},
+                                     Record(0, 3, "good.dat", 4),
+                                     Record(1, 3, "packed.dat", packedSize,
+                                            {"position 1005 " + std::to_string(packedSize)}),
+                                     Record(2, 3, "sub\\new1.dat", 5, {"position 1005 5"}),
+                                     kCompletedFirst,
+                                     kClosing}));
+  EXPECT_EQ(
+      Log(),
+      Joined({Connected("/hashlist.dat", 200, Settings.ServerPort),
+              {CorrectHash("good"), "Couldn't find File : File packed.dat will be update. ",
+               CorrectHash(Compressed("packed content")), "Update Success : file packed.dat ",
+               "Couldn't find File : File sub\\new1.dat will be update. ", CorrectHash("fresh"),
+               "Update Success : file sub\\new1.dat ", "GetMissingFile() : Update Completed."}}));
+  EXPECT_EQ(FilesHere(), (std::map<std::string, std::string>{{"good.dat", "good"},
+                                                             {"packed.dat", "packed content"},
+                                                             {"sub/new1.dat", "fresh"}}));
   EXPECT_EQ(UpdateState, kEnded);
   EXPECT_EQ(Settings.ClientExe, "bin\\Game.exe");
   EXPECT_EQ(ReadFile("VelmoraUpdate.cvc"),
@@ -149,9 +152,8 @@ TEST_F(UpdateRun, VouchedFilesAreNeitherReadNorRequested) {
   EXPECT_EQ(ReadFile("a.dat"), "changed by the player");
   EXPECT_EQ(ReadFile("b.dat"), "bb");
   EXPECT_TRUE(LogMessagesWith("a.dat").empty());
-  EXPECT_EQ(LogMessagesWith("b.dat"),
-            (Lines{"Couldn't find File : File b.dat will be update. ",
-                   "Update Success : file b.dat "}));
+  EXPECT_EQ(LogMessagesWith("b.dat"), (Lines{"Couldn't find File : File b.dat will be update. ",
+                                             "Update Success : file b.dat "}));
   EXPECT_EQ(RequestedPaths(),
             (Lines{"/hashlist.dat", "/a.dat", "/b.dat", "/hashlist.dat", "/b.dat"}));
 }
@@ -170,10 +172,12 @@ TEST_F(UpdateRun, ListOfRemovalsStepsTheFullBar) {
   Serve({{"/hashlist.dat", "DEL : a\nDEL : gone.dat\n"}});
   ASSERT_TRUE(Run());
   EXPECT_EQ(Dialog().events,
-            Joined({kStart, kEnterPasses, {"move 1002 1"},
-                    {Removing(0, 2, "a"), "stepit 1002", Removing(1, 2, "gone.dat"),
-                     "stepit 1002"},
-                    kCompletedFirst, kClosing}));
+            Joined({kStart,
+                    kEnterPasses,
+                    {"move 1002 1"},
+                    {Removing(0, 2, "a"), "stepit 1002", Removing(1, 2, "gone.dat"), "stepit 1002"},
+                    kCompletedFirst,
+                    kClosing}));
   EXPECT_EQ(LogMessagesWith("gone.dat"),
             Lines{"[Error] RemoveFiles( gone.dat ) Couldn't delete this file. "});
   EXPECT_TRUE(FilesHere().empty());
@@ -187,10 +191,7 @@ TEST_F(UpdateRun, CancelTakesEffectAtTheNextRecord) {
     std::map<std::string, std::string> files;
     bool completes;
   } cases[] = {
-      {Removing(0, 2, "x"),
-       {Removing(0, 2, "x"), "stepit 1002"},
-       {{"yy", "y"}},
-       false},
+      {Removing(0, 2, "x"), {Removing(0, 2, "x"), "stepit 1002"}, {{"yy", "y"}}, false},
       // During the last removal: the next pass sees it at its first record.
       {Removing(1, 2, "yy"),
        {Removing(0, 2, "x"), "stepit 1002", Removing(1, 2, "yy"), "stepit 1002"},
@@ -219,10 +220,13 @@ TEST_F(UpdateRun, CancelTakesEffectAtTheNextRecord) {
     CancelAt(test.at);
     Serve({{"/hashlist.dat", list}, {"/a", "1"}, {"/bb", "2"}});
     ASSERT_TRUE(Run());
-    EXPECT_EQ(Dialog().events,
-              Joined({kStart, kEnterPasses, {"range 1002 0 4", "step 1002 1"}, test.shown,
-                      test.completes ? kCompletedFirst : kCancelled,
-                      test.completes ? Lines{} : kHandled, kClosing}))
+    EXPECT_EQ(Dialog().events, Joined({kStart,
+                                       kEnterPasses,
+                                       {"range 1002 0 4", "step 1002 1"},
+                                       test.shown,
+                                       test.completes ? kCompletedFirst : kCancelled,
+                                       test.completes ? Lines{} : kHandled,
+                                       kClosing}))
         << test.at;
     EXPECT_EQ(FilesHere(), test.files);
     EXPECT_EQ(UpdateState, kEnded);
@@ -255,21 +259,35 @@ TEST_F(UpdateRun, FailuresAtTheConnection) {
   } cases[] = {
       {"no host", nullptr, "", {ErrorBox(texts::kNoServer)}, "Couldn't connect to :"},
       {"refused", nullptr, kHost, {NotOnServerBox("/hashlist.dat")}, ": code 0"},
-      {"404", [](const ServedRequest&) { return Status(404); }, kHost,
-       {NotOnServerBox("/hashlist.dat")}, ": code 404"},
+      {"404",
+       [](const ServedRequest&) { return Status(404); },
+       kHost,
+       {NotOnServerBox("/hashlist.dat")},
+       ": code 404"},
       {"no length",
-       [](const ServedRequest&) { return Raw("", "FILE : a"); }, kHost,
-       {NotOnServerBox("/hashlist.dat")}, "no usable Content-Length : none"},
+       [](const ServedRequest&) { return Raw("", "FILE : a"); },
+       kHost,
+       {NotOnServerBox("/hashlist.dat")},
+       "no usable Content-Length : none"},
       {"chunked",
        [](const ServedRequest&) {
          return Raw("Transfer-Encoding: chunked\r\n", "8\r\nFILE : a\r\n0\r\n\r\n");
        },
-       kHost, {NotOnServerBox("/hashlist.dat")}, "no usable Content-Length : none"},
+       kHost,
+       {NotOnServerBox("/hashlist.dat")},
+       "no usable Content-Length : none"},
       {"negative length",
-       [](const ServedRequest&) { return Raw("Content-Length: -5\r\n", "FILE : a"); }, kHost,
-       {NotOnServerBox("/hashlist.dat")}, ": code 200"},
-      {"garbage", [](const ServedRequest&) { return Reply{"garbage\r\n\r\n", Reply::End::kClose}; },
-       kHost, {NotOnServerBox("/hashlist.dat")}, ": code 0"},
+       [](const ServedRequest&) { return Raw("Content-Length: -5\r\n", "FILE : a"); },
+       kHost,
+       {NotOnServerBox("/hashlist.dat")},
+       ": code 200"},
+      {"garbage",
+       [](const ServedRequest&) {
+         return Reply{"garbage\r\n\r\n", Reply::End::kClose};
+       },
+       kHost,
+       {NotOnServerBox("/hashlist.dat")},
+       ": code 0"},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);
@@ -313,29 +331,67 @@ TEST_F(UpdateRun, FailuresOfADownload) {
     std::string logged;
     std::string local;  // the file that was there before
   } cases[] = {
-      {"404", fileLine, Status(404), {NotOnServerBox("d\\f.dat")}, ": code 404 file = d\\f.dat ",
+      {"404",
+       fileLine,
+       Status(404),
+       {NotOnServerBox("d\\f.dat")},
+       ": code 404 file = d\\f.dat ",
        "before"},
-      {"closed early", fileLine,
-       Raw("Content-Length: 10\r\n", "01234"), {lost}, tooLong + "10 ActualRead:5", "before"},
-      {"reset", fileLine, Raw("Content-Length: 10\r\n", "01234", Reply::End::kReset), {lost},
-       tooLong + "10 ActualRead:", "before"},
+      {"closed early",
+       fileLine,
+       Raw("Content-Length: 10\r\n", "01234"),
+       {lost},
+       tooLong + "10 ActualRead:5",
+       "before"},
+      {"reset",
+       fileLine,
+       Raw("Content-Length: 10\r\n", "01234", Reply::End::kReset),
+       {lost},
+       tooLong + "10 ActualRead:",
+       "before"},
       {"no length", fileLine, Raw("", good), {lost}, tooLong, "before"},
-      {"negative length", fileLine, Raw("Content-Length: -10\r\n", good), {lost}, tooLong,
+      {"negative length",
+       fileLine,
+       Raw("Content-Length: -10\r\n", good),
+       {lost},
+       tooLong,
        "before"},
-      {"more than there is", fileLine, Raw("Content-Length: 2147483647\r\n", good), {lost},
-       tooLong + "2147483647 ActualRead:10", "before"},
-      {"wrong bytes", fileLine, Ok("0123456780"), {ErrorBox(texts::kWrongData)},
-       "Error Invalid Hash : file d\\f.dat Hash is " + Sha1(good) + " ", "before"},
-      {"empty", fileLine, Ok(""), {ErrorBox(texts::kWrongData)}, "Error Invalid Hash : file d\\f",
+      {"more than there is",
+       fileLine,
+       Raw("Content-Length: 2147483647\r\n", good),
+       {lost},
+       tooLong + "2147483647 ActualRead:10",
        "before"},
-      {"no stream", "FILE : d\\f.dat.compressed, " + Sha1(good) + ", 10, X, 10\n", Ok(good),
-       {ErrorBox(texts::kExpandFailed)}, "Error uncompress failed : file d\\f.dat ", "before"},
+      {"wrong bytes",
+       fileLine,
+       Ok("0123456780"),
+       {ErrorBox(texts::kWrongData)},
+       "Error Invalid Hash : file d\\f.dat Hash is " + Sha1(good) + " ",
+       "before"},
+      {"empty",
+       fileLine,
+       Ok(""),
+       {ErrorBox(texts::kWrongData)},
+       "Error Invalid Hash : file d\\f",
+       "before"},
+      {"no stream",
+       "FILE : d\\f.dat.compressed, " + Sha1(good) + ", 10, X, 10\n",
+       Ok(good),
+       {ErrorBox(texts::kExpandFailed)},
+       "Error uncompress failed : file d\\f.dat ",
+       "before"},
       {"expands beyond its size",
        "FILE : d\\f.dat.compressed, " + Sha1(Compressed(good)) + ", 18, X, 9\n",
-       Ok(Compressed(good)), {ErrorBox(texts::kExpandFailed)}, "Error uncompress failed", "before"},
-      {"size that can't be had", "FILE : d\\f.dat.compressed, " + Sha1(Compressed(good)) +
-                                     ", 18, X, -1\n",
-       Ok(Compressed(good)), {lost}, "Couldn't allocate -1 bytes : File d\\f.dat ", "before"},
+       Ok(Compressed(good)),
+       {ErrorBox(texts::kExpandFailed)},
+       "Error uncompress failed",
+       "before"},
+      {"size that can't be had",
+       "FILE : d\\f.dat.compressed, " + Sha1(Compressed(good)) + ", 18, X, -1\n",
+       Ok(Compressed(good)),
+       {lost},
+       "Couldn't allocate -1 bytes : File d\\f.dat ",
+       "before"},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);
@@ -343,14 +399,16 @@ TEST_F(UpdateRun, FailuresOfADownload) {
     std::filesystem::remove("session.log");
     WriteFile("d/f.dat", test.local);
     Serve([&test](const ServedRequest& request) {
-      return request.path == "/hashlist.dat" ? Ok(FileLine("a", "1") + test.line + FileLine("z\\behind.dat", "z"))
-             : request.path == "/a"          ? Ok("1")
-                                             : test.reply;
+      return request.path == "/hashlist.dat"
+                 ? Ok(FileLine("a", "1") + test.line + FileLine("z\\behind.dat", "z"))
+             : request.path == "/a" ? Ok("1")
+                                    : test.reply;
     });
     ASSERT_TRUE(Run());
     EXPECT_EQ(EventsOf("box"), test.boxes);
     EXPECT_FALSE(LogMessagesWith(test.logged).empty()) << ReadFile("session.log");
-    // The failed record's bar doesn't step, the ones behind it are not looked at, the old file stays.
+    // The failed record's bar doesn't step, the ones behind it are not looked at, the old file
+    // stays.
     EXPECT_EQ(EventsOf("stepit").size(), 1U);
     EXPECT_EQ(FilesHere(),
               (std::map<std::string, std::string>{{"a", "1"}, {"d/f.dat", test.local}}));
@@ -389,25 +447,26 @@ TEST_F(UpdateRun, FailuresToInstall) {
 }
 
 TEST_F(UpdateRun, DownloadsByWhatTheServerSays) {
-  // The Content-Length counts and not the list's transfer size; a stream may expand to less than its
-  // size; a plain file gets the listed size.
+  // The Content-Length counts and not the list's transfer size; a stream may expand to less than
+  // its size; a plain file gets the listed size.
   const std::string stream = Compressed("short");
-  Serve({{"/hashlist.dat", "FILE : a, " + Sha1("12345") + ", 999, X, 5\n" +
-                               "FILE : bb.compressed, " + Sha1(stream) + ", x, X, 100\n" +
-                               "FILE : c c.dat, " + Md5("blank") + ", 5, X, 5\n" +
-                               "FILE : dddd.dat, " + Sha1("123") + ", 3, X, 5\n" +
-                               "FILE : eeeeee.dat, " + Sha1("") + ", 0, X, 0\n"},
-         {"/a", "12345"},
-         {"/bb.compressed", stream},
-         {"/c%20c.dat", "blank"},
-         {"/dddd.dat", "123"},
-         {"/eeeeee.dat", ""}});
+  Serve(
+      {{"/hashlist.dat", "FILE : a, " + Sha1("12345") + ", 999, X, 5\n" + "FILE : bb.compressed, " +
+                             Sha1(stream) + ", x, X, 100\n" + "FILE : c c.dat, " + Md5("blank") +
+                             ", 5, X, 5\n" + "FILE : dddd.dat, " + Sha1("123") + ", 3, X, 5\n" +
+                             "FILE : eeeeee.dat, " + Sha1("") + ", 0, X, 0\n"},
+       {"/a", "12345"},
+       {"/bb.compressed", stream},
+       {"/c%20c.dat", "blank"},
+       {"/dddd.dat", "123"},
+       {"/eeeeee.dat", ""}});
   ASSERT_TRUE(Run());
-  EXPECT_EQ(FilesHere(), (std::map<std::string, std::string>{{"a", "12345"},
-                                                             {"bb", "short"},
-                                                             {"c c.dat", "blank"},
-                                                             {"dddd.dat", std::string("123\0\0", 5)},
-                                                             {"eeeeee.dat", ""}}));
+  EXPECT_EQ(FilesHere(),
+            (std::map<std::string, std::string>{{"a", "12345"},
+                                                {"bb", "short"},
+                                                {"c c.dat", "blank"},
+                                                {"dddd.dat", std::string("123\0\0", 5)},
+                                                {"eeeeee.dat", ""}}));
   EXPECT_EQ(UpdateState, kEnded);
 }
 
@@ -434,8 +493,7 @@ TEST_F(UpdateRun, RequestPathThatDoesNotFitIsRefused) {
 }
 
 TEST_F(UpdateRun, ReplacedPatcherOrSettingsFileEndsTheRun) {
-  const std::string restart =
-      FormatText("box 40040 VelmoraUpdate|%s", texts::kPatcherUpdated);
+  const std::string restart = FormatText("box 40040 VelmoraUpdate|%s", texts::kPatcherUpdated);
   const struct {
     std::string path;
     std::string settingsPath;
@@ -470,11 +528,15 @@ TEST_F(UpdateRun, ReplacedPatcherOrSettingsFileEndsTheRun) {
     EXPECT_EQ(std::filesystem::exists(behind), !test.restarts);
     if (!test.restarts) continue;
     EXPECT_FALSE(LogMessagesWith(test.logged).empty());
-    EXPECT_EQ(Dialog().events,
-              Joined({kStart, kEnterPasses, {"range 1002 0 2", "step 1002 1"},
-                      {Checking(0, 2, test.path), "range 1005 0 3", "step 1005 1",
-                       "position 1005 3"},
-                      {restart, "close"}, kHandled, kClosing}));
+    EXPECT_EQ(
+        Dialog().events,
+        Joined({kStart,
+                kEnterPasses,
+                {"range 1002 0 2", "step 1002 1"},
+                {Checking(0, 2, test.path), "range 1005 0 3", "step 1005 1", "position 1005 3"},
+                {restart, "close"},
+                kHandled,
+                kClosing}));
     // What was installed is in the cache.
     EXPECT_EQ(ReadFile(kCacheFile).substr(0, test.path.size()), test.path);
     // A patcher that is right already asks for nothing.
@@ -568,10 +630,23 @@ TEST_F(UpdateRun, UpdateButtonAsksForACancelOnceInState1) {
     }
   };
   ASSERT_TRUE(Run());
-  EXPECT_EQ(EventsOf("enable 1000"),
-            (Lines{"enable 1000 0", "enable 1000 1", "enable 1000 0", "enable 1000 0",
-                   "enable 1000 1"}));
+  EXPECT_EQ(EventsOf("enable 1000"), (Lines{"enable 1000 0", "enable 1000 1", "enable 1000 0",
+                                            "enable 1000 0", "enable 1000 1"}));
   EXPECT_EQ(EventsOf(std::string("status ") + texts::kCancelled).size(), 1U);
+}
+
+TEST_F(UpdateRun, TenRunsInOneProcess) {
+  const std::string content(100000, 'c');
+  Serve({{"/hashlist.dat", FileLine("a", content) + CompressedLine("bb", content)},
+         {"/a", content},
+         {"/bb.compressed", Compressed(content)}});
+  for (int i = 0; i < 10; ++i) {
+    for (const char* file : {"a", "bb", kCacheFile, "session.log"}) std::filesystem::remove(file);
+    ResetDialog();
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(UpdateState, kEnded);
+    EXPECT_EQ(ReadFile("bb"), content);
+  }
 }
 
 TEST_F(UpdateRun, LargeListOfGoodFiles) {

@@ -37,14 +37,14 @@ TEST_F(HashVerification, ReferenceChoosesTheDigest) {
   };
   for (const auto& test : cases) {
     std::filesystem::remove("session.log");
-    EXPECT_EQ(VerifyHash(test.data.data(), static_cast<std::uint32_t>(test.data.size()),
-                         test.reference),
-              test.equal);
+    EXPECT_EQ(
+        VerifyHash(test.data.data(), static_cast<std::uint32_t>(test.data.size()), test.reference),
+        test.equal);
     const std::string texts = test.local + " [local] vs " + test.reference + " [reference]";
-    EXPECT_EQ(LogMessages(),
-              test.equal ? std::vector<std::string>{"Correct Hash : " + texts}
-                         : (std::vector<std::string>{"Difference Hash Error : " + texts,
-                                                     "CompareHash() Error : Code = -9"}));
+    EXPECT_EQ(LogMessages(), test.equal
+                                 ? std::vector<std::string>{"Correct Hash : " + texts}
+                                 : (std::vector<std::string>{"Difference Hash Error : " + texts,
+                                                             "CompareHash() Error : Code = -9"}));
   }
 }
 
@@ -127,8 +127,7 @@ TEST_F(VerificationCache, Reading) {
        "a 1 2 3 4 1\r\n"},
       {start + filled(kMaxCacheLine - start.size()) + "\r\nc 1 2 3 4 1\r\n",
        "b 1 2 3 4 1\r\nc 1 2 3 4 1\r\n"},
-      {"a 1 2 3 4 1\r\n" + start + filled(kMaxCacheLine + 1 - start.size()) +
-           "\r\nc 1 2 3 4 1\r\n",
+      {"a 1 2 3 4 1\r\n" + start + filled(kMaxCacheLine + 1 - start.size()) + "\r\nc 1 2 3 4 1\r\n",
        "a 1 2 3 4 1\r\n"},
       // A path with a blank shifts its fields; its hash isn't taken for a size.
       {"data\\a b.pak " + filled(40) + " 1 " + filled(40) + " 2 1\r\nc 1 2 3 4 1\r\n",

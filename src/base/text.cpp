@@ -25,8 +25,8 @@ std::int32_t ToNumber(std::string_view text) {
 }
 
 std::size_t CharacterLength(std::string_view text, std::size_t position) {
-  const bool isDouble = IsLeadByte(text[position]) && position + 1 < text.size() &&
-                        IsTrailByte(text[position + 1]);
+  const bool isDouble =
+      IsLeadByte(text[position]) && position + 1 < text.size() && IsTrailByte(text[position + 1]);
   return isDouble ? 2 : 1;
 }
 

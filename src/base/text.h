@@ -1,6 +1,6 @@
 // Byte-string helpers that every floor uses. All text of the program is 8-bit text in the
-// platform's ANSI code page, which for this product is code page 932 (Shift-JIS): a character is one
-// byte, or a lead byte followed by a trail byte, and the trail byte may be 0x5C, the backslash.
+// platform's ANSI code page, which for this product is code page 932 (Shift-JIS): a character is
+// one byte, or a lead byte followed by a trail byte, and the trail byte may be 0x5C, the backslash.
 //
 // Everything here is pure and safe to call from any thread.
 #pragma once
@@ -13,15 +13,13 @@
 
 namespace velmora {
 
-// Reads a leading decimal number as the C function atol does: white space, an optional sign, digits;
-// 0 if there is no digit; anything behind the digits is ignored. A value beyond 32 bits gives the
-// nearest 32-bit number.
+// Reads a leading decimal number as the C function atol does: white space, an optional sign,
+// digits; 0 if there is no digit; anything behind the digits is ignored. A value beyond 32 bits
+// gives the nearest 32-bit number.
 [[nodiscard]] std::int32_t ToNumber(std::string_view text);
 
 // White space as the C locale's isspace sees it: blank, \t, \n, \v, \f, \r.
-[[nodiscard]] constexpr bool IsWhiteSpace(char c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
+[[nodiscard]] constexpr bool IsWhiteSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 // True for a byte that starts a double-byte character of code page 932.
 [[nodiscard]] constexpr bool IsLeadByte(char c) {
@@ -35,8 +33,8 @@ namespace velmora {
   return byte >= 0x40 && byte <= 0xFC && byte != 0x7F;
 }
 
-// Length in bytes of the character at `position`, 1 or 2. A lead byte without a trail byte behind it
-// counts as a character of its own. `position` must be inside the text.
+// Length in bytes of the character at `position`, 1 or 2. A lead byte without a trail byte behind
+// it counts as a character of its own. `position` must be inside the text.
 [[nodiscard]] std::size_t CharacterLength(std::string_view text, std::size_t position);
 
 // The longest beginning of `text` that has at most `limit` bytes and ends between two characters.

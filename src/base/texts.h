@@ -1,6 +1,6 @@
-// Every Japanese text that the program shows or logs, in one place. The source is UTF-8; the compiler
-// turns these literals into code page 932, which is what dialogs, message boxes and the log hold.
-// Trailing blanks and line feeds belong to the texts.
+// Every Japanese text that the program shows or logs, in one place. The source is UTF-8; the
+// compiler turns these literals into code page 932, which is what dialogs, message boxes and the
+// log hold. Trailing blanks and line feeds belong to the texts.
 #pragma once
 
 namespace velmora::texts {
@@ -19,8 +19,7 @@ inline constexpr char kRestartCaption[] = "VelmoraUpdate";
 inline constexpr char kAlreadyRunning[] =
     "既に動作中です。\n同時に2個以上起動することは出来ません。";
 inline constexpr char kNoInternet[] = "インターネット接続に問題があります。";
-inline constexpr char kNoServer[] =
-    "サーバに接続できません。\nメンテナンス中の可能性があります。";
+inline constexpr char kNoServer[] = "サーバに接続できません。\nメンテナンス中の可能性があります。";
 inline constexpr char kNotOnServer[] =
     "サーバー上のファイルが見つかりませんでした。\nFile : %s\nメンテナンス中の可能性があります。";
 inline constexpr char kConnectionLost[] =
@@ -35,8 +34,7 @@ inline constexpr char kPaneFailed[] = "インフォメーションウインド�
 
 // Session log. The gap behind STATUS_CODE is one ideographic blank.
 inline constexpr char kLogNoOptions[] = "オプションの指定はありません。\n";
-inline constexpr char kLogListStatus[] =
-    "HttpQueryInfo() HTTP_QUERY_STATUS_CODE　: code %d \n";
+inline constexpr char kLogListStatus[] = "HttpQueryInfo() HTTP_QUERY_STATUS_CODE　: code %d \n";
 inline constexpr char kLogFileStatus[] =
     "HttpQueryInfo() HTTP_QUERY_STATUS_CODE　: code %d file = %s \n";
 inline constexpr char kLogNoDirectory[] =

@@ -45,8 +45,8 @@ void ShowError(const std::string& text) {
 std::optional<std::string> CanonicalPath(const std::string& path) {
   std::string slashPath = path;
   std::replace(slashPath.begin(), slashPath.end(), '\\', '/');
-  const auto escaped = platform::CanonicalizeUrlPath(
-      slashPath, platform::Canonicalize::kUnsafe, kPathBuffer);
+  const auto escaped =
+      platform::CanonicalizeUrlPath(slashPath, platform::Canonicalize::kUnsafe, kPathBuffer);
   if (!escaped) return std::nullopt;
   return platform::CanonicalizeUrlPath(*escaped, platform::Canonicalize::kSpacesOnly, kPathBuffer);
 }

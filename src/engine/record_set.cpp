@@ -69,8 +69,8 @@ FileRecordSet::Iterator FileRecordSet::Link(const FileRecord& record, Node* pare
   return Iterator(node);
 }
 
-// Restores the red-black rules above a new red node: no red node has a red child, and every way down
-// from the root meets as many black ones.
+// Restores the red-black rules above a new red node: no red node has a red child, and every way
+// down from the root meets as many black ones.
 void FileRecordSet::Rebalance(Node* node) {
   while (node != root_ && node->parent->red) {
     Node* parent = node->parent;

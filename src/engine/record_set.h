@@ -21,8 +21,8 @@ namespace velmora {
 // A path that holds this anywhere, in this case, belongs to the patcher itself.
 inline constexpr std::string_view kUpdateMarker = "VelmoraUpdate";
 
-// True when `a` stands before `b`: always if a's path holds the marker; otherwise by length in bytes,
-// then by unsigned byte order.
+// True when `a` stands before `b`: always if a's path holds the marker; otherwise by length in
+// bytes, then by unsigned byte order.
 [[nodiscard]] bool FileRecordBefore(const FileRecord& a, const FileRecord& b);
 
 class FileRecordSet {

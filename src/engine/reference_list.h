@@ -1,5 +1,5 @@
-// The reference list: plain text lines that say which files must exist (FILE), what must go (DEL) and
-// which program the game client is (EXE). Pure: text in, records out.
+// The reference list: plain text lines that say which files must exist (FILE), what must go (DEL)
+// and which program the game client is (EXE). Pure: text in, records out.
 //
 //   FILE : path, transfer hash, transfer size, content hash, content size
 //   DEL : path, mode

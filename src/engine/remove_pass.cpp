@@ -17,9 +17,9 @@ namespace {
 constexpr char kEverything[] = "*.*";
 
 void ShowRecord(const FileRecord& record, std::int32_t index, std::uint32_t total) {
-  platform::SetStatusText(FormatText("%s %d / %d \n", texts::kRemoving, index,
-                                     static_cast<std::int32_t>(total)) +
-                          record.path);
+  platform::SetStatusText(
+      FormatText("%s %d / %d \n", texts::kRemoving, index, static_cast<std::int32_t>(total)) +
+      record.path);
 }
 
 void ShowEntry(const std::string& fullPath) {

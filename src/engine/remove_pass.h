@@ -9,8 +9,8 @@
 
 namespace velmora {
 
-// Removes every item of the set, in its order. A failed removal is logged and the pass goes on. False
-// only if a cancel was seen before a record.
+// Removes every item of the set, in its order. A failed removal is logged and the pass goes on.
+// False only if a cancel was seen before a record.
 [[nodiscard]] bool RemovePass(const FileRecordSet& removeSet);
 
 // Removes one item: with a mode that begins with 'R', every file of the tree whose path matches
@@ -18,8 +18,8 @@ namespace velmora {
 [[nodiscard]] bool RemoveItem(const std::string& path, const std::string& mode);
 
 // Walks the directory `searchPath`, which ends in an asterisk, and everything below it, and deletes
-// the files whose full path matches `pattern`; with the pattern "*.*", the directories too. False if
-// the directory can't be listed, something that was tried failed, or a cancel was seen. An entry
+// the files whose full path matches `pattern`; with the pattern "*.*", the directories too. False
+// if the directory can't be listed, something that was tried failed, or a cancel was seen. An entry
 // whose full path has more than 259 bytes is passed over, logged, and counts as a failure.
 [[nodiscard]] bool RemoveFiles(const std::string& searchPath, const std::string& pattern);
 

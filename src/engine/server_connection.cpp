@@ -45,10 +45,9 @@ bool OpenSession() {
 }
 
 bool OpenConnection() {
-  ConnectionHandle =
-      platform::ConnectHttp(SessionHandle, Settings.ServerHost,
-                            static_cast<std::uint16_t>(Settings.ServerPort & 0xFFFF),
-                            Settings.FTPUserName, Settings.FTPPassword);
+  ConnectionHandle = platform::ConnectHttp(SessionHandle, Settings.ServerHost,
+                                           static_cast<std::uint16_t>(Settings.ServerPort & 0xFFFF),
+                                           Settings.FTPUserName, Settings.FTPPassword);
   const auto status = static_cast<unsigned>(ConnectionHandle.load());
   if (ConnectionHandle == platform::kNoHttpHandle) {
     LogMessage("InternetConnect() : Couldn't connect to %s:%d : Status = %X\n",

@@ -21,9 +21,9 @@ namespace {
 using platform::Control;
 
 void ShowRecord(const FileRecord& record, std::int32_t index, std::uint32_t total) {
-  platform::SetStatusText(FormatText("%s %d / %d \n", texts::kChecking, index,
-                                     static_cast<std::int32_t>(total)) +
-                          record.path);
+  platform::SetStatusText(
+      FormatText("%s %d / %d \n", texts::kChecking, index, static_cast<std::int32_t>(total)) +
+      record.path);
 }
 
 bool ReportMissing(const FileRecord& record) {
@@ -31,8 +31,8 @@ bool ReportMissing(const FileRecord& record) {
   return true;
 }
 
-// Reads the file whole and compares its digest with the list's. A short read isn't told apart from a
-// bad file: what is missing counts as zeros, and the digest decides.
+// Reads the file whole and compares its digest with the list's. A short read isn't told apart from
+// a bad file: what is missing counts as zeros, and the digest decides.
 bool HasListedContent(platform::InputFile& file, const FileRecord& record) {
   const std::uint32_t size = file.Size();
   DataBlock block;

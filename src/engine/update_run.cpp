@@ -27,7 +27,8 @@ using platform::Control;
 
 std::atomic<bool> workerLives = false;
 
-// All that a pass says of its end is a false result; the handler finds the reason in the state words.
+// All that a pass says of its end is a false result; the handler finds the reason in the state
+// words.
 constexpr int kPassEnded = 0;
 
 void EnterPasses() {

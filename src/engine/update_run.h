@@ -1,11 +1,12 @@
-// An update run: load the cache, connect, fetch the list, remove, check and download, save the cache.
-// UpdateFiles prepares it on the dialog's thread; one worker thread carries it out and ends with it.
+// An update run: load the cache, connect, fetch the list, remove, check and download, save the
+// cache. UpdateFiles prepares it on the dialog's thread; one worker thread carries it out and ends
+// with it.
 #pragma once
 
 namespace velmora {
 
-// Prepares and starts a run. True when its worker thread started. A run that lives keeps another one
-// from starting: false, and nothing is touched. Dialog thread.
+// Prepares and starts a run. True when its worker thread started. A run that lives keeps another
+// one from starting: false, and nothing is touched. Dialog thread.
 bool UpdateFiles();
 
 // Whether a run's worker lives. Any thread.

@@ -63,8 +63,8 @@ void AddEntries(std::string_view bytes) {
 
 std::string CacheLine(const FileRecord& record) {
   std::string line = record.path;
-  for (const std::string* field : {&record.transferHash, &record.transferSize,
-                                   &record.contentHash, &record.contentSize}) {
+  for (const std::string* field :
+       {&record.transferHash, &record.transferSize, &record.contentHash, &record.contentSize}) {
     line += ' ';
     line += *field;
   }
@@ -79,8 +79,7 @@ void LoadVerifyCache() {
   if (!file.IsOpen()) return;
   DataBlock bytes;
   if (!bytes.Allocate(file.Size())) return;
-  const std::uint32_t count =
-      file.Read(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+  const std::uint32_t count = file.Read(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
   AddEntries({reinterpret_cast<const char*>(bytes.data()), count});
 }
 

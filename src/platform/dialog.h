@@ -56,8 +56,8 @@ struct DialogHandlers {
   bool (*runInProgress)();      // whether an update run lives; asked by dialogs that take scripts
 };
 
-// Shows the dialog and returns when EndUpdateDialog has ended it, with the number given there; -1 if
-// it can't be built. Once in the life of a process.
+// Shows the dialog and returns when EndUpdateDialog has ended it, with the number given there; -1
+// if it can't be built. Once in the life of a process.
 int RunUpdateDialog(const DialogHandlers& handlers);
 
 // Ends the dialog. Called on the dialog's thread only, from one of the handlers.

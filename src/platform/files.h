@@ -3,7 +3,8 @@
 // second in a double-byte character of code page 932 separates nothing. Names are byte strings and
 // are never converted.
 //
-// Safe from any thread. A failing operation leaves the system's code for LastSystemError, per thread.
+// Safe from any thread. A failing operation leaves the system's code for LastSystemError, per
+// thread.
 #pragma once
 
 #include <cstddef>
@@ -24,15 +25,16 @@ namespace velmora::platform {
 // Removes an empty directory; a trailing backslash is allowed. False for anything else.
 [[nodiscard]] bool RemoveEmptyDirectory(const std::string& path);
 
-// Copies a file with its right to be run, replacing an existing target. False if the source can't be
-// read or the target can't be written, as when it is the program of a running process.
+// Copies a file with its right to be run, replacing an existing target. False if the source can't
+// be read or the target can't be written, as when it is the program of a running process.
 [[nodiscard]] bool CopyFileOver(const std::string& from, const std::string& to);
 
 // Creates every directory that `path` names in front of its last backslash. True when they exist
 // afterwards, which holds at once for a path without a backslash.
 [[nodiscard]] bool MakeDirectoriesOf(const std::string& path);
 
-// A file opened for reading; others may read it meanwhile, and none write. Closed by the destructor.
+// A file opened for reading; others may read it meanwhile, and none write. Closed by the
+// destructor.
 class InputFile {
  public:
   // Fails, so that IsOpen gives false, for whatever isn't a readable file.

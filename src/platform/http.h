@@ -35,17 +35,17 @@ void SetHttpTimeouts(HttpHandle session, std::uint32_t milliseconds);
                                      std::uint16_t port, const std::string& user,
                                      const std::string& password);
 
-// Prepares a GET of `path`, which goes out as it stands; what a request line can't hold (blanks, bytes
-// above 0x7E) is escaped. A path without a leading slash gets one. 0 on failure, as for a path with
-// control characters.
+// Prepares a GET of `path`, which goes out as it stands; what a request line can't hold (blanks,
+// bytes above 0x7E) is escaped. A path without a leading slash gets one. 0 on failure, as for a
+// path with control characters.
 [[nodiscard]] HttpHandle OpenHttpGet(HttpHandle connection, const std::string& path);
 
 // Sends the request and waits for the head of the answer. A failure shows as a status that can't be
 // read.
 void SendHttpRequest(HttpHandle request);
 
-// Decimal text of the answer's status code or Content-Length; nothing if the answer doesn't hold it,
-// if there was no answer, or if the text and its terminator need more than `bufferSize` bytes.
+// Decimal text of the answer's status code or Content-Length; nothing if the answer doesn't hold
+// it, if there was no answer, or if the text and its terminator need more than `bufferSize` bytes.
 [[nodiscard]] std::optional<std::string> QueryHttpField(HttpHandle request, HttpField field,
                                                         std::size_t bufferSize);
 
@@ -53,9 +53,9 @@ void SendHttpRequest(HttpHandle request);
 // ReadHttp gives at once; 0 at the end of the body and after a broken transfer.
 [[nodiscard]] std::uint32_t QueryHttpDataAvailable(HttpHandle request);
 
-// Waits for `size` bytes of the body, or its end. True when all came or the body has ended, also when
-// the server closed the connection early; false on a broken transfer (reset, time-out). `read` is the
-// number of bytes stored in `buffer`, in both cases.
+// Waits for `size` bytes of the body, or its end. True when all came or the body has ended, also
+// when the server closed the connection early; false on a broken transfer (reset, time-out). `read`
+// is the number of bytes stored in `buffer`, in both cases.
 [[nodiscard]] bool ReadHttp(HttpHandle request, void* buffer, std::uint32_t size,
                             std::uint32_t& read);
 

@@ -1,6 +1,6 @@
-// Operations on the text of paths, none of which looks at a disk. They follow Windows' path helpers;
-// where directory texts have slashes, a slash separates like a backslash. Backslashes inside
-// double-byte characters separate nothing. Pure; safe from any thread.
+// Operations on the text of paths, none of which looks at a disk. They follow Windows' path
+// helpers; where directory texts have slashes, a slash separates like a backslash. Backslashes
+// inside double-byte characters separate nothing. Pure; safe from any thread.
 #pragma once
 
 #include <cstddef>

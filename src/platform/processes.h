@@ -20,7 +20,8 @@ void CloseHiddenWindow();
 void DestroyHiddenWindow();
 void PumpUntilQuit();
 
-// A message box outside the dialog, owned by the hidden window. Blocks until the player has answered.
+// A message box outside the dialog, owned by the hidden window. Blocks until the player has
+// answered.
 void ShowStartBox(const std::string& text, const std::string& caption, std::uint32_t type);
 
 // Full path of the running program file.
@@ -30,7 +31,8 @@ void ShowStartBox(const std::string& text, const std::string& caption, std::uint
 // than `bufferSize` bytes with its terminator.
 [[nodiscard]] std::string WorkingDirectory(std::size_t bufferSize);
 
-// `path` in its short form; unchanged if it has none, or one that needs more than `bufferSize` bytes.
+// `path` in its short form; unchanged if it has none, or one that needs more than `bufferSize`
+// bytes.
 [[nodiscard]] std::string ShortPath(const std::string& path, std::size_t bufferSize);
 
 // The folder of the operating system; empty where there is none of that kind.

@@ -25,8 +25,8 @@ struct UrlParts {
 
 enum class Canonicalize { kUnsafe, kSpacesOnly };
 
-// The path in a form fit for a request line: with kUnsafe, blanks and other unsafe bytes become %XX;
-// with kSpacesOnly, blanks alone. Nothing if the result and its terminator need more than
+// The path in a form fit for a request line: with kUnsafe, blanks and other unsafe bytes become
+// %XX; with kSpacesOnly, blanks alone. Nothing if the result and its terminator need more than
 // `bufferSize` bytes.
 [[nodiscard]] std::optional<std::string> CanonicalizeUrlPath(const std::string& path,
                                                              Canonicalize mode,

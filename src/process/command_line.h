@@ -1,6 +1,6 @@
-// The command line: options of one letter behind a slash, wherever the slash stands, in either case,
-// with a value that runs to the next blank. Plain 8-bit text, no quoting of any kind. Nothing in it is
-// an error. Main thread, at start-up.
+// The command line: options of one letter behind a slash, wherever the slash stands, in either
+// case, with a value that runs to the next blank. Plain 8-bit text, no quoting of any kind. Nothing
+// in it is an error. Main thread, at start-up.
 //
 //   /B url     download server: host and path of the URL
 //   /C         clean-up run: delete the temporary copy and end

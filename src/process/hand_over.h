@@ -1,9 +1,9 @@
 // The hand-over between the installed patcher and its temporary copy.
 //
 // A running program file can't be replaced, so the file that the player starts never does the work:
-// it copies itself to _VelmoraUpdate.exe, starts the copy and ends. The copy shows the dialog and may
-// replace VelmoraUpdate.exe; when the dialog has closed it starts that file once more, with /C to
-// remove the copy, or with /R to remove it and go through the cycle again.
+// it copies itself to _VelmoraUpdate.exe, starts the copy and ends. The copy shows the dialog and
+// may replace VelmoraUpdate.exe; when the dialog has closed it starts that file once more, with /C
+// to remove the copy, or with /R to remove it and go through the cycle again.
 //
 // Main thread; these are the whole of a process from the end of the command line on.
 #pragma once

@@ -30,8 +30,8 @@ extern BaseUrlTable Mirrors;
 // Reads the table and takes host, port and path from one of its entries, if it has any.
 void SelectMirror();
 
-// Asks the server, on port 80, for enable.cdn below DataPath. A body that is a URL replaces host and
-// path, and sets the port to 80.
+// Asks the server, on port 80, for enable.cdn below DataPath. A body that is a URL replaces host
+// and path, and sets the port to 80.
 void ProbeCdn();
 
 }  // namespace velmora

@@ -25,8 +25,8 @@ class ProbeClient {
   // True if there is a connection to ask on, for which nothing has been sent yet.
   [[nodiscard]] bool Connect(const char* host);
 
-  // The body of `path`, with a zero byte behind it, until the next call of a member; null unless the
-  // server answered 200 with a usable Content-Length. `status` and `length`, if given, get the
+  // The body of `path`, with a zero byte behind it, until the next call of a member; null unless
+  // the server answered 200 with a usable Content-Length. `status` and `length`, if given, get the
   // answer's numbers, 0 where there is none.
   [[nodiscard]] const char* FetchBody(const std::string& path, std::int32_t* status = nullptr,
                                       std::int32_t* length = nullptr);

@@ -39,8 +39,7 @@ void LogMessage(const char* format, ...) {
 }
 
 void InitSessionLog() {
-  const bool opened =
-      platform::OutputFile(kLogFile, platform::OutputFile::Mode::kReplace).IsOpen();
+  const bool opened = platform::OutputFile(kLogFile, platform::OutputFile::Mode::kReplace).IsOpen();
   if (opened) {
     LogMessage("==== LogFile Initialized. ====\n");
   } else {

@@ -10,8 +10,8 @@ namespace velmora {
 inline constexpr std::size_t kSettingBuffer = 256;
 
 // Fills `Settings` from the file that SettingsPath names, or from "./VelmoraUpdate.dat" if it names
-// none, then chooses a mirror and asks it for a redirection. Whatever can't be read is empty. Always
-// true. Once per process, on the main thread; makes one HTTP request.
+// none, then chooses a mirror and asks it for a redirection. Whatever can't be read is empty.
+// Always true. Once per process, on the main thread; makes one HTTP request.
 bool LoadSettings();
 
 // The value of one key of the settings file, empty if it has none.

@@ -1,5 +1,5 @@
-// The information pane: shows the publisher's page in the dialog. The patcher opens the page once and
-// neither reads it nor waits for it. Dialog thread.
+// The information pane: shows the publisher's page in the dialog. The patcher opens the page once
+// and neither reads it nor waits for it. Dialog thread.
 #pragma once
 
 #include "platform/browser.h"

@@ -56,8 +56,8 @@ bool StartGame() {
   LogMessage("StartGame : Execute %s \n", Settings.ClientExe.c_str());
   // The client's name follows the directory with nothing in between: a name that begins with a
   // backslash is looked for below the working directory, a plain one runs in the folder above it.
-  const auto directory = WithinRoom(
-      platform::WithoutLastPathElement(ShortWorkingDirectory() + Settings.ClientExe));
+  const auto directory =
+      WithinRoom(platform::WithoutLastPathElement(ShortWorkingDirectory() + Settings.ClientExe));
   std::string parameters = "-id " + Settings.LaunchId;
   if (parameters.size() > kMaxParameters) {
     LogMessage("Launch id is too long, not handed on : %s\n", Settings.LaunchId.c_str());

@@ -1,5 +1,5 @@
-// The programs that the dialog's buttons start. Nobody waits for them, and a launch that fails leaves
-// no trace but the log's lines. Dialog thread.
+// The programs that the dialog's buttons start. Nobody waits for them, and a launch that fails
+// leaves no trace but the log's lines. Dialog thread.
 #pragma once
 
 namespace velmora {

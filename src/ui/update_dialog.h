@@ -5,8 +5,8 @@
 
 namespace velmora {
 
-// The handlers for platform::RunUpdateDialog. Results of a command: 0, or -1 where the start of a run
-// failed.
+// The handlers for platform::RunUpdateDialog. Results of a command: 0, or -1 where the start of a
+// run failed.
 [[nodiscard]] platform::DialogHandlers UpdateDialogHandlers();
 
 // Whether the dialog ended by its close handler, which tells the hidden window.

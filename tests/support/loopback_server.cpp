@@ -49,8 +49,8 @@ void ResetSocket(Socket socket) {
 bool SendAll(Socket socket, const std::string& bytes) {
   std::size_t sent = 0;
   while (sent < bytes.size()) {
-    const auto count = send(socket, bytes.data() + sent,
-                            static_cast<Length>(bytes.size() - sent), kNoSignal);
+    const auto count =
+        send(socket, bytes.data() + sent, static_cast<Length>(bytes.size() - sent), kNoSignal);
     if (count <= 0) return false;
     sent += static_cast<std::size_t>(count);
   }
@@ -103,8 +103,7 @@ void LoopbackServer::State::Listen(std::uint16_t wanted, const char* address) {
   inet_pton(AF_INET, address, &name.sin_addr);
   Socket socketHere = socket(AF_INET, SOCK_STREAM, 0);
   const int yes = 1;
-  setsockopt(socketHere, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&yes),
-             sizeof yes);
+  setsockopt(socketHere, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&yes), sizeof yes);
   if (bind(socketHere, reinterpret_cast<sockaddr*>(&name), sizeof name) != 0 ||
       listen(socketHere, 64) != 0) {
     CloseSocket(socketHere);

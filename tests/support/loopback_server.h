@@ -10,8 +10,8 @@
 namespace velmora::test {
 
 struct ServedRequest {
-  std::string path;   // the target of the request line, as it arrived
-  std::string head;   // the request line and all headers
+  std::string path;    // the target of the request line, as it arrived
+  std::string head;    // the request line and all headers
   int connection = 0;  // which connection it came on, from 1
 };
 
@@ -40,10 +40,9 @@ class LoopbackServer {
  public:
   using Answer = std::function<Reply(const ServedRequest&)>;
 
-  // Serves on a free port, or on `port` of `address`; `answer` is called on the server's threads, one
-  // at a time. IsListening is false if the port can't be had.
-  explicit LoopbackServer(Answer answer, std::uint16_t port = 0,
-                          const char* address = "127.0.0.1");
+  // Serves on a free port, or on `port` of `address`; `answer` is called on the server's threads,
+  // one at a time. IsListening is false if the port can't be had.
+  explicit LoopbackServer(Answer answer, std::uint16_t port = 0, const char* address = "127.0.0.1");
   ~LoopbackServer();
   LoopbackServer(const LoopbackServer&) = delete;
   LoopbackServer& operator=(const LoopbackServer&) = delete;

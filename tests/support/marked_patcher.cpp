@@ -1,5 +1,5 @@
-// A patcher of another edition: the same program, which also leaves a line in the file "edition.txt"
-// for each process of it.
+// A patcher of another edition: the same program, which also leaves a line in the file
+// "edition.txt" for each process of it.
 #include <fstream>
 #include <string>
 

@@ -1,5 +1,5 @@
-// A dialog without a screen: it writes down what the program does to it, in order, and answers boxes
-// at once. Linked in the place of the real one; it also stands for the browser of the pane.
+// A dialog without a screen: it writes down what the program does to it, in order, and answers
+// boxes at once. Linked in the place of the real one; it also stands for the browser of the pane.
 #pragma once
 
 #include <cstdint>

@@ -83,8 +83,8 @@ std::string DigestText(platform::DigestKind kind, const std::string& bytes) {
   const auto digest = platform::CreateDigest(provider, kind, error);
   std::uint8_t buffer[64];
   std::uint32_t length = sizeof buffer;
-  EXPECT_TRUE(platform::FeedDigest(digest, bytes.data(),
-                                   static_cast<std::uint32_t>(bytes.size()), error));
+  EXPECT_TRUE(
+      platform::FeedDigest(digest, bytes.data(), static_cast<std::uint32_t>(bytes.size()), error));
   EXPECT_TRUE(platform::GetDigest(digest, buffer, length, error));
   platform::DestroyDigest(digest);
   platform::CloseDigestProvider(provider);
@@ -96,8 +96,7 @@ std::string DigestText(platform::DigestKind kind, const std::string& bytes) {
   return text;
 }
 
-std::string Line(const std::string& path, const std::string& transfer,
-                 const std::string& content) {
+std::string Line(const std::string& path, const std::string& transfer, const std::string& content) {
   return "FILE : " + path + ", " + Sha1(transfer) + ", " + std::to_string(transfer.size()) + ", " +
          Sha1(content) + ", " + std::to_string(content.size()) + "\r\n";
 }
@@ -113,10 +112,10 @@ std::string Md5(const std::string& bytes) { return DigestText(platform::DigestKi
 std::string Compressed(const std::string& bytes) {
   uLongf length = compressBound(static_cast<uLong>(bytes.size()));
   std::string stream(length, '\0');
-  EXPECT_EQ(compress(reinterpret_cast<Bytef*>(stream.data()), &length,
-                     reinterpret_cast<const Bytef*>(bytes.data()),
-                     static_cast<uLong>(bytes.size())),
-            Z_OK);
+  EXPECT_EQ(
+      compress(reinterpret_cast<Bytef*>(stream.data()), &length,
+               reinterpret_cast<const Bytef*>(bytes.data()), static_cast<uLong>(bytes.size())),
+      Z_OK);
   stream.resize(length);
   return stream;
 }

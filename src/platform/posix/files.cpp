@@ -35,11 +35,11 @@ auto RetryInterrupted(Call call) {
   return result;
 }
 
-// Windows runs whatever is called .exe; here a program that comes into being has to be marked as one.
+// Windows runs whatever is called .exe; here a program that comes into being has to be marked as
+// one.
 mode_t ModeOfNewFile(const std::string& native) {
   const std::size_t dot = native.rfind('.');
-  const bool isProgram =
-      dot != std::string::npos && strcasecmp(native.c_str() + dot, ".exe") == 0;
+  const bool isProgram = dot != std::string::npos && strcasecmp(native.c_str() + dot, ".exe") == 0;
   return isProgram ? 0777 : 0666;
 }
 

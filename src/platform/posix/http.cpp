@@ -23,7 +23,7 @@ namespace velmora::platform {
 namespace {
 
 constexpr std::size_t kMaxBuffered = std::size_t{1} << 20;
-constexpr long kReceiveBuffer = 256 * 1024;
+constexpr long kReceiveBuffer = 256L * 1024;
 constexpr long kMaxRedirects = 20;
 constexpr std::uint32_t kDefaultTimeout = 60000;
 

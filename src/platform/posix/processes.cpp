@@ -77,22 +77,26 @@ std::string OnSearchPath(const std::string& name) {
   while (!rest.empty()) {
     const std::string_view folder = rest.substr(0, rest.find(':'));
     rest.remove_prefix(std::min(folder.size() + 1, rest.size()));
-    std::string candidate = std::string(folder) + "/" + name;
+    std::string candidate(folder);
+    candidate.append("/").append(name);
     if (!folder.empty() && IsRunnable(candidate)) return candidate;
   }
   return {};
 }
 
+std::string AbsolutePath(const std::string& native) {
+  char* const absolute = realpath(native.c_str(), nullptr);
+  std::string result = absolute == nullptr ? native : absolute;
+  std::free(absolute);
+  return result;
+}
+
 std::string FindProgram(const std::string& name, const std::string& directory) {
   for (const std::string& folder : {directory, std::string(".")}) {
     if (folder.empty()) continue;
-    const std::string candidate = folder + "/" + name;
-    if (Exists(candidate)) {
-      char* absolute = realpath(candidate.c_str(), nullptr);
-      const std::string result = absolute == nullptr ? candidate : absolute;
-      std::free(absolute);
-      return result;
-    }
+    std::string candidate = folder;
+    candidate.append("/").append(name);
+    if (Exists(candidate)) return AbsolutePath(candidate);
   }
   return OnSearchPath(name);
 }
@@ -217,6 +221,7 @@ void LaunchProgram(const std::string& file, const std::optional<std::string>& di
   std::vector<std::string> command = LaunchCommand(file, folder, parameters);
   if (command.empty()) return;
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (std::string& word : command) arguments.push_back(word.data());
   arguments.push_back(nullptr);
 

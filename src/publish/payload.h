@@ -1,0 +1,24 @@
+// One file of a publication: what the server holds of it, and its record of the list.
+#pragma once
+
+#include <filesystem>
+
+#include "engine/file_record.h"
+#include "publish/file_digest.h"
+#include "publish/source_tree.h"
+
+namespace velmora::publish {
+
+struct PayloadOptions {
+  HashKind hash = HashKind::kSha1;
+  // Compress each file that becomes smaller by a twentieth at least; a file that doesn't isn't
+  // worth the expanding at every player's.
+  bool compress = false;
+};
+
+// Reads the file, writes what the server holds of it below `output`, and gives its record. Memory:
+// a few fixed buffers, whatever the size. Any thread, several at once. Throws PublishError.
+[[nodiscard]] FileRecord WritePayload(const SourceFile& file, const std::filesystem::path& output,
+                                      const PayloadOptions& options);
+
+}  // namespace velmora::publish

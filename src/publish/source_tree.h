@@ -1,0 +1,29 @@
+// The tree that is published: its files, under names that every patcher accepts.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace velmora::publish {
+
+struct SourceFile {
+  std::filesystem::path path;  // where it is read
+  std::string listPath;        // what the list calls it: relative, backslashes between directories
+  std::uint64_t size = 0;      // bytes
+};
+
+// All files of the tree, in the byte order of their list paths, which doesn't depend on the system.
+// Throws PublishError for anything but directories and plain files, and for names and sizes that a
+// patcher can't take.
+[[nodiscard]] std::vector<SourceFile> ScanTree(const std::filesystem::path& root);
+
+// Why a patcher can't take a file of this list path and size; empty if it can.
+[[nodiscard]] std::string ReasonAgainst(const std::string& listPath, std::uint64_t size);
+
+// Where the file is served, below the list's folder: the path with every byte 0x5C turned into a
+// slash, which is how patchers ask for it, the second byte of a double-byte character included.
+[[nodiscard]] std::string ServedPath(const std::string& listPath);
+
+}  // namespace velmora::publish

@@ -134,5 +134,36 @@ TEST_F(DialogHandlers, LaunchesAndTheirTexts) {
   EXPECT_TRUE(Dialog().events.empty());
 }
 
+// The second byte of the folder's last character must not swallow the backslash behind it.
+TEST_F(DialogHandlers, FoldersOfTheSystemsOwnSpelling) {
+  for (const char* name : {"\xE3\x81\x82", "\xE3\x82\xBD", "\xC3\xA9"}) {
+    SCOPED_TRACE(name);
+    ResetDialog();
+    std::filesystem::create_directories(std::string(name) + "/Screenshot");
+    std::filesystem::current_path(name);
+    const std::string here = std::filesystem::current_path().string();
+    EXPECT_TRUE(HasScreenshots());
+    Settings.ClientExe = "\\bin\\NoGame.exe";
+    StartGame();
+    ExecOption();
+    EXPECT_EQ(LogMessagesWith("Directory = " + here + "\\bin, ").size(), 1U);
+    EXPECT_EQ(LogMessagesWith("Directory = " + here + ", ").size(), 1U);
+    std::filesystem::current_path("..");
+  }
+}
+
+// Where the working directory doesn't fit, nothing runs in a cut one.
+TEST_F(DialogHandlers, WorkingDirectoryBeyondItsRoom) {
+  const auto before = std::filesystem::current_path();
+  const std::string part(200, 'p');
+  std::filesystem::create_directories(part + "/" + part + "/" + part);
+  std::filesystem::current_path(part + "/" + part + "/" + part);
+  ExecOption();
+  ExecScreenshot();
+  EXPECT_EQ(LogMessagesWith("ShellExecuteEx"),
+            Lines{"ShellExecuteEx : File = VelmoraOption.exe, Directory = (null), Parameters = "});
+  std::filesystem::current_path(before);
+}
+
 }  // namespace
 }  // namespace velmora::test

@@ -185,6 +185,29 @@ TEST_F(Http, ReadOfTheWholeBody) {
   }
 }
 
+// An answer whose head breaks off is none, whatever it has said by then.
+TEST_F(Http, HeadsThatBreakOff) {
+  for (const Reply::End end : {Reply::End::kClose, Reply::End::kReset, Reply::End::kStall}) {
+    Connect([end](const ServedRequest&) {
+      return Reply{"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n", end};
+    });
+    const HttpHandle request = Get("/x");
+    EXPECT_EQ(Text(request), "(none)");
+    EXPECT_EQ(Text(request, HttpField::kContentLength), "(none)");
+    EXPECT_EQ(Body(request), "");
+    CloseHttpHandle(request);
+  }
+}
+
+TEST_F(Http, ClosingAHandleClosesWhatWasOpenedOnIt) {
+  Connect([](const ServedRequest&) { return Ok("body"); });
+  const HttpHandle request = Get("/x");
+  EXPECT_EQ(Text(request), "200");
+  CloseHttpHandle(session_);
+  EXPECT_EQ(Text(request), "(none)");
+  EXPECT_EQ(OpenHttpGet(connection_, "/x"), kNoHttpHandle);
+}
+
 TEST_F(Http, LargeBodyArrivesWhole) {
   std::string large(20 << 20, '\0');
   for (std::size_t i = 0; i < large.size(); ++i)

@@ -113,6 +113,9 @@ TEST(ReferenceList, LineWithAnOverlongFieldIsRefused) {
       {"DEL : " + filled(kMaxListPath + 1), 1},
       {"DEL : a, " + filled(kMaxListHash + 1), 1},
       {"EXE : " + filled(kMaxListPath + 1), 1},
+      // What nobody reads may be as long as it likes.
+      {"EXE : a, " + filled(kMaxListHash + 1), 0},
+      {"DEL : a, R, " + filled(kMaxListSize + 1), 0},
       {"FILE : a," + filled(kMaxListHash) + "," + filled(kMaxListSize) + "," +
            filled(kMaxListHash) + "," + filled(kMaxListSize),
        0},

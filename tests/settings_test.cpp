@@ -145,6 +145,7 @@ TEST_F(Probe, FollowsEnableCdn) {
       {"url", Ok("http://cdn.invalid:8080/files?x"), "cdn.invalid", "/files", 80},
       {"not there", Status(404), "127.0.0.80", "/d", 8080},
       {"empty", Ok(""), "127.0.0.80", "/d", 8080},
+      {"no host", Ok("error: not found"), "127.0.0.80", "/d", 8080},
       {"no URL", Ok("<html>"), "127.0.0.80", "/d", 8080},
       {"no length", Raw("", "http://cdn.invalid/"), "127.0.0.80", "/d", 8080},
       {"negative length", Raw("Content-Length: -3\r\n", "http://cdn.invalid/"), "127.0.0.80", "/d",
@@ -247,6 +248,7 @@ TEST_F(CommandLine, OptionsAndTail) {
        {.host = "host", .path = "/path", .id = "1"},
        "/B http://host:8080/path?q /I 1"},
       {"/B nonsense", {}, "/B nonsense"},
+      {"/B C:\\x", {}, "/B C:\\x"},
       {"/L /D x", {}, "/L /D x"},  // the value of /L is "/D"
       {"/L v /D x", {.list = "x"}, "/L v /D x"},
       {"/R /D x", {.list = "x"}, "/D x"},

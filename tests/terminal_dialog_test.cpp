@@ -432,14 +432,14 @@ TEST(TerminalDialogScript, RunsCommandsInOrderBetweenExactLines) {
 
 TEST(TerminalDialogScript, EndOfInputWaitsForTheRunAndCloses) {
   const auto run = [] {
-    return RunProgram({.opened = [] { StartWorker([] { Sleep(300), SetStatusText("worked"); }); },
+    return RunProgram({.opened = [] { StartWorker([] { Sleep(300), Say("over\n"); }); },
                        .command = [](int control) { Say(std::to_string(control) + "\n"); }});
   };
   auto ended = TerminalChild::WithPipes(run);
   ended.Send("options");
   ended.CloseInput();
   EXPECT_EQ(ended.Wait(), 7);
-  EXPECT_EQ(ended.output(), "1009\nstatus: worked\n");
+  EXPECT_EQ(ended.output(), "1009\nover\n");
 
   for (const bool isClosed : {false, true}) {
     auto none = TerminalChild::WithPipes([&] {
@@ -448,8 +448,27 @@ TEST(TerminalDialogScript, EndOfInputWaitsForTheRunAndCloses) {
       return run();
     });
     EXPECT_EQ(none.Wait(), 7);
-    EXPECT_EQ(none.output(), "status: worked\n") << isClosed;
+    EXPECT_EQ(none.output(), "over\n") << isClosed;
   }
+}
+
+TEST(TerminalDialogScript, EndOfInputAsksOnceToClose) {
+  auto child = TerminalChild::WithPipes([] {
+    static int closes = 0;
+    static std::atomic<bool> isAskedAgain = false;
+    return RunProgram({.close = [] {
+      if (++closes == 1) {
+        std::thread([] {
+          Sleep(50);
+          isAskedAgain = true;
+          AskToClose();
+        }).detach();
+      }
+      if (isAskedAgain) EndUpdateDialog(closes);
+    }});
+  });
+  child.CloseInput();
+  EXPECT_EQ(child.Wait(), 2);
 }
 
 TEST(TerminalDialogScript, WaitServesSignals) {
@@ -723,6 +742,7 @@ TEST(TerminalDialogBox, OfAHandlerServesTheDialogMeanwhile) {
   child.Send("\r");
   child.Send("o");
   EXPECT_EQ(child.Wait(), 7) << "the worker's close ends the dialog and the box with it";
+  EXPECT_FALSE(Contains(ScreenAfter(child), "[Enter]"));
 }
 
 TEST(TerminalDialogBox, IsReleasedByTheEnd) {
@@ -744,6 +764,24 @@ TEST(TerminalDialogBox, IsReleasedByTheEnd) {
     EXPECT_EQ(child.Wait(), 7);
     EXPECT_FALSE(Contains(ScreenAfter(child), "[Enter]"));
   }
+}
+
+TEST(TerminalDialogBox, IsAnsweredByCtrlCWhichCancelsThen) {
+  auto child = TerminalChild::OnTerminal([] {
+    return RunOnTerminal([] {
+      OfferCancel();
+      StartWorker([] {
+        ShowMessageBox("text", "box", kBoxPlain);
+        SetBarRange(Control::kOverallBar, 0, 77);
+      });
+    });
+  });
+  ASSERT_TRUE(child.WaitFor("[Enter]"));
+  child.Send("\x03");
+  ASSERT_TRUE(child.WaitFor("0 / 77"));
+  child.Send("q");
+  EXPECT_EQ(child.Wait(), 7);
+  EXPECT_TRUE(Contains(ScreenAfter(child), "closed after 1000\n"));
 }
 
 TEST(TerminalDialogScreen, IsRedrawnAFewTimesUnderAMillionMoves) {

@@ -6,11 +6,21 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 namespace velmora {
 
 class DataBlock {
  public:
+  DataBlock() = default;
+  DataBlock(DataBlock&& other) noexcept
+      : bytes_(std::move(other.bytes_)), size_(std::exchange(other.size_, 0)) {}
+  DataBlock& operator=(DataBlock&& other) noexcept {
+    bytes_ = std::move(other.bytes_);
+    size_ = std::exchange(other.size_, 0);
+    return *this;
+  }
+
   // Replaces what the block held by `size` bytes. False, and the block is then empty, if they can't
   // be had. A size of 0 always works.
   [[nodiscard]] bool Allocate(std::size_t size) { return Take(std::malloc(Rounded(size)), size); }

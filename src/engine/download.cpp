@@ -147,25 +147,16 @@ void AllocateOrFail(DataBlock& block, std::int32_t size, const FileRecord& recor
   FailShort(record, indicated, received);
 }
 
-// One chunk, straight into the transfer block. What would lie beyond the block's end is taken from
-// the wire and dropped.
+// One chunk, straight into the transfer block. A chunk that would go beyond its end is counted and
+// not read: the server doesn't keep to what it announced, and there may be no end to it.
 std::uint32_t ReadChunk(DataBlock& transfer, std::uint32_t received, std::uint32_t available,
                         const FileRecord& record) {
+  if (available > transfer.size() - received) {
+    FailShort(record, static_cast<std::int32_t>(transfer.size()), received + available);
+  }
   std::uint32_t count = 0;
-  if (received <= transfer.size() && available <= transfer.size() - received) {
-    if (!platform::ReadHttp(RequestHandle, transfer.data() + received, available, count)) {
-      FailRead(record, received);
-    }
-    return count;
-  }
-  DataBlock chunk;
-  if (!chunk.Allocate(available)) return 0;
-  if (!platform::ReadHttp(RequestHandle, chunk.data(), available, count)) {
+  if (!platform::ReadHttp(RequestHandle, transfer.data() + received, available, count)) {
     FailRead(record, received);
-  }
-  if (received < transfer.size()) {
-    std::memcpy(transfer.data() + received, chunk.data(),
-                std::min<std::size_t>(count, transfer.size() - received));
   }
   return count;
 }
@@ -214,8 +205,9 @@ void Install(const DataBlock& content, std::size_t length, const FileRecord& rec
   if (!written || !file.Close()) {
     const std::int32_t error = platform::LastSystemError();
     file.Close();
-    // The cache may vouch for this path from before; what is half there must not be found there.
+    // The cache may vouch for this path from before; what is half there must not be believed.
     static_cast<void>(platform::RemoveFile(record.path));
+    ForgetVerified(record);
     FailWrite(record, error);
   }
 }

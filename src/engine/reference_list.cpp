@@ -67,7 +67,8 @@ ListLine ScanListLine(std::string_view line) {
 bool IsWithinLimits(const ListLine& line) {
   static constexpr std::array<std::size_t, 5> kLimits = {kMaxListPath, kMaxListHash, kMaxListSize,
                                                          kMaxListHash, kMaxListSize};
-  for (std::size_t i = 0; i < kLimits.size(); ++i) {
+  const std::size_t counting = line.keyword == "FILE" ? 5 : line.keyword == "DEL" ? 2 : 1;
+  for (std::size_t i = 0; i < counting; ++i) {
     if (line.fields[i].size() > kLimits[i]) return false;
   }
   return true;

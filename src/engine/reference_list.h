@@ -39,7 +39,8 @@ struct ListLine {
 // Splits one line, given without its line feed. The views point into `line`.
 [[nodiscard]] ListLine ScanListLine(std::string_view line);
 
-// Whether every field keeps to its limit.
+// Whether every field that counts for the line's keyword keeps to its limit: of FILE all, of DEL
+// path and mode, of EXE the name.
 [[nodiscard]] bool IsWithinLimits(const ListLine& line);
 
 // Called for each line that is refused, with the line.

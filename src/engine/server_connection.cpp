@@ -77,6 +77,7 @@ bool AllocateBody(DataBlock& body) {
 }
 
 void LogRefusedLine(std::string_view line) {
+  if (line.ends_with('\r')) line.remove_suffix(1);
   LogMessage("Reference list : line refused, a field is too long : %.*s\n",
              static_cast<int>(line.size()), line.data());
 }

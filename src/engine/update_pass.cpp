@@ -31,27 +31,32 @@ bool ReportMissing(const FileRecord& record) {
   return true;
 }
 
-// Reads the file whole and compares its digest with the list's. A short read isn't told apart from
-// a bad file: what is missing counts as zeros, and the digest decides.
-bool HasListedContent(platform::InputFile& file, const FileRecord& record) {
+enum class LocalFile { kMissing, kTooLarge, kRead };
+
+// Reads the file whole and closes it. A short read isn't told apart from a bad file: what is
+// missing counts as zeros, and the digest decides.
+LocalFile ReadLocalFile(const FileRecord& record, DataBlock& block) {
+  platform::InputFile file(record.path);
+  if (!file.IsOpen()) return LocalFile::kMissing;
   const std::uint32_t size = file.Size();
-  DataBlock block;
   if (!block.Allocate(size)) {
     LogMessage("Couldn't allocate %u bytes : File %s \n", size, record.path.c_str());
-    return false;
+    return LocalFile::kTooLarge;
   }
   const std::uint32_t count = file.Read(block.data(), size);
   std::memset(block.data() + count, 0, size - count);
-  return VerifyHash(block.data(), size, record.contentHash);
+  return LocalFile::kRead;
 }
 
 bool NeedsUpdate(const FileRecord& record) {
   if (IsVerifiedUnchanged(record)) {
     return !platform::FileExists(record.path) && ReportMissing(record);
   }
-  platform::InputFile file(record.path);
-  if (!file.IsOpen()) return ReportMissing(record);
-  if (HasListedContent(file, record)) {
+  DataBlock block;
+  const LocalFile local = ReadLocalFile(record, block);
+  if (local == LocalFile::kMissing) return ReportMissing(record);
+  if (local == LocalFile::kRead &&
+      VerifyHash(block.data(), static_cast<std::uint32_t>(block.size()), record.contentHash)) {
     RememberVerified(record);
     return false;
   }

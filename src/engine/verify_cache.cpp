@@ -108,4 +108,6 @@ bool IsVerifiedUnchanged(const FileRecord& record) {
 
 void RememberVerified(const FileRecord& record) { VerifyCache[record.path] = record; }
 
+void ForgetVerified(const FileRecord& record) { VerifyCache.erase(record.path); }
+
 }  // namespace velmora

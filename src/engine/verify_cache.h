@@ -40,4 +40,7 @@ void SaveVerifyCache();
 // Enters the record, or refreshes the entry of its path.
 void RememberVerified(const FileRecord& record);
 
+// Takes back what is remembered of the record's path, for a file that was just spoilt.
+void ForgetVerified(const FileRecord& record);
+
 }  // namespace velmora

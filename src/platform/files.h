@@ -25,8 +25,9 @@ namespace velmora::platform {
 // Removes an empty directory; a trailing backslash is allowed. False for anything else.
 [[nodiscard]] bool RemoveEmptyDirectory(const std::string& path);
 
-// Copies a file with its right to be run, replacing an existing target. False if the source can't
-// be read or the target can't be written, as when it is the program of a running process.
+// Copies a file with its right to be run, replacing an existing target. The copy is never
+// read-only. False if the source can't be read whole or the target can't be written, as when it is
+// the program of a running process.
 [[nodiscard]] bool CopyFileOver(const std::string& from, const std::string& to);
 
 // Creates every directory that `path` names in front of its last backslash. True when they exist

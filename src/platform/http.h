@@ -59,6 +59,7 @@ void SendHttpRequest(HttpHandle request);
 [[nodiscard]] bool ReadHttp(HttpHandle request, void* buffer, std::uint32_t size,
                             std::uint32_t& read);
 
+// Closes the handle and everything that was opened on it.
 void CloseHttpHandle(HttpHandle handle);
 
 }  // namespace velmora::platform

@@ -6,7 +6,7 @@
 
 #include "platform/files.h"
 #include "platform/processes.h"
-#include "platform/url.h"
+#include "settings/mirror_selection.h"
 #include "settings/patcher_settings.h"
 #include "settings/session_log.h"
 
@@ -56,7 +56,7 @@ void Assign(std::string& setting, const std::optional<std::string>& value) {
 
 void SetServer(const std::optional<std::string>& url) {
   if (!url) return;
-  const auto parts = platform::CrackUrl(*url);
+  const auto parts = CrackServerUrl(*url);
   if (!parts) return;
   Settings.DataPath = parts->path;
   Settings.ServerHost = parts->host;

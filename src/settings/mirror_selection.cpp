@@ -1,10 +1,8 @@
 #include "settings/mirror_selection.h"
 
 #include <cstdlib>
-#include <optional>
 
 #include "platform/clock.h"
-#include "platform/url.h"
 #include "settings/patcher_settings.h"
 #include "settings/probe_client.h"
 #include "settings/settings_store.h"
@@ -13,6 +11,11 @@ namespace velmora {
 
 BaseUrlTable Mirrors;
 
+std::optional<platform::UrlParts> CrackServerUrl(const std::string& url) {
+  auto parts = platform::CrackUrl(url);
+  return parts && !parts->host.empty() ? parts : std::nullopt;
+}
+
 namespace {
 
 void ReadMirrors() {
@@ -20,7 +23,7 @@ void ReadMirrors() {
   for (int n = 1; n <= kMaxMirrors; ++n) {
     const std::string url = ReadSetting("BaseURL" + std::to_string(n));
     if (url.empty()) return;
-    const std::optional<platform::UrlParts> parts = platform::CrackUrl(url);
+    const std::optional<platform::UrlParts> parts = CrackServerUrl(url);
     if (!parts) continue;
     Mirrors.entries[Mirrors.count++] = {parts->host, parts->port, parts->path};
   }
@@ -44,7 +47,7 @@ void ProbeCdn() {
   if (!client.Connect(Settings.ServerHost.c_str())) return;
   const char* body = client.FetchBody(Settings.DataPath + "/enable.cdn");
   if (body == nullptr) return;
-  const std::optional<platform::UrlParts> parts = platform::CrackUrl(body);
+  const std::optional<platform::UrlParts> parts = CrackServerUrl(body);
   if (parts) {
     Settings.ServerHost = parts->host;
     Settings.DataPath = parts->path;

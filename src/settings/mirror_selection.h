@@ -6,9 +6,15 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "platform/url.h"
+
 namespace velmora {
+
+// Splits a URL that names a server; nothing for any other text, a URL without a host included.
+[[nodiscard]] std::optional<platform::UrlParts> CrackServerUrl(const std::string& url);
 
 inline constexpr int kMaxMirrors = 10;
 

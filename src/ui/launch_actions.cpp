@@ -32,14 +32,24 @@ void Launch(const std::string& file, const std::optional<std::string>& directory
   platform::LaunchProgram(file, directory, parameters);
 }
 
-std::string ShortWorkingDirectory() {
-  return platform::ShortPath(platform::WorkingDirectory(kDirectoryBuffer), kDirectoryBuffer);
+// The working directory, for texts that are built from it; nothing if it doesn't fit its room.
+std::optional<std::string> ShortWorkingDirectory() {
+  const std::string directory = platform::WorkingDirectory(kDirectoryBuffer);
+  if (directory.empty()) {
+    LogMessage("Working directory is too long to be handed on\n");
+    return std::nullopt;
+  }
+  return platform::ShortPath(directory, kDirectoryBuffer);
 }
 
-// A directory text that doesn't fit its room can't be used: cut short, it would be another place.
-std::optional<std::string> WithinRoom(const std::string& directory) {
-  if (directory.size() < kDirectoryBuffer) return directory;
-  LogMessage("Directory text is too long, not used : %s\n", directory.c_str());
+// The directory of a program whose name follows the working directory. A text that doesn't fit its
+// room can't be used: cut short, it would be another place.
+std::optional<std::string> ProgramDirectory(const std::string& name) {
+  const auto directory = ShortWorkingDirectory();
+  if (!directory) return std::nullopt;
+  const std::string program = *directory + name;
+  if (program.size() < kDirectoryBuffer) return platform::WithoutLastPathElement(program);
+  LogMessage("Directory text is too long, not used : %s\n", program.c_str());
   return std::nullopt;
 }
 
@@ -56,8 +66,7 @@ bool StartGame() {
   LogMessage("StartGame : Execute %s \n", Settings.ClientExe.c_str());
   // The client's name follows the directory with nothing in between: a name that begins with a
   // backslash is looked for below the working directory, a plain one runs in the folder above it.
-  const auto directory =
-      WithinRoom(platform::WithoutLastPathElement(ShortWorkingDirectory() + Settings.ClientExe));
+  const auto directory = ProgramDirectory(Settings.ClientExe);
   std::string parameters = "-id " + Settings.LaunchId;
   if (parameters.size() > kMaxParameters) {
     LogMessage("Launch id is too long, not handed on : %s\n", Settings.LaunchId.c_str());
@@ -70,15 +79,15 @@ bool StartGame() {
 
 bool ExecOption() {
   LogMessage("ExecOption : Execute %s \n", Settings.OptionExe.c_str());
-  const auto directory = WithinRoom(
-      platform::WithoutLastPathElement(ShortWorkingDirectory() + "\\" + Settings.OptionExe));
-  Launch(platform::LastPathElement(Settings.OptionExe), directory, "");
+  Launch(platform::LastPathElement(Settings.OptionExe), ProgramDirectory("\\" + Settings.OptionExe),
+         "");
   return true;
 }
 
 bool ExecScreenshot() {
   LogMessage("ExecOption : Execute %s \n", kExplorer);
-  Launch(kExplorer, std::nullopt, ShortWorkingDirectory() + kScreenshotFolder);
+  const auto directory = ShortWorkingDirectory();
+  if (directory) Launch(kExplorer, std::nullopt, *directory + kScreenshotFolder);
   return true;
 }
 

@@ -10,6 +10,8 @@
 #include <unistd.h>
 #include <utmp.h>
 
+#include <cstdio>
+
 namespace velmora::test {
 namespace {
 
@@ -23,6 +25,12 @@ class Deadline {
  private:
   time_t end_ = time(nullptr) + kDeadline;
 };
+
+// What the parent has printed but not yet written mustn't come out of the child, too.
+pid_t Fork() {
+  fflush(nullptr);
+  return fork();
+}
 
 [[noreturn]] void RunBody(const std::function<int()>& body) {
   alarm(kChildLife);
@@ -52,7 +60,7 @@ TerminalChild TerminalChild::WithPipes(const std::function<int()>& body) {
   int out[2];
   int err[2];
   EXPECT_EQ(pipe2(in, O_CLOEXEC) | pipe2(out, O_CLOEXEC) | pipe2(err, O_CLOEXEC), 0);
-  const pid_t child = fork();
+  const pid_t child = Fork();
   if (child == 0) {
     dup2(in[0], STDIN_FILENO);
     dup2(out[1], STDOUT_FILENO);
@@ -75,7 +83,7 @@ TerminalChild TerminalChild::OnTerminal(const std::function<int()>& body, unsign
   int slave = -1;
   winsize size = {rows, columns, 0, 0};
   EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
-  const pid_t child = fork();
+  const pid_t child = Fork();
   if (child == 0) {
     close(master);
     login_tty(slave);

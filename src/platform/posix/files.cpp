@@ -143,7 +143,7 @@ bool CopyFileOver(const std::string& from, const std::string& to) {
   if (copied != source.Size()) return false;  // the source stopped to be readable half-way
   struct stat status {};
   return Remember(stat(NativePath(from).c_str(), &status) == 0 &&
-                  chmod(NativePath(to).c_str(), status.st_mode & 07777) == 0) &&
+                  chmod(NativePath(to).c_str(), (status.st_mode & 07777) | S_IWUSR) == 0) &&
          target.Close();
 }
 

@@ -9,12 +9,14 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string_view>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "base/text.h"
 #include "platform/clock.h"
@@ -56,6 +58,7 @@ class Request {
   void Send();
   std::size_t WaitForData();
   bool Read(char* buffer, std::size_t size, std::uint32_t& read);
+  [[nodiscard]] const std::shared_ptr<Connection>& connection() const { return connection_; }
   [[nodiscard]] const std::optional<std::string>& Field(HttpField field) const {
     return field == HttpField::kStatusCode ? status_ : contentLength_;
   }
@@ -81,7 +84,8 @@ class Request {
   CURLcode result_ = CURLE_OK;
   bool connected_ = false;
   bool paused_ = false;
-  bool headComplete_ = false;
+  bool headEnded_ = false;     // by its blank line; a head that breaks off is none
+  bool headComplete_ = false;  // and no other answer follows
   std::uint32_t lastActivity_ = 0;
   std::optional<std::string> status_;
   std::optional<std::string> contentLength_;
@@ -95,6 +99,10 @@ void Request::Send() {
   Configure();
   done_ = curl_multi_add_handle(connection_->multi, easy_) != CURLM_OK;
   DriveUntil([this] { return headComplete_; });
+  if (headEnded_) return;
+  // A length that libcurl can't make sense of ends the answer there; its status counts all the same.
+  if (result_ != CURLE_WEIRD_SERVER_REPLY) status_.reset();
+  contentLength_.reset();
 }
 
 void Request::Configure() {
@@ -169,11 +177,13 @@ void Request::TakeHeader(std::string_view line) {
     line.remove_prefix(blank);
     status_ = line.substr(std::min<std::size_t>(1, line.size()), 3);
     contentLength_.reset();
+    headEnded_ = false;
   } else if (StartsWithIgnoringCase(line, kLength)) {
     line.remove_prefix(kLength.size());
     while (!line.empty() && IsWhiteSpace(line.front())) line.remove_prefix(1);
     contentLength_ = line;
   } else if (line.empty() && status_ && !status_->empty()) {
+    headEnded_ = true;
     headComplete_ = !IsFollowed(*status_);
   }
 }
@@ -281,6 +291,20 @@ std::shared_ptr<Object> Find(HttpHandle handle) {
   return object == nullptr ? nullptr : *object;
 }
 
+// Whether `object` was opened on `parent`. Handles are entered behind what they are opened on, so
+// one walk in their order meets all descendants.
+bool IsOpenedBelow(const HandleObject& object, const HandleObject& parent) {
+  if (const auto* request = std::get_if<std::shared_ptr<Request>>(&object)) {
+    const auto* connection = std::get_if<std::shared_ptr<Connection>>(&parent);
+    return connection != nullptr && (*request)->connection() == *connection;
+  }
+  if (const auto* connection = std::get_if<std::shared_ptr<Connection>>(&object)) {
+    const auto* session = std::get_if<std::shared_ptr<Session>>(&parent);
+    return session != nullptr && (*connection)->session == *session;
+  }
+  return false;
+}
+
 bool IsControl(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte < 0x20 || byte == 0x7F;
@@ -372,12 +396,19 @@ bool ReadHttp(HttpHandle request, void* buffer, std::uint32_t size, std::uint32_
 
 void CloseHttpHandle(HttpHandle handle) {
   HandleTable& table = Handles();
-  HandleObject closed;  // declared first, so that it is let go of after the lock
+  std::vector<HandleObject> closed;  // declared first, so that they are let go of after the lock
   const std::lock_guard lock(table.mutex);
   const auto found = table.objects.find(handle);
   if (found == table.objects.end()) return;
-  closed = std::move(found->second);
+  closed.push_back(std::move(found->second));
   table.objects.erase(found);
+  for (auto it = table.objects.begin(); it != table.objects.end();) {
+    const bool isBelow = std::any_of(closed.begin(), closed.end(), [&](const HandleObject& above) {
+      return IsOpenedBelow(it->second, above);
+    });
+    if (isBelow) closed.push_back(std::move(it->second));
+    it = isBelow ? table.objects.erase(it) : std::next(it);
+  }
 }
 
 }  // namespace velmora::platform

@@ -14,10 +14,32 @@ bool EndsInHalfCharacter(std::string_view text) {
   return !text.empty() && last + 1 == text.size() && IsLeadByte(text[last]);
 }
 
+// Bytes of the UTF-8 character (RFC 3629) at `position`, 0 if there is none of several bytes.
+std::size_t Utf8Length(std::string_view text, std::size_t position) {
+  const auto first = static_cast<unsigned char>(text[position]);
+  const std::size_t length = first >= 0xF0 && first <= 0xF4   ? 4
+                             : first >= 0xE0 && first <= 0xEF ? 3
+                             : first >= 0xC2 && first <= 0xDF ? 2
+                                                              : 0;
+  if (position + length > text.size()) return 0;
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((static_cast<unsigned char>(text[position + i]) & 0xC0) != 0x80) return 0;
+  }
+  return length;
+}
+
+// A text that begins at this system's root starts with folders that the system named, which is in
+// UTF-8 as a rule. Read as code page 932, the end of such a name could swallow the backslash that
+// is put behind it.
+std::size_t LengthOfCharacter(std::string_view text, std::size_t position) {
+  const std::size_t length = text.front() == '/' ? Utf8Length(text, position) : 0;
+  return length != 0 ? length : CharacterLength(text, position);
+}
+
 }  // namespace
 
 std::size_t FindCharacter(std::string_view text, std::string_view wanted, std::size_t from) {
-  for (std::size_t i = from; i < text.size(); i += CharacterLength(text, i)) {
+  for (std::size_t i = from; i < text.size(); i += LengthOfCharacter(text, i)) {
     // A lead byte is never among the wanted, so the first byte decides.
     if (wanted.find(text[i]) != kNone) return i;
   }

@@ -99,9 +99,8 @@ std::string LastPathElement(const std::string& path) {
 
 std::string WithoutLastPathElement(const std::string& path) {
   const std::size_t root = RootLength(path);
-  const std::string_view elements = std::string_view(path).substr(root);
-  const std::size_t last = FindLastCharacter(elements, kBackslashOrSlash);
-  return path.substr(0, last == kNone ? root : root + last);
+  const std::size_t last = FindLastCharacter(path, kBackslashOrSlash);
+  return path.substr(0, last == kNone || last < root ? root : last);
 }
 
 }  // namespace velmora::platform

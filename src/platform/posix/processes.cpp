@@ -1,6 +1,7 @@
 #include "platform/processes.h"
 
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -38,19 +39,51 @@ struct Successor {
 };
 Successor successor;
 
-void BecomeSuccessor() {
-  std::array<char*, 3> arguments = {successor.file.data(), nullptr, nullptr};
-  if (!successor.parameters.empty()) arguments[1] = successor.parameters.data();
-  execv(successor.file.c_str(), arguments.data());
+// The parameters as arguments, cut at every blank: the successor joins them by blanks again. As one
+// argument, a long line would exceed what the system takes.
+std::vector<std::string> CutAtBlanks(const std::string& text) {
+  std::vector<std::string> parts;
+  for (std::size_t start = 0; !text.empty() && start <= text.size();) {
+    const std::size_t end = std::min(text.find(' ', start), text.size());
+    parts.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return parts;
 }
 
-bool IsTerminal() { return isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1; }
+// The words as execv wants them; they must outlive the result.
+std::vector<char*> ArgumentVector(std::vector<std::string>& words) {
+  std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  return arguments;
+}
 
+// A file that somebody still writes can't be run for that moment.
+void BecomeSuccessor() {
+  constexpr int kAttempts = 100;
+  std::vector<std::string> words = CutAtBlanks(successor.parameters);
+  words.insert(words.begin(), successor.file);
+  const std::vector<char*> arguments = ArgumentVector(words);
+  close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    execv(arguments[0], arguments.data());
+    if (errno != ETXTBSY) return;
+    Pause(10);
+  }
+}
+
+bool IsTerminal() { return isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1; }
+
+// Any key will do, Ctrl-C and Ctrl-Z too: the start has still to end in an orderly way.
 void WaitForKey() {
   termios before{};
   if (tcgetattr(STDIN_FILENO, &before) != 0) return;
   termios raw = before;
-  raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+  raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ISIG);
+  raw.c_cc[VMIN] = 1;
+  raw.c_cc[VTIME] = 0;
   tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw);
   char key = 0;
   while (read(STDIN_FILENO, &key, 1) < 0 && errno == EINTR) {
@@ -196,7 +229,8 @@ std::string ShortPath(const std::string& path, std::size_t) { return path; }
 
 std::string SystemFolder(std::size_t) { return {}; }
 
-// A name in the abstract socket namespace: the system takes it back with its last holder.
+// A name in the abstract socket namespace: the system takes it back with its last holder. A handle
+// is the descriptor and 1.
 NamedMutex CreateNamedMutex(const char* name) {
   const int socketFile = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (socketFile < 0) return {};
@@ -205,11 +239,14 @@ NamedMutex CreateNamedMutex(const char* name) {
   const std::string key = std::string(name) + "-" + std::to_string(getuid());
   key.copy(address.sun_path + 1, sizeof address.sun_path - 1);
   const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + key.size());
-  const bool taken = bind(socketFile, reinterpret_cast<sockaddr*>(&address), length) != 0;
-  return {static_cast<std::uintptr_t>(socketFile), taken};
+  const bool bound = bind(socketFile, reinterpret_cast<sockaddr*>(&address), length) == 0;
+  const NamedMutex mutex{static_cast<std::uintptr_t>(socketFile) + 1, !bound};
+  if (bound || errno == EADDRINUSE) return mutex;
+  ReleaseNamedMutex(mutex);
+  return {};
 }
 
-void ReleaseNamedMutex(const NamedMutex& mutex) { close(static_cast<int>(mutex.handle)); }
+void ReleaseNamedMutex(const NamedMutex& mutex) { close(static_cast<int>(mutex.handle) - 1); }
 
 void StartSuccessor(const std::string& file, const std::string&, const std::string& parameters) {
   successor = {"./" + file, parameters};
@@ -220,11 +257,7 @@ void LaunchProgram(const std::string& file, const std::optional<std::string>& di
   const std::string folder = directory ? NativePath(*directory) : std::string();
   std::vector<std::string> command = LaunchCommand(file, folder, parameters);
   if (command.empty()) return;
-  std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
-  for (std::string& word : command) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-
+  const std::vector<char*> arguments = ArgumentVector(command);
   const pid_t child = fork();
   if (child == 0) RunDetached(folder.c_str(), arguments.data());
   if (child > 0) {

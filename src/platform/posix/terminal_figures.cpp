@@ -1,5 +1,7 @@
 #include "platform/posix/terminal_figures.h"
 
+#include <cmath>
+
 namespace velmora::platform::terminal {
 namespace {
 
@@ -42,7 +44,7 @@ std::optional<std::int64_t> FigureKeeper::TimeLeft(const Bar& bar, double now) {
   const double done = static_cast<double>(std::int64_t{bar.position} - start_->bar.position);
   const double open = static_cast<double>(std::int64_t{bar.highest} - bar.position);
   if (elapsed < kShortestForTimeLeft || done <= 0 || open <= 0) return std::nullopt;
-  return static_cast<std::int64_t>(elapsed * open / done + 0.5);
+  return std::llround(elapsed * open / done);
 }
 
 }  // namespace velmora::platform::terminal

@@ -18,7 +18,8 @@ struct ScreenSize {
   bool operator==(const ScreenSize&) const = default;
 };
 
-// Title, the page's address if there is one, two lines of status, file bar, overall bar, and as many lines of buttons as they need.
+// Title, the page's address if there is one, two lines of status, file bar, overall bar, and as
+// many lines of buttons as they need.
 [[nodiscard]] std::vector<std::string> RenderBlock(const DialogModel& model, const Figures& figures,
                                                    std::size_t columns);
 

@@ -30,8 +30,8 @@ void OnFatal(int signal, siginfo_t* info, void*) {
   RestoreTerminal();
   sigaction(signal, &actionsBefore[signal], nullptr);
   // A fault comes again by itself, with its address, as soon as this returns.
-  const bool wasSent = info->si_code <= 0;
-  if (wasSent) raise(signal);
+  const bool isFault = info->si_code > 0 && signal != SIGQUIT;
+  if (!isFault) raise(signal);
 }
 
 // Unlike an ignored signal, one with a handler is back to normal in programs that this one starts.
@@ -66,13 +66,6 @@ bool WatchSignals() {
   for (const int signal : kFatal) Install(signal, FatalCall());
   Install(SIGPIPE, CallOf(OnBrokenPipe));
   return true;
-}
-
-void UnwatchSignals() {
-  const auto restore = [](int signal) { sigaction(signal, &actionsBefore[signal], nullptr); };
-  for (const int signal : kServed) restore(signal);
-  for (const int signal : kFatal) restore(signal);
-  restore(SIGPIPE);
 }
 
 int SignalDescriptor() { return pipeEnds[0]; }

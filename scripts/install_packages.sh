@@ -4,7 +4,7 @@ set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libcli11-dev
        libgtest-dev)
-demo=(nginx-light ca-certificates curl)
+demo=(nginx-light python3 procps)
 check=(clang-format clang-tidy cppcheck valgrind python3)
 
 wanted=()

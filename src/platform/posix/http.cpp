@@ -100,7 +100,8 @@ void Request::Send() {
   done_ = curl_multi_add_handle(connection_->multi, easy_) != CURLM_OK;
   DriveUntil([this] { return headComplete_; });
   if (headEnded_) return;
-  // A length that libcurl can't make sense of ends the answer there; its status counts all the same.
+  // A length that libcurl can't make sense of ends the answer there; its status counts all the
+  // same.
   if (result_ != CURLE_WEIRD_SERVER_REPLY) status_.reset();
   contentLength_.reset();
 }

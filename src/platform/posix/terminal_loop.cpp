@@ -226,8 +226,8 @@ DialogLoop::Milliseconds DialogLoop::UntilDraw(Milliseconds now) {
 // What can't be executed yet isn't read either, so that a long script needs no room.
 bool DialogLoop::WantsInput() const { return !inputEnded_ && !waitsForRun_ && !script_.HasLine(); }
 
-// Of a script no byte is taken beyond the line that comes next: when the patcher has replaced itself,
-// the new one goes on reading here.
+// Of a script no byte is taken beyond the line that comes next: when the patcher has replaced
+// itself, the new one goes on reading here.
 void DialogLoop::ReadInput() {
   char bytes[4096];
   const ssize_t count = read(STDIN_FILENO, bytes, keyboardOn_ ? sizeof bytes : 1);

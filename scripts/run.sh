@@ -1,0 +1,141 @@
+#!/usr/bin/env bash
+# Shows the main job on real data: publishes a real game's files, serves them with nginx on a loopback
+# port, and lets the patcher bring an installation into line with them: from nothing, with nothing to
+# do, after damage, and when a new patcher is published. Fails if the trees differ at the end.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$PWD
+demo=$root/build/demo
+package=neverball-data
+
+scripts/install_packages.sh build demo
+echo "== Building"
+cmake --preset native >/dev/null
+cmake --build --preset native --target VelmoraUpdate velmora-publish | tail -1
+
+# --- A real game's data, unpacked and not installed.
+
+mkdir -p "$demo/download"
+if ! ls "$demo/download/$package"_*.deb >/dev/null 2>&1; then
+  (cd "$demo/download" && { apt-get download "$package" ||
+    { apt-get update -qq && apt-get download "$package"; }; } >/dev/null 2>&1) ||
+    { echo "run.sh: can't download the package $package" >&2; exit 1; }
+fi
+rm -rf "$demo"/{unpacked,tree,server,installed,nginx}
+mkdir -p "$demo"/{unpacked,server,installed,nginx}
+dpkg-deb -x "$demo/download/$package"_*.deb "$demo/unpacked"
+cp -rL "$demo/unpacked/usr/share/games/neverball" "$demo/tree"
+# A stand-in for the game client, which writes down how it was started.
+cat >"$demo/tree/Game.exe" <<'GAME'
+#!/bin/sh
+echo "Game.exe in $PWD with $# arguments: $*" >"$PWD/game-was-started"
+GAME
+cp build/native/VelmoraUpdate.exe "$demo/tree/"
+
+# --- The web server, ended on every way out.
+
+port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+cat >"$demo/nginx/nginx.conf" <<CONF
+daemon off;
+pid $demo/nginx/pid;
+error_log $demo/nginx/error.log;
+events {}
+http {
+  access_log $demo/nginx/access.log;
+  client_body_temp_path $demo/nginx;
+  proxy_temp_path $demo/nginx;
+  fastcgi_temp_path $demo/nginx;
+  uwsgi_temp_path $demo/nginx;
+  scgi_temp_path $demo/nginx;
+  server {
+    listen 127.0.0.1:$port;
+    location /game/ { alias $demo/server/; }
+  }
+}
+CONF
+[[ $(id -u) -eq 0 ]] && sed -i '1i user root;' "$demo/nginx/nginx.conf"
+nginx -p "$demo/nginx" -e "$demo/nginx/error.log" -c "$demo/nginx/nginx.conf" &
+server=$!
+trap 'kill "$server" 2>/dev/null || true; wait "$server" 2>/dev/null || true' EXIT
+for _ in $(seq 100); do
+  (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null && break
+  sleep 0.05
+done
+
+# --- What each stage does and shows.
+
+publish() {
+  echo "   published: $(build/native/velmora-publish build "$demo/tree" "$demo/server" --compress --exe '\Game.exe' "$@")"
+}
+
+# patch COMMANDS...: runs the patcher in the installation with this script.
+patch() {
+  : >"$demo/nginx/access.log"
+  local start
+  start=$(date +%s.%N)
+  (cd "$demo/installed" && printf '%s\n' "$@" | ./VelmoraUpdate.exe /I player1 >"$demo/patcher.out" 2>"$demo/patcher.err")
+  seconds=$(python3 -c "import time; print(f'{time.time() - $start:.2f}')")
+  requests=$(grep -c 'GET /game/' "$demo/nginx/access.log" || true)
+}
+
+logged() { grep -ac "$1" "$demo/installed/session.log" || true; }
+
+report() {
+  echo "   $seconds s; $requests requests, $(logged 'Update Success') files installed," \
+    "$(logged '\[local\] vs') digests computed; last status:" \
+    "$(grep -a '^status:' "$demo/patcher.out" | tail -1 | cut -c9-)"
+}
+
+expect() { [[ $2 == "$3" ]] || { echo "run.sh: $1: expected $3, got $2" >&2; exit 1; }; }
+
+same_trees() {
+  diff -r --exclude='VelmoraUpdate.*' --exclude=session.log --exclude=game-was-started \
+    "$demo/tree" "$demo/installed"
+}
+
+files=$(find "$demo/tree" -type f | wc -l)
+echo "== The game: $files files, $(du -sh "$demo/tree" | cut -f1), of Debian's $package"
+publish
+cp build/native/VelmoraUpdate.exe "$demo/installed/"
+printf '[Setting]\r\nServerAddress=127.0.0.1:%s\r\nData=/game\r\nInformation=http://127.0.0.1:%s/info.html\r\n' \
+  "$port" "$port" >"$demo/installed/VelmoraUpdate.dat"
+
+echo "== 1. First installation, into an empty folder"
+patch wait close
+report
+expect "requests" "$requests" "$files"  # the list, and all files but the patcher, which is there
+same_trees
+
+echo "== 2. A start with nothing to do: existence tests alone"
+patch wait close
+report
+expect "requests" "$requests" 1
+expect "digests" "$(logged '\[local\] vs')" 0
+
+echo "== 3. Damage: a file changed, a file deleted, a stray file that the list removes; re-check"
+changed=$(cd "$demo/tree" && find . -name '*.png' | sort | head -1)
+deleted=$(cd "$demo/tree" && find . -name '*.png' | sort | tail -1)
+echo "damage" >>"$demo/installed/$changed"
+rm "$demo/installed/$deleted"
+echo "stray" >"$demo/installed/stray.tmp"
+publish --remove stray.tmp
+patch wait recheck wait close
+report
+expect "installed" "$(logged 'Update Success')" 2
+[[ ! -e $demo/installed/stray.tmp ]] || { echo "run.sh: the stray file is still there" >&2; exit 1; }
+same_trees
+
+echo "== 4. A new patcher is published: it replaces itself, starts anew, and the game is started"
+printf 'edition 2' >>"$demo/tree/VelmoraUpdate.exe"
+publish
+patch wait wait start
+report
+for _ in $(seq 100); do [[ -e $demo/installed/game-was-started ]] && break; sleep 0.05; done
+echo "   told the player: $(head -1 "$demo/patcher.err")"
+echo "   $(cat "$demo/installed/game-was-started")"
+cmp "$demo/tree/VelmoraUpdate.exe" "$demo/installed/VelmoraUpdate.exe"
+[[ ! -e $demo/installed/_VelmoraUpdate.exe ]] || { echo "run.sh: the copy is left behind" >&2; exit 1; }
+grep -aq 'Deleted temporary files' <(tail -1 "$demo/installed/session.log")
+same_trees
+
+echo "== The installation equals the published tree, byte for byte."

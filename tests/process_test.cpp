@@ -308,6 +308,31 @@ TEST_F(Chain, GameThatIsNotThereEndsThePatcherAllTheSame) {
   ExpectCompleteChain();
 }
 
+// Programs for Windows run through Wine, and the Screenshot folder opens as the desktop opens
+// folders; here scripts stand for both.
+TEST_F(Chain, WindowsProgramsAndFolders) {
+  Serve({{"/hashlist.dat", "EXE : \\Game.exe\n"}});
+  WriteFile("Game.exe", "MZ and so on");
+  fs::create_directory("Screenshot");
+  const std::string told = "#!/bin/sh\necho \"$PWD:$#:$*\" >told.tmp; mv told.tmp \"$0.told\"\n";
+  for (const char* tool : {"tools/wine", "tools/xdg-open"}) {
+    WriteFile(tool, told);
+    fs::permissions(tool, fs::perms::owner_all);
+  }
+  const std::string here = fs::current_path().string();
+  PatcherProcess patcher("/bin/sh", {"-c", "PATH=$PWD/tools:$PATH exec ./VelmoraUpdate.exe"});
+  patcher.Send("wait");
+  patcher.Send("screenshots");
+  patcher.Send("start");
+  EXPECT_EQ(patcher.Wait(), 0);
+  for (int i = 0; i < 500; ++i) {
+    if (fs::exists("tools/wine.told") && fs::exists("tools/xdg-open.told")) break;
+    usleep(10000);
+  }
+  EXPECT_EQ(ReadFile("tools/wine.told"), here + ":2:" + here + "/Game.exe -id\n");
+  EXPECT_EQ(ReadFile("tools/xdg-open.told"), here + ":1:" + here + "/Screenshot\n");
+}
+
 TEST_F(Chain, ClosedInputAndReadOnlyProgram) {
   Serve({{"/hashlist.dat", FileLine("a", "1")}, {"/a", "1"}});
   fs::permissions(kPatcher, fs::perms::owner_read | fs::perms::owner_exec);

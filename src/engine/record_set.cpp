@@ -58,7 +58,8 @@ FileRecordSet::InsertResult FileRecordSet::InsertRecord(const FileRecord& record
 }
 
 FileRecordSet::Iterator FileRecordSet::Link(const FileRecord& record, Node* parent, bool left) {
-  Node* node = &nodes_.emplace_back(Node{record, parent});
+  nodes_.push_back(Node{record, parent});
+  Node* node = &nodes_.back();
   if (parent == nullptr) {
     root_ = node;
   } else {

@@ -117,6 +117,7 @@ void RequireReadBack(const std::string& text, const std::vector<FileRecord>& rec
 std::string ListText(const std::vector<FileRecord>& records,
                      const std::vector<FileRecord>& removals, const std::string& clientExe) {
   std::vector<const FileRecord*> ordered;
+  ordered.reserve(records.size());
   for (const FileRecord& record : records) ordered.push_back(&record);
   std::stable_sort(ordered.begin(), ordered.end(),
                    [](const FileRecord* a, const FileRecord* b) { return Rank(*a) < Rank(*b); });

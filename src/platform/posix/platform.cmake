@@ -1,0 +1,26 @@
+find_package(CURL REQUIRED)
+find_package(OpenSSL REQUIRED)
+
+file(GLOB terminal_sources CONFIGURE_DEPENDS platform/posix/terminal_*.cpp)
+add_library(velmora_platform STATIC
+  platform/posix/browser.cpp
+  platform/posix/clock.cpp
+  platform/posix/dialog.cpp
+  platform/posix/digest.cpp
+  platform/posix/files.cpp
+  platform/posix/http.cpp
+  platform/posix/ini.cpp
+  platform/posix/native_path.cpp
+  platform/posix/paths.cpp
+  platform/posix/processes.cpp
+  platform/posix/threads.cpp
+  platform/posix/url.cpp
+  ${terminal_sources}
+)
+target_link_libraries(velmora_platform PUBLIC velmora_base CURL::libcurl OpenSSL::Crypto
+                                              Threads::Threads)
+
+# The program file has this name on every system: its own name is part of its behaviour.
+add_executable(VelmoraUpdate platform/posix/main.cpp)
+set_target_properties(VelmoraUpdate PROPERTIES SUFFIX ".exe")
+target_link_libraries(VelmoraUpdate PRIVATE velmora_core velmora_platform)

@@ -17,10 +17,11 @@ for group in "$@"; do
   esac
 done
 
+installed() { [[ $(dpkg-query -W -f '${Status}' "$1" 2>/dev/null) == *"ok installed" ]]; }
+
 missing=()
 for package in "${wanted[@]}"; do
-  status=$(dpkg-query -W -f '${Status}' "$package" 2>/dev/null || true)
-  [[ $status == *"ok installed" ]] || missing+=("$package")
+  installed "$package" || missing+=("$package")
 done
 [[ ${#missing[@]} -eq 0 ]] && exit 0
 
@@ -30,7 +31,30 @@ if [[ $(id -u) -ne 0 ]]; then
   as_root=(sudo)
 fi
 echo "Installing: ${missing[*]}"
-"${as_root[@]}" apt-get update -qq
-# A server that comes with a package isn't started: the scripts start their own.
-"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
-  apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+had_nginx=false
+installed nginx && had_nginx=true
+
+# nginx comes as a service, which would listen to the whole network. While this file stands, installing
+# starts no service.
+policy=/usr/sbin/policy-rc.d
+if [[ ! -e $policy ]]; then
+  trap '"${as_root[@]}" rm -f "$policy"' EXIT
+  printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$policy" >/dev/null
+  "${as_root[@]}" chmod 755 "$policy"
+fi
+
+apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300)
+log=$(mktemp)
+if ! { "${apt[@]}" update && "${apt[@]}" install -y --no-install-recommends "${missing[@]}"; } \
+  >"$log" 2>&1; then
+  cat "$log" >&2
+  rm -f "$log"
+  echo "install_packages.sh: can't install: ${missing[*]}" >&2
+  exit 1
+fi
+rm -f "$log"
+
+# Nor shall it start with the machine.
+if ! $had_nginx && installed nginx; then
+  "${as_root[@]}" env PATH="$PATH:/usr/sbin:/sbin" update-rc.d nginx disable >/dev/null
+fi

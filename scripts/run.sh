@@ -7,6 +7,9 @@ cd "$(dirname "$0")/.."
 root=$PWD
 demo=$root/build/demo
 package=neverball-data
+PATH=$PATH:/usr/sbin  # where Debian keeps nginx, and where a user's path doesn't lead
+
+fail() { echo "run.sh: $*" >&2; exit 1; }
 
 scripts/install_packages.sh build demo
 echo "== Building"
@@ -16,14 +19,18 @@ cmake --build --preset native --target VelmoraUpdate velmora-publish | tail -1
 # --- A real game's data, unpacked and not installed.
 
 mkdir -p "$demo/download"
-if ! ls "$demo/download/$package"_*.deb >/dev/null 2>&1; then
-  (cd "$demo/download" && { apt-get download "$package" ||
-    { apt-get update -qq && apt-get download "$package"; }; } >/dev/null 2>&1) ||
-    { echo "run.sh: can't download the package $package" >&2; exit 1; }
+as_root=()
+[[ $(id -u) -eq 0 ]] || as_root=(sudo)
+fetch() { (cd "$demo/download" && apt-get -qq download "$package"); }
+archive() { find "$demo/download" -name "${package}_*.deb" | sort | tail -1; }
+if [[ -z $(archive) ]]; then
+  # Without package lists, or with old ones, the first attempt fails.
+  { fetch || { "${as_root[@]}" apt-get -qq update && fetch; }; } >"$demo/download/log" 2>&1 ||
+    { cat "$demo/download/log" >&2; fail "can't download the package $package"; }
 fi
 rm -rf "$demo"/{unpacked,tree,server,installed,nginx}
 mkdir -p "$demo"/{unpacked,server,installed,nginx}
-dpkg-deb -x "$demo/download/$package"_*.deb "$demo/unpacked"
+dpkg-deb -x "$(archive)" "$demo/unpacked"
 cp -rL "$demo/unpacked/usr/share/games/neverball" "$demo/tree"
 # A stand-in for the game client, which writes down how it was started.
 cat >"$demo/tree/Game.exe" <<'GAME'
@@ -57,10 +64,12 @@ CONF
 nginx -p "$demo/nginx" -e "$demo/nginx/error.log" -c "$demo/nginx/nginx.conf" &
 server=$!
 trap 'kill "$server" 2>/dev/null || true; wait "$server" 2>/dev/null || true' EXIT
+answers() { (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; }
 for _ in $(seq 100); do
-  (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null && break
+  answers && break
   sleep 0.05
 done
+answers || { cat "$demo/nginx/error.log" >&2; fail "nginx doesn't answer"; }
 
 # --- What each stage does and shows.
 
@@ -73,20 +82,23 @@ patch() {
   : >"$demo/nginx/access.log"
   local start
   start=$(date +%s.%N)
-  (cd "$demo/installed" && printf '%s\n' "$@" | ./VelmoraUpdate.exe /I player1 >"$demo/patcher.out" 2>"$demo/patcher.err")
+  (cd "$demo/installed" && printf '%s\n' "$@" |
+    ./VelmoraUpdate.exe /I player1 >"$demo/patcher.out" 2>"$demo/patcher.err") ||
+    { cat "$demo/patcher.err" >&2; fail "the patcher ended with an error"; }
   seconds=$(python3 -c "import time; print(f'{time.time() - $start:.2f}')")
   requests=$(grep -c 'GET /game/' "$demo/nginx/access.log" || true)
+  bytes=$(awk '/GET \/game\// { sum += $10 } END { print sum + 0 }' "$demo/nginx/access.log")
 }
 
 logged() { grep -ac "$1" "$demo/installed/session.log" || true; }
 
 report() {
-  echo "   $seconds s; $requests requests, $(logged 'Update Success') files installed," \
+  echo "   $seconds s; $requests requests, $bytes bytes, $(logged 'Update Success') files installed," \
     "$(logged '\[local\] vs') digests computed; last status:" \
     "$(grep -a '^status:' "$demo/patcher.out" | tail -1 | cut -c9-)"
 }
 
-expect() { [[ $2 == "$3" ]] || { echo "run.sh: $1: expected $3, got $2" >&2; exit 1; }; }
+expect() { [[ $2 == "$3" ]] || fail "$1: expected $3, got $2"; }
 
 same_trees() {
   diff -r --exclude='VelmoraUpdate.*' --exclude=session.log --exclude=game-was-started \
@@ -122,7 +134,7 @@ publish --remove stray.tmp
 patch wait recheck wait close
 report
 expect "installed" "$(logged 'Update Success')" 2
-[[ ! -e $demo/installed/stray.tmp ]] || { echo "run.sh: the stray file is still there" >&2; exit 1; }
+[[ ! -e $demo/installed/stray.tmp ]] || fail "the stray file is still there"
 same_trees
 
 echo "== 4. A new patcher is published: it replaces itself, starts anew, and the game is started"
@@ -134,7 +146,7 @@ for _ in $(seq 100); do [[ -e $demo/installed/game-was-started ]] && break; slee
 echo "   told the player: $(head -1 "$demo/patcher.err")"
 echo "   $(cat "$demo/installed/game-was-started")"
 cmp "$demo/tree/VelmoraUpdate.exe" "$demo/installed/VelmoraUpdate.exe"
-[[ ! -e $demo/installed/_VelmoraUpdate.exe ]] || { echo "run.sh: the copy is left behind" >&2; exit 1; }
+[[ ! -e $demo/installed/_VelmoraUpdate.exe ]] || fail "the copy is left behind"
 grep -aq 'Deleted temporary files' <(tail -1 "$demo/installed/session.log")
 same_trees
 

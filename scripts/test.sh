@@ -9,11 +9,15 @@ quick=false
 
 step() { echo; echo "== $*"; }
 
+fail() { echo "test.sh: $*" >&2; exit 1; }
+
 run_suite() {
   step "Build and test: $1"
-  cmake --preset "$1" >/dev/null
-  cmake --build --preset "$1" | tail -1
-  ctest --preset "$1" -j "$(nproc)" | grep -vE '^ *(Start |[0-9]+/[0-9]+ .* Passed )|^$'
+  cmake --preset "$1" >/dev/null || fail "$1: can't be configured"
+  local log=build/$1/build.log
+  cmake --build --preset "$1" >"$log" || { cat "$log" >&2; fail "$1: doesn't build"; }
+  ctest --preset "$1" -j "$(nproc)" |
+    grep -vE '^ *(Start |[0-9]+/[0-9]+ .* Passed )|^$' || fail "$1: tests fail"
 }
 
 if $quick; then

@@ -5,6 +5,13 @@
 #include "publish/publish_error.h"
 
 namespace velmora::publish {
+namespace {
+
+void Require(bool succeeded) {
+  if (!succeeded) throw PublishError("the system's digest service fails");
+}
+
+}  // namespace
 
 struct FileDigest::Context {
   Context() = default;
@@ -17,23 +24,21 @@ struct FileDigest::Context {
 
 FileDigest::FileDigest(HashKind kind) : context_(std::make_unique<Context>()) {
   const EVP_MD* digest = kind == HashKind::kMd5 ? EVP_md5() : EVP_sha1();
-  if (EVP_DigestInit_ex(context_->evp, digest, nullptr) != 1) {
-    throw PublishError("the system offers no such digest");
-  }
+  Require(context_->evp != nullptr && EVP_DigestInit_ex(context_->evp, digest, nullptr) == 1);
 }
 
 FileDigest::~FileDigest() = default;
 FileDigest::FileDigest(FileDigest&&) noexcept = default;
 
 void FileDigest::Add(const void* bytes, std::size_t count) {
-  EVP_DigestUpdate(context_->evp, bytes, count);
+  Require(EVP_DigestUpdate(context_->evp, bytes, count) == 1);
 }
 
 std::string FileDigest::Text() {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   unsigned char bytes[EVP_MAX_MD_SIZE];
   unsigned int length = 0;
-  EVP_DigestFinal_ex(context_->evp, bytes, &length);
+  Require(EVP_DigestFinal_ex(context_->evp, bytes, &length) == 1);
   std::string text;
   for (unsigned int i = 0; i < length; ++i) {
     text += kDigits[bytes[i] >> 4];

@@ -9,6 +9,7 @@ namespace velmora::publish {
 
 enum class HashKind { kSha1, kMd5 };  // RFC 3174, RFC 1321
 
+// Throws PublishError when the system's digest service fails.
 class FileDigest {
  public:
   explicit FileDigest(HashKind kind);

@@ -29,16 +29,11 @@ struct BuildSummary {
   std::uint64_t transferBytes = 0;
 };
 
-// Writes the payloads of all files of the tree, on all cores, and behind them the list, which
-// appears at once: at no moment a list names what isn't there. The same tree gives the same bytes,
-// on every run and machine. Throws PublishError; an earlier list then still stands.
+// Writes the payloads of all files of the tree, on all cores, and the list; when all of it is
+// complete, gives the payloads their places and then the list, which appears at once: at no moment
+// a list names what isn't there yet. The same tree gives the same bytes, on every run and machine
+// that has the same zlib. Throws PublishError; what was published before then still stands as it
+// was, unless the disk failed among those last steps.
 BuildSummary BuildPublication(const BuildOptions& options);
-
-// The text of a list. The patcher's own records stand last, and of them the program file, so that a
-// patcher, which takes such records to the front as it meets them, deals with them first. Throws
-// PublishError if the patcher's own parser doesn't read exactly these records from it.
-[[nodiscard]] std::string ListText(const std::vector<FileRecord>& records,
-                                   const std::vector<FileRecord>& removals,
-                                   const std::string& clientExe);
 
 }  // namespace velmora::publish

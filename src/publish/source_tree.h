@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace velmora::publish {
@@ -21,6 +22,11 @@ struct SourceFile {
 
 // Why a patcher can't take a file of this list path and size; empty if it can.
 [[nodiscard]] std::string ReasonAgainst(const std::string& listPath, std::uint64_t size);
+
+// Whether the path with `suffix` behind it fits into the list, into a patcher's request, and on the
+// server's disk. The base path that stands in front of it in a request isn't known here, and takes
+// from the same room.
+[[nodiscard]] bool CanBeAskedFor(const std::string& listPath, std::string_view suffix);
 
 // Where the file is served, below the list's folder: the path with every byte 0x5C turned into a
 // slash, which is how patchers ask for it, the second byte of a double-byte character included.

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Runs a Windows program under Wine as a Japanese user of Windows would: code page 932, an X display,
+# and a prefix of the project's own. Usage: wine.sh PROGRAM ARGUMENTS...
+#
+# A display that is there is used (DISPLAY); otherwise a virtual one is started for the program's time.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+
+export WINEPREFIX=${VELMORA_WINEPREFIX:-$root/build/wine/prefix}
+export WINEDEBUG=${WINEDEBUG:--all}
+# No HTML engine and no .NET are looked for, so that nothing asks to install them.
+export WINEDLLOVERRIDES=mscoree,mshtml=
+export LC_ALL=ja_JP.UTF-8
+
+if [[ -z ${DISPLAY:-} ]]; then
+  exec xvfb-run -a -s '-screen 0 1280x1024x24' "$0" "$@"
+fi
+if [[ ! -e $WINEPREFIX/system.reg ]]; then
+  mkdir -p "$WINEPREFIX"
+  wine wineboot --init >/dev/null 2>&1
+  wineserver -w
+fi
+exec wine "$@"

@@ -6,10 +6,12 @@
 #else
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #endif
 
+#include <atomic>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -20,7 +22,6 @@ namespace {
 #ifdef _WIN32
 using Socket = SOCKET;
 constexpr Socket kNoSocket = INVALID_SOCKET;
-constexpr int kShutBoth = SD_BOTH;
 constexpr int kNoSignal = 0;
 using Length = int;
 void CloseSocket(Socket socket) { closesocket(socket); }
@@ -34,7 +35,6 @@ void StartSockets() {
 #else
 using Socket = int;
 constexpr Socket kNoSocket = -1;
-constexpr int kShutBoth = SHUT_RDWR;
 constexpr int kNoSignal = MSG_NOSIGNAL;
 using Length = socklen_t;
 void CloseSocket(Socket socket) { close(socket); }
@@ -84,20 +84,23 @@ struct LoopbackServer::State {
   Socket listener = kNoSocket;
   std::uint16_t port = 0;
   mutable std::mutex mutex;
-  bool ending = false;
+  std::atomic<bool> ending = false;
   std::vector<ServedRequest> requests;
   std::set<Socket> open;
   std::vector<std::thread> threads;  // the first one accepts
 
+  sockaddr_in name{};  // where it listens
+
   void Listen(std::uint16_t wanted, const char* address);
+  void WakeAccept() const;
   void Accept();
   void Serve(Socket socket, int connection);
   bool ServeOne(Socket socket, int connection, std::string& pending);
+  int Receive(Socket socket, char* buffer, int size) const;
   void Finish(Socket socket);
 };
 
 void LoopbackServer::State::Listen(std::uint16_t wanted, const char* address) {
-  sockaddr_in name{};
   name.sin_family = AF_INET;
   name.sin_port = htons(wanted);
   inet_pton(AF_INET, address, &name.sin_addr);
@@ -113,6 +116,13 @@ void LoopbackServer::State::Listen(std::uint16_t wanted, const char* address) {
   getsockname(socketHere, reinterpret_cast<sockaddr*>(&name), &length);
   port = ntohs(name.sin_port);
   listener = socketHere;
+}
+
+// Not every system ends a waiting accept when its socket is closed; a visitor does everywhere.
+void LoopbackServer::State::WakeAccept() const {
+  const Socket visitor = socket(AF_INET, SOCK_STREAM, 0);
+  connect(visitor, reinterpret_cast<const sockaddr*>(&name), sizeof name);
+  CloseSocket(visitor);
 }
 
 void LoopbackServer::State::Accept() {
@@ -140,12 +150,26 @@ void LoopbackServer::State::Finish(Socket socket) {
   if (open.erase(socket) != 0) CloseSocket(socket);
 }
 
+// As recv, but also over when the server ends: a waiting recv can't be woken on every system.
+int LoopbackServer::State::Receive(Socket socket, char* buffer, int size) const {
+  while (!ending) {
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(socket, &readable);
+    timeval step{0, 20000};
+    if (select(static_cast<int>(socket) + 1, &readable, nullptr, nullptr, &step) > 0) {
+      return static_cast<int>(recv(socket, buffer, static_cast<Length>(size), 0));
+    }
+  }
+  return 0;
+}
+
 // False when the connection is over.
 bool LoopbackServer::State::ServeOne(Socket socket, int connection, std::string& pending) {
   std::size_t end = pending.find("\r\n\r\n");
   while (end == std::string::npos) {
     char buffer[4096];
-    const auto count = recv(socket, buffer, sizeof buffer, 0);
+    const auto count = Receive(socket, buffer, sizeof buffer);
     if (count <= 0) return false;
     pending.append(buffer, static_cast<std::size_t>(count));
     end = pending.find("\r\n\r\n");
@@ -164,7 +188,7 @@ bool LoopbackServer::State::ServeOne(Socket socket, int connection, std::string&
   if (reply.end == Reply::End::kReset) ResetSocket(socket);
   if (reply.end == Reply::End::kStall) {
     char byte = 0;
-    while (recv(socket, &byte, 1, 0) > 0) {
+    while (Receive(socket, &byte, 1) > 0) {
     }
   }
   return reply.end == Reply::End::kKeep;
@@ -181,21 +205,16 @@ LoopbackServer::LoopbackServer(Answer answer, std::uint16_t port, const char* ad
 }
 
 LoopbackServer::~LoopbackServer() {
+  if (!IsListening()) return;
   std::vector<std::thread> threads;
-  if (IsListening()) {
+  {
     const std::lock_guard lock(state_->mutex);
     state_->ending = true;
-    shutdown(state_->listener, kShutBoth);
-#ifdef _WIN32
-    CloseSocket(state_->listener);
-#endif
-    for (const Socket socket : state_->open) shutdown(socket, kShutBoth);
     threads = std::move(state_->threads);
   }
+  state_->WakeAccept();
   for (std::thread& thread : threads) thread.join();
-#ifndef _WIN32
-  if (IsListening()) CloseSocket(state_->listener);
-#endif
+  CloseSocket(state_->listener);
 }
 
 bool LoopbackServer::IsListening() const { return state_->listener != kNoSocket; }

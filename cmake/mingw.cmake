@@ -1,0 +1,15 @@
+# What both cross builds have in common: everything linked in, so that a player needs no runtime, and
+# nothing that isn't used.
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_C_COMPILER ${VELMORA_TARGET}-gcc-posix)
+set(CMAKE_CXX_COMPILER ${VELMORA_TARGET}-g++-posix)
+set(CMAKE_RC_COMPILER ${VELMORA_TARGET}-windres)
+set(CMAKE_RC_FLAGS_INIT "-c 65001")
+set(CMAKE_FIND_ROOT_PATH /usr/${VELMORA_TARGET})
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(ZLIB_USE_STATIC_LIBS ON)
+set(CMAKE_CXX_FLAGS_INIT "-ffunction-sections -fdata-sections")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -s -Wl,--gc-sections")
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../scripts/wine.sh)

@@ -1,0 +1,599 @@
+#include "platform/win32/control_host.h"
+
+#include <mshtmhst.h>
+#include <ocidl.h>
+#include <oleauto.h>
+#include <olectl.h>
+#include <wrl/client.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <iterator>
+#include <mutex>
+#include <new>
+#include <utility>
+
+namespace velmora::platform {
+namespace {
+
+using Microsoft::WRL::ComPtr;
+
+constexpr char kHostClass[] = "AtlAxWin71";
+
+UINT getHostMessage = 0;
+UINT getControlMessage = 0;
+
+// COM's interfaces have no virtual destructors. Objects end by Release and by nothing else.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+
+// What a control asks of the place where it is shown. The page and the dialog stay apart: the
+// control gets the host window's area, no menus, no tool bars and no status line.
+class ControlHost final : public IOleClientSite,
+                          public IOleInPlaceSite,
+                          public IOleInPlaceFrame,
+                          public IOleControlSite,
+                          public IDispatch,
+                          public IDocHostUIHandler {
+ public:
+  explicit ControlHost(HWND window) : window_(window) {}
+
+  // Creates the control and shows it. False if that can't be done.
+  bool OpenControl(const CLSID& classId);
+  // Ends the control. After this the host only waits to be released.
+  void CloseControl();
+
+  // The control with a reference for the caller, or null.
+  [[nodiscard]] IUnknown* GetControl() const;
+  void FillWindow();
+  void Focus();
+  // Offers a key to the control. True if the control has made use of it.
+  [[nodiscard]] bool TakeKey(MSG& message);
+
+  // IUnknown
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** result) override;
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
+  ULONG STDMETHODCALLTYPE Release() override;
+
+  // IOleClientSite
+  HRESULT STDMETHODCALLTYPE SaveObject() override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetMoniker(DWORD, DWORD, IMoniker**) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetContainer(IOleContainer** container) override;
+  HRESULT STDMETHODCALLTYPE ShowObject() override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE OnShowWindow(BOOL) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE RequestNewObjectLayout() override { return E_NOTIMPL; }
+
+  // IOleWindow
+  HRESULT STDMETHODCALLTYPE GetWindow(HWND* window) override;
+  HRESULT STDMETHODCALLTYPE ContextSensitiveHelp(BOOL) override { return E_NOTIMPL; }
+
+  // IOleInPlaceSite
+  HRESULT STDMETHODCALLTYPE CanInPlaceActivate() override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE OnInPlaceActivate() override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE OnUIActivate() override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE GetWindowContext(IOleInPlaceFrame** frame,
+                                             IOleInPlaceUIWindow** document, RECT* area, RECT* clip,
+                                             OLEINPLACEFRAMEINFO* info) override;
+  HRESULT STDMETHODCALLTYPE Scroll(SIZE) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE OnUIDeactivate(BOOL) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE OnInPlaceDeactivate() override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE DiscardUndoState() override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE DeactivateAndUndo() override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE OnPosRectChange(const RECT*) override { return E_NOTIMPL; }
+
+  // IOleInPlaceUIWindow and IOleInPlaceFrame
+  HRESULT STDMETHODCALLTYPE GetBorder(RECT*) override { return INPLACE_E_NOTOOLSPACE; }
+  HRESULT STDMETHODCALLTYPE RequestBorderSpace(const BORDERWIDTHS*) override {
+    return INPLACE_E_NOTOOLSPACE;
+  }
+  HRESULT STDMETHODCALLTYPE SetBorderSpace(const BORDERWIDTHS*) override {
+    return INPLACE_E_NOTOOLSPACE;
+  }
+  HRESULT STDMETHODCALLTYPE SetActiveObject(IOleInPlaceActiveObject*, LPCOLESTR) override {
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE InsertMenus(HMENU, OLEMENUGROUPWIDTHS*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SetMenu(HMENU, HOLEMENU, HWND) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE RemoveMenus(HMENU) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SetStatusText(LPCOLESTR) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE TranslateAccelerator(MSG*, WORD) override { return S_FALSE; }
+
+  // IOleInPlaceFrame and IDocHostUIHandler
+  HRESULT STDMETHODCALLTYPE EnableModeless(BOOL) override { return S_OK; }
+
+  // IOleControlSite
+  HRESULT STDMETHODCALLTYPE OnControlInfoChanged() override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE LockInPlaceActive(BOOL) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE GetExtendedControl(IDispatch** control) override;
+  HRESULT STDMETHODCALLTYPE TransformCoords(POINTL*, POINTF*, DWORD) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE TranslateAccelerator(MSG*, DWORD) override { return S_FALSE; }
+  HRESULT STDMETHODCALLTYPE OnFocus(BOOL) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE ShowPropertyFrame() override { return E_NOTIMPL; }
+
+  // IDispatch: the ambient properties
+  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override;
+  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE Invoke(DISPID property, REFIID, LCID, WORD flags, DISPPARAMS*,
+                                   VARIANT* result, EXCEPINFO*, UINT*) override;
+
+  // IDocHostUIHandler. Its S_FALSE leaves the matter to the browser.
+  HRESULT STDMETHODCALLTYPE ShowContextMenu(DWORD, POINT*, IUnknown*, IDispatch*) override {
+    return S_FALSE;
+  }
+  HRESULT STDMETHODCALLTYPE GetHostInfo(DOCHOSTUIINFO* info) override;
+  // With S_OK the browser adds no menus or tool bars of its own.
+  HRESULT STDMETHODCALLTYPE ShowUI(DWORD, IOleInPlaceActiveObject*, IOleCommandTarget*,
+                                   IOleInPlaceFrame*, IOleInPlaceUIWindow*) override {
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE HideUI() override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE UpdateUI() override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE OnDocWindowActivate(BOOL) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE OnFrameWindowActivate(BOOL) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE ResizeBorder(const RECT*, IOleInPlaceUIWindow*, BOOL) override {
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE TranslateAccelerator(MSG*, const GUID*, DWORD) override {
+    return S_FALSE;
+  }
+  HRESULT STDMETHODCALLTYPE GetOptionKeyPath(LPOLESTR* key, DWORD) override;
+  HRESULT STDMETHODCALLTYPE GetDropTarget(IDropTarget*, IDropTarget**) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE GetExternal(IDispatch** external) override;
+  HRESULT STDMETHODCALLTYPE TranslateUrl(DWORD, LPWSTR, LPWSTR* translated) override;
+  HRESULT STDMETHODCALLTYPE FilterDataObject(IDataObject*, IDataObject** filtered) override;
+
+ private:
+  ~ControlHost() = default;
+
+  [[nodiscard]] RECT Area() const;
+  [[nodiscard]] bool ShowControl();
+  HRESULT DoVerb(IOleObject& object, LONG verb);
+
+  std::atomic<ULONG> references_ = 1;
+  HWND window_;
+  ComPtr<IUnknown> control_;
+};
+
+#pragma GCC diagnostic pop
+
+bool ControlHost::OpenControl(const CLSID& classId) {
+  const HRESULT created = CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER,
+                                           IID_PPV_ARGS(control_.ReleaseAndGetAddressOf()));
+  return SUCCEEDED(created) && ShowControl();
+}
+
+bool ControlHost::ShowControl() {
+  ComPtr<IOleObject> object;
+  // A control that isn't made to be shown is held all the same.
+  if (FAILED(control_.As(&object))) return true;
+  if (FAILED(object->SetClientSite(this))) return false;
+  ComPtr<IPersistStreamInit> state;
+  if (SUCCEEDED(control_.As(&state)) && FAILED(state->InitNew())) return false;
+  return SUCCEEDED(DoVerb(*object.Get(), OLEIVERB_INPLACEACTIVATE));
+}
+
+void ControlHost::CloseControl() {
+  // The control calls back while it ends, and must no longer be found by then.
+  const ComPtr<IUnknown> control = std::move(control_);
+  ComPtr<IOleObject> object;
+  if (control && SUCCEEDED(control.As(&object))) {
+    object->Close(OLECLOSE_NOSAVE);
+    object->SetClientSite(nullptr);
+  }
+  window_ = nullptr;
+}
+
+IUnknown* ControlHost::GetControl() const {
+  if (control_) control_->AddRef();
+  return control_.Get();
+}
+
+void ControlHost::FillWindow() {
+  ComPtr<IOleInPlaceObject> object;
+  if (!control_ || FAILED(control_.As(&object))) return;
+  const RECT area = Area();
+  object->SetObjectRects(&area, &area);
+}
+
+void ControlHost::Focus() {
+  ComPtr<IOleObject> object;
+  if (control_ && SUCCEEDED(control_.As(&object))) DoVerb(*object.Get(), OLEIVERB_UIACTIVATE);
+}
+
+bool ControlHost::TakeKey(MSG& message) {
+  ComPtr<IOleInPlaceActiveObject> active;
+  if (!control_ || FAILED(control_.As(&active))) return false;
+  return active->TranslateAccelerator(&message) == S_OK;
+}
+
+RECT ControlHost::Area() const {
+  RECT area = {};
+  GetClientRect(window_, &area);
+  return area;
+}
+
+HRESULT ControlHost::DoVerb(IOleObject& object, LONG verb) {
+  const RECT area = Area();
+  return object.DoVerb(verb, nullptr, this, 0, window_, &area);
+}
+
+HRESULT ControlHost::QueryInterface(REFIID id, void** result) {
+  if (id == IID_IUnknown || id == IID_IOleClientSite) {
+    *result = static_cast<IOleClientSite*>(this);
+  } else if (id == IID_IOleWindow || id == IID_IOleInPlaceSite) {
+    *result = static_cast<IOleInPlaceSite*>(this);
+  } else if (id == IID_IOleInPlaceUIWindow || id == IID_IOleInPlaceFrame) {
+    *result = static_cast<IOleInPlaceFrame*>(this);
+  } else if (id == IID_IOleControlSite) {
+    *result = static_cast<IOleControlSite*>(this);
+  } else if (id == IID_IDispatch) {
+    *result = static_cast<IDispatch*>(this);
+  } else if (id == IID_IDocHostUIHandler) {
+    *result = static_cast<IDocHostUIHandler*>(this);
+  } else {
+    *result = nullptr;
+    return E_NOINTERFACE;
+  }
+  AddRef();
+  return S_OK;
+}
+
+ULONG ControlHost::Release() {
+  const ULONG left = --references_;
+  if (left == 0) delete this;
+  return left;
+}
+
+HRESULT ControlHost::GetContainer(IOleContainer** container) {
+  *container = nullptr;
+  return E_NOINTERFACE;
+}
+
+HRESULT ControlHost::GetWindow(HWND* window) {
+  *window = window_;
+  return window_ == nullptr ? E_FAIL : S_OK;
+}
+
+HRESULT ControlHost::GetWindowContext(IOleInPlaceFrame** frame, IOleInPlaceUIWindow** document,
+                                      RECT* area, RECT* clip, OLEINPLACEFRAMEINFO* info) {
+  AddRef();
+  *frame = this;
+  *document = nullptr;
+  *area = Area();
+  *clip = *area;
+  info->fMDIApp = FALSE;
+  info->hwndFrame = window_;
+  info->haccel = nullptr;
+  info->cAccelEntries = 0;
+  return S_OK;
+}
+
+HRESULT ControlHost::GetExtendedControl(IDispatch** control) {
+  *control = nullptr;
+  return E_NOTIMPL;
+}
+
+HRESULT ControlHost::GetTypeInfoCount(UINT* count) {
+  *count = 0;
+  return S_OK;
+}
+
+void SetNumber(VARIANT& result, LONG number) {
+  V_VT(&result) = VT_I4;
+  V_I4(&result) = number;
+}
+
+HRESULT ControlHost::Invoke(DISPID property, REFIID, LCID, WORD flags, DISPPARAMS*, VARIANT* result,
+                            EXCEPINFO*, UINT*) {
+  if ((flags & DISPATCH_PROPERTYGET) == 0 || result == nullptr) return DISP_E_MEMBERNOTFOUND;
+  switch (property) {
+    case DISPID_AMBIENT_USERMODE:
+      V_VT(result) = VT_BOOL;
+      V_BOOL(result) = VARIANT_TRUE;
+      return S_OK;
+    case DISPID_AMBIENT_LOCALEID:
+      SetNumber(*result, LOCALE_USER_DEFAULT);
+      return S_OK;
+    case DISPID_AMBIENT_FORECOLOR:
+      SetNumber(*result, static_cast<LONG>(GetSysColor(COLOR_WINDOWTEXT)));
+      return S_OK;
+    case DISPID_AMBIENT_BACKCOLOR:
+      SetNumber(*result, static_cast<LONG>(GetSysColor(COLOR_BTNFACE)));
+      return S_OK;
+    default:
+      return DISP_E_MEMBERNOTFOUND;
+  }
+}
+
+HRESULT ControlHost::GetHostInfo(DOCHOSTUIINFO* info) {
+  info->dwFlags = DOCHOSTUIFLAG_NO3DBORDER;
+  info->dwDoubleClick = DOCHOSTUIDBLCLK_DEFAULT;
+  return S_OK;
+}
+
+HRESULT ControlHost::GetOptionKeyPath(LPOLESTR* key, DWORD) {
+  *key = nullptr;
+  return S_FALSE;
+}
+
+HRESULT ControlHost::GetExternal(IDispatch** external) {
+  *external = nullptr;
+  return E_NOTIMPL;
+}
+
+HRESULT ControlHost::TranslateUrl(DWORD, LPWSTR, LPWSTR* translated) {
+  *translated = nullptr;
+  return S_FALSE;
+}
+
+HRESULT ControlHost::FilterDataObject(IDataObject*, IDataObject** filtered) {
+  *filtered = nullptr;
+  return S_FALSE;
+}
+
+// The host window. It holds one reference to its host object.
+
+LRESULT CALLBACK HostWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+
+// The host of a window; null for a window of another class, and for one without a host.
+ControlHost* HostOf(HWND window) {
+  const auto procedure = reinterpret_cast<LONG_PTR>(HostWindowProc);
+  if (GetWindowLongPtrA(window, GWLP_WNDPROC) != procedure) return nullptr;
+  return reinterpret_cast<ControlHost*>(GetWindowLongPtrA(window, GWLP_USERDATA));
+}
+
+void SetHost(HWND window, ControlHost* host) {
+  SetWindowLongPtrA(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(host));
+}
+
+// The class id that the window's caption holds. The caption isn't meant for eyes and is emptied.
+bool TakeClassId(HWND window, CLSID& classId) {
+  wchar_t caption[64] = L"";
+  GetWindowTextW(window, caption, static_cast<int>(std::size(caption)));
+  SetWindowTextW(window, L"");
+  // Unlike CLSIDFromString, this takes nothing but an id in braces.
+  return SUCCEEDED(IIDFromString(caption, &classId));
+}
+
+bool OnCreate(HWND window) {
+  if (FAILED(OleInitialize(nullptr))) return false;
+  CLSID classId;
+  auto* const host =
+      TakeClassId(window, classId) ? new (std::nothrow) ControlHost(window) : nullptr;
+  if (host == nullptr) {
+    OleUninitialize();
+    return false;
+  }
+  // From here on it is OnEnd that cleans up, also when the control can't be opened.
+  SetHost(window, host);
+  return host->OpenControl(classId);
+}
+
+// The dialog manager looks for tab stops only in children that say they have some. So the host says
+// so as soon as a window of its control does.
+void OnChildCreated(HWND window, HWND child) {
+  if ((GetWindowLongPtrA(child, GWL_EXSTYLE) & WS_EX_CONTROLPARENT) == 0) return;
+  const LONG_PTR style = GetWindowLongPtrA(window, GWL_EXSTYLE);
+  SetWindowLongPtrA(window, GWL_EXSTYLE, style | WS_EX_CONTROLPARENT);
+}
+
+void OnEnd(HWND window, ControlHost& host) {
+  // A window whose creation failed comes here without having been destroyed.
+  host.CloseControl();
+  SetHost(window, nullptr);
+  host.Release();
+  OleUninitialize();
+}
+
+LRESULT CALLBACK HostWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+  if (message == WM_CREATE) return OnCreate(window) ? 0 : -1;
+  ControlHost* const host = HostOf(window);
+  if (host == nullptr) return DefWindowProcA(window, message, wParam, lParam);
+
+  if (message == getControlMessage) return reinterpret_cast<LRESULT>(host->GetControl());
+  if (message == getHostMessage) {
+    host->AddRef();
+    return reinterpret_cast<LRESULT>(static_cast<IUnknown*>(static_cast<IOleClientSite*>(host)));
+  }
+  switch (message) {
+    case WM_SIZE:
+      host->FillWindow();
+      break;
+    case WM_SETFOCUS:
+      host->Focus();
+      break;
+    case WM_PARENTNOTIFY:
+      if (LOWORD(wParam) == WM_CREATE) OnChildCreated(window, reinterpret_cast<HWND>(lParam));
+      break;
+    case WM_DESTROY:
+      // The control's windows live up to here, and it ends them itself.
+      host->CloseControl();
+      break;
+    case WM_NCDESTROY:
+      OnEnd(window, *host);
+      break;
+    default:
+      break;
+  }
+  return DefWindowProcA(window, message, wParam, lParam);
+}
+
+void RegisterHostClass() {
+  WNDCLASSEXA hostClass = {};
+  hostClass.cbSize = sizeof hostClass;
+  const HINSTANCE instance = GetModuleHandleA(nullptr);
+  if (GetClassInfoExA(instance, kHostClass, &hostClass)) return;
+
+  hostClass = {};
+  hostClass.cbSize = sizeof hostClass;
+  hostClass.style = CS_DBLCLKS;
+  hostClass.lpfnWndProc = HostWindowProc;
+  hostClass.hInstance = instance;
+  hostClass.hCursor = LoadCursorA(nullptr, IDC_ARROW);
+  hostClass.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_WINDOW + 1);
+  hostClass.lpszClassName = kHostClass;
+  RegisterClassExA(&hostClass);
+}
+
+// Keys. The dialog manager would keep Tab, Enter and the arrows for itself, so a filter lets a
+// control's keys pass by it.
+
+ControlHost* HostAround(HWND window) {
+  for (; window != nullptr; window = GetAncestor(window, GA_PARENT)) {
+    if (ControlHost* const host = HostOf(window)) return host;
+  }
+  return nullptr;
+}
+
+bool TakeKeyOfControl(MSG& message) {
+  if (message.message < WM_KEYFIRST || message.message > WM_KEYLAST) return false;
+  ControlHost* const host = HostAround(message.hwnd);
+  if (host == nullptr) return false;
+  if (host->TakeKey(message)) return true;
+  // Tab leaves a page behind its last link. Any other key stays in the page: Enter there must not
+  // press the dialog's default button. Characters pass, the dialog manager has no use for them.
+  if (message.message != WM_KEYDOWN || message.wParam == VK_TAB) return false;
+  TranslateMessage(&message);
+  DispatchMessageA(&message);
+  return true;
+}
+
+LRESULT CALLBACK FilterMessage(int code, WPARAM wParam, LPARAM lParam) {
+  if (code == MSGF_DIALOGBOX && TakeKeyOfControl(*reinterpret_cast<MSG*>(lParam))) return 1;
+  return CallNextHookEx(nullptr, code, wParam, lParam);
+}
+
+// The filter, in force for the dialogs of this thread.
+class KeyFilter {
+ public:
+  KeyFilter()
+      : hook_(SetWindowsHookExA(WH_MSGFILTER, FilterMessage, nullptr, GetCurrentThreadId())) {}
+  ~KeyFilter() {
+    if (hook_ != nullptr) UnhookWindowsHookEx(hook_);
+  }
+  KeyFilter(const KeyFilter&) = delete;
+  KeyFilter& operator=(const KeyFilter&) = delete;
+
+ private:
+  HHOOK hook_;
+};
+
+// A dialog template of the extended form is a row of 16-bit words: a head of fixed size, names and
+// texts, and behind them the controls, each on a 32-bit border and shaped in the same way.
+
+constexpr std::size_t kStyleAt = 6;
+constexpr std::size_t kControlCountAt = 8;
+constexpr std::size_t kHeadWords = 13;
+constexpr std::size_t kFontWords = 3;
+constexpr std::size_t kControlHeadWords = 12;
+constexpr WORD kOrdinal = 0xFFFF;
+
+const WORD* BehindText(const WORD* at) {
+  while (*at != 0) ++at;
+  return at + 1;
+}
+
+// A name is a text, or a mark with a number behind it.
+const WORD* BehindName(const WORD* at) { return *at == kOrdinal ? at + 2 : BehindText(at); }
+
+const WORD* OnBorder(const WORD* at) {
+  return reinterpret_cast<std::uintptr_t>(at) % sizeof(DWORD) == 0 ? at : at + 1;
+}
+
+const WORD* FirstControl(const WORD* dialog) {
+  const WORD* const menu = dialog + kHeadWords;
+  const WORD* const behindTitle = BehindText(BehindName(BehindName(menu)));
+  const bool namesFont = (dialog[kStyleAt] & DS_SETFONT) != 0;
+  return OnBorder(namesFont ? BehindText(behindTitle + kFontWords) : behindTitle);
+}
+
+const WORD* NextControl(const WORD* control) {
+  const WORD* const dataSize = BehindName(BehindName(control + kControlHeadWords));
+  return OnBorder(dataSize + 1 + (*dataSize + 1) / 2);
+}
+
+bool NamesClassId(const WORD* control) { return control[kControlHeadWords] == L'{'; }
+
+struct Controls {
+  const WORD* begin;
+  const WORD* end;
+  int byClassId = 0;  // how many name a class id in place of a window class
+};
+
+Controls ScanControls(const WORD* dialog) {
+  Controls controls = {.begin = FirstControl(dialog), .end = FirstControl(dialog)};
+  for (WORD left = dialog[kControlCountAt]; left > 0; --left) {
+    if (NamesClassId(controls.end)) ++controls.byClassId;
+    controls.end = NextControl(controls.end);
+  }
+  return controls;
+}
+
+// A copy of the template without the controls by class id, which no window class can serve and
+// which would keep the whole dialog from being built. Null without memory. The caller gives it back
+// by GlobalFree.
+WORD* CopyWithoutClassIds(const WORD* dialog, const Controls& controls) {
+  const auto words = static_cast<std::size_t>(controls.end - dialog);
+  auto* const copy = static_cast<WORD*>(GlobalAlloc(GMEM_FIXED, words * sizeof(WORD)));
+  if (copy == nullptr) return nullptr;
+  WORD* out = std::copy(dialog, controls.begin, copy);
+  for (const WORD* at = controls.begin; at != controls.end;) {
+    const WORD* const next = NextControl(at);
+    if (!NamesClassId(at)) out = std::copy(at, next, out);
+    at = next;
+  }
+  copy[kControlCountAt] = static_cast<WORD>(copy[kControlCountAt] - controls.byClassId);
+  return copy;
+}
+
+const WORD* LoadTemplate(HINSTANCE instance, WORD number) {
+  const HRSRC resource = FindResourceA(instance, MAKEINTRESOURCEA(number), RT_DIALOG);
+  if (resource == nullptr) return nullptr;
+  return static_cast<const WORD*>(LockResource(LoadResource(instance, resource)));
+}
+
+INT_PTR ShowDialog(HINSTANCE instance, const WORD* dialog, HWND owner, DLGPROC procedure,
+                   LPARAM parameter) {
+  const KeyFilter filter;
+  return DialogBoxIndirectParamA(instance, reinterpret_cast<const DLGTEMPLATE*>(dialog), owner,
+                                 procedure, parameter);
+}
+
+}  // namespace
+
+void AtlAxWinInit() {
+  static std::mutex lock;
+  const std::lock_guard guard(lock);
+  getHostMessage = RegisterWindowMessageA("WM_ATLGETHOST");
+  getControlMessage = RegisterWindowMessageA("WM_ATLGETCONTROL");
+  RegisterHostClass();
+}
+
+// Initialisation data beside the template (resource type 240) isn't looked for: it would belong to
+// controls by class id, and those are left out.
+INT_PTR AtlAxDialogBox(HINSTANCE instance, WORD templateNumber, HWND owner, DLGPROC procedure,
+                       LPARAM parameter) {
+  AtlAxWinInit();
+  const WORD* const dialog = LoadTemplate(instance, templateNumber);
+  if (dialog == nullptr) return -1;
+  const Controls controls = ScanControls(dialog);
+  if (controls.byClassId == 0) return ShowDialog(instance, dialog, owner, procedure, parameter);
+
+  WORD* const copy = CopyWithoutClassIds(dialog, controls);
+  if (copy == nullptr) return -1;
+  const INT_PTR result = ShowDialog(instance, copy, owner, procedure, parameter);
+  GlobalFree(copy);
+  return result;
+}
+
+IUnknown* GetHostedControl(HWND hostWindow) {
+  return reinterpret_cast<IUnknown*>(SendMessageA(hostWindow, getControlMessage, 0, 0));
+}
+
+}  // namespace velmora::platform

@@ -1,0 +1,127 @@
+#include "platform/dialog.h"
+
+#include <windows.h>
+// After windows.h, which it needs.
+#include <commctrl.h>
+#include <ole2.h>
+
+#include <atomic>
+
+#include "platform/win32/control_host.h"
+#include "platform/win32/dialog.h"
+#include "platform/win32/instance.h"
+
+namespace velmora::platform {
+namespace {
+
+constexpr WORD kDialogTemplate = 101;
+constexpr WORD kProgramIcon = 146;
+
+// Set once, read by the worker as well. It keeps its value when the window has gone, and all calls
+// with it then fail without harm.
+std::atomic<HWND> dialogWindow = nullptr;
+DialogHandlers dialogHandlers = {};
+
+HWND ControlWindow(Control control) { return GetDlgItem(dialogWindow, static_cast<int>(control)); }
+
+// A negative number keeps its sign in the wider parameter of a 64-bit system.
+void SendToBar(Control bar, UINT message, std::int32_t wParam, std::int32_t lParam) {
+  SendDlgItemMessageA(dialogWindow, static_cast<int>(bar), message, static_cast<WPARAM>(wParam),
+                      lParam);
+}
+
+INT_PTR CALLBACK UpdateDialogProc(HWND window, UINT message, WPARAM wParam, LPARAM) {
+  if (dialogWindow == nullptr) dialogWindow = window;
+  switch (message) {
+    case WM_INITDIALOG:
+      dialogHandlers.opened();
+      return TRUE;
+    case WM_COMMAND:
+      return dialogHandlers.command(LOWORD(wParam));
+    case WM_CLOSE:
+      dialogHandlers.close();
+      return TRUE;
+    case WM_DESTROY:
+      dialogHandlers.destroyed();
+      return FALSE;
+    default:
+      return FALSE;
+  }
+}
+
+// OLE on the dialog's thread, longer than the dialog: a browser that is released with the dialog's
+// last messages still finds it.
+class OleOfThread {
+ public:
+  OleOfThread() : started_(SUCCEEDED(OleInitialize(nullptr))) {}
+  ~OleOfThread() {
+    if (started_) OleUninitialize();
+  }
+  OleOfThread(const OleOfThread&) = delete;
+  OleOfThread& operator=(const OleOfThread&) = delete;
+
+ private:
+  bool started_;
+};
+
+void RegisterProgressBars() {
+  const INITCOMMONCONTROLSEX classes = {.dwSize = sizeof classes, .dwICC = ICC_PROGRESS_CLASS};
+  InitCommonControlsEx(&classes);
+}
+
+}  // namespace
+
+HWND DialogWindow() { return dialogWindow; }
+
+void SetStatusText(const std::string& text) {
+  SetWindowTextA(ControlWindow(Control::kStatusLine), text.c_str());
+}
+
+void SetBarRange(Control bar, std::int32_t lowest, std::int32_t highest) {
+  SendToBar(bar, PBM_SETRANGE32, lowest, highest);
+}
+
+void SetBarStep(Control bar, std::int32_t step) { SendToBar(bar, PBM_SETSTEP, step, 0); }
+
+void SetBarPosition(Control bar, std::int32_t position) { SendToBar(bar, PBM_SETPOS, position, 0); }
+
+void MoveBarPosition(Control bar, std::int32_t difference) {
+  SendToBar(bar, PBM_DELTAPOS, difference, 0);
+}
+
+void StepBar(Control bar) { SendToBar(bar, PBM_STEPIT, 0, 0); }
+
+void EnableControl(Control control, bool enable) {
+  EnableWindow(ControlWindow(control), enable ? TRUE : FALSE);
+}
+
+void SetButtonCaption(Control button, const std::string& text) {
+  SetWindowTextA(ControlWindow(button), text.c_str());
+}
+
+void SetDialogIcon() {
+  const HICON icon = LoadIconA(ProgramInstance(), MAKEINTRESOURCEA(kProgramIcon));
+  SendMessageA(dialogWindow, WM_SETICON, ICON_SMALL, reinterpret_cast<LPARAM>(icon));
+  SendMessageA(dialogWindow, WM_SETICON, ICON_BIG, reinterpret_cast<LPARAM>(icon));
+}
+
+void ShowMessageBox(const std::string& text, const std::string& caption, std::uint32_t type) {
+  // No owner at all would be a good one to MessageBoxA, and the box would stand by itself.
+  if (!IsWindow(dialogWindow)) return;
+  MessageBoxA(dialogWindow, text.c_str(), caption.c_str(), type);
+}
+
+void AskToClose() { SendMessageA(dialogWindow, WM_CLOSE, 0, 0); }
+
+int RunUpdateDialog(const DialogHandlers& handlers) {
+  const OleOfThread ole;
+  dialogHandlers = handlers;
+  RegisterProgressBars();
+  AtlAxWinInit();
+  return static_cast<int>(
+      AtlAxDialogBox(ProgramInstance(), kDialogTemplate, nullptr, UpdateDialogProc, 0));
+}
+
+void EndUpdateDialog(int result) { EndDialog(dialogWindow, result); }
+
+}  // namespace velmora::platform

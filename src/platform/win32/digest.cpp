@@ -1,0 +1,60 @@
+#include "platform/digest.h"
+
+#include <wincrypt.h>
+#include <windows.h>
+
+#include "platform/win32/last_error.h"
+
+namespace velmora::platform {
+
+static_assert(kErrorBadKeySet == NTE_BAD_KEYSET);
+
+namespace {
+
+bool Tell(bool succeeded, std::int32_t& error) {
+  if (!succeeded) error = LastErrorCode();
+  return succeeded;
+}
+
+bool GetHashValue(DigestHandle digest, BYTE* buffer, std::uint32_t& length, std::int32_t& error) {
+  DWORD room = length;
+  const bool succeeded = CryptGetHashParam(digest, HP_HASHVAL, buffer, &room, 0) != FALSE;
+  if (succeeded) length = room;
+  return Tell(succeeded, error);
+}
+
+}  // namespace
+
+DigestHandle OpenDigestProvider(KeySet keySet, std::int32_t& error) {
+  const DWORD flags = keySet == KeySet::kCreate ? CRYPT_NEWKEYSET : 0;
+  HCRYPTPROV provider = 0;
+  const bool opened =
+      CryptAcquireContextA(&provider, nullptr, nullptr, PROV_RSA_FULL, flags) != FALSE;
+  return Tell(opened, error) ? provider : 0;
+}
+
+DigestHandle CreateDigest(DigestHandle provider, DigestKind kind, std::int32_t& error) {
+  const ALG_ID algorithm = kind == DigestKind::kMd5 ? CALG_MD5 : CALG_SHA1;
+  HCRYPTHASH hash = 0;
+  return Tell(CryptCreateHash(provider, algorithm, 0, 0, &hash) != FALSE, error) ? hash : 0;
+}
+
+bool FeedDigest(DigestHandle digest, const void* data, std::uint32_t length, std::int32_t& error) {
+  const auto* bytes = static_cast<const BYTE*>(data);
+  return Tell(CryptHashData(digest, bytes, length, 0) != FALSE, error);
+}
+
+bool GetDigestLength(DigestHandle digest, std::uint32_t& length, std::int32_t& error) {
+  return GetHashValue(digest, nullptr, length, error);
+}
+
+bool GetDigest(DigestHandle digest, std::uint8_t* buffer, std::uint32_t& length,
+               std::int32_t& error) {
+  return GetHashValue(digest, buffer, length, error);
+}
+
+void DestroyDigest(DigestHandle digest) { CryptDestroyHash(digest); }
+
+void CloseDigestProvider(DigestHandle provider) { CryptReleaseContext(provider, 0); }
+
+}  // namespace velmora::platform

@@ -1,0 +1,448 @@
+// The Windows program from its start to the end of its last process, with its windows read and its
+// buttons pressed from outside.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/digest.h"
+#include "support/loopback_server.h"
+#include "support/patcher_windows.h"
+#include "support/workspace.h"
+
+namespace velmora::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+constexpr char kPatcher[] = "VelmoraUpdate.exe";
+constexpr char kCopy[] = "_VelmoraUpdate.exe";
+constexpr char kErrorCaption[] = "エラー";
+constexpr char kCompleted[] = "アップデート完了";
+constexpr char kPatcherUpdated[] =
+    "アップデートプログラムが更新されました。\nアップデートプログラムを再起動します。";
+
+constexpr int kUpdate = 1000;
+constexpr int kStartGame = 1001;
+constexpr int kOverallBar = 1002;
+constexpr int kFileBar = 1005;
+constexpr int kRecheck = 1007;
+constexpr int kStatusLine = 1008;
+constexpr int kOptions = 1009;
+constexpr int kScreenshots = 1011;
+
+// A program of the build, as the environment or else the build names it.
+std::string BuiltProgram(const char* variable, const std::string& builtPath) {
+  const char* const given = std::getenv(variable);
+  const std::string path = given != nullptr ? given : builtPath;
+  return path.starts_with('/') ? "Z:" + path : path;  // where Wine shows the system's own files
+}
+
+std::string Program() { return BuiltProgram("VELMORA_PROGRAM", VELMORA_PROGRAM); }
+std::string MarkedProgram() {
+  return BuiltProgram("VELMORA_MARKED_PROGRAM", VELMORA_MARKED_PROGRAM);
+}
+std::string StubGame() { return BuiltProgram("VELMORA_STUB_GAME", VELMORA_STUB_GAME); }
+
+// A user who has never used a digest has no key set yet, and the digests of a test need one.
+void MakeKeySet() {
+  std::int32_t error = 0;
+  const auto provider = platform::OpenDigestProvider(platform::KeySet::kCreate, error);
+  if (provider != 0) platform::CloseDigestProvider(provider);
+}
+
+// Wine's setting that keeps a library from the programs of one name. It goes with the object, and
+// with Wine itself.
+class LibraryHidden {
+ public:
+  LibraryHidden(const std::string& program, const char* library)
+      : key_("Software\\Wine\\AppDefaults\\" + program) {
+    HKEY overrides = nullptr;
+    EXPECT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, (key_ + "\\DllOverrides").c_str(), 0, nullptr,
+                              REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, &overrides, nullptr),
+              ERROR_SUCCESS);
+    EXPECT_EQ(RegSetValueExA(overrides, library, 0, REG_SZ, nullptr, 0), ERROR_SUCCESS);
+    RegCloseKey(overrides);
+  }
+  ~LibraryHidden() { RegDeleteTreeA(HKEY_CURRENT_USER, key_.c_str()); }
+  LibraryHidden(const LibraryHidden&) = delete;
+  LibraryHidden& operator=(const LibraryHidden&) = delete;
+
+ private:
+  std::string key_;
+};
+
+class WindowsChain : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(GetACP(), 932U) << "The texts need a system in Japanese (LC_ALL=ja_JP.UTF-8)";
+    // Wine's desktop begins with the first window, and must not end with a process of the test.
+    GetDesktopWindow();
+    MakeKeySet();
+    fs::copy_file(Program(), kPatcher);
+  }
+
+  // What can't be seen any more when the folder has gone.
+  void TearDown() override {
+    if (!HasFailure()) return;
+    std::cout << ReadFile("session.log");
+    if (server_ == nullptr) return;
+    for (const ServedRequest& request : server_->Requests()) std::cout << request.path << "\n";
+  }
+
+  void Serve(LoopbackServer::Answer answer) {
+    server_ = std::make_unique<LoopbackServer>(std::move(answer));
+    WriteFile("VelmoraUpdate.dat", SettingsText());
+  }
+  void Serve(std::map<std::string, std::string> files) {
+    Serve([files = std::move(files)](const ServedRequest& request) {
+      const auto found = files.find(request.path);
+      return found == files.end() ? Status(404) : Ok(found->second);
+    });
+  }
+  std::string Host() const { return "127.0.0.1:" + std::to_string(server_->port()); }
+  std::string SettingsText() const {
+    return "[Setting]\r\nServerAddress=" + Host() + "\r\nInformation=http://" + Host() +
+           "/news.html\r\n";
+  }
+  std::ptrdiff_t RequestsFor(const std::string& path) const {
+    const auto requests = server_->Requests();
+    return std::count_if(requests.begin(), requests.end(),
+                         [&path](const ServedRequest& request) { return request.path == path; });
+  }
+
+  // Presses until a run has asked for its list: a run ends a moment after its last sign, and up to
+  // then a press starts no other one.
+  bool StartRun(const std::function<void()>& press) const {
+    constexpr int kPresses = 5;
+    const auto before = RequestsFor("/hashlist.dat");
+    for (int i = 0; i < kPresses; ++i) {
+      press();
+      if (WaitUntil([&] { return RequestsFor("/hashlist.dat") > before; }, kPatience / kPresses)) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  // Closes the dialog and sees all processes of the chain end in order.
+  void CloseAndExpectTheEnd(const PatcherDialog& dialog) {
+    dialog.Close();
+    EXPECT_TRUE(dialog.WaitForClosed());
+    ExpectTheEnd();
+  }
+  void ExpectTheEnd() {
+    EXPECT_TRUE(chain_.WaitForEnd());
+    EXPECT_FALSE(fs::exists(kCopy));
+    const Lines log = LogMessages();
+    ASSERT_FALSE(log.empty());
+    EXPECT_EQ(log.front(), "==== LogFile Initialized. ====");
+    EXPECT_EQ(log.back(), "Deleted temporary files.");
+  }
+  void ExpectBox(const std::string& caption, const std::string& text) {
+    const auto box = WaitForBox(chain_);
+    ASSERT_TRUE(box);
+    EXPECT_EQ(box->caption, caption);
+    EXPECT_EQ(box->text, text);
+    EXPECT_TRUE(Answer(*box));
+  }
+
+  TemporaryFolder folder_;
+  std::unique_ptr<LoopbackServer> server_;
+  ProcessChain chain_;
+};
+
+TEST_F(WindowsChain, NothingToUpdate) {
+  Serve({{"/hashlist.dat", ""}});
+  chain_.Start(kPatcher, "/I id");
+  const PatcherDialog dialog(chain_);
+  ASSERT_TRUE(dialog.IsOpen());
+  EXPECT_TRUE(dialog.WaitForEnabled(kStartGame, true));
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, kCompleted));
+  EXPECT_TRUE(dialog.WaitForEnabled(kRecheck, true));
+  EXPECT_EQ(dialog.BarPosition(kOverallBar), 1);
+  EXPECT_EQ(dialog.Text(kStartGame), "ゲーム開始");
+  EXPECT_TRUE(dialog.IsEnabled(kOptions));
+  EXPECT_FALSE(dialog.IsEnabled(kScreenshots));
+  EXPECT_FALSE(dialog.IsVisible(kUpdate));
+  EXPECT_TRUE(fs::exists(kCopy));
+
+  CloseAndExpectTheEnd(dialog);
+  const Lines log = LogMessages();
+  EXPECT_EQ(log[1], "Executing : _VelmoraUpdate.exe");
+  EXPECT_EQ(LogMessagesWith("ID = id").size(), 1U);
+  const Lines end(log.end() - 4, log.end());
+  EXPECT_EQ(end, (Lines{"Destroying Window : ", "Execute : Cleaning temporary files.",
+                        "Delete temporary files to close.", "Deleted temporary files."}));
+}
+
+TEST_F(WindowsChain, SecondStartMeetsTheMessageAndTheFirstStays) {
+  Serve({{"/hashlist.dat", ""}});
+  chain_.Start(kPatcher);
+  const PatcherDialog dialog(chain_);
+  ASSERT_TRUE(dialog.WaitForEnabled(kStartGame, true));
+
+  ProcessChain second;
+  second.Start(kPatcher);
+  const auto box = WaitForBox(second);
+  ASSERT_TRUE(box);
+  EXPECT_EQ(box->caption, kErrorCaption);
+  EXPECT_EQ(box->text, "既に動作中です。\n同時に2個以上起動することは出来ません。");
+  EXPECT_TRUE(Answer(*box));
+  EXPECT_TRUE(second.WaitForEnd());
+  EXPECT_EQ(LogMessages().back(), "Error CopyFile() : Already exists same application ");
+
+  EXPECT_TRUE(dialog.IsOpen());
+  CloseAndExpectTheEnd(dialog);
+}
+
+// The second byte of the last character of the double-byte name is a backslash to the request.
+TEST_F(WindowsChain, FirstInstallationOfATree) {
+  const std::string large(300000, 'L');
+  Serve({{"/hashlist.dat", FileLine("readme with blanks.txt", "read me") +
+                               CompressedLine("data\\maps\\large.dat", large) +
+                               FileLine("data\\日本 表.txt", "名前")},
+         {"/readme%20with%20blanks.txt", "read me"},
+         {"/data/maps/large.dat.compressed", Compressed(large)},
+         {"/data/%93%FA%96%7B%20%95/.txt", "名前"}});
+  chain_.Start(kPatcher);
+  const PatcherDialog dialog(chain_);
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, kCompleted));
+  EXPECT_EQ(dialog.BarPosition(kOverallBar), 3);
+  CloseAndExpectTheEnd(dialog);
+  EXPECT_EQ(ReadFile("readme with blanks.txt"), "read me");
+  EXPECT_TRUE(ReadFile("data/maps/large.dat") == large);
+  EXPECT_EQ(ReadFile(L"data/日本 表.txt"), "名前");
+}
+
+TEST_F(WindowsChain, NewPatcherRunsWithThePlayersOptions) {
+  const std::string next = ReadFile(MarkedProgram());
+  Serve({{"/list2.dat", FileLine("aa.dat", "a") + FileLine(kPatcher, next) +
+                            FileLine("behind-the-patcher.dat", "b")},
+         {"/VelmoraUpdate.exe", next},
+         {"/aa.dat", "a"},
+         {"/behind-the-patcher.dat", "b"}});
+  chain_.Start(kPatcher, "/D list2.dat /I id7");
+  const PatcherDialog old(chain_);
+  ASSERT_NO_FATAL_FAILURE(ExpectBox("VelmoraUpdate", kPatcherUpdated));
+  EXPECT_TRUE(old.WaitForClosed());
+
+  const PatcherDialog dialog(chain_);
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, kCompleted));
+  CloseAndExpectTheEnd(dialog);
+  EXPECT_TRUE(ReadFile(kPatcher) == next);
+  EXPECT_EQ(ReadFile("behind-the-patcher.dat"), "b");
+  EXPECT_EQ(ReadFile("edition.txt"),
+            "next edition: /R /D list2.dat /I id7\n"
+            "next edition: /D list2.dat /I id7\n"
+            "next edition: /C /D list2.dat /I id7\n");
+}
+
+TEST_F(WindowsChain, NewSettingsFileIsReadByTheNextProcess) {
+  const auto settings = std::make_shared<std::string>();
+  Serve([settings](const ServedRequest& request) {
+    if (request.path == "/other.dat") return Ok("");
+    return Ok(request.path == "/hashlist.dat" ? FileLine("./VelmoraUpdate.dat", *settings)
+                                              : *settings);
+  });
+  *settings = SettingsText() + "DataFile=other.dat\r\n";
+  chain_.Start(kPatcher);
+  const PatcherDialog old(chain_);
+  ASSERT_NO_FATAL_FAILURE(ExpectBox("VelmoraUpdate", kPatcherUpdated));
+  EXPECT_TRUE(old.WaitForClosed());
+
+  const PatcherDialog dialog(chain_);
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, kCompleted));
+  CloseAndExpectTheEnd(dialog);
+  EXPECT_EQ(ReadFile("VelmoraUpdate.dat"), *settings);
+  EXPECT_EQ(LogMessagesWith("requested information file"),
+            Lines{"requested information file : /other.dat"});
+}
+
+// The hidden button cancels a run, which ends in front of the next file, and starts another one.
+TEST_F(WindowsChain, UpdateCommandCancelsAndStartsAgain) {
+  const auto goOn = std::make_shared<std::atomic<bool>>(false);
+  Serve([goOn](const ServedRequest& request) {
+    if (request.path == "/hashlist.dat") {
+      return Ok(FileLine("a.dat", "a") + FileLine("b.dat", "b"));
+    }
+    if (request.path == "/a.dat") WaitUntil([&] { return goOn->load(); });
+    return Ok(request.path.substr(1, 1));
+  });
+  chain_.Start(kPatcher);
+  const PatcherDialog dialog(chain_);
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, "確認中  0 / 2 \na.dat"));
+  ASSERT_TRUE(dialog.WaitForText(kUpdate, "CancelUpdate"));
+  EXPECT_TRUE(dialog.WaitForEnabled(kUpdate, true));
+  dialog.Command(kUpdate);
+  EXPECT_TRUE(dialog.WaitForEnabled(kUpdate, false));
+  *goOn = true;
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, "キャンセルしました。\n"));
+  ASSERT_TRUE(dialog.WaitForText(kUpdate, "UpdateFiles"));
+  EXPECT_TRUE(dialog.WaitForEnabled(kUpdate, true));
+  EXPECT_FALSE(dialog.IsEnabled(kStartGame));
+  EXPECT_EQ(ReadFile("a.dat"), "a");
+  EXPECT_EQ(RequestsFor("/b.dat"), 0);
+  EXPECT_EQ(LogMessagesWith("Update Cancelled by User").size(), 1U);
+
+  ASSERT_TRUE(StartRun([&] { dialog.Command(kUpdate); }));
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, kCompleted));
+  EXPECT_TRUE(dialog.WaitForEnabled(kStartGame, true));
+  EXPECT_EQ(ReadFile("b.dat"), "b");
+  EXPECT_EQ(RequestsFor("/a.dat"), 1);
+  CloseAndExpectTheEnd(dialog);
+}
+
+TEST_F(WindowsChain, RecheckReadsEveryFileOnce) {
+  Serve({{"/hashlist.dat", FileLine("a.dat", "good")}, {"/a.dat", "good"}});
+  chain_.Start(kPatcher);
+  const PatcherDialog dialog(chain_);
+  ASSERT_TRUE(dialog.WaitForEnabled(kRecheck, true));
+  ASSERT_TRUE(dialog.WaitForText(kUpdate, "UpdateFiles"));
+  EXPECT_TRUE(WaitUntil([] { return fs::exists("VelmoraUpdate.cvc"); }));
+
+  // The cache vouches for the file, so only a re-check can find it out.
+  WriteFile("a.dat", "evil");
+  ASSERT_TRUE(StartRun([&] { dialog.Command(kUpdate); }));
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, kCompleted));
+  EXPECT_EQ(ReadFile("a.dat"), "evil");
+
+  EXPECT_TRUE(dialog.WaitForEnabled(kStartGame, true));
+  ASSERT_TRUE(dialog.WaitForText(kUpdate, "UpdateFiles"));
+  ASSERT_TRUE(StartRun([&] { EXPECT_TRUE(dialog.Click(kRecheck)); }));
+  EXPECT_TRUE(WaitUntil([] { return ReadFile("a.dat") == "good"; }));
+  EXPECT_TRUE(dialog.WaitForEnabled(kStartGame, true));
+  EXPECT_FALSE(dialog.IsEnabled(kRecheck));
+  EXPECT_FALSE(dialog.Click(kRecheck));
+  CloseAndExpectTheEnd(dialog);
+}
+
+TEST_F(WindowsChain, GameGetsItsDirectoryAndItsId) {
+  // A game that comes with the update can be started at once.
+  const std::string game = ReadFile(StubGame());
+  Serve({{"/hashlist.dat", CompressedLine("bin\\Game.exe", game) + "EXE : \\bin\\Game.exe\r\n"},
+         {"/bin/Game.exe.compressed", Compressed(game)}});
+  chain_.Start(kPatcher, "/Iplayer1");
+  const PatcherDialog dialog(chain_);
+  ASSERT_TRUE(dialog.WaitForEnabled(kStartGame, true));
+  EXPECT_TRUE(dialog.Click(kStartGame));
+  EXPECT_TRUE(dialog.WaitForClosed());
+  ExpectTheEnd();
+
+  std::istringstream started(ReadFile("bin/Game.exe.started"));
+  std::string commandLine;
+  std::string directory;
+  std::getline(started, commandLine);
+  std::getline(started, directory);
+  EXPECT_EQ(commandLine, "-id player1");
+  EXPECT_TRUE(fs::equivalent(directory, "bin")) << directory;
+}
+
+TEST_F(WindowsChain, CloseDuringADownload) {
+  Serve([](const ServedRequest& request) {
+    if (request.path == "/hashlist.dat") return Ok(FileLine("a.dat", "0123456789"));
+    return Raw("Content-Length: 10\r\n", "0123", Reply::End::kStall);
+  });
+  WriteFile("VelmoraUpdate.cvc", "kept H 1 H 1 0\r\n");
+  chain_.Start(kPatcher);
+  const PatcherDialog dialog(chain_);
+  ASSERT_TRUE(dialog.WaitForBarPosition(kFileBar, 4));
+  EXPECT_FALSE(dialog.IsEnabled(kStartGame));
+  const ULONGLONG start = GetTickCount64();
+  CloseAndExpectTheEnd(dialog);
+  EXPECT_LT(GetTickCount64() - start, 6000U);  // nobody waits for the transfer
+  EXPECT_EQ(ReadFile("VelmoraUpdate.cvc"), "kept H 1 H 1 0\r\n");
+  EXPECT_FALSE(fs::exists("a.dat"));
+}
+
+TEST_F(WindowsChain, ServerThatIsGone) {
+  Serve({{"/hashlist.dat", ""}});
+  server_.reset();
+  chain_.Start(kPatcher);
+  const PatcherDialog dialog(chain_);
+  ASSERT_NO_FATAL_FAILURE(ExpectBox(kErrorCaption,
+                                    "サーバー上のファイルが見つかりませんでした。\n"
+                                    "File : /hashlist.dat\nメンテナンス中の可能性があります。"));
+  ASSERT_TRUE(dialog.WaitForText(kUpdate, "UpdateFiles"));
+  EXPECT_FALSE(dialog.IsEnabled(kStartGame));
+  CloseAndExpectTheEnd(dialog);
+}
+
+// One failure after the other; each leaves the dialog ready for the next run.
+TEST_F(WindowsChain, FilesThatCannotBeHad) {
+  const Lines bodies = {"gone", "evil", "cut", "good"};
+  Serve([bodies, run = 0U](const ServedRequest& request) mutable {
+    if (request.path == "/hashlist.dat") return Ok(FileLine("日本\\ファイル.dat", "good"));
+    if (request.path == "/news.html") return Ok("");
+    const std::string body = bodies.at(run++);
+    if (body == "gone") return Status(404);
+    return body == "cut" ? Raw("Content-Length: 4\r\n", body) : Ok(body);
+  });
+  chain_.Start(kPatcher);
+  const PatcherDialog dialog(chain_);
+  for (const std::string text : {"サーバー上のファイルが見つかりませんでした。\n"
+                                 "File : 日本\\ファイル.dat\n"
+                                 "メンテナンス中の可能性があります。",
+                                 "ファイルデータが一致しません",
+                                 "ダウンロードサーバとの接続が切れました。\n"
+                                 "時間を置いて本プログラムを再実行してください。"}) {
+    ASSERT_NO_FATAL_FAILURE(ExpectBox(kErrorCaption, text));
+    ASSERT_TRUE(dialog.WaitForText(kUpdate, "UpdateFiles"));
+    EXPECT_TRUE(dialog.WaitForEnabled(kUpdate, true));
+    EXPECT_FALSE(dialog.IsEnabled(kStartGame));
+    EXPECT_FALSE(fs::exists(L"日本/ファイル.dat"));
+    ASSERT_TRUE(StartRun([&] { dialog.Command(kUpdate); }));
+  }
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, kCompleted));
+  EXPECT_EQ(ReadFile(L"日本/ファイル.dat"), "good");
+  CloseAndExpectTheEnd(dialog);
+}
+
+TEST_F(WindowsChain, PageIsAskedForOnce) {
+  Serve({{"/hashlist.dat", ""}, {"/news.html", "<html><body>News</body></html>"}});
+  chain_.Start(kPatcher);
+  const PatcherDialog dialog(chain_);
+  EXPECT_TRUE(WaitUntil([this] { return RequestsFor("/news.html") > 0; }));
+  EXPECT_TRUE(dialog.WaitForEnabled(kStartGame, true));
+  // A re-check starts a run, and no page.
+  ASSERT_TRUE(dialog.WaitForEnabled(kRecheck, true));
+  ASSERT_TRUE(StartRun([&] { EXPECT_TRUE(dialog.Click(kRecheck)); }));
+  EXPECT_TRUE(dialog.WaitForEnabled(kStartGame, true));
+  CloseAndExpectTheEnd(dialog);
+  EXPECT_EQ(RequestsFor("/news.html"), 1);
+}
+
+TEST_F(WindowsChain, PageThatIsMissing) {
+  Serve({{"/hashlist.dat", FileLine("a.dat", "a")}, {"/a.dat", "a"}});
+  chain_.Start(kPatcher, "/H http://" + Host() + "/nowhere.html");
+  const PatcherDialog dialog(chain_);
+  EXPECT_TRUE(WaitUntil([this] { return RequestsFor("/nowhere.html") > 0; }));
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, kCompleted));
+  EXPECT_TRUE(dialog.WaitForEnabled(kStartGame, true));
+  CloseAndExpectTheEnd(dialog);
+  EXPECT_EQ(RequestsFor("/news.html"), 0);
+}
+
+// No dialog without its pane, and no process that stays behind for want of one.
+TEST_F(WindowsChain, NoBrowserControlToBeHad) {
+  Serve({{"/hashlist.dat", FileLine("a.dat", "a")}, {"/a.dat", "a"}});
+  const LibraryHidden hidden(kCopy, "ieframe");
+  chain_.Start(kPatcher);
+  ExpectTheEnd();
+  EXPECT_EQ(RequestsFor("/hashlist.dat"), 0);
+  EXPECT_FALSE(fs::exists("a.dat"));
+}
+
+}  // namespace
+}  // namespace velmora::test

@@ -2,7 +2,8 @@
 # Runs a Windows program under Wine as a Japanese user of Windows would: code page 932, an X display,
 # and a prefix of the project's own. Usage: wine.sh PROGRAM ARGUMENTS...
 #
-# A display that is there is used (DISPLAY); otherwise a virtual one is started for the program's time.
+# A display that is there is used (DISPLAY); otherwise a virtual one with a window manager is started
+# for the program's time.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 
@@ -13,11 +14,17 @@ export WINEDLLOVERRIDES=mscoree,mshtml=
 export LC_ALL=ja_JP.UTF-8
 
 if [[ -z ${DISPLAY:-} ]]; then
-  exec xvfb-run -a -s '-screen 0 1280x1024x24' "$0" "$@"
+  exec xvfb-run -a -s '-screen 0 1280x1024x24' "$0" --managed "$@"
+fi
+if [[ ${1:-} == --managed ]]; then
+  shift
+  openbox >/dev/null 2>&1 &
+  manager=$!
+  trap 'kill "$manager" 2>/dev/null || true' EXIT
 fi
 if [[ ! -e $WINEPREFIX/system.reg ]]; then
   mkdir -p "$WINEPREFIX"
   wine wineboot --init >/dev/null 2>&1
   wineserver -w
 fi
-exec wine "$@"
+wine "$@"

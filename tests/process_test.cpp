@@ -314,7 +314,8 @@ TEST_F(Chain, WindowsProgramsAndFolders) {
   Serve({{"/hashlist.dat", "EXE : \\Game.exe\n"}});
   WriteFile("Game.exe", "MZ and so on");
   fs::create_directory("Screenshot");
-  const std::string told = "#!/bin/sh\necho \"$PWD:$#:$*\" >\"$0.tmp\"; mv \"$0.tmp\" \"$0.told\"\n";
+  const std::string told =
+      "#!/bin/sh\necho \"$PWD:$#:$*\" >\"$0.tmp\"; mv \"$0.tmp\" \"$0.told\"\n";
   for (const char* tool : {"tools/wine", "tools/xdg-open"}) {
     WriteFile(tool, told);
     fs::permissions(tool, fs::perms::owner_all);

@@ -15,7 +15,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/digest.h"
 #include "support/loopback_server.h"
 #include "support/patcher_windows.h"
 #include "support/workspace.h"
@@ -55,13 +54,6 @@ std::string MarkedProgram() {
 }
 std::string StubGame() { return BuiltProgram("VELMORA_STUB_GAME", VELMORA_STUB_GAME); }
 
-// A user who has never used a digest has no key set yet, and the digests of a test need one.
-void MakeKeySet() {
-  std::int32_t error = 0;
-  const auto provider = platform::OpenDigestProvider(platform::KeySet::kCreate, error);
-  if (provider != 0) platform::CloseDigestProvider(provider);
-}
-
 // Wine's setting that keeps a library from the programs of one name. It goes with the object, and
 // with Wine itself.
 class LibraryHidden {
@@ -89,7 +81,6 @@ class WindowsChain : public testing::Test {
     ASSERT_EQ(GetACP(), 932U) << "The texts need a system in Japanese (LC_ALL=ja_JP.UTF-8)";
     // Wine's desktop begins with the first window, and must not end with a process of the test.
     GetDesktopWindow();
-    MakeKeySet();
     fs::copy_file(Program(), kPatcher);
   }
 

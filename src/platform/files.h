@@ -55,7 +55,8 @@ class InputFile {
   std::intptr_t file_;
 };
 
-// A file opened for writing; others may read it meanwhile. Closed by the destructor.
+// A file opened for writing; others may read it meanwhile, but not as an InputFile, which wants no
+// writers beside it. Closed by the destructor.
 class OutputFile {
  public:
   enum class Mode {

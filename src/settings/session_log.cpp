@@ -1,6 +1,7 @@
 #include "settings/session_log.h"
 
 #include <cstdarg>
+#include <mutex>
 #include <string>
 
 #include "base/text.h"
@@ -24,6 +25,13 @@ std::string TimeStamp() {
                     now.minute, now.second);
 }
 
+// Not every system appends in one step, so the threads of a process take turns. Never destroyed: a
+// worker may log up to the last moment.
+std::mutex& TakingTurns() {
+  static auto* mutex = new std::mutex;
+  return *mutex;
+}
+
 }  // namespace
 
 void LogMessage(const char* format, ...) {
@@ -32,6 +40,7 @@ void LogMessage(const char* format, ...) {
   const std::string message = WithinLimit(FormatTextV(format, arguments));
   va_end(arguments);
 
+  const std::lock_guard turn(TakingTurns());
   platform::OutputFile log(kLogFile, platform::OutputFile::Mode::kAppend);
   if (!log.IsOpen()) return;
   const std::string record = EncodeTextMode(TimeStamp() + message);

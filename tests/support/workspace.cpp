@@ -79,7 +79,8 @@ namespace {
 
 std::string DigestText(platform::DigestKind kind, const std::string& bytes) {
   std::int32_t error = 0;
-  const auto provider = platform::OpenDigestProvider(platform::KeySet::kDefault, error);
+  auto provider = platform::OpenDigestProvider(platform::KeySet::kDefault, error);
+  if (provider == 0) provider = platform::OpenDigestProvider(platform::KeySet::kCreate, error);
   const auto digest = platform::CreateDigest(provider, kind, error);
   std::uint8_t buffer[64];
   std::uint32_t length = sizeof buffer;

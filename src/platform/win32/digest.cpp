@@ -1,7 +1,10 @@
 #include "platform/digest.h"
 
-#include <wincrypt.h>
+// windows.h comes first: the other doesn't stand by itself.
+// clang-format off
 #include <windows.h>
+#include <wincrypt.h>
+// clang-format on
 
 #include "platform/win32/last_error.h"
 

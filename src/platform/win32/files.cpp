@@ -1,8 +1,11 @@
 #include "platform/files.h"
 
+// windows.h comes first: the others don't stand by themselves.
+// clang-format off
+#include <windows.h>
 #include <dbghelp.h>
 #include <shlwapi.h>
-#include <windows.h>
+// clang-format on
 
 #include <utility>
 #include <vector>

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 
+#include "platform/win32/escape.h"
+
 namespace velmora::platform {
 
 namespace {
@@ -33,12 +35,10 @@ bool IsEscaped(char c) { return c == ' ' || c == '#' || static_cast<unsigned cha
 // The path as the request line carries it. What is escaped here can't stand for itself there: a
 // blank, the start of a fragment, and bytes that would be taken through the code page.
 std::string RequestTarget(const std::string& path) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
   std::string target = path.starts_with('/') ? "" : "/";
   for (const char c : path) {
     if (IsEscaped(c)) {
-      const auto byte = static_cast<unsigned char>(c);
-      target += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+      AppendEscaped(target, c);
     } else {
       target += c;
     }

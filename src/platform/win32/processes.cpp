@@ -1,9 +1,13 @@
 #include "platform/processes.h"
 
-#include <shellapi.h>
+// windows.h comes first: the other doesn't stand by itself.
+// clang-format off
 #include <windows.h>
+#include <shellapi.h>
+// clang-format on
 
 #include <array>
+#include <utility>
 
 #include "platform/win32/instance.h"
 

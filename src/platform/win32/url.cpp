@@ -6,6 +6,8 @@
 #include <array>
 #include <cstring>
 
+#include "platform/win32/escape.h"
+
 namespace velmora::platform {
 
 namespace {
@@ -48,12 +50,10 @@ bool NeedsEscapeBefore(char c, Canonicalize mode) {
 }
 
 std::string EscapedBefore(const std::string& path, Canonicalize mode) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
   std::string text;
   for (const char c : path) {
     if (NeedsEscapeBefore(c, mode)) {
-      const auto byte = static_cast<unsigned char>(c);
-      text += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+      AppendEscaped(text, c);
     } else {
       text += c;
     }

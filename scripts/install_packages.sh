@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages of the groups named, those that are missing: build, demo, check.
+# Installs the Debian packages of the groups named, those that are missing: build, demo, check,
+# windows.
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libcli11-dev
@@ -7,12 +8,17 @@ build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-d
 demo=(nginx-light python3 procps)
 check=(clang-format clang-tidy cppcheck valgrind python3)
 
+windows=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest
+         wine wine64 xvfb xauth openbox x11-utils imagemagick x11-apps xdotool
+         fonts-ipafont-gothic locales)
+
 wanted=()
 for group in "$@"; do
   case "$group" in
     build) wanted+=("${build[@]}") ;;
     demo) wanted+=("${demo[@]}") ;;
     check) wanted+=("${check[@]}") ;;
+    windows) wanted+=("${windows[@]}") ;;
     *) echo "install_packages.sh: no group '$group'" >&2; exit 2 ;;
   esac
 done

@@ -10,7 +10,7 @@ check=(clang-format clang-tidy cppcheck valgrind python3)
 
 windows=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest
          wine wine64 xvfb xauth openbox x11-utils imagemagick x11-apps xdotool
-         fonts-ipafont-gothic locales)
+         fonts-noto-cjk locales debootstrap)
 
 wanted=()
 for group in "$@"; do
@@ -25,16 +25,27 @@ done
 
 installed() { [[ $(dpkg-query -W -f '${Status}' "$1" 2>/dev/null) == *"ok installed" ]]; }
 
+as_root=()
+[[ $(id -u) -eq 0 ]] || as_root=(sudo)
+
+# Wine takes its code page from the locale: Windows programs of this project want a Japanese one.
+make_locale() {
+  [[ " $* " == *" windows "* ]] || return 0
+  locale -a | grep -qix 'ja_JP\.utf-\?8' || "${as_root[@]}" localedef -i ja_JP -f UTF-8 ja_JP.UTF-8
+}
+
 missing=()
 for package in "${wanted[@]}"; do
   installed "$package" || missing+=("$package")
 done
-[[ ${#missing[@]} -eq 0 ]] && exit 0
+if [[ ${#missing[@]} -eq 0 ]]; then
+  make_locale "$@"
+  exit 0
+fi
 
-as_root=()
-if [[ $(id -u) -ne 0 ]]; then
-  command -v sudo >/dev/null || { echo "Needs root or sudo to install: ${missing[*]}" >&2; exit 1; }
-  as_root=(sudo)
+if [[ ${#as_root[@]} -ne 0 ]] && ! command -v sudo >/dev/null; then
+  echo "Needs root or sudo to install: ${missing[*]}" >&2
+  exit 1
 fi
 echo "Installing: ${missing[*]}"
 had_nginx=false
@@ -64,3 +75,5 @@ rm -f "$log"
 if ! $had_nginx && installed nginx; then
   "${as_root[@]}" env PATH="$PATH:/usr/sbin:/sbin" update-rc.d nginx disable >/dev/null
 fi
+
+make_locale "$@"

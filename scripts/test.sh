@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds everything and runs every test: natively and under the sanitizers,
-# then format, lints and the order of the floors. With --quick: the native build and its tests alone.
+# Installs what is missing, builds everything and runs every test: natively, under the sanitizers, and as
+# Windows programs under Wine; before that the order of the floors, format and lints. With --quick: the
+# native build and its tests alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,22 +12,29 @@ step() { echo; echo "== $*"; }
 
 fail() { echo "test.sh: $*" >&2; exit 1; }
 
+# build PRESET [TARGET...]
+build() {
+  local log=build/$1/build.log
+  local targets=()
+  [[ $# -eq 1 ]] || targets=(--target "${@:2}")
+  cmake --preset "$1" >/dev/null || fail "$1: can't be configured"
+  cmake --build --preset "$1" "${targets[@]}" >"$log" || { cat "$log" >&2; fail "$1: doesn't build"; }
+}
+
 run_suite() {
   step "Build and test: $1"
-  cmake --preset "$1" >/dev/null || fail "$1: can't be configured"
-  local log=build/$1/build.log
-  cmake --build --preset "$1" >"$log" || { cat "$log" >&2; fail "$1: doesn't build"; }
-  ctest --preset "$1" -j "$(nproc)" |
-    grep -vE '^ *(Start |[0-9]+/[0-9]+ .* Passed )|^$' || fail "$1: tests fail"
+  build "$1"
+  ctest --preset "$1" -j "$2" |
+    grep -avE '^ *(Start |[0-9]+/[0-9]+ .* Passed )|^$' || fail "$1: tests fail"
 }
 
 if $quick; then
   scripts/install_packages.sh build
-  run_suite native
+  run_suite native "$(nproc)"
   exit
 fi
 
-scripts/install_packages.sh build check
+scripts/install_packages.sh build check windows
 
 step "Floors, format, lints"
 scripts/check_floors.sh
@@ -34,12 +42,25 @@ scripts/lint.sh
 
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 export TSAN_OPTIONS=halt_on_error=1
-run_suite tsan
-run_suite asan
-run_suite native
+for preset in tsan asan native; do
+  run_suite "$preset" "$(nproc)"
+done
 
 step "Memory check"
 scripts/valgrind.sh
 
-step "Everything passed; the last suite once more in one line"
+# Under Wine, all programs of one prefix share a desktop: one test at a time.
+run_suite win64 1
+
+step "The 32-bit program, driven by its windows"
+build win32 VelmoraUpdate windows_process_test
+result=0
+scripts/wine32_root.sh build/win32/windows_process_test.exe --gtest_brief=1 || result=$?
+case $result in
+  0) ;;
+  77) echo "No 32-bit Wine can be had here: the 64-bit program has run in its place." ;;
+  *) fail "win32: tests fail" ;;
+esac
+
+step "Everything passed; the shortest suite once more, for its closing lines"
 ctest --preset native -R RecordSet | tail -3

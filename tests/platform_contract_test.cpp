@@ -19,6 +19,7 @@
 #include "platform/files.h"
 #include "platform/ini.h"
 #include "platform/paths.h"
+#include "platform/processes.h"
 #include "platform/threads.h"
 #include "platform/url.h"
 
@@ -193,6 +194,20 @@ TEST_F(FilesContract, OutputFileReplacesOrAppends) {
   EXPECT_TRUE(file.Write("", 0) && file.Write("+2", 2) && file.Close());
   EXPECT_EQ(Contents("a.txt"), "new+1+2");
   EXPECT_EQ(Contents("b.txt"), "made");
+}
+
+// How one process waits for another to end: as long as it runs, its program can't go or change.
+TEST_F(FilesContract, TheProgramOfARunningProcessStays) {
+  ASSERT_TRUE(RegisterHiddenWindow());
+  CreateHiddenWindow();
+  const std::string self = ModulePath();
+  ASSERT_TRUE(FileExists(self)) << self;
+  Write("other", "x");
+  EXPECT_FALSE(RemoveFile(self));
+  EXPECT_FALSE(CopyFileOver("other", self));
+  EXPECT_FALSE(OutputFile(self, Mode::kReplace).IsOpen());
+  EXPECT_TRUE(CopyFileOver(self, "copy of it"));
+  EXPECT_TRUE(RemoveFile("copy of it"));
 }
 
 TEST_F(FilesContract, AnOutputFileThatIsNotOpenTakesNothing) {

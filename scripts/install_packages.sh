@@ -4,7 +4,7 @@
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libcli11-dev
-       libgtest-dev)
+       libgtest-dev nlohmann-json3-dev)
 demo=(nginx-light python3 procps)
 check=(clang-format clang-tidy cppcheck valgrind python3)
 

@@ -12,7 +12,7 @@
 #include "base/data_block.h"
 #include "base/text.h"
 #include "base/texts.h"
-#include "engine/reference_list.h"
+#include "engine/request_path.h"
 #include "engine/server_connection.h"
 #include "engine/update_state.h"
 #include "engine/verify_cache.h"
@@ -20,14 +20,12 @@
 #include "platform/dialog.h"
 #include "platform/files.h"
 #include "platform/http.h"
-#include "platform/url.h"
 #include "settings/patcher_settings.h"
 #include "settings/session_log.h"
 
 namespace velmora {
 namespace {
 
-constexpr std::size_t kPathBuffer = 260;
 constexpr std::size_t kHeaderBuffer = 32;
 constexpr std::size_t kMaxMessageText = 255;
 constexpr char kPatcherFile[] = "VelmoraUpdate.exe";
@@ -40,26 +38,6 @@ void ShowError(const std::string& text) {
                            platform::kBoxError);
 }
 
-// Building the request. A path that doesn't fit is refused: cut short, it would name another file.
-
-std::optional<std::string> CanonicalPath(const std::string& path) {
-  std::string slashPath = path;
-  std::replace(slashPath.begin(), slashPath.end(), '\\', '/');
-  const auto escaped =
-      platform::CanonicalizeUrlPath(slashPath, platform::Canonicalize::kUnsafe, kPathBuffer);
-  if (!escaped) return std::nullopt;
-  return platform::CanonicalizeUrlPath(*escaped, platform::Canonicalize::kSpacesOnly, kPathBuffer);
-}
-
-std::optional<std::string> RequestPath(const FileRecord& record) {
-  const auto canonical = CanonicalPath(record.path);
-  if (!canonical) return std::nullopt;
-  std::string path = Settings.DataPath + "/" + *canonical;
-  if (record.compressed) path += kCompressedMark;
-  if (path.size() >= kPathBuffer) return std::nullopt;
-  return path;
-}
-
 std::int32_t QueryNumber(platform::HttpField field, std::int32_t fallback) {
   const auto text = platform::QueryHttpField(RequestHandle, field, kHeaderBuffer);
   return text ? ToNumber(*text) : fallback;
@@ -67,7 +45,7 @@ std::int32_t QueryNumber(platform::HttpField field, std::int32_t fallback) {
 
 // The status of the answer; 0 if there is none.
 std::int32_t SendRequest(const FileRecord& record) {
-  const auto requestPath = RequestPath(record);
+  const auto requestPath = RequestPath(Settings.DataPath, record);
   if (!requestPath) {
     LogMessage("Request refused, its path is too long : file %s \n", record.path.c_str());
     return 0;

@@ -1,0 +1,51 @@
+#include "publish/published_list.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+#include "engine/reference_list.h"
+#include "publish/publish_error.h"
+
+namespace velmora::publish {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool PatchersReadAllOf(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) return false;
+  while (!text.empty()) {
+    const std::size_t length = std::min(text.find('\n'), text.size());
+    if (length > kMaxListLine) return false;
+    text.remove_prefix(std::min(length + 1, text.size()));
+  }
+  return true;
+}
+
+}  // namespace
+
+PublishedList::PublishedList(std::string_view text) : isReadWhole(PatchersReadAllOf(text)) {
+  ParseReferenceList(text, files, removals, clientExe,
+                     [this](std::string_view line) { refused.emplace_back(line); });
+}
+
+std::string ReadWholeFile(const fs::path& path) {
+  errno = 0;
+  std::ifstream stream(path, std::ios::binary);
+  std::string bytes{std::istreambuf_iterator<char>(stream), {}};
+  if (!stream.is_open() || stream.bad() || fs::is_directory(path)) {
+    throw PublishError(
+        path.native() + ": can't be read: " +
+        std::error_code(errno == 0 ? EISDIR : errno, std::generic_category()).message());
+  }
+  return bytes;
+}
+
+fs::path ListFile(const fs::path& listOrFolder, const std::string& listName) {
+  return fs::is_directory(listOrFolder) ? listOrFolder / listName : listOrFolder;
+}
+
+}  // namespace velmora::publish

@@ -29,24 +29,6 @@ std::string_view TakeUpTo(std::string_view& rest, std::string_view ends) {
   return field;
 }
 
-FileRecord UpdateRecord(const ListLine& line) {
-  const std::string_view path = line.fields[0];
-  const std::size_t mark = path.find(kCompressedMark);
-  return {.path = std::string(path.substr(0, mark)),
-          .transferHash = std::string(line.fields[1]),
-          .transferSize = std::string(line.fields[2]),
-          .contentHash = std::string(line.fields[3]),
-          .contentSize = std::string(line.fields[4]),
-          .compressed = mark != std::string_view::npos};
-}
-
-FileRecord RemoveRecord(const ListLine& line) {
-  FileRecord record;
-  record.path = line.fields[0];
-  record.transferHash = line.fields[1];
-  return record;
-}
-
 }  // namespace
 
 ListLine ScanListLine(std::string_view line) {
@@ -72,6 +54,24 @@ bool IsWithinLimits(const ListLine& line) {
     if (line.fields[i].size() > kLimits[i]) return false;
   }
   return true;
+}
+
+FileRecord UpdateRecord(const ListLine& line) {
+  const std::string_view path = line.fields[0];
+  const std::size_t mark = path.find(kCompressedMark);
+  return {.path = std::string(path.substr(0, mark)),
+          .transferHash = std::string(line.fields[1]),
+          .transferSize = std::string(line.fields[2]),
+          .contentHash = std::string(line.fields[3]),
+          .contentSize = std::string(line.fields[4]),
+          .compressed = mark != std::string_view::npos};
+}
+
+FileRecord RemoveRecord(const ListLine& line) {
+  FileRecord record;
+  record.path = line.fields[0];
+  record.transferHash = line.fields[1];
+  return record;
 }
 
 void ParseReferenceList(std::string_view text, FileRecordSet& updateSet, FileRecordSet& removeSet,

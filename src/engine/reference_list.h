@@ -43,6 +43,10 @@ struct ListLine {
 // path and mode, of EXE the name.
 [[nodiscard]] bool IsWithinLimits(const ListLine& line);
 
+// The record of a FILE line and of a DEL line.
+[[nodiscard]] FileRecord UpdateRecord(const ListLine& line);
+[[nodiscard]] FileRecord RemoveRecord(const ListLine& line);
+
 // Called for each line that is refused, with the line.
 using RefusedLine = std::function<void(std::string_view line)>;
 

@@ -61,6 +61,8 @@ void AddEntries(std::string_view bytes) {
   }
 }
 
+}  // namespace
+
 std::string CacheLine(const FileRecord& record) {
   std::string line = record.path;
   for (const std::string* field :
@@ -71,8 +73,6 @@ std::string CacheLine(const FileRecord& record) {
   line += record.compressed ? " 1\n" : " 0\n";
   return line;
 }
-
-}  // namespace
 
 void LoadVerifyCache() {
   platform::InputFile file(kCacheFile);

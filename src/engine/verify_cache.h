@@ -26,6 +26,9 @@ inline constexpr std::size_t kMaxCacheLine = 255;
 
 extern std::map<std::string, FileRecord> VerifyCache;
 
+// The line of the file that stands for `record`, with a line feed for its end.
+[[nodiscard]] std::string CacheLine(const FileRecord& record);
+
 // Adds the file's entries. A path that has an entry keeps it. Lines whose fields exceed what the
 // format allows (63 bytes for a hash, 31 for a size, 2 for the flag) are passed over.
 void LoadVerifyCache();

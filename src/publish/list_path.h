@@ -1,0 +1,34 @@
+// Paths of a reference list, looked at as players' systems do: directories are separated by
+// backslashes or slashes, a backslash that stands second in a double-byte character separates
+// nothing, and capitals aren't told from small letters. Pure; safe from any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velmora::publish {
+
+// The elements between the separators, empty ones and "." included.
+[[nodiscard]] std::vector<std::string_view> PathElements(std::string_view path);
+
+// A text that is the same for two paths if they are the same file to players: in small letters (of
+// ASCII and of its full-width twin), backslashes between the elements, empty elements and "."
+// dropped, trailing dots and blanks of an element dropped.
+[[nodiscard]] std::string FoldedPath(std::string_view path);
+
+// Whether `path`, folded, lies below the folder `folder`, folded.
+[[nodiscard]] bool LiesBelow(std::string_view path, std::string_view folder);
+
+// Whether a patcher that is told this path could reach beyond its installation, or another file
+// than the one that is spelled: "..", a drive or a stream (any colon), a separator in front, a name
+// of a device, a dot or a blank at the end of an element.
+[[nodiscard]] bool LeavesInstallation(std::string_view path);
+
+// Whether every byte belongs to a character of code page 932.
+[[nodiscard]] bool IsCodePageText(std::string_view text);
+
+// Whether a character's second byte is 0x5C, which a request turns into a slash.
+[[nodiscard]] bool HoldsBackslashInCharacter(std::string_view path);
+
+}  // namespace velmora::publish

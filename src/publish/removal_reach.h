@@ -1,0 +1,38 @@
+// Which files players lose by the removals of a list.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "engine/file_record.h"
+
+namespace velmora::publish {
+
+// Whether the removal takes every matching file instead of one path.
+[[nodiscard]] bool IsPatternRemoval(const FileRecord& removal);
+
+// Whether it takes all that an installation holds.
+[[nodiscard]] bool RemovesEverything(const FileRecord& removal);
+
+class RemovalReach {
+ public:
+  // Removals are known by the order in which they were added, from 0.
+  void Add(const FileRecord& removal);
+
+  // Those that take the file of this path, given folded: each that names it or a folder above it,
+  // and each pattern that matches it.
+  [[nodiscard]] std::vector<std::size_t> Taking(const std::string& foldedPath) const;
+
+ private:
+  struct Pattern {
+    std::size_t index;
+    std::string text;
+  };
+  std::multimap<std::string, std::size_t> paths_;  // by folded path; "" is the whole installation
+  std::vector<Pattern> patterns_;
+  std::size_t count_ = 0;
+};
+
+}  // namespace velmora::publish

@@ -19,6 +19,7 @@ inline constexpr int kWarned = 3;      // nothing worse than warnings was found
 extern std::atomic<bool> stopAsked;
 
 void AddBuildCommand(CLI::App& app, int& status);
+void AddDiffCommand(CLI::App& app, int& status);
 void AddLintCommand(CLI::App& app, int& status);
 
 }  // namespace velmora::publish

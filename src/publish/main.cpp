@@ -24,6 +24,7 @@ int RunTool(int count, char** arguments) {
   int status = kDone;
   AddBuildCommand(app, status);
   AddLintCommand(app, status);
+  AddDiffCommand(app, status);
   StopOnSignals();
   try {
     app.parse(count, arguments);

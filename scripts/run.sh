@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 demo=$root/build/demo
 package=neverball-data
-PATH=$PATH:/usr/sbin  # where Debian keeps nginx, and where a user's path doesn't lead
+source scripts/web_server.sh
 
 fail() { echo "run.sh: $*" >&2; exit 1; }
 
@@ -41,35 +41,8 @@ cp build/native/VelmoraUpdate.exe "$demo/tree/"
 
 # --- The web server, ended on every way out.
 
-port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-cat >"$demo/nginx/nginx.conf" <<CONF
-daemon off;
-pid $demo/nginx/pid;
-error_log $demo/nginx/error.log;
-events {}
-http {
-  access_log $demo/nginx/access.log;
-  client_body_temp_path $demo/nginx;
-  proxy_temp_path $demo/nginx;
-  fastcgi_temp_path $demo/nginx;
-  uwsgi_temp_path $demo/nginx;
-  scgi_temp_path $demo/nginx;
-  server {
-    listen 127.0.0.1:$port;
-    location /game/ { alias $demo/server/; }
-  }
-}
-CONF
-[[ $(id -u) -eq 0 ]] && sed -i '1i user root;' "$demo/nginx/nginx.conf"
-nginx -p "$demo/nginx" -e "$demo/nginx/error.log" -c "$demo/nginx/nginx.conf" &
-server=$!
-trap 'kill "$server" 2>/dev/null || true; wait "$server" 2>/dev/null || true' EXIT
-answers() { (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; }
-for _ in $(seq 100); do
-  answers && break
-  sleep 0.05
-done
-answers || { cat "$demo/nginx/error.log" >&2; fail "nginx doesn't answer"; }
+trap stop_web_server EXIT
+start_web_server "$demo/nginx" "$demo/server" || fail "no web server"
 
 # --- What each stage does and shows.
 

@@ -6,17 +6,11 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 place=$root/build/windows
-PATH=$PATH:/usr/sbin  # where Debian keeps nginx, and where a user's path doesn't lead
+source scripts/web_server.sh
 
 fail() { echo "windows.sh: $*" >&2; exit 1; }
 
 scripts/install_packages.sh build demo windows
-if ! locale -a | grep -qix 'ja_JP\.utf-\?8'; then
-  as_root=()
-  [[ $(id -u) -eq 0 ]] || as_root=(sudo)
-  "${as_root[@]}" localedef -i ja_JP -f UTF-8 ja_JP.UTF-8
-fi
-
 echo "== Building"
 build() {
   cmake --preset "$1" >/dev/null
@@ -35,6 +29,7 @@ export VELMORA_WINEPREFIX=$place/prefix  # its own, so that no patcher of somebo
 in_prefix() { WINEPREFIX=$VELMORA_WINEPREFIX "$@"; }
 end_all() {
   in_prefix wineserver -k 2>/dev/null || true
+  stop_web_server
   for ((i = ${#started[@]} - 1; i >= 0; i--)); do
     kill "${started[i]}" 2>/dev/null || true
     wait "${started[i]}" 2>/dev/null || true
@@ -64,32 +59,8 @@ export DISPLAY
 openbox >/dev/null 2>&1 &
 started+=($!)
 
-port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-cat >"$place/nginx/nginx.conf" <<CONF
-daemon off;
-pid $place/nginx/pid;
-error_log $place/nginx/error.log;
-events {}
-http {
-  access_log $place/nginx/access.log;
-  client_body_temp_path $place/nginx;
-  proxy_temp_path $place/nginx;
-  fastcgi_temp_path $place/nginx;
-  uwsgi_temp_path $place/nginx;
-  scgi_temp_path $place/nginx;
-  types { text/html html; }
-  server {
-    listen 127.0.0.1:$port;
-    location /game/ { alias $place/server/; limit_rate 1m; }
-    location = /info.html { alias $place/info.html; }
-  }
-}
-CONF
-[[ $(id -u) -eq 0 ]] && sed -i '1i user root;' "$place/nginx/nginx.conf"
-nginx -p "$place/nginx" -e "$place/nginx/error.log" -c "$place/nginx/nginx.conf" &
-started+=($!)
-answers() { (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; }
-within 10 answers || { cat "$place/nginx/error.log" >&2; fail "nginx doesn't answer"; }
+start_web_server "$place/nginx" "$place/server" 'limit_rate 1m;' \
+  "location = /info.html { alias $place/info.html; }" || fail "no web server"
 
 # --- What is published, and an installation of the patcher and its settings alone.
 

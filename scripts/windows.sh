@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 place=$root/build/windows
 source scripts/web_server.sh
+source scripts/windows_program.sh
 
 fail() { echo "windows.sh: $*" >&2; exit 1; }
 
@@ -22,43 +23,17 @@ for preset in win32 win64; do
   echo "   $preset: $(stat -c %s "build/$preset/VelmoraUpdate.exe") bytes"
 done
 
-# --- The display, its window manager and the web server: all ended on every way out.
-
-started=()
-export VELMORA_WINEPREFIX=$place/prefix  # its own, so that no patcher of somebody else's is "running"
-in_prefix() { WINEPREFIX=$VELMORA_WINEPREFIX "$@"; }
 end_all() {
-  in_prefix wineserver -k 2>/dev/null || true
+  end_windows
   stop_web_server
-  for ((i = ${#started[@]} - 1; i >= 0; i--)); do
-    kill "${started[i]}" 2>/dev/null || true
-    wait "${started[i]}" 2>/dev/null || true
-  done
 }
 trap end_all EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-# within SECONDS COMMAND...: waits until the command succeeds.
-within() {
-  local last=$((SECONDS + $1))
-  until "${@:2}"; do
-    [[ $SECONDS -lt $last ]] || return 1
-    sleep 0.1
-  done
-}
-
-rm -rf "$place"/{tree,server,installed,nginx,display}
-mkdir -p "$place"/{tree,server,installed,nginx}
-
-Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$place/display" 2>/dev/null &
-started+=($!)
-within 20 test -s "$place/display" || fail "no virtual display"
-DISPLAY=:$(<"$place/display")
-export DISPLAY
-openbox >/dev/null 2>&1 &
-started+=($!)
-
+rm -rf "$place"/{tree,server,installed,nginx}
+mkdir -p "$place"/{tree,server,installed}
+start_windows "$place" || fail "no Windows"
 start_web_server "$place/nginx" "$place/server" 'limit_rate 1m;' \
   "location = /info.html { alias $place/info.html; }" || fail "no web server"
 
@@ -86,11 +61,6 @@ printf '[Setting]\r\nServerAddress=127.0.0.1:%s\r\nData=/game\r\nInformation=htt
 # --- The run.
 
 requests() { grep -c "\"GET $1" "$place/nginx/access.log" || true; }
-logged() { grep -aqF "$1" "$place/installed/session.log" 2>/dev/null; }
-completed() { logged 'GetMissingFile() : Update Completed.'; }
-dialog() { xdotool search --onlyvisible --name '^VELMORA ' 2>/dev/null | head -1; }
-is_open() { [[ -n $(dialog) ]]; }
-is_closed() { ! is_open; }
 # The server notes a request when it is served, so that the next file is on its way by then.
 is_downloading() { [[ $(requests '/game/data/[a-z]*\.pak') -ge 1 ]]; }
 picture() {
@@ -99,29 +69,19 @@ picture() {
   echo "   docs/dialog-$1.png: $(identify -format '%w x %h' "docs/dialog-$1.png")"
 }
 
-if [[ ! -e $VELMORA_WINEPREFIX/system.reg ]]; then
-  echo "== Making a Wine prefix"
-  (cd "$place" && "$root/scripts/wine.sh" cmd /c ver >/dev/null 2>&1) || fail "Wine doesn't start"
-fi
-
 echo "== The whole chain, into an empty folder"
 begun=$SECONDS
-(cd "$place/installed" && exec "$root/scripts/wine.sh" ./VelmoraUpdate.exe /I player1) \
-  >"$place/wine.log" 2>&1 &
-started+=($!)
-within 60 is_open || { cat "$place/wine.log" >&2; fail "the dialog doesn't appear"; }
+start_windows_patcher "$place/installed" /I player1 || fail "it doesn't start"
 echo "   dialog: $(xdotool getwindowname "$(dialog)"), after $((SECONDS - begun)) s"
 within 60 is_downloading || fail "no file is downloaded"
 sleep 0.5
 picture download
-! completed || fail "the update was over before its picture was taken"
-within 120 completed || fail "the update doesn't complete"
+! windows_completed || fail "the update was over before its picture was taken"
+within 120 windows_completed || fail "the update doesn't complete"
 sleep 1  # a dialog draws itself after what it tells the log
 picture completed
 
-xdotool windowactivate --sync "$(dialog)" key alt+F4
-within 20 is_closed || fail "the dialog doesn't close"
-in_prefix timeout 60 wineserver -w || fail "the chain doesn't end"
+close_windows_patcher || fail "it doesn't end"
 
 # --- What came of it.
 

@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 demo=$root/build/demo
 package=neverball-data
+source scripts/debian_game.sh
 source scripts/web_server.sh
 
 fail() { echo "run.sh: $*" >&2; exit 1; }
@@ -18,20 +19,10 @@ cmake --build --preset native --target VelmoraUpdate velmora-publish | tail -1
 
 # --- A real game's data, unpacked and not installed.
 
-mkdir -p "$demo/download"
-as_root=()
-[[ $(id -u) -eq 0 ]] || as_root=(sudo)
-fetch() { (cd "$demo/download" && apt-get -qq download "$package"); }
-archive() { find "$demo/download" -name "${package}_*.deb" | sort | tail -1; }
-if [[ -z $(archive) ]]; then
-  # Without package lists, or with old ones, the first attempt fails.
-  { fetch || { "${as_root[@]}" apt-get -qq update && fetch; }; } >"$demo/download/log" 2>&1 ||
-    { cat "$demo/download/log" >&2; fail "can't download the package $package"; }
-fi
-rm -rf "$demo"/{unpacked,tree,server,installed,nginx}
-mkdir -p "$demo"/{unpacked,server,installed,nginx}
-dpkg-deb -x "$(archive)" "$demo/unpacked"
-cp -rL "$demo/unpacked/usr/share/games/neverball" "$demo/tree"
+unpack_game "$package" "$demo/unpacked" || fail "no game data"
+rm -rf "$demo"/{tree,server,old,installed,nginx}
+mkdir -p "$demo"/{server,installed}
+cp -rL "$demo/unpacked/$package/usr/share/games/neverball" "$demo/tree"
 # A stand-in for the game client, which writes down how it was started.
 cat >"$demo/tree/Game.exe" <<'GAME'
 #!/bin/sh

@@ -1,0 +1,112 @@
+#!/usr/bin/env bash
+# Publishes two real games' files, the second with names that are hard on everything added, and installs
+# them with both patchers, the native one and the Windows program under Wine, into empty folders. Fails
+# unless the publications are in order and all installations equal their trees, byte for byte.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+place=$PWD/build/real-trees
+source scripts/debian_game.sh
+source scripts/web_server.sh
+source scripts/windows_program.sh
+tool=build/native/velmora-publish
+
+fail() { echo "real_trees.sh: $*" >&2; exit 1; }
+
+scripts/install_packages.sh build demo windows
+for target in "native velmora-publish VelmoraUpdate" "win64 VelmoraUpdate"; do
+  read -ra words <<<"$target"
+  cmake --preset "${words[0]}" >/dev/null
+  cmake --build --preset "${words[0]}" --target "${words[@]:1}" >"$PWD/build/${words[0]}/build.log" ||
+    fail "${words[0]} doesn't build"
+done
+
+trap 'end_windows; stop_web_server' EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+start_windows "$place" || fail "no Windows"
+
+# Names in code page 932: kanji that end in 5C, katakana, a blank, what a request escapes, a deep path.
+odd_names() {
+  python3 - "$1" <<'PYTHON'
+import os, sys
+root = os.fsencode(sys.argv[1])
+names = ["表.dat", "ソ連/能力 予定.txt", "ﾊﾝｶｸ/カタカナ.bin", "data & more/[a] {b}.txt", "plus+and~tilde;=@!$'().txt",
+         "deep/" + "directory/" * 10 + "file.bin", "UPPER/lower/MiXeD.TxT", "empty.bin", ".hidden/.file"]
+for i, name in enumerate(names):
+    path = os.path.join(root, name.encode("cp932"))
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "wb") as file:
+        file.write(b"" if name == "empty.bin" else name.encode() * (i + 1) * 1000)
+PYTHON
+}
+
+# Compares two trees by their bytes. Wine stores names as UTF-8; with "utf-8" for the second argument
+# they are turned back. What patchers keep for themselves doesn't count.
+same_tree() {
+  python3 - "$1" "$2" "$3" <<'PYTHON'
+import hashlib, os, sys
+def tree(root, encoding):
+    found = {}
+    for folder, _, names in os.walk(os.fsencode(root)):
+        for name in names:
+            path = os.path.join(folder, name)
+            relative = os.path.relpath(path, os.fsencode(root))
+            if encoding == "utf-8":
+                relative = relative.decode("utf-8").encode("cp932")
+            if relative.startswith(b"VelmoraUpdate.") or relative == b"session.log":
+                continue
+            with open(path, "rb") as file:
+                found[relative] = hashlib.sha256(file.read()).hexdigest()
+    return found
+wanted, got = tree(sys.argv[1], "bytes"), tree(sys.argv[2], sys.argv[3])
+if wanted != got:
+    names = sorted(name for name in wanted.keys() | got.keys() if wanted.get(name) != got.get(name))
+    sys.exit("trees differ: " + ", ".join(repr(name) for name in names[:10]))
+print(len(wanted), "files")
+PYTHON
+}
+
+settings() {
+  printf '[Setting]\r\nServerAddress=127.0.0.1:%s\r\nData=/game\r\nInformation=about:blank\r\n' "$port"
+}
+
+# publish_and_install NAME TREE
+publish_and_install() {
+  local name=$1 tree=$2 here=$place/$1
+  rm -rf "$here"
+  mkdir -p "$here"/{native,windows}
+  echo "== $name: $(find "$tree" -type f | wc -l) files, $(du -sh "$tree" | cut -f1)"
+  echo "   built: $($tool build "$tree" "$here/server" | tail -1)"
+  local status=0
+  $tool lint "$here/server" --tree "$tree" --data /game >"$here/lint" || status=$?
+  [[ $status -eq 0 || $status -eq 3 ]] || { cat "$here/lint" >&2; fail "the linter finds errors"; }
+  echo "   lint: $(tail -1 "$here/lint")"
+  start_web_server "$here/nginx" "$here/server" || fail "no web server"
+  $tool verify "http://127.0.0.1:$port/game" >"$here/verify" || { cat "$here/verify" >&2; fail "verify"; }
+  echo "   verify: $(tail -1 "$here/verify")"
+
+  settings >"$here/native/VelmoraUpdate.dat"
+  cp build/native/VelmoraUpdate.exe "$here/native/"
+  (cd "$here/native" && printf 'wait\nclose\n' | ./VelmoraUpdate.exe >"$here/native.out" 2>&1) ||
+    fail "the native patcher ends with an error"
+  echo "   native patcher: equal, $(same_tree "$tree" "$here/native" bytes)"
+
+  settings >"$here/windows/VelmoraUpdate.dat"
+  cp build/win64/VelmoraUpdate.exe "$here/windows/"
+  start_windows_patcher "$here/windows" || fail "the Windows program doesn't start"
+  within 180 windows_completed || fail "the Windows program doesn't complete"
+  close_windows_patcher || fail "the Windows program doesn't end"
+  echo "   Windows program: equal, $(same_tree "$tree" "$here/windows" utf-8)"
+  stop_web_server
+}
+
+unpack_game neverball-data "$place/unpacked" || fail "no game data"
+rm -rf "$place/unpacked/neverball"
+cp -rL "$place/unpacked/neverball-data/usr/share/games/neverball" "$place/unpacked/neverball"
+publish_and_install neverball "$place/unpacked/neverball"
+
+unpack_game pingus-data "$place/unpacked" || fail "no game data"
+rm -rf "$place/unpacked/pingus"
+cp -rL "$place/unpacked/pingus-data/usr/share/games/pingus" "$place/unpacked/pingus"
+odd_names "$place/unpacked/pingus"
+publish_and_install pingus "$place/unpacked/pingus"

@@ -25,7 +25,22 @@ namespace {
 
 using platform::Control;
 
-std::atomic<bool> workerLives = false;
+// A worker that has told the dialog all it has to tell, and only its cache left to save, is
+// closing: the dialog's thread can wait for it, since it won't ask anything of that thread any
+// more.
+enum class Worker { kNone, kRunning, kClosing };
+std::atomic<Worker> worker = Worker::kNone;
+
+bool ClaimWorker() {
+  worker.wait(Worker::kClosing);
+  Worker none = Worker::kNone;
+  return worker.compare_exchange_strong(none, Worker::kRunning);
+}
+
+void SetWorker(Worker state) {
+  worker = state;
+  worker.notify_all();
+}
 
 // All that a pass says of its end is a false result; the handler finds the reason in the state
 // words.
@@ -77,6 +92,7 @@ void HandleEndedPass() {
 void CloseRun() {
   platform::SetButtonCaption(Control::kUpdateButton, "UpdateFiles");
   platform::EnableControl(Control::kUpdateButton, true);
+  SetWorker(Worker::kClosing);
   CloseIfOpen(ConnectionHandle);
   CloseIfOpen(SessionHandle);
   SaveVerifyCache();
@@ -94,14 +110,13 @@ void FileUpdate() {
     }
   }
   CloseRun();
-  workerLives = false;
-  workerLives.notify_all();
+  SetWorker(Worker::kNone);
 }
 
 }  // namespace
 
 bool UpdateFiles() {
-  if (workerLives.exchange(true)) return false;
+  if (!ClaimWorker()) return false;
   LogMessage("UpdateFiles : Entering FileUpdate Thread.\n");
   UpdateState = kNotRunning;
   platform::EnableControl(Control::kStartGameButton, false);
@@ -111,12 +126,17 @@ bool UpdateFiles() {
   platform::SetBarPosition(Control::kOverallBar, 0);
 
   WorkerHandle = platform::StartThread(FileUpdate);
-  if (WorkerHandle == 0) workerLives = false;
+  if (WorkerHandle == 0) SetWorker(Worker::kNone);
   return WorkerHandle != 0;
 }
 
-bool IsRunInProgress() { return workerLives; }
+bool IsRunInProgress() {
+  worker.wait(Worker::kClosing);
+  return worker != Worker::kNone;
+}
 
-void WaitForRunEnd() { workerLives.wait(true); }
+void WaitForRunEnd() {
+  for (Worker state = worker; state != Worker::kNone; state = worker) worker.wait(state);
+}
 
 }  // namespace velmora

@@ -30,7 +30,7 @@ enum class HttpField { kStatusCode, kContentLength };
 void SetHttpTimeouts(HttpHandle session, std::uint32_t milliseconds);
 
 // Names a server and the credentials for it. No traffic; 0 if the host is empty or can't be one.
-// Port 0 stands for the default of HTTP, 80. An empty user means no credentials.
+// Port 0 stands for the default of HTTP, 80. User and password both empty mean no credentials.
 [[nodiscard]] HttpHandle ConnectHttp(HttpHandle session, const std::string& host,
                                      std::uint16_t port, const std::string& user,
                                      const std::string& password);

@@ -17,7 +17,9 @@ void AppendFolded(std::string& folded, std::string_view character) {
   if (character.size() == 1) {
     folded += LowerCase(character[0]);
   } else if (character[0] == kFullWidth && character[1] >= 0x60 && character[1] <= 0x79) {
-    folded += {kFullWidth, static_cast<char>(character[1] + 0x21)};
+    constexpr int kToSmall = 0x21;
+    folded += kFullWidth;
+    folded += static_cast<char>(character[1] + kToSmall);
   } else {
     folded += character;
   }

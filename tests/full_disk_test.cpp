@@ -68,10 +68,10 @@ TEST_F(FullDisk, CacheKeepsTheLinesThatWentIn) {
     const FileSizeLimit limit(8192);
     SaveVerifyCache();
   }
-  EXPECT_TRUE(VerifyCache.empty());
+  EXPECT_EQ(VerifyCache.Count(), 0U);
   LoadVerifyCache();
-  EXPECT_GT(VerifyCache.size(), 50U);
-  EXPECT_LT(VerifyCache.size(), 200U);
+  EXPECT_GT(VerifyCache.Count(), 50U);
+  EXPECT_LT(VerifyCache.Count(), 200U);
   record.path = "file000";
   record.transferHash = record.contentHash = Sha1(record.path);
   EXPECT_TRUE(IsVerifiedUnchanged(record));

@@ -330,7 +330,7 @@ TEST_F(Publication, ListIsReadBackAsAPatcherWould) {
   EXPECT_EQ(list.Paths(), (std::vector<std::string>{"VelmoraUpdate.exe", "lang\\VelmoraUpdate.ja",
                                                     "./VelmoraUpdate.dat", "b", "cc", "aaaaaaaaaaa",
                                                     "zzzzzzzzzzzzzzzzzzzzzzzzz"}));
-  EXPECT_EQ(list.removals.begin()->path, "old");
+  EXPECT_EQ((*list.removals.begin()).path, "old");
   EXPECT_EQ(list.clientExe, "Game.exe");
 }
 

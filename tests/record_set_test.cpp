@@ -76,7 +76,7 @@ TEST(RecordSet, FirstLineOfAPathWinsAndClearForgets) {
   EXPECT_TRUE(first.entered);
   EXPECT_FALSE(second.entered);
   EXPECT_EQ(second.position, first.position);
-  EXPECT_EQ(set.begin()->transferHash, "1");
+  EXPECT_EQ((*set.begin()).transferHash, "1");
 
   set.Clear();
   EXPECT_EQ(set.Count(), 0U);

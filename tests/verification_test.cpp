@@ -73,9 +73,9 @@ TEST_F(VerificationCache, RoundTripInByteOrder) {
   plain.path = "Z";
   RememberVerified(plain);
   EXPECT_EQ(Saved(), "Z H1 1 H2 2 1\r\ndata\\a.pak H1 1 H2 2 1\r\n\x95\x5C H1 1 H2 2 0\r\n");
-  EXPECT_TRUE(VerifyCache.empty());
+  EXPECT_EQ(VerifyCache.Count(), 0U);
   LoadVerifyCache();
-  EXPECT_EQ(VerifyCache.size(), 3U);
+  EXPECT_EQ(VerifyCache.Count(), 3U);
   EXPECT_TRUE(IsVerifiedUnchanged(kRecord));
   EXPECT_TRUE(IsVerifiedUnchanged(other));
 }
@@ -94,7 +94,7 @@ TEST_F(VerificationCache, AnyOtherFieldIsAMiss) {
   EXPECT_FALSE(IsVerifiedUnchanged(changed));
   RememberVerified(changed);
   EXPECT_TRUE(IsVerifiedUnchanged(changed));
-  EXPECT_EQ(VerifyCache.size(), 1U);
+  EXPECT_EQ(VerifyCache.Count(), 1U);
 }
 
 TEST_F(VerificationCache, EmptyCacheTouchesNothing) {
@@ -167,7 +167,7 @@ TEST_F(VerificationCache, CutAtEveryByteVouchesForNothingElse) {
       const std::string line = record.path + " " + record.transferHash + " 1 H2 1234 1";
       EXPECT_EQ(IsVerifiedUnchanged(record), kept.find(line) != std::string::npos);
     }
-    VerifyCache.clear();
+    VerifyCache.Clear();
   }
 }
 
@@ -176,7 +176,7 @@ TEST_F(VerificationCache, UnwritableFileLosesTheEntries) {
   LoadVerifyCache();
   RememberVerified(kRecord);
   SaveVerifyCache();
-  EXPECT_TRUE(VerifyCache.empty());
+  EXPECT_EQ(VerifyCache.Count(), 0U);
   EXPECT_TRUE(std::filesystem::is_directory(kCacheFile));
 }
 

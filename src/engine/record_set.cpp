@@ -1,16 +1,25 @@
 #include "engine/record_set.h"
 
 #include <string>
+#include <string_view>
 
 namespace velmora {
 
 FileRecordSet UpdateSet;
 FileRecordSet RemoveSet;
 
+namespace {
+
+bool HoldsMarker(std::string_view path) { return path.find(kUpdateMarker) != std::string::npos; }
+
+bool PathBefore(std::string_view a, std::string_view b) {
+  return a.size() != b.size() ? a.size() < b.size() : a < b;
+}
+
+}  // namespace
+
 bool FileRecordBefore(const FileRecord& a, const FileRecord& b) {
-  if (a.path.find(kUpdateMarker) != std::string::npos) return true;
-  if (a.path.size() != b.path.size()) return a.path.size() < b.path.size();
-  return a.path < b.path;
+  return HoldsMarker(a.path) || PathBefore(a.path, b.path);
 }
 
 FileRecordSet::Iterator& FileRecordSet::Iterator::operator++() {
@@ -43,23 +52,34 @@ FileRecordSet::Node* FileRecordSet::Previous(Node* node) {
   return node;
 }
 
+// Each comparison is FileRecordBefore's, with what it asks of the new record alone asked once.
 FileRecordSet::InsertResult FileRecordSet::InsertRecord(const FileRecord& record) {
+  const bool isMarked = HoldsMarker(record.path);
   Node* parent = nullptr;
   bool left = true;
   for (Node* node = root_; node != nullptr; node = left ? node->left : node->right) {
     parent = node;
-    left = FileRecordBefore(record, node->record);
+    left = isMarked || PathBefore(record.path, node->Record().path());
   }
   if (left && (parent == nullptr || parent == first_)) return {Link(record, parent, left), true};
 
   Node* neighbour = left ? Previous(parent) : parent;
-  if (FileRecordBefore(neighbour->record, record)) return {Link(record, parent, left), true};
+  const std::string_view path = neighbour->Record().path();
+  if (HoldsMarker(path) || PathBefore(path, record.path)) return {Link(record, parent, left), true};
   return {Iterator(neighbour), false};
 }
 
+FileRecordSet::Node* FileRecordSet::NewNode(const FileRecord& record) {
+  void* place = memory_.Take(sizeof(Node) + PackedRecord::SizeOf(record));
+  auto* node = new (place) Node;
+  PackedRecord::Pack(node + 1, record);
+  ++count_;
+  return node;
+}
+
 FileRecordSet::Iterator FileRecordSet::Link(const FileRecord& record, Node* parent, bool left) {
-  nodes_.push_back(Node{record, parent});
-  Node* node = &nodes_.back();
+  Node* node = NewNode(record);
+  node->parent = parent;
   if (parent == nullptr) {
     root_ = node;
   } else {
@@ -120,7 +140,8 @@ void FileRecordSet::Rotate(Node* node, bool left) {
 void FileRecordSet::Clear() {
   root_ = nullptr;
   first_ = nullptr;
-  nodes_.clear();
+  count_ = 0;
+  memory_.Clear();
 }
 
 }  // namespace velmora

@@ -11,10 +11,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <new>
 #include <string_view>
 
+#include "base/arena.h"
 #include "engine/file_record.h"
+#include "engine/packed_record.h"
 
 namespace velmora {
 
@@ -27,11 +29,15 @@ inline constexpr std::string_view kUpdateMarker = "VelmoraUpdate";
 
 class FileRecordSet {
   struct Node {
-    FileRecord record;
     Node* parent = nullptr;
     Node* left = nullptr;
     Node* right = nullptr;
     bool red = true;
+
+    // Lies directly behind the node.
+    [[nodiscard]] const PackedRecord& Record() const {
+      return *std::launder(reinterpret_cast<const PackedRecord*>(this + 1));
+    }
   };
 
  public:
@@ -39,8 +45,8 @@ class FileRecordSet {
   class Iterator {
    public:
     explicit Iterator(const Node* node) : node_(node) {}
-    const FileRecord& operator*() const { return node_->record; }
-    const FileRecord* operator->() const { return &node_->record; }
+    // A copy, made for each call.
+    FileRecord operator*() const { return node_->Record().Unpacked(); }
     Iterator& operator++();
     bool operator==(const Iterator&) const = default;
 
@@ -61,17 +67,19 @@ class FileRecordSet {
   InsertResult InsertRecord(const FileRecord& record);
 
   void Clear();
-  [[nodiscard]] std::uint32_t Count() const { return static_cast<std::uint32_t>(nodes_.size()); }
+  [[nodiscard]] std::uint32_t Count() const { return count_; }
   [[nodiscard]] Iterator begin() const { return Iterator(first_); }
   [[nodiscard]] Iterator end() const { return Iterator(nullptr); }
 
  private:
   static Node* Previous(Node* node);
+  Node* NewNode(const FileRecord& record);
   Iterator Link(const FileRecord& record, Node* parent, bool left);
   void Rebalance(Node* node);
   void Rotate(Node* node, bool left);
 
-  std::deque<Node> nodes_;
+  Arena memory_;
+  std::uint32_t count_ = 0;
   Node* root_ = nullptr;
   Node* first_ = nullptr;
 };

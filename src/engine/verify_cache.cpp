@@ -1,5 +1,6 @@
 #include "engine/verify_cache.h"
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -10,7 +11,43 @@
 
 namespace velmora {
 
-std::map<std::string, FileRecord> VerifyCache;
+VerifiedRecords VerifyCache;
+
+const PackedRecord* VerifiedRecords::Copy(const FileRecord& record) {
+  return PackedRecord::Pack(memory_.Take(PackedRecord::SizeOf(record)), record);
+}
+
+const PackedRecord* VerifiedRecords::Find(std::string_view path) const {
+  const auto found = records_.find(path);
+  return found == records_.end() ? nullptr : *found;
+}
+
+void VerifiedRecords::Add(const FileRecord& record) {
+  if (Find(record.path) == nullptr) records_.insert(Copy(record));
+}
+
+void VerifiedRecords::Put(const FileRecord& record) {
+  const PackedRecord* entry = Find(record.path);
+  if (entry != nullptr && entry->HasFieldsOf(record)) return;
+  if (entry != nullptr) records_.erase(entry);
+  records_.insert(Copy(record));
+}
+
+void VerifiedRecords::Erase(std::string_view path) {
+  if (const PackedRecord* entry = Find(path)) records_.erase(entry);
+}
+
+void VerifiedRecords::Clear() {
+  records_ = {};
+  memory_.Clear();
+}
+
+std::vector<const PackedRecord*> VerifiedRecords::InOrder() const {
+  std::vector<const PackedRecord*> ordered(records_.begin(), records_.end());
+  std::sort(ordered.begin(), ordered.end(),
+            [](const PackedRecord* a, const PackedRecord* b) { return a->path() < b->path(); });
+  return ordered;
+}
 
 namespace {
 
@@ -42,13 +79,31 @@ bool IsWithinLimits(const Tokens& tokens) {
 }
 
 void AddEntry(const Tokens& tokens) {
-  VerifyCache.try_emplace(std::string(tokens[0]),
-                          FileRecord{.path = std::string(tokens[0]),
-                                     .transferHash = std::string(tokens[1]),
-                                     .transferSize = std::string(tokens[2]),
-                                     .contentHash = std::string(tokens[3]),
-                                     .contentSize = std::string(tokens[4]),
-                                     .compressed = ToNumber(tokens[5]) != 0});
+  VerifyCache.Add({.path = std::string(tokens[0]),
+                   .transferHash = std::string(tokens[1]),
+                   .transferSize = std::string(tokens[2]),
+                   .contentHash = std::string(tokens[3]),
+                   .contentSize = std::string(tokens[4]),
+                   .compressed = ToNumber(tokens[5]) != 0});
+}
+
+std::string LineOf(std::string_view path, std::string_view transferHash,
+                   std::string_view transferSize, std::string_view contentHash,
+                   std::string_view contentSize, bool compressed) {
+  std::string line;
+  line.reserve(kMaxCacheLine);
+  line += path;
+  for (const std::string_view field : {transferHash, transferSize, contentHash, contentSize}) {
+    line += ' ';
+    line += field;
+  }
+  line += compressed ? " 1\n" : " 0\n";
+  return line;
+}
+
+std::string LineOf(const PackedRecord& record) {
+  return LineOf(record.path(), record.transferHash(), record.transferSize(), record.contentHash(),
+                record.contentSize(), record.compressed());
 }
 
 void AddEntries(std::string_view bytes) {
@@ -64,14 +119,8 @@ void AddEntries(std::string_view bytes) {
 }  // namespace
 
 std::string CacheLine(const FileRecord& record) {
-  std::string line = record.path;
-  for (const std::string* field :
-       {&record.transferHash, &record.transferSize, &record.contentHash, &record.contentSize}) {
-    line += ' ';
-    line += *field;
-  }
-  line += record.compressed ? " 1\n" : " 0\n";
-  return line;
+  return LineOf(record.path, record.transferHash, record.transferSize, record.contentHash,
+                record.contentSize, record.compressed);
 }
 
 void LoadVerifyCache() {
@@ -84,30 +133,26 @@ void LoadVerifyCache() {
 }
 
 void SaveVerifyCache() {
-  if (VerifyCache.empty()) return;
+  if (VerifyCache.Count() == 0) return;
   {
     platform::OutputFile file(kCacheFile, platform::OutputFile::Mode::kReplace);
     bool writing = file.IsOpen();
-    for (const auto& [path, record] : VerifyCache) {
+    for (const PackedRecord* record : VerifyCache.InOrder()) {
       if (!writing) break;
-      const std::string line = EncodeTextMode(CacheLine(record));
+      const std::string line = EncodeTextMode(LineOf(*record));
       writing = file.Write(line.data(), line.size());
     }
   }
-  VerifyCache.clear();
+  VerifyCache.Clear();
 }
 
 bool IsVerifiedUnchanged(const FileRecord& record) {
-  const auto found = VerifyCache.find(record.path);
-  if (found == VerifyCache.end()) return false;
-  const FileRecord& entry = found->second;
-  return entry.compressed == record.compressed && entry.transferHash == record.transferHash &&
-         entry.transferSize == record.transferSize && entry.contentHash == record.contentHash &&
-         entry.contentSize == record.contentSize;
+  const PackedRecord* entry = VerifyCache.Find(record.path);
+  return entry != nullptr && entry->HasFieldsOf(record);
 }
 
-void RememberVerified(const FileRecord& record) { VerifyCache[record.path] = record; }
+void RememberVerified(const FileRecord& record) { VerifyCache.Put(record); }
 
-void ForgetVerified(const FileRecord& record) { VerifyCache.erase(record.path); }
+void ForgetVerified(const FileRecord& record) { VerifyCache.Erase(record.path); }
 
 }  // namespace velmora

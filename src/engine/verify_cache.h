@@ -12,10 +12,15 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
+#include <functional>
 #include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
 
+#include "base/arena.h"
 #include "engine/file_record.h"
+#include "engine/packed_record.h"
 
 namespace velmora {
 
@@ -24,7 +29,42 @@ inline constexpr char kCacheFile[] = "VelmoraUpdate.cvc";
 // The longest line that is read, line end not counted. A longer one ends the reading.
 inline constexpr std::size_t kMaxCacheLine = 255;
 
-extern std::map<std::string, FileRecord> VerifyCache;
+// Map from path to record, ordered by the bytes of the paths: entries are found by a hash of their
+// path, and put into their order when the file is written.
+class VerifiedRecords {
+ public:
+  [[nodiscard]] const PackedRecord* Find(std::string_view path) const;
+  // Keeps the entry that the path has, if it has one.
+  void Add(const FileRecord& record);
+  // Replaces it.
+  void Put(const FileRecord& record);
+  void Erase(std::string_view path);
+  void Clear();
+  [[nodiscard]] std::size_t Count() const { return records_.size(); }
+  [[nodiscard]] std::vector<const PackedRecord*> InOrder() const;
+
+ private:
+  static std::string_view PathOf(std::string_view path) { return path; }
+  static std::string_view PathOf(const PackedRecord* record) { return record->path(); }
+
+  struct HashOfPath {
+    using is_transparent = void;
+    std::size_t operator()(const auto& entry) const {
+      return std::hash<std::string_view>()(PathOf(entry));
+    }
+  };
+  struct SamePath {
+    using is_transparent = void;
+    bool operator()(const auto& a, const auto& b) const { return PathOf(a) == PathOf(b); }
+  };
+
+  const PackedRecord* Copy(const FileRecord& record);
+
+  Arena memory_;
+  std::unordered_set<const PackedRecord*, HashOfPath, SamePath> records_;
+};
+
+extern VerifiedRecords VerifyCache;
 
 // The line of the file that stands for `record`, with a line feed for its end.
 [[nodiscard]] std::string CacheLine(const FileRecord& record);

@@ -13,7 +13,7 @@
 namespace velmora::publish {
 namespace {
 
-using ByFolded = std::map<std::string, const FileRecord*>;
+using ByFolded = std::map<std::string, FileRecord>;
 
 std::uint64_t SizeOf(const std::string& text) {
   return static_cast<std::uint64_t>(std::max(ToNumber(text), 0));
@@ -22,7 +22,7 @@ std::uint64_t SizeOf(const std::string& text) {
 // Of two records of one file the first counts.
 ByFolded FilesOf(const PublishedList& list) {
   ByFolded files;
-  for (const FileRecord& record : list.files) files.emplace(FoldedPath(record.path), &record);
+  for (const FileRecord& record : list.files) files.emplace(FoldedPath(record.path), record);
   return files;
 }
 
@@ -88,10 +88,10 @@ ListDiff CompareLists(const PublishedList& before, const PublishedList& after) {
     if (!seen.insert(folded).second) continue;
     const auto found = old.find(folded);
     const bool isThere = found != old.end() && reach.Taking(folded).empty();
-    CompareFile(diff, isThere ? found->second : nullptr, record);
+    CompareFile(diff, isThere ? &found->second : nullptr, record);
   }
   for (const auto& [folded, record] : old) {
-    const DiffEntry entry{record->path, SizeOf(record->contentSize)};
+    const DiffEntry entry{record.path, SizeOf(record.contentSize)};
     if (!reach.Taking(folded).empty()) {
       diff.deletions.push_back(entry);
     } else if (!seen.contains(folded)) {

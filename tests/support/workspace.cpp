@@ -138,7 +138,7 @@ EngineTest::EngineTest() {
   RecheckPending = 0;
   UpdateSet.Clear();
   RemoveSet.Clear();
-  VerifyCache.clear();
+  VerifyCache.Clear();
   ResetDialog();
 }
 

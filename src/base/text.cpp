@@ -1,5 +1,6 @@
 #include "base/text.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <limits>
 
@@ -41,14 +42,16 @@ std::string_view CutText(std::string_view text, std::size_t limit) {
 }
 
 std::string FormatTextV(const char* format, std::va_list arguments) {
-  std::va_list forLength;
-  va_copy(forLength, arguments);
-  const int length = std::vsnprintf(nullptr, 0, format, forLength);
-  va_end(forLength);
-  if (length <= 0) return {};
-
-  std::string text(static_cast<std::size_t>(length), '\0');
-  std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+  std::va_list again;
+  va_copy(again, arguments);
+  char buffer[512];  // takes most texts, which are then formatted once
+  const int length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
+  std::string text(buffer, static_cast<std::size_t>(std::clamp(length, 0, int{sizeof buffer} - 1)));
+  if (length >= int{sizeof buffer}) {
+    text.resize(static_cast<std::size_t>(length));
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+  }
+  va_end(again);
   return text;
 }
 

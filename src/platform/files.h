@@ -45,13 +45,14 @@ class InputFile {
   InputFile& operator=(const InputFile&) = delete;
 
   [[nodiscard]] bool IsOpen() const;
-  // Size in bytes, its low 32 bits.
+  // Size in bytes at the time of its opening, its low 32 bits.
   [[nodiscard]] std::uint32_t Size() const;
   // Reads on from where the last read ended. Gives the number of bytes read, which is less than
   // `size` at the end of the file and after a failure.
   std::uint32_t Read(void* buffer, std::uint32_t size);
 
  private:
+  std::uint32_t size_ = 0;
   std::intptr_t file_;
 };
 

@@ -74,25 +74,42 @@ bool CanBeWritten(const std::string& native, const struct stat& status) {
   return true;
 }
 
-int OpenRegularFile(const std::string& native) {
+int OpenRegularFile(const std::string& native, std::uint32_t& size) {
   const int file = OpenNative(native, O_RDONLY);
   if (file == kNoFile) return kNoFile;
   struct stat status {};
-  if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) return file;
+  if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) {
+    size = static_cast<std::uint32_t>(status.st_size);
+    return file;
+  }
   close(file);
   errno = S_ISDIR(status.st_mode) ? EISDIR : EACCES;
   return kNoFile;
 }
 
-int OpenToWrite(const std::string& native, OutputFile::Mode mode) {
+// Whether an open file may be written, and how much it holds.
+bool MayBeWritten(int file, std::int64_t& size) {
   struct stat status {};
-  const bool exists = stat(native.c_str(), &status) == 0;
-  if (exists && (IsReadOnly(status) || S_ISFIFO(status.st_mode))) {
-    errno = EACCES;
-    return kNoFile;
-  }
-  const int how = mode == OutputFile::Mode::kReplace ? O_TRUNC : O_APPEND;
-  return OpenNative(native, O_WRONLY | O_CREAT | how);
+  if (fstat(file, &status) != 0) return false;
+  size = status.st_size;
+  if (!IsReadOnly(status) && !S_ISFIFO(status.st_mode)) return true;
+  errno = EACCES;
+  return false;
+}
+
+// The file keeps what it holds until it is known that it may be written.
+int OpenToWrite(const std::string& native, OutputFile::Mode mode) {
+  const bool replaces = mode == OutputFile::Mode::kReplace;
+  const int file = OpenNative(native, O_WRONLY | O_CREAT | (replaces ? 0 : O_APPEND));
+  if (file == kNoFile) return kNoFile;
+  std::int64_t size = 0;
+  const bool ready =
+      MayBeWritten(file, size) && (!replaces || size == 0 || ftruncate(file, 0) == 0);
+  if (ready) return file;
+  const int reason = errno;
+  close(file);
+  errno = reason;
+  return kNoFile;
 }
 
 std::intptr_t Kept(int file) {
@@ -109,8 +126,7 @@ void CloseIfOpen(std::intptr_t file) {
 }  // namespace
 
 bool FileExists(const std::string& path) {
-  struct stat status {};
-  return Remember(stat(NativePath(path).c_str(), &status) == 0);
+  return Remember(access(NativePath(path).c_str(), F_OK) == 0);
 }
 
 bool IsDirectory(const std::string& path) { return Remember(IsNativeDirectory(NativePath(path))); }
@@ -159,17 +175,14 @@ bool MakeDirectoriesOf(const std::string& path) {
   return Remember(IsNativeDirectory(directory));
 }
 
-InputFile::InputFile(const std::string& path) : file_(Kept(OpenRegularFile(NativePath(path)))) {}
+InputFile::InputFile(const std::string& path)
+    : file_(Kept(OpenRegularFile(NativePath(path), size_))) {}
 
 InputFile::~InputFile() { CloseIfOpen(file_); }
 
 bool InputFile::IsOpen() const { return file_ != kNoFile; }
 
-std::uint32_t InputFile::Size() const {
-  struct stat status {};
-  Remember(fstat(Descriptor(file_), &status) == 0);
-  return static_cast<std::uint32_t>(status.st_size);
-}
+std::uint32_t InputFile::Size() const { return size_; }
 
 std::uint32_t InputFile::Read(void* buffer, std::uint32_t size) {
   auto* const bytes = static_cast<std::uint8_t*>(buffer);
@@ -234,7 +247,8 @@ bool IsDirectoryItself(DIR* directory, const dirent& entry) {
 }
 
 // Reads a directory whole and closes it, so that a walk down a deep tree holds no descriptors and
-// what it deletes can't confuse the listing. A search that breaks off has listed what it has listed.
+// what it deletes can't confuse the listing. A search that breaks off has listed what it has
+// listed.
 bool ReadEntries(const std::string& native, std::vector<DirectoryEntry>& entries) {
   const OpenDirectory directory(opendir(native.c_str()));
   if (directory == nullptr) return false;

@@ -1,5 +1,7 @@
 #include "platform/posix/native_path.h"
 
+#include <algorithm>
+
 #include "base/text.h"
 
 namespace velmora::platform {
@@ -34,6 +36,26 @@ std::size_t Utf8Length(std::string_view text, std::size_t position) {
 std::size_t LengthOfCharacter(std::string_view text, std::size_t position) {
   const std::size_t length = text.front() == '/' ? Utf8Length(text, position) : 0;
   return length != 0 ? length : CharacterLength(text, position);
+}
+
+bool IsSeparator(char c) { return c == '\\' || c == '/'; }
+
+// A relative path of ASCII names between single separators, none of which begins with a dot: what
+// nearly all paths of a list are. Only its separators differ from the native path.
+bool IsPlain(std::string_view path) {
+  bool beginsElement = true;
+  for (const char c : path) {
+    const bool separates = IsSeparator(c);
+    if (c <= 0 || c == 0x7F || (beginsElement && (separates || c == '.'))) return false;
+    beginsElement = separates;
+  }
+  return !path.empty();
+}
+
+std::string WithSlashes(std::string_view path) {
+  std::string native(path);
+  std::replace(native.begin(), native.end(), '\\', '/');
+  return native;
 }
 
 }  // namespace
@@ -92,6 +114,7 @@ std::string JoinElements(const std::vector<std::string_view>& elements, char sep
 }
 
 std::string NativePath(std::string_view path) {
+  if (IsPlain(path)) return WithSlashes(path);
   if (path.empty() || path.find('\0') != kNone) return {};
   auto elements = SplitPath(path, kBackslashOrSlash);
   const bool fromRoot = elements.front().empty() && elements.size() > 1;

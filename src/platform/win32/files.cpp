@@ -111,16 +111,15 @@ bool MakeDirectoriesOf(const std::string& path) {
   return PathIsDirectoryA(directory.c_str()) != FALSE || Fail(ERROR_DIRECTORY);
 }
 
-InputFile::InputFile(const std::string& path) : file_(OpenToRead(path)) {}
+InputFile::InputFile(const std::string& path) : file_(OpenToRead(path)) {
+  if (IsOpen()) size_ = GetFileSize(HandleOf(file_), nullptr);
+}
 
 InputFile::~InputFile() { CloseIfOpen(file_); }
 
 bool InputFile::IsOpen() const { return file_ != kNoFile; }
 
-std::uint32_t InputFile::Size() const {
-  DWORD high = 0;
-  return GetFileSize(HandleOf(file_), &high);
-}
+std::uint32_t InputFile::Size() const { return size_; }
 
 std::uint32_t InputFile::Read(void* buffer, std::uint32_t size) {
   DWORD count = 0;

@@ -18,12 +18,21 @@ bool LooksSame(const Bar& a, const Bar& b) {
 
 }  // namespace
 
+bool LineReport::HasEvent(const DialogModel& model) const {
+  return model.page != reported_.page || model.buttons != reported_.buttons;
+}
+
 void LineReport::Note(const DialogModel& model) {
+  if (!HasEvent(model)) return;
+  NoteFigures(model);
   NotePage(model.page);
+  for (std::size_t i = 0; i < kButtons.size(); ++i) NoteButton(i, model.buttons[i]);
+}
+
+void LineReport::NoteFigures(const DialogModel& model) {
   NoteStatus(model.status);
   NoteFileBar(model.fileBar);
   NoteOverallBar(model.overallBar);
-  for (std::size_t i = 0; i < kButtons.size(); ++i) NoteButton(i, model.buttons[i]);
 }
 
 void LineReport::Add(std::string_view line) {

@@ -1,5 +1,6 @@
-// The dialog as a log: one line for each change of what it shows, in the order of the changes. For
-// an output that isn't a terminal.
+// The dialog as a log, for an output that isn't a terminal: one line for each change of a button or
+// of the page. Status and bars, which change with every file, are put in front of such a line, and
+// else as often as the caller likes: as on a screen, what stands only between two looks isn't seen.
 #pragma once
 
 #include <array>
@@ -12,8 +13,11 @@ namespace velmora::platform::terminal {
 
 class LineReport {
  public:
-  // Adds a line for each difference between `model` and what was reported before.
+  // Adds a line for each difference between `model` and what was reported before, if a button or
+  // the page differs.
   void Note(const DialogModel& model);
+  // Adds a line for each difference of status and bars.
+  void NoteFigures(const DialogModel& model);
   void Add(std::string_view line);
 
   [[nodiscard]] bool empty() const { return lines_.empty(); }
@@ -21,6 +25,7 @@ class LineReport {
   [[nodiscard]] std::string Take();
 
  private:
+  [[nodiscard]] bool HasEvent(const DialogModel& model) const;
   void NotePage(const std::string& page);
   void NoteStatus(const std::string& status);
   void NoteFileBar(const Bar& bar);

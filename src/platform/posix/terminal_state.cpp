@@ -128,6 +128,7 @@ DialogState::Picture DialogState::TakePicture() {
 
 void DialogState::AddLine(std::string_view line) {
   const std::lock_guard lock(mutex_);
+  lines_.NoteFigures(model_);
   lines_.Add(line);
   changed_ = true;
 }
@@ -135,6 +136,7 @@ void DialogState::AddLine(std::string_view line) {
 std::string DialogState::TakeLines() {
   const std::lock_guard lock(mutex_);
   changed_ = false;
+  lines_.NoteFigures(model_);
   return lines_.Take();
 }
 
@@ -154,10 +156,7 @@ bool DialogState::IsRunShown() {
 }
 
 void DialogState::NoteChange() {
-  if (reportsLines_) {
-    lines_.Note(model_);
-    if (lines_.empty()) return;
-  }
+  if (reportsLines_) lines_.Note(model_);
   if (changed_) return;
   changed_ = true;
   Wake();

@@ -9,7 +9,6 @@
 #include <string>
 #include <string_view>
 
-#include "base/data_block.h"
 #include "base/text.h"
 #include "base/texts.h"
 #include "engine/request_path.h"
@@ -17,6 +16,7 @@
 #include "engine/update_state.h"
 #include "engine/verify_cache.h"
 #include "engine/verify_hash.h"
+#include "platform/data_block.h"
 #include "platform/dialog.h"
 #include "platform/files.h"
 #include "platform/http.h"

@@ -4,13 +4,13 @@
 #include <cstring>
 #include <string>
 
-#include "base/data_block.h"
 #include "base/text.h"
 #include "base/texts.h"
 #include "engine/download.h"
 #include "engine/update_state.h"
 #include "engine/verify_cache.h"
 #include "engine/verify_hash.h"
+#include "platform/data_block.h"
 #include "platform/dialog.h"
 #include "platform/files.h"
 #include "settings/session_log.h"

@@ -4,9 +4,9 @@
 #include <array>
 #include <string_view>
 
-#include "base/data_block.h"
 #include "base/text.h"
 #include "base/text_mode.h"
+#include "platform/data_block.h"
 #include "platform/files.h"
 
 namespace velmora {

@@ -74,7 +74,7 @@ answers || { cat "$demo/nginx/error.log" >&2; fail "nginx doesn't answer"; }
 # --- What each stage does and shows.
 
 publish() {
-  echo "   published: $(build/native/velmora-publish build "$demo/tree" "$demo/server" --compress --exe '\Game.exe' "$@")"
+  echo "   published: $(build/native/velmora-publish build "$demo/tree" "$demo/server" --exe '\Game.exe' "$@")"
 }
 
 # patch COMMANDS...: runs the patcher in the installation with this script.

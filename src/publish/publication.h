@@ -20,6 +20,11 @@ struct BuildOptions {
   std::string listName = "hashlist.dat";
   std::string clientExe;             // empty: patchers keep the name they know
   std::vector<FileRecord> removals;  // path and mode
+  // A list, or the folder of a publication, whose players shall lose what is gone since. May be the
+  // one in `output`. Empty: none.
+  std::filesystem::path removeFrom;
+  // Rules as ignore_rules.h describes them. Empty: those of the tree, if it has any.
+  std::filesystem::path ignoreFile;
 };
 
 struct BuildSummary {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <map>
 
 #include "base/text.h"
 #include "engine/reference_list.h"
@@ -45,18 +46,38 @@ bool EndsInHalfCharacter(const std::string& name) {
 
 bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
-bool SameLetter(char a, char b) {
-  const auto lower = [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  };
-  return lower(a) == lower(b);
-}
-
 // Players' systems don't tell capitals from small letters.
 bool IsPatchersOwn(std::string_view path) {
-  return std::any_of(kPatchersOwn.begin(), kPatchersOwn.end(), [path](std::string_view own) {
-    return std::equal(own.begin(), own.end(), path.begin(), path.end(), SameLetter);
-  });
+  const std::string folded = FoldedPath(path);
+  return std::any_of(kPatchersOwn.begin(), kPatchersOwn.end(),
+                     [&folded](std::string_view own) { return FoldedPath(own) == folded; });
+}
+
+// Names that mean a device on Windows, in every directory and with any extension.
+bool IsDevice(const std::string& element) {
+  std::string name = FoldedPath(element.substr(0, element.find('.')));
+  name.erase(name.find_last_not_of(' ') + 1);
+  if (name == "con" || name == "prn" || name == "aux" || name == "nul") return true;
+  const bool isPort = name.starts_with("com") || name.starts_with("lpt");
+  return isPort && name.size() == 4 && name[3] >= '1' && name[3] <= '9';
+}
+
+// Some of these are also the second bytes of double-byte characters.
+bool HoldsForbidden(const std::string& name) {
+  for (std::size_t i = 0; i < name.size(); i += CharacterLength(name, i)) {
+    if (std::string_view("<>:\"|*").find(name[i]) != std::string_view::npos) return true;
+  }
+  return false;
+}
+
+std::string ReasonAgainstName(const std::string& name) {
+  if (name == ".") return {};  // the settings file's spelling
+  if (name.empty() || name.back() == '.' || name.back() == ' ') {
+    return "a name in its path ends in a dot or a blank, which Windows drops";
+  }
+  if (HoldsForbidden(name)) return "a name in its path holds one of < > : \" | *";
+  if (IsDevice(name)) return "a name in its path means a device on Windows";
+  return {};
 }
 
 std::string ListPath(const fs::path& relative) {
@@ -73,6 +94,17 @@ std::string ListPath(const fs::path& relative) {
     listPath += name;
   }
   return listPath == kSettingsFile ? kSettingsListPath : listPath;
+}
+
+void RequireNoCollision(const std::vector<SourceFile>& files) {
+  std::vector<std::string> paths;
+  paths.reserve(files.size());
+  for (const SourceFile& file : files) paths.push_back(file.listPath);
+  const auto collisions = Collisions(paths);
+  if (collisions.empty()) return;
+  throw PublishError(
+      collisions.front().first + " and " + collisions.front().second +
+      ": players' disks don't tell capitals from small letters, and can't hold both");
 }
 
 SourceFile Describe(const fs::directory_entry& entry, const fs::path& root) {
@@ -106,10 +138,72 @@ std::string ReasonAgainst(const std::string& listPath, std::uint64_t size) {
   if (listPath.back() == '\\') {
     return "its path ends in the byte 5C, which is asked for as a slash: no web server offers that";
   }
+  for (const std::string& name : PathElements(listPath)) {
+    if (std::string reason = ReasonAgainstName(name); !reason.empty()) return reason;
+  }
   if (!CanBeAskedFor(listPath, {})) return "its path has more than 258 bytes after escaping";
   if (IsPatchersOwn(listPath)) return "a patcher has a file of this name of its own";
   if (size > kLargestFile) return "it has 2 GiB or more";
   return {};
+}
+
+std::string FoldedPath(std::string_view path) {
+  std::string folded(path);
+  for (std::size_t i = 0; i < folded.size(); i += CharacterLength(folded, i)) {
+    char& c = folded[i];
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return folded;
+}
+
+std::vector<std::string> PathElements(std::string_view path) {
+  std::vector<std::string> elements(1);
+  for (std::size_t i = 0; i < path.size();) {
+    const std::size_t length = CharacterLength(path, i);
+    if (length == 1 && (path[i] == '\\' || path[i] == '/')) {
+      elements.emplace_back();
+    } else {
+      elements.back() += path.substr(i, length);
+    }
+    i += length;
+  }
+  return elements;
+}
+
+std::string PlayersPath(std::string_view path) {
+  std::string result;
+  for (std::string& element : PathElements(path)) {
+    while (!element.empty() && (element.back() == '.' || element.back() == ' ')) element.pop_back();
+    if (element.empty()) continue;
+    if (!result.empty()) result += '\\';
+    result += FoldedPath(element);
+  }
+  return result;
+}
+
+std::vector<std::string> DirectoriesAbove(std::string_view playersPath) {
+  std::vector<std::string> directories;
+  for (std::size_t i = 0; i < playersPath.size(); i += CharacterLength(playersPath, i)) {
+    if (playersPath[i] == '\\') directories.emplace_back(playersPath.substr(0, i));
+  }
+  return directories;
+}
+
+std::vector<std::pair<std::string, std::string>> Collisions(
+    const std::vector<std::string>& listPaths) {
+  std::vector<std::pair<std::string, std::string>> collisions;
+  std::map<std::string, const std::string*> files;
+  for (const std::string& path : listPaths) {
+    const auto [at, isFree] = files.emplace(PlayersPath(path), &path);
+    if (!isFree) collisions.emplace_back(*at->second, path);
+  }
+  for (const auto& [playersPath, path] : files) {
+    for (const std::string& directory : DirectoriesAbove(playersPath)) {
+      const auto at = files.find(directory);
+      if (at != files.end()) collisions.emplace_back(*at->second, *path);
+    }
+  }
+  return collisions;
 }
 
 bool CanBeAskedFor(const std::string& listPath, std::string_view suffix) {
@@ -129,14 +223,19 @@ std::string ServedPath(const std::string& listPath) {
   return served;
 }
 
-std::vector<SourceFile> ScanTree(const fs::path& root) {
+std::vector<SourceFile> ScanTree(const fs::path& root, const IgnoreRules& rules) {
   std::vector<SourceFile> files;
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
-    if (entry.is_directory() && !entry.is_symlink()) continue;
-    files.push_back(Describe(entry, root));
+  for (auto at = fs::recursive_directory_iterator(root); at != fs::end(at); ++at) {
+    const bool isDirectory = at->is_directory() && !at->is_symlink();
+    if (rules.Ignores(at->path().lexically_relative(root).native(), isDirectory)) {
+      if (isDirectory) at.disable_recursion_pending();
+      continue;
+    }
+    if (!isDirectory) files.push_back(Describe(*at, root));
   }
   std::sort(files.begin(), files.end(),
             [](const SourceFile& a, const SourceFile& b) { return a.listPath < b.listPath; });
+  RequireNoCollision(files);
   return files;
 }
 

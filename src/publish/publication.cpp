@@ -100,10 +100,15 @@ class NewFiles {
     file.Keep();
     Add(number, place);
   }
-  // In the order in which they were added.
+  // In the order in which they were added, the last one, the list, when all others are safe.
   void Publish() const {
     for (const auto& [number, target] : files_) staging_.MakeRoom(target);
-    for (const auto& [number, target] : files_) staging_.Publish(number, target);
+    staging_.Sync();
+    for (const auto& [number, target] : files_) {
+      if (number == files_.back().first) staging_.Sync();
+      staging_.Publish(number, target);
+    }
+    staging_.Sync();
   }
 
  private:

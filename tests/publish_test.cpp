@@ -640,6 +640,15 @@ TEST_F(Publication, FileThatChangesIsRefused) {
       EXPECT_FALSE(fs::exists("payload"));
     }
   }
+  // In the midst of others that wait for room in memory.
+  const SourceFile whole{"tree/large", "large", 8 * kBlockSize + 1};
+  PayloadOptions options;
+  options.compress = Compress::kAlways;
+  EXPECT_THROW(static_cast<void>(WritePayloads(
+                   {{&whole, "1"}, {&cutShort, "2"}, {&whole, "3"}, {&longer, "4"}}, options)),
+               PublishError);
+  EXPECT_FALSE(fs::exists("2"));
+  EXPECT_FALSE(fs::exists("4"));
 }
 
 TEST_F(Publication, ListIsReadBackAsAPatcherWould) {

@@ -167,6 +167,7 @@ BuildSummary BuildPublication(const BuildOptions& options) {
   // The settings name the list that they belong to: beside another one they mean nothing.
   newFiles.AddText(files.size(), SettingsText(options.payload, list), kSettingsName);
   newFiles.AddText(files.size() + 1, list, options.listName);
+  StopIfAsked(options.payload);
   newFiles.Publish();
   return Sum(records);
 }

@@ -4,6 +4,7 @@
 #include <array>
 #include <limits>
 #include <map>
+#include <system_error>
 
 #include "base/text.h"
 #include "engine/reference_list.h"
@@ -117,6 +118,22 @@ SourceFile Describe(const fs::directory_entry& entry, const fs::path& root) {
   return file;
 }
 
+void ScanFolder(const fs::path& folder, const fs::path& root, const IgnoreRules& rules,
+                std::vector<SourceFile>& files) {
+  std::error_code error;
+  fs::directory_iterator at(folder, error);
+  for (; !error && at != fs::end(at); at.increment(error)) {
+    const bool isDirectory = at->is_directory() && !at->is_symlink();
+    if (rules.Ignores(at->path().lexically_relative(root).native(), isDirectory)) continue;
+    if (isDirectory) {
+      ScanFolder(at->path(), root, rules, files);
+    } else {
+      files.push_back(Describe(*at, root));
+    }
+  }
+  if (error) throw PublishError(folder.native() + ": can't be read: " + error.message());
+}
+
 }  // namespace
 
 std::string ReasonAgainst(const std::string& listPath, std::uint64_t size) {
@@ -225,14 +242,7 @@ std::string ServedPath(const std::string& listPath) {
 
 std::vector<SourceFile> ScanTree(const fs::path& root, const IgnoreRules& rules) {
   std::vector<SourceFile> files;
-  for (auto at = fs::recursive_directory_iterator(root); at != fs::end(at); ++at) {
-    const bool isDirectory = at->is_directory() && !at->is_symlink();
-    if (rules.Ignores(at->path().lexically_relative(root).native(), isDirectory)) {
-      if (isDirectory) at.disable_recursion_pending();
-      continue;
-    }
-    if (!isDirectory) files.push_back(Describe(*at, root));
-  }
+  ScanFolder(root, root, rules, files);
   std::sort(files.begin(), files.end(),
             [](const SourceFile& a, const SourceFile& b) { return a.listPath < b.listPath; });
   RequireNoCollision(files);

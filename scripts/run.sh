@@ -38,7 +38,7 @@ start_web_server "$demo/nginx" "$demo/server" || fail "no web server"
 # --- What each stage does and shows.
 
 publish() {
-  echo "   published: $(build/native/velmora-publish build "$demo/tree" "$demo/server" --compress --exe '\Game.exe' "$@")"
+  echo "   published: $(build/native/velmora-publish build "$demo/tree" "$demo/server" --exe '\Game.exe' "$@")"
 }
 
 # patch COMMANDS...: runs the patcher in the installation with this script.

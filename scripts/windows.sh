@@ -51,7 +51,7 @@ cat >"$place/info.html" <<'PAGE'
 <!DOCTYPE html>
 <html lang="ja"><meta charset="utf-8"><title>VELMORA</title><h1>お知らせ</h1></html>
 PAGE
-echo "== Published: $(build/native/velmora-publish build "$place/tree" "$place/server" --compress \
+echo "== Published: $(build/native/velmora-publish build "$place/tree" "$place/server" \
   --exe '\Game.exe')"
 
 cp build/win64/VelmoraUpdate.exe "$place/installed/"

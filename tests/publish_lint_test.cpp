@@ -204,16 +204,17 @@ TEST(Lint, AnyTextIsTaken) {
   }
 }
 
-TEST(ListPath, FoldedPathsAreOneFileToPlayers) {
-  EXPECT_EQ(FoldedPath("./A\\b//C. .\\.\\d"), "a\\b\\c\\d");
-  EXPECT_EQ(FoldedPath("\x95\x5C"
-                       "A"),
+TEST(ListPath, PlayersPathsAreOneFileToPlayers) {
+  EXPECT_EQ(PlayersPath("./A\\b//C. .\\.\\d"), "a\\b\\c\\d");
+  EXPECT_EQ(PlayersPath("\x95\x5C"
+                        "A"),
             "\x95\x5C"
-            "a");                                 // no separator
-  EXPECT_EQ(FoldedPath("\x83\x41"), "\x83\x41");  // no letter
-  EXPECT_EQ(FoldedPath("d\\..\\A"), "d\\..\\a");
-  EXPECT_TRUE(LiesBelow("d\\a", "d"));
-  EXPECT_FALSE(LiesBelow("da", "d"));
+            "a");                                  // no separator
+  EXPECT_EQ(PlayersPath("\x83\x41"), "\x83\x41");  // no letter
+  EXPECT_EQ(PlayersPath("d\\..\\A"), "d\\..\\a");
+  EXPECT_EQ(FoldersAbove("d\\e\\\x95\x5C"
+                         "a"),
+            (std::vector<std::string_view>{"d", "d\\e"}));
 }
 
 }  // namespace

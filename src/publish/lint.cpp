@@ -9,7 +9,7 @@ namespace velmora::publish {
 namespace {
 
 void AddRecord(std::vector<ListedRecord>& records, std::size_t line, FileRecord record) {
-  std::string folded = FoldedPath(record.path);
+  std::string folded = PlayersPath(record.path);
   records.push_back({line, std::move(record), std::move(folded)});
 }
 

@@ -30,7 +30,7 @@ class Findings {
 struct ListedRecord {
   std::size_t line;
   FileRecord record;
-  std::string folded;  // its path, as FoldedPath gives it
+  std::string folded;  // its path, as PlayersPath gives it
 };
 
 // What patchers read of a list, line by line.

@@ -129,14 +129,9 @@ void CheckCharacters(const ListedRecord& listed, Findings& findings) {
   const std::string& path = listed.record.path;
   const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7F; };
   if (std::any_of(path.begin(), path.end(), isControl)) findings.Add(305, listed.line, path);
-  if (path.find_first_of("<>\"|*?") != std::string::npos) {
-    // The second byte of a double-byte character may look like "|", and is none.
-    for (std::size_t i = 0; i < path.size(); i += CharacterLength(path, i)) {
-      if (std::string_view("<>\"|*?").find(path[i]) == std::string_view::npos) continue;
-      findings.Add(310, listed.line, path);
-      break;
-    }
-  }
+  // A colon is the business of the rule about leaving the installation.
+  const bool hasColon = path.find(':') != std::string::npos;
+  if (!hasColon && HoldsForbiddenCharacter(path)) findings.Add(310, listed.line, path);
   if (path.find_first_of("%#") != std::string::npos) findings.Add(311, listed.line, path);
   if (path.find(' ') != std::string::npos) findings.Add(303, listed.line, path);
   if (HoldsBackslashInCharacter(path)) findings.Add(307, listed.line, path);

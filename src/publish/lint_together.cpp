@@ -51,9 +51,8 @@ void CheckSameFile(const ListedRecord& first, const ListedRecord& second, Findin
 
 // Whether a record's file is a folder of this one's.
 void CheckFoldersOf(const ListedRecord& listed, const ByFolded& files, Findings& findings) {
-  const std::string& path = listed.folded;
-  for (std::size_t at = path.find('\\'); at != std::string::npos; at = path.find('\\', at + 1)) {
-    const auto file = files.find(path.substr(0, at));
+  for (const std::string_view folder : FoldersAbove(listed.folded)) {
+    const auto file = files.find(std::string(folder));
     if (file == files.end()) continue;
     findings.Add(405, listed.line, listed.record.path, SeeLine(file->second->line));
     return;
@@ -169,7 +168,7 @@ void CheckTree(const fs::path& tree, const ListedRecords& records, Findings& fin
   for (const auto& entry : fs::recursive_directory_iterator(tree)) {
     if (entry.is_directory()) continue;
     const std::string path = TreePath(entry.path(), tree);
-    const std::string folded = FoldedPath(path);
+    const std::string folded = PlayersPath(path);
     if (listed.count(folded) > 0 || IsPatchersOwnFile(folded)) continue;
     for (const std::size_t i : records.reach.Taking(folded)) {
       findings.Add(501, records.removals[i].line, records.removals[i].record.path, path);

@@ -22,7 +22,7 @@ std::uint64_t SizeOf(const std::string& text) {
 // Of two records of one file the first counts.
 ByFolded FilesOf(const PublishedList& list) {
   ByFolded files;
-  for (const FileRecord& record : list.files) files.emplace(FoldedPath(record.path), record);
+  for (const FileRecord& record : list.files) files.emplace(PlayersPath(record.path), record);
   return files;
 }
 
@@ -84,7 +84,7 @@ ListDiff CompareLists(const PublishedList& before, const PublishedList& after) {
   const RemovalReach reach = ReachOf(after);
   std::set<std::string> seen;
   for (const FileRecord& record : after.files) {
-    const std::string folded = FoldedPath(record.path);
+    const std::string folded = PlayersPath(record.path);
     if (!seen.insert(folded).second) continue;
     const auto found = old.find(folded);
     const bool isThere = found != old.end() && reach.Taking(folded).empty();

@@ -40,17 +40,6 @@ std::string_view WithoutTrailingDots(std::string_view element) {
   return last == std::string_view::npos ? std::string_view() : element.substr(0, last + 1);
 }
 
-// A device is one with any extension, and in any directory.
-bool NamesDevice(std::string_view element) {
-  static constexpr std::array<std::string_view, 6> kDevices = {"con", "prn",    "aux",
-                                                               "nul", "conin$", "conout$"};
-  const std::string name =
-      Folded(WithoutTrailingDots(element.substr(0, std::min(element.find('.'), element.size()))));
-  if (std::find(kDevices.begin(), kDevices.end(), name) != kDevices.end()) return true;
-  return name.size() == 4 && (name.starts_with("com") || name.starts_with("lpt")) &&
-         name[3] >= '1' && name[3] <= '9';
-}
-
 bool IsDangerous(std::string_view element) {
   if (element.empty() || element == ".") return false;
   return element == ".." || element.back() == '.' || element.back() == ' ' || NamesDevice(element);
@@ -70,7 +59,7 @@ std::vector<std::string_view> PathElements(std::string_view path) {
   return elements;
 }
 
-std::string FoldedPath(std::string_view path) {
+std::string PlayersPath(std::string_view path) {
   std::string folded;
   for (const std::string_view element : PathElements(path)) {
     const std::string_view name = element == ".." ? element : WithoutTrailingDots(element);
@@ -81,8 +70,30 @@ std::string FoldedPath(std::string_view path) {
   return folded;
 }
 
-bool LiesBelow(std::string_view path, std::string_view folder) {
-  return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '\\';
+std::vector<std::string_view> FoldersAbove(std::string_view playersPath) {
+  std::vector<std::string_view> folders;
+  for (std::size_t i = 0; i < playersPath.size(); i += CharacterLength(playersPath, i)) {
+    if (playersPath[i] == '\\') folders.push_back(playersPath.substr(0, i));
+  }
+  return folders;
+}
+
+bool NamesDevice(std::string_view element) {
+  static constexpr std::array<std::string_view, 6> kDevices = {"con", "prn",    "aux",
+                                                               "nul", "conin$", "conout$"};
+  const std::string name =
+      Folded(WithoutTrailingDots(element.substr(0, std::min(element.find('.'), element.size()))));
+  if (std::find(kDevices.begin(), kDevices.end(), name) != kDevices.end()) return true;
+  return name.size() == 4 && (name.starts_with("com") || name.starts_with("lpt")) &&
+         name[3] >= '1' && name[3] <= '9';
+}
+
+bool HoldsForbiddenCharacter(std::string_view path) {
+  // The second byte of a double-byte character may look like one.
+  for (std::size_t i = 0; i < path.size(); i += CharacterLength(path, i)) {
+    if (std::string_view("<>:\"|*?").find(path[i]) != std::string_view::npos) return true;
+  }
+  return false;
 }
 
 bool LeavesInstallation(std::string_view path) {

@@ -12,13 +12,19 @@ namespace velmora::publish {
 // The elements between the separators, empty ones and "." included.
 [[nodiscard]] std::vector<std::string_view> PathElements(std::string_view path);
 
-// A text that is the same for two paths if they are the same file to players: in small letters (of
+// What the path means on a player's disk, the same for every way to write it: in small letters (of
 // ASCII and of its full-width twin), backslashes between the elements, empty elements and "."
-// dropped, trailing dots and blanks of an element dropped.
-[[nodiscard]] std::string FoldedPath(std::string_view path);
+// dropped, dots and blanks at the end of an element dropped. Empty for the installation itself.
+[[nodiscard]] std::string PlayersPath(std::string_view path);
 
-// Whether `path`, folded, lies below the folder `folder`, folded.
-[[nodiscard]] bool LiesBelow(std::string_view path, std::string_view folder);
+// Of a path that PlayersPath gave: the folders on its way, the outermost first.
+[[nodiscard]] std::vector<std::string_view> FoldersAbove(std::string_view playersPath);
+
+// Whether a name means a device on Windows, which it does in every folder and with any extension.
+[[nodiscard]] bool NamesDevice(std::string_view element);
+
+// Whether the path holds one of < > : " | * ? as a character of its own.
+[[nodiscard]] bool HoldsForbiddenCharacter(std::string_view path);
 
 // Whether a patcher that is told this path could reach beyond its installation, or another file
 // than the one that is spelled: "..", a drive or a stream (any colon), a separator in front, a name

@@ -1,51 +1,21 @@
 #include "publish/publication.h"
 
 #include <algorithm>
-#include <exception>
-#include <mutex>
-#include <numeric>
-#include <system_error>
-#include <thread>
+#include <optional>
 
 #include "engine/reference_list.h"
+#include "publish/crew.h"
+#include "publish/earlier_publication.h"
 #include "publish/list_text.h"
 #include "publish/publish_error.h"
+#include "publish/published_list.h"
+#include "publish/removals.h"
 #include "publish/staging.h"
 
 namespace velmora::publish {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Carries out `work(i)` for each i of `order` on all cores. The first failure stops the others
-// between two pieces of work, and is thrown on.
-template <typename Work>
-void OnAllCores(const std::vector<std::size_t>& order, Work work) {
-  std::atomic<std::size_t> next = 0;
-  std::mutex mutex;
-  std::exception_ptr failure;
-  const auto worker = [&] {
-    for (std::size_t i = next++; i < order.size(); i = next++) {
-      try {
-        work(order[i]);
-      } catch (...) {
-        const std::lock_guard lock(mutex);
-        if (!failure) failure = std::current_exception();
-        next = order.size();
-      }
-    }
-  };
-  {
-    std::vector<std::jthread> others(std::max(1U, std::thread::hardware_concurrency()) - 1);
-    try {
-      for (std::jthread& other : others) other = std::jthread(worker);
-    } catch (const std::system_error&) {
-      // The system has no thread left to give: the work takes longer.
-    }
-    worker();
-  }
-  if (failure) std::rethrow_exception(failure);
-}
 
 bool Holds(const fs::path& outer, const fs::path& inner) {
   return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
@@ -64,68 +34,108 @@ void RequireApart(const fs::path& tree, const fs::path& output) {
 void RequireListName(const std::string& name) {
   const bool isPlain =
       name.find_first_of("/\\") == std::string::npos && name != "." && name != "..";
-  if (name.empty() || !isPlain || name.find(kCompressedMark) != std::string::npos) {
+  const bool isTaken = name == Staging::kFolder || name == kSettingsName;
+  if (name.empty() || !isPlain || isTaken || name.find(kCompressedMark) != std::string::npos) {
     throw PublishError("the list can't have the name \"" + name + "\"");
   }
 }
 
-// Where a file stands below the output, without its mark.
-fs::path Place(const std::string& listPath) {
-  return fs::path(ServedPath(listPath)).lexically_normal();
+IgnoreRules RulesOf(const BuildOptions& options) {
+  const fs::path ofTree = options.tree / kIgnoreName;
+  const fs::path& file = options.ignoreFile.empty() ? ofTree : options.ignoreFile;
+  if (options.ignoreFile.empty() && !fs::exists(fs::symlink_status(file))) return {};
+  IgnoreRules rules(ReadWholeFile(file));
+  // Nor are rules published that lie in the tree under another name.
+  rules.Add(fs::weakly_canonical(file).lexically_relative(fs::weakly_canonical(options.tree)));
+  return rules;
+}
+
+std::vector<FileRecord> AllRemovals(const BuildOptions& options,
+                                    const std::vector<SourceFile>& files) {
+  if (options.removeFrom.empty()) return Removals(options.removals, nullptr, files);
+  const fs::path file = ListFile(options.removeFrom, options.listName);
+  const std::string text = ReadWholeFile(file);
+  const PublishedList earlier(text);
+  const bool isList = text.empty() || earlier.files.Count() + earlier.removals.Count() > 0;
+  if (!isList || !earlier.isReadWhole || !earlier.refused.empty()) {
+    throw PublishError(file.native() + ": is no list, or not one that patchers read to its end");
+  }
+  return Removals(options.removals, &earlier, files);
 }
 
 // The files of a tree can't meet each other below the output, but the list, and what is at work
 // there.
 void RequireOwnPlaces(const std::vector<SourceFile>& files, const std::string& listName) {
   for (const SourceFile& file : files) {
-    const fs::path first = *Place(file.listPath).begin();
-    if (first == listName || first == Staging::kFolder) {
+    FileRecord record;
+    record.path = file.listPath;
+    const fs::path first = *PayloadPlace(record).begin();
+    if (first == listName || first == Staging::kFolder || first == kSettingsName) {
       throw PublishError(file.path.native() + ": \"" + first.native() +
                          "\" is taken in the publication");
     }
   }
 }
 
-// The largest first: begun last, one of them would keep a single core busy at the end.
-std::vector<std::size_t> WorkOrder(const std::vector<SourceFile>& files) {
-  std::vector<std::size_t> order(files.size());
-  std::iota(order.begin(), order.end(), 0);
-  std::stable_sort(order.begin(), order.end(), [&files](std::size_t a, std::size_t b) {
-    return files[a].size > files[b].size;
-  });
-  return order;
-}
-
-// The payload of the n-th file becomes the n-th of the staging folder.
-std::vector<FileRecord> WritePayloads(const std::vector<SourceFile>& files, const Staging& staging,
-                                      const PayloadOptions& options) {
-  std::vector<FileRecord> records(files.size());
-  OnAllCores(WorkOrder(files),
-             [&](std::size_t i) { records[i] = WritePayload(files[i], staging.At(i), options); });
+// The records of the files whose earlier payloads stay as they are; none for the others.
+std::vector<std::optional<FileRecord>> UnchangedRecords(const std::vector<SourceFile>& files,
+                                                        const BuildOptions& options) {
+  const EarlierPublication earlier(options.output, options.listName, options.payload);
+  std::vector<std::optional<FileRecord>> records(files.size());
+  Crew().ForEach(files.size(), [&](std::size_t i) { records[i] = earlier.Unchanged(files[i]); });
   return records;
 }
 
-void WriteList(const std::string& text, const fs::path& target) {
-  NewFile list(target);
-  list.Write(text.data(), text.size());
-  list.Keep();
-}
+// What is staged, by the numbers of its files there, on its way to its places.
+class NewFiles {
+ public:
+  NewFiles(const Staging& staging, const fs::path& output) : staging_(staging), output_(output) {}
 
-// The places of the records' files below `output`, in their order, and behind them the list's.
-std::vector<fs::path> Targets(const std::vector<FileRecord>& records, const BuildOptions& options) {
-  std::vector<fs::path> targets;
-  targets.reserve(records.size() + 1);
-  for (const FileRecord& record : records) {
-    fs::path& target = targets.emplace_back(options.output / Place(record.path));
-    if (record.compressed) target += kCompressedMark;
+  void Add(std::size_t number, const fs::path& place) {
+    files_.emplace_back(number, output_ / place);
   }
-  targets.push_back(options.output / options.listName);
-  return targets;
-}
+  void AddText(std::size_t number, const std::string& text, const fs::path& place) {
+    NewFile file(staging_.At(number));
+    file.Write(text.data(), text.size());
+    file.Keep();
+    Add(number, place);
+  }
+  // In the order in which they were added, the last one, the list, when all others are safe.
+  void Publish() const {
+    for (const auto& [number, target] : files_) staging_.MakeRoom(target);
+    staging_.Sync();
+    for (const auto& [number, target] : files_) {
+      if (number == files_.back().first) staging_.Sync();
+      staging_.Publish(number, target);
+    }
+    staging_.Sync();
+  }
 
-void PublishAll(const Staging& staging, const std::vector<fs::path>& targets) {
-  for (const fs::path& target : targets) staging.MakeRoom(target);
-  for (std::size_t i = 0; i < targets.size(); ++i) staging.Publish(i, targets[i]);
+ private:
+  const Staging& staging_;
+  const fs::path& output_;
+  std::vector<std::pair<std::size_t, fs::path>> files_;
+};
+
+// Writes the payloads that can't stay as they are, each under its file's number, and adds them to
+// `newFiles`. Gives the records of all files.
+std::vector<FileRecord> WriteNewPayloads(const std::vector<SourceFile>& files,
+                                         const BuildOptions& options, const Staging& staging,
+                                         NewFiles& newFiles) {
+  const auto unchanged = UnchangedRecords(files, options);
+  std::vector<PayloadTask> tasks;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (!unchanged[i]) tasks.push_back({&files[i], staging.At(i)});
+  }
+  const std::vector<FileRecord> written = WritePayloads(tasks, options.payload);
+  auto next = written.begin();
+  std::vector<FileRecord> records;
+  records.reserve(files.size());
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    records.push_back(unchanged[i] ? *unchanged[i] : *next++);
+    if (!unchanged[i]) newFiles.Add(i, PayloadPlace(records.back()));
+  }
+  return records;
 }
 
 BuildSummary Sum(const std::vector<FileRecord>& records) {
@@ -144,15 +154,21 @@ BuildSummary Sum(const std::vector<FileRecord>& records) {
 BuildSummary BuildPublication(const BuildOptions& options) {
   RequireApart(options.tree, options.output);
   RequireListName(options.listName);
-  // What the list can't say is refused before the long work begins.
-  static_cast<void>(ListText({}, options.removals, options.clientExe));
-  const std::vector<SourceFile> files = ScanTree(options.tree);
+  const std::vector<SourceFile> files = ScanTree(options.tree, RulesOf(options));
   RequireOwnPlaces(files, options.listName);
+  const std::vector<FileRecord> removals = AllRemovals(options, files);
+  // What the list can't say is refused before the long work begins.
+  static_cast<void>(ListText({}, removals, options.clientExe));
 
   const Staging staging(options.output);
-  const std::vector<FileRecord> records = WritePayloads(files, staging, options.payload);
-  WriteList(ListText(records, options.removals, options.clientExe), staging.At(records.size()));
-  PublishAll(staging, Targets(records, options));
+  NewFiles newFiles(staging, options.output);
+  const std::vector<FileRecord> records = WriteNewPayloads(files, options, staging, newFiles);
+  const std::string list = ListText(records, removals, options.clientExe);
+  // The settings name the list that they belong to: beside another one they mean nothing.
+  newFiles.AddText(files.size(), SettingsText(options.payload, list), kSettingsName);
+  newFiles.AddText(files.size() + 1, list, options.listName);
+  StopIfAsked(options.payload);
+  newFiles.Publish();
   return Sum(records);
 }
 

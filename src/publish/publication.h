@@ -20,6 +20,11 @@ struct BuildOptions {
   std::string listName = "hashlist.dat";
   std::string clientExe;             // empty: patchers keep the name they know
   std::vector<FileRecord> removals;  // path and mode
+  // A list, or the folder of a publication, whose players shall lose what is gone since. May be the
+  // one in `output`. Empty: none.
+  std::filesystem::path removeFrom;
+  // Rules as ignore_rules.h describes them. Empty: those of the tree, if it has any.
+  std::filesystem::path ignoreFile;
 };
 
 struct BuildSummary {
@@ -31,9 +36,15 @@ struct BuildSummary {
 
 // Writes the payloads of all files of the tree, on all cores, and the list; when all of it is
 // complete, gives the payloads their places and then the list, which appears at once: at no moment
-// a list names what isn't there yet. The same tree gives the same bytes, on every run and machine
-// that has the same zlib. Throws PublishError; what was published before then still stands as it
-// was, unless the disk failed among those last steps.
+// a list names what isn't there yet, not even after a power cut, since the disk has all of the
+// payloads before the list takes its place, and the list before this function returns. (The whole
+// file system is asked for that, three times: a sync of each file would take far longer.) Payloads
+// whose files haven't changed since the publication that stands there stay untouched, provided that
+// it was made with the same settings. The same tree gives the same bytes, on every run and machine
+// that has the same zlib, whatever stood in `output`.
+//
+// Throws PublishError; what was published before then still stands as it was, unless the disk
+// failed among those last steps.
 BuildSummary BuildPublication(const BuildOptions& options);
 
 }  // namespace velmora::publish

@@ -9,14 +9,14 @@ bool IsPatternRemoval(const FileRecord& removal) { return removal.transferHash.s
 
 bool RemovesEverything(const FileRecord& removal) {
   if (IsPatternRemoval(removal)) return removal.path == "*.*" || removal.path == "*";
-  return !removal.path.empty() && FoldedPath(removal.path).empty();
+  return !removal.path.empty() && PlayersPath(removal.path).empty();
 }
 
 void RemovalReach::Add(const FileRecord& removal) {
   if (IsPatternRemoval(removal)) {
     patterns_.push_back({count_, removal.path});
   } else if (!removal.path.empty()) {
-    paths_.emplace(FoldedPath(removal.path), count_);
+    paths_.emplace(PlayersPath(removal.path), count_);
   }
   ++count_;
 }
@@ -28,9 +28,7 @@ std::vector<std::size_t> RemovalReach::Taking(const std::string& foldedPath) con
     for (auto at = first; at != last; ++at) taking.push_back(at->second);
   };
   addAllOf("");
-  for (std::size_t i = 0; i < foldedPath.size(); ++i) {
-    if (foldedPath[i] == '\\') addAllOf(foldedPath.substr(0, i));
-  }
+  for (const std::string_view folder : FoldersAbove(foldedPath)) addAllOf(std::string(folder));
   addAllOf(foldedPath);
   for (const Pattern& pattern : patterns_) {
     if (platform::MatchPathPattern(foldedPath, pattern.text)) taking.push_back(pattern.index);

@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <map>
+#include <system_error>
 
 #include "base/text.h"
 #include "engine/reference_list.h"
 #include "engine/verify_cache.h"
 #include "platform/url.h"
+#include "publish/list_path.h"
 #include "publish/publish_error.h"
 
 namespace velmora::publish {
@@ -45,18 +48,22 @@ bool EndsInHalfCharacter(const std::string& name) {
 
 bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
-bool SameLetter(char a, char b) {
-  const auto lower = [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  };
-  return lower(a) == lower(b);
-}
-
 // Players' systems don't tell capitals from small letters.
 bool IsPatchersOwn(std::string_view path) {
-  return std::any_of(kPatchersOwn.begin(), kPatchersOwn.end(), [path](std::string_view own) {
-    return std::equal(own.begin(), own.end(), path.begin(), path.end(), SameLetter);
-  });
+  const std::string playersPath = PlayersPath(path);
+  return std::any_of(
+      kPatchersOwn.begin(), kPatchersOwn.end(),
+      [&playersPath](std::string_view own) { return PlayersPath(own) == playersPath; });
+}
+
+std::string ReasonAgainstName(std::string_view name) {
+  if (name == ".") return {};  // the settings file's spelling
+  if (name.empty() || name.back() == '.' || name.back() == ' ') {
+    return "a name in its path ends in a dot or a blank, which Windows drops";
+  }
+  if (HoldsForbiddenCharacter(name)) return "a name in its path holds one of < > : \" | * ?";
+  if (NamesDevice(name)) return "a name in its path means a device on Windows";
+  return {};
 }
 
 std::string ListPath(const fs::path& relative) {
@@ -75,6 +82,17 @@ std::string ListPath(const fs::path& relative) {
   return listPath == kSettingsFile ? kSettingsListPath : listPath;
 }
 
+void RequireNoCollision(const std::vector<SourceFile>& files) {
+  std::vector<std::string> paths;
+  paths.reserve(files.size());
+  for (const SourceFile& file : files) paths.push_back(file.listPath);
+  const auto collisions = Collisions(paths);
+  if (collisions.empty()) return;
+  throw PublishError(
+      collisions.front().first + " and " + collisions.front().second +
+      ": players' disks don't tell capitals from small letters, and can't hold both");
+}
+
 SourceFile Describe(const fs::directory_entry& entry, const fs::path& root) {
   if (entry.is_symlink() || !entry.is_regular_file()) {
     throw PublishError(entry.path().native() + ": neither a plain file nor a directory");
@@ -83,6 +101,22 @@ SourceFile Describe(const fs::directory_entry& entry, const fs::path& root) {
   const std::string reason = ReasonAgainst(file.listPath, file.size);
   if (!reason.empty()) throw PublishError(entry.path().native() + ": " + reason);
   return file;
+}
+
+void ScanFolder(const fs::path& folder, const fs::path& root, const IgnoreRules& rules,
+                std::vector<SourceFile>& files) {
+  std::error_code error;
+  fs::directory_iterator at(folder, error);
+  for (; !error && at != fs::end(at); at.increment(error)) {
+    const bool isDirectory = at->is_directory() && !at->is_symlink();
+    if (rules.Ignores(at->path().lexically_relative(root).native(), isDirectory)) continue;
+    if (isDirectory) {
+      ScanFolder(at->path(), root, rules, files);
+    } else {
+      files.push_back(Describe(*at, root));
+    }
+  }
+  if (error) throw PublishError(folder.native() + ": can't be read: " + error.message());
 }
 
 }  // namespace
@@ -99,17 +133,37 @@ std::string ReasonAgainst(const std::string& listPath, std::uint64_t size) {
   if (listPath.find(kCompressedMark) != std::string::npos) {
     return "its path holds \".compressed\", where a patcher would cut it off";
   }
-  if (listPath.find_first_of("?%") != std::string::npos) {
-    return "its path holds a question mark or a percent sign, which mean something else to a web "
-           "server";
+  if (listPath.find_first_of("?%#") != std::string::npos) {
+    return "its path holds a question mark, a percent or a number sign, which mean something else "
+           "to a web server";
   }
   if (listPath.back() == '\\') {
     return "its path ends in the byte 5C, which is asked for as a slash: no web server offers that";
+  }
+  for (const std::string_view name : PathElements(listPath)) {
+    if (std::string reason = ReasonAgainstName(name); !reason.empty()) return reason;
   }
   if (!CanBeAskedFor(listPath, {})) return "its path has more than 258 bytes after escaping";
   if (IsPatchersOwn(listPath)) return "a patcher has a file of this name of its own";
   if (size > kLargestFile) return "it has 2 GiB or more";
   return {};
+}
+
+std::vector<std::pair<std::string, std::string>> Collisions(
+    const std::vector<std::string>& listPaths) {
+  std::vector<std::pair<std::string, std::string>> collisions;
+  std::map<std::string, const std::string*> files;
+  for (const std::string& path : listPaths) {
+    const auto [at, isFree] = files.emplace(PlayersPath(path), &path);
+    if (!isFree) collisions.emplace_back(*at->second, path);
+  }
+  for (const auto& [playersPath, path] : files) {
+    for (const std::string_view folder : FoldersAbove(playersPath)) {
+      const auto at = files.find(std::string(folder));
+      if (at != files.end()) collisions.emplace_back(*at->second, *path);
+    }
+  }
+  return collisions;
 }
 
 bool CanBeAskedFor(const std::string& listPath, std::string_view suffix) {
@@ -129,14 +183,12 @@ std::string ServedPath(const std::string& listPath) {
   return served;
 }
 
-std::vector<SourceFile> ScanTree(const fs::path& root) {
+std::vector<SourceFile> ScanTree(const fs::path& root, const IgnoreRules& rules) {
   std::vector<SourceFile> files;
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
-    if (entry.is_directory() && !entry.is_symlink()) continue;
-    files.push_back(Describe(entry, root));
-  }
+  ScanFolder(root, root, rules, files);
   std::sort(files.begin(), files.end(),
             [](const SourceFile& a, const SourceFile& b) { return a.listPath < b.listPath; });
+  RequireNoCollision(files);
   return files;
 }
 

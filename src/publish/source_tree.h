@@ -5,7 +5,10 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
+
+#include "publish/ignore_rules.h"
 
 namespace velmora::publish {
 
@@ -15,13 +18,20 @@ struct SourceFile {
   std::uint64_t size = 0;      // bytes
 };
 
-// All files of the tree, in the byte order of their list paths, which doesn't depend on the system.
-// Throws PublishError for anything but directories and plain files, and for names and sizes that a
-// patcher can't take.
-[[nodiscard]] std::vector<SourceFile> ScanTree(const std::filesystem::path& root);
+// All files of the tree that `rules` don't ignore, in the byte order of their list paths, which
+// doesn't depend on the system. Throws PublishError for anything but directories and plain files,
+// for names and sizes that a patcher can't take, and for files that would collide on players'
+// disks.
+[[nodiscard]] std::vector<SourceFile> ScanTree(const std::filesystem::path& root,
+                                               const IgnoreRules& rules = {});
 
 // Why a patcher can't take a file of this list path and size; empty if it can.
 [[nodiscard]] std::string ReasonAgainst(const std::string& listPath, std::uint64_t size);
+
+// Pairs of files that can't both stand on a player's disk: their paths differ in case alone, or one
+// has the path of a directory in which the other lies.
+[[nodiscard]] std::vector<std::pair<std::string, std::string>> Collisions(
+    const std::vector<std::string>& listPaths);
 
 // Whether the path with `suffix` behind it fits into the list, into a patcher's request, and on the
 // server's disk. The base path that stands in front of it in a request isn't known here, and takes

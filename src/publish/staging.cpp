@@ -4,6 +4,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/posix/disk_sync.h"
 #include "publish/publish_error.h"
 
 namespace velmora::publish {
@@ -72,6 +73,10 @@ void Staging::MakeRoom(const fs::path& target) const {
   if (fs::is_directory(target, error)) {
     Fail(target, std::make_error_code(std::errc::is_a_directory));
   }
+}
+
+void Staging::Sync() const {
+  if (!platform::SyncFileSystem(folder_.native())) Fail(folder_, LastError());
 }
 
 void Staging::Publish(std::size_t number, const fs::path& target) const {

@@ -46,6 +46,8 @@ class Staging {
   // Makes the folders of `target` and sees that nothing stands there but a file: what Publish
   // needs.
   void MakeRoom(const std::filesystem::path& target) const;
+  // Returns when all that was written and published so far would outlive a power cut.
+  void Sync() const;
   // The file takes its place, instead of the one that had it, in one step.
   void Publish(std::size_t number, const std::filesystem::path& target) const;
 

@@ -7,6 +7,7 @@ add_library(velmora_platform STATIC
   platform/posix/clock.cpp
   platform/posix/dialog.cpp
   platform/posix/digest.cpp
+  platform/posix/disk_sync.cpp
   platform/posix/files.cpp
   platform/posix/http.cpp
   platform/posix/ini.cpp

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Installs the Debian packages of the groups named, those that are missing: build, demo, check,
+# Installs the Debian packages of the groups named, those that are missing: build, demo, bench, check,
 # windows.
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libcli11-dev
        libgtest-dev nlohmann-json3-dev)
 demo=(nginx-light python3 procps)
+bench=(libbenchmark-dev curl openssl rsync pigz python3 util-linux valgrind)
 check=(clang-format clang-tidy cppcheck valgrind python3)
 
 windows=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest
@@ -17,6 +18,7 @@ for group in "$@"; do
   case "$group" in
     build) wanted+=("${build[@]}") ;;
     demo) wanted+=("${demo[@]}") ;;
+    bench) wanted+=("${bench[@]}") ;;
     check) wanted+=("${check[@]}") ;;
     windows) wanted+=("${windows[@]}") ;;
     *) echo "install_packages.sh: no group '$group'" >&2; exit 2 ;;

@@ -5,10 +5,13 @@ namespace velmora {
 std::string EncodeTextMode(std::string_view text) {
   std::string bytes;
   bytes.reserve(text.size() + 2);
-  for (const char c : text) {
-    if (c == '\n') bytes += '\r';
-    bytes += c;
+  for (std::size_t lineFeed = text.find('\n'); lineFeed != std::string_view::npos;
+       lineFeed = text.find('\n')) {
+    bytes += text.substr(0, lineFeed);
+    bytes += "\r\n";
+    text.remove_prefix(lineFeed + 1);
   }
+  bytes += text;
   return bytes;
 }
 

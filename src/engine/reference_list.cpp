@@ -1,5 +1,7 @@
 #include "engine/reference_list.h"
 
+#include <algorithm>
+
 #include "base/text.h"
 
 namespace velmora {
@@ -23,8 +25,13 @@ std::string_view TakeWord(std::string_view& rest) {
   return word;
 }
 
-std::string_view TakeUpTo(std::string_view& rest, std::string_view ends) {
-  const std::string_view field = rest.substr(0, rest.find_first_of(ends));
+// A field ends at a comma or at the line's end, the last one also at a blank.
+std::string_view TakeField(std::string_view& rest, bool isLast) {
+  const auto ends = [isLast](char c) {
+    return c == ',' || c == '\r' || c == '\n' || (isLast && c == ' ');
+  };
+  const auto end = std::find_if(rest.begin(), rest.end(), ends);
+  const std::string_view field = rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
   rest.remove_prefix(field.size());
   return field;
 }
@@ -40,7 +47,7 @@ ListLine ScanListLine(std::string_view line) {
   for (std::size_t i = 0; i < result.fields.size(); ++i) {
     SkipWhiteSpace(line);
     const bool isLast = i + 1 == result.fields.size();
-    result.fields[i] = TakeUpTo(line, isLast ? ", \r\n" : ",\r\n");
+    result.fields[i] = TakeField(line, isLast);
     if (result.fields[i].empty() || isLast || !Skip(line, ',')) break;
   }
   return result;

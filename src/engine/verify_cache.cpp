@@ -54,13 +54,10 @@ namespace {
 using Tokens = std::array<std::string_view, 6>;
 
 std::string_view TakeToken(std::string_view& rest) {
-  std::size_t start = 0;
-  while (start < rest.size() && IsWhiteSpace(rest[start])) ++start;
-  std::size_t end = start;
-  while (end < rest.size() && !IsWhiteSpace(rest[end])) ++end;
-  const std::string_view token = rest.substr(start, end - start);
-  rest.remove_prefix(end);
-  return token;
+  const auto* start = std::find_if_not(rest.begin(), rest.end(), IsWhiteSpace);
+  const auto* end = std::find_if(start, rest.end(), IsWhiteSpace);
+  rest.remove_prefix(static_cast<std::size_t>(end - rest.begin()));
+  return {start, end};
 }
 
 Tokens ScanCacheLine(std::string_view line) {

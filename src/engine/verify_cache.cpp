@@ -54,8 +54,9 @@ namespace {
 using Tokens = std::array<std::string_view, 6>;
 
 std::string_view TakeToken(std::string_view& rest) {
-  const auto* start = std::find_if_not(rest.begin(), rest.end(), IsWhiteSpace);
-  const auto* end = std::find_if(start, rest.end(), IsWhiteSpace);
+  const auto isWhite = [](char c) { return IsWhiteSpace(c); };
+  const auto* start = std::find_if_not(rest.begin(), rest.end(), isWhite);
+  const auto* end = std::find_if(start, rest.end(), isWhite);
   rest.remove_prefix(static_cast<std::size_t>(end - rest.begin()));
   return {start, end};
 }

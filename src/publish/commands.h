@@ -19,5 +19,6 @@ inline constexpr int kWarned = 3;      // nothing worse than warnings was found
 extern std::atomic<bool> stopAsked;
 
 void AddBuildCommand(CLI::App& app, int& status);
+void AddVerifyCommand(CLI::App& app, int& status);
 
 }  // namespace velmora::publish

@@ -23,6 +23,7 @@ int RunTool(int count, char** arguments) {
   app.require_subcommand(1);
   int status = kDone;
   AddBuildCommand(app, status);
+  AddVerifyCommand(app, status);
   StopOnSignals();
   try {
     app.parse(count, arguments);

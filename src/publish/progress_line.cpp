@@ -82,10 +82,10 @@ void ProgressLine::Drawing::Draw() const {
 
 void ProgressLine::Drawing::Run(const std::stop_token& end) {
   std::unique_lock lock(mutex);
-  while (!end.stop_requested()) {
+  do {
     Draw();
     ending.wait_for(lock, end, kPause, [] { return false; });
-  }
+  } while (!end.stop_requested());
   std::fputs(kErase, stderr);
 }
 

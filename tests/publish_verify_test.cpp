@@ -3,11 +3,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "publish/player_servers.h"
@@ -232,7 +232,7 @@ TEST_F(PublishVerify, FolderIsCheckedLikeAServer) {
   WriteFile("p/\x95/.dat", "h");
   const Outcome outcome = Verify(FolderSite("p", "hashlist.dat"));
   EXPECT_EQ(outcome.findings,
-            (Texts{"dir: unreachable: can't be read: it is no file", "gone: missing: missing",
+            (Texts{"dir: status: can't be read: it is no file", "gone: missing: missing",
                    "old: stale: stale: its hash is " + Sha1("old")}));
   EXPECT_EQ(outcome.summary.checked, 7U);
   EXPECT_EQ(Verify(FolderSite("q", "hashlist.dat")).findings,
@@ -265,18 +265,6 @@ TEST_F(PublishVerify, ServersOfASettingsFile) {
         "\r\nData=/d\r\nFTPUserName=u\r\nFTPPassword=p\r\n");
   const PlayerServers players = ReadPlayerServers("players.dat");
   EXPECT_EQ(Verify(ServerSite(players.servers.at(0), players.listName)).findings, Texts{});
-}
-
-TEST_F(PublishVerify, RedirectionIsFollowed) {
-  const LoopbackServer redirector(Serving({{"/d/enable.cdn", "http://127.0.0.83:9/files"}}), 80,
-                                  "127.0.0.82");
-  if (!redirector.IsListening()) GTEST_SKIP() << "port 80 of 127.0.0.82 can't be had";
-  const Server server{"127.0.0.82", 8080, "/d", "u", "p"};
-  const Server target = RedirectedServer(server);
-  EXPECT_EQ(ServerName(target), "http://127.0.0.83/files");
-  EXPECT_EQ(target.user + target.password, "up");
-  EXPECT_EQ(ServerName(RedirectedServer({"127.0.0.82", 8080, "/e", "", ""})),
-            "http://127.0.0.82:8080/e");
 }
 
 TEST_F(PublishVerify, FailingServerIsGivenUp) {
@@ -396,6 +384,39 @@ TEST_F(VerifyCommand, TellsAndEnds) {
                                                  {"path", "list"},
                                                  {"kind", "missing"},
                                                  {"what", "missing"}}));
+}
+
+TEST_F(VerifyCommand, RedirectionIsFollowed) {
+  const LoopbackServer redirector(Serving({{"/d/enable.cdn", "http://127.0.0.83:9/files"}}), 80,
+                                  "127.0.0.82");
+  const LoopbackServer target(Serving({{"/files/hashlist.dat", Line("a", "a")}, {"/files/a", "a"}}),
+                              80, "127.0.0.83");
+  if (!redirector.IsListening() || !target.IsListening()) {
+    GTEST_SKIP() << "port 80 can't be had";
+  }
+  const Result result = Run("http://127.0.0.82:8080/d");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(
+      result.text.starts_with("http://127.0.0.82:8080/d: redirected to http://127.0.0.83/files\n"))
+      << result.text;
+  // Two mirrors that lead to one place: it is verified once.
+  WriteFile("players.dat",
+            "[Setting]\nBaseURL1=http://127.0.0.82/d\nBaseURL2=http://127.0.0.83/files\n");
+  const auto told = nlohmann::json::parse(Run("--settings players.dat --json").text);
+  EXPECT_EQ(told["files"], 1);
+  EXPECT_EQ(told["servers"][0]["redirectedTo"], "http://127.0.0.83/files");
+  EXPECT_EQ(told["servers"][1], (nlohmann::json{{"server", "http://127.0.0.83/files"}}));
+}
+
+TEST_F(VerifyCommand, StopsAtAStalledServer) {
+  const LoopbackServer server([](const ServedRequest&) { return Reply{"", Reply::End::kStall}; });
+  const auto start = std::chrono::steady_clock::now();
+  const Result result = Run("http://127.0.0.1:" + std::to_string(server.port()) +
+                            " 2>&1 & "
+                            "sleep 0.3; kill -INT $!; wait $!");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.text, "velmora-publish: stopped before the end\n");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(6));
 }
 
 }  // namespace

@@ -211,7 +211,8 @@ std::optional<Problem> AnswerCheck::Result(DeliveryEnd end) const {
   if (head_.status == 0) return Problem{ProblemKind::kUnreachable, head_.trouble};
   if (head_.status == 404 || head_.status == 410) return Problem{ProblemKind::kMissing, "missing"};
   if (head_.status != 200) {
-    return Problem{ProblemKind::kStatus, "status " + std::to_string(head_.status)};
+    const std::string status = "status " + std::to_string(head_.status);
+    return Problem{ProblemKind::kStatus, head_.trouble.empty() ? status : head_.trouble};
   }
   if (!announced_ && IsPage()) return PageProblem();
   if (!announced_) {

@@ -18,7 +18,7 @@ enum class ProblemKind {
   kRecord,        // the record can't be right, whatever is served
   kPathTooLong,   // patchers can't ask for the file
   kMissing,       // 404, 410
-  kStatus,        // any other status but 200
+  kStatus,        // any other status but 200; of a folder: it can't be read
   kUnreachable,   // no answer
   kBroken,        // the transfer broke off
   kNoLength,      // no usable Content-Length

@@ -21,9 +21,6 @@ constexpr std::chrono::milliseconds kPause(100);
 constexpr std::size_t kBarCells = 16;
 constexpr std::size_t kMaxCells = 79;
 
-// Back to the start of the line, which is cleared from there (ECMA-48, EL).
-constexpr char kErase[] = "\r\x1B[K";
-
 // By bytes, as files differ in size; by files where all of them are empty.
 double PartDone(const Progress& progress) {
   const bool hasBytes = progress.bytesTotal > 0;
@@ -77,7 +74,7 @@ struct ProgressLine::Drawing {
 
 void ProgressLine::Drawing::Draw() const {
   const std::chrono::duration<double> time = Clock::now() - start;
-  std::fputs((kErase + ProgressText(progress, time.count())).c_str(), stderr);
+  std::fputs((kEraseLine + ProgressText(progress, time.count())).c_str(), stderr);
 }
 
 void ProgressLine::Drawing::Run(const std::stop_token& end) {
@@ -86,7 +83,7 @@ void ProgressLine::Drawing::Run(const std::stop_token& end) {
     Draw();
     ending.wait_for(lock, end, kPause, [] { return false; });
   } while (!end.stop_requested());
-  std::fputs(kErase, stderr);
+  std::fputs(kEraseLine, stderr);
 }
 
 ProgressLine::ProgressLine(const Progress& progress, bool shown) {
@@ -104,7 +101,7 @@ void ProgressLine::WriteAbove(const std::function<void()>& print) {
     return;
   }
   const std::lock_guard lock(drawing_->mutex);
-  std::fputs(kErase, stderr);
+  std::fputs(kEraseLine, stderr);
   print();
 }
 

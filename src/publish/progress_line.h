@@ -25,6 +25,9 @@ struct Progress {
 
 [[nodiscard]] bool IsErrorStreamATerminal();
 
+// Back to the start of the terminal's line, which is cleared from there (ECMA-48, EL).
+inline constexpr char kEraseLine[] = "\r\x1B[K";
+
 // Draws the line ten times a second at most, as long as the object lives, and takes it away at the
 // end; does nothing if it isn't `shown`. `progress` must outlive it.
 class ProgressLine {

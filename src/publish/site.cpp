@@ -73,7 +73,7 @@ DeliveryEnd ServerSource::Deliver(const std::string& path, Receiver& receiver) {
   const auto status = platform::QueryHttpField(request, HttpField::kStatusCode, kHeaderBuffer);
   head.status = status ? ToNumber(*status) : 0;
   head.length = platform::QueryHttpField(request, HttpField::kContentLength, kHeaderBuffer);
-  head.trouble = "no answer";
+  if (head.status == 0) head.trouble = "no answer";
   if (!receiver.TakeHead(head)) return DeliveryEnd::kUnwanted;
   return DeliverBody(request, receiver);
 }
@@ -93,20 +93,16 @@ DeliveryEnd ServerSource::DeliverBody(platform::HttpHandle request, Receiver& re
 }
 
 AnswerHead HeadOf(const fs::path& path, const std::ifstream& stream, int error) {
-  AnswerHead head;
   std::error_code failure;
   const auto kind = fs::status(path, failure).type();
-  if (kind == fs::file_type::not_found) {
-    head.status = 404;
-  } else if (kind != fs::file_type::regular) {
-    head.trouble = "can't be read: it is no file";
-  } else if (!stream.is_open()) {
-    head.trouble = "can't be read: " + std::generic_category().message(error);
-  } else {
-    head.status = 200;
-    head.length = std::to_string(fs::file_size(path));
+  if (stream.is_open()) {
+    return {.status = 200, .length = std::to_string(fs::file_size(path, failure)), .trouble = ""};
   }
-  return head;
+  if (kind == fs::file_type::not_found) return {.status = 404, .length = {}, .trouble = ""};
+  std::string reason = failure.message();
+  if (!failure && kind != fs::file_type::regular) reason = "it is no file";
+  if (!failure && kind == fs::file_type::regular) reason = std::generic_category().message(error);
+  return {.status = 403, .length = {}, .trouble = "can't be read: " + reason};
 }
 
 DeliveryEnd DeliverFile(const fs::path& path, std::vector<std::uint8_t>& piece,

@@ -17,7 +17,7 @@ namespace velmora::publish {
 struct AnswerHead {
   std::int32_t status = 0;            // 0: there is no answer
   std::optional<std::string> length;  // the text of Content-Length
-  std::string trouble;                // of status 0: what is wrong
+  std::string trouble;                // of a status that says too little: what is wrong
 };
 
 // Takes one answer: the head, and then the body by pieces. A false says that no more is wanted.

@@ -134,8 +134,9 @@ std::optional<std::string> SiteCheck::FetchList(const Source& source) {
 
 void SiteCheck::CheckList(const PublishedList& list) {
   for (const std::string& line : list.refused) {
+    const std::string shown = line.substr(0, line.find('\r'));
     Report(site_.listName,
-           {ProblemKind::kList, "patchers refuse the line, a field is too long: " + line});
+           {ProblemKind::kList, "patchers refuse the line, a field is too long: " + shown});
   }
   if (!list.isReadWhole) {
     Report(site_.listName, {ProblemKind::kList,
@@ -189,9 +190,9 @@ void SiteCheck::Work(const Records& records, const Source& source) {
 // brought the list, as a patcher does.
 void SiteCheck::CheckAll(const Records& records, Source first) {
   std::exception_ptr failure;
-  const auto guarded = [&](const Source& source) {
+  const auto guarded = [&](const std::function<Source()>& open) {
     try {
-      Work(records, source);
+      Work(records, open());
     } catch (...) {
       const std::lock_guard lock(mutex_);
       if (!failure) failure = std::current_exception();
@@ -203,12 +204,12 @@ void SiteCheck::CheckAll(const Records& records, Source first) {
     std::vector<std::jthread> others(std::max<std::size_t>(wanted, 1) - 1);
     try {
       for (std::jthread& other : others) {
-        other = std::jthread([&] { guarded(site_.open()); });
+        other = std::jthread([&] { guarded(site_.open); });
       }
     } catch (const std::system_error&) {
       // The system has no thread left to give: the work takes longer.
     }
-    guarded(first);
+    guarded([&first] { return first; });
   }
   if (failure) std::rethrow_exception(failure);
 }
@@ -221,6 +222,7 @@ SiteSummary SiteCheck::Run() {
     CheckList(list);
     const Records records = WorkOf(list.files);
     summary.files = records.size();
+    Count(&Progress::bytesTotal, text->size());
     Count(&Progress::filesTotal, records.size());
     for (const FileRecord* record : records) Count(&Progress::bytesTotal, TransferSize(*record));
     CheckAll(records, std::move(source));

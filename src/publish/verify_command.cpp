@@ -1,9 +1,14 @@
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
+#include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "publish/commands.h"
@@ -17,6 +22,8 @@ namespace velmora::publish {
 namespace {
 
 using nlohmann::json;
+
+constexpr char kStopped[] = "velmora-publish: stopped before the end\n";
 
 struct VerifyArguments {
   std::string where;     // or
@@ -66,6 +73,34 @@ void AddOptions(CLI::App& verify, VerifyArguments& arguments) {
   verify.add_flag("--progress", arguments.showsProgress, "Show it, terminal or not");
 }
 
+// As long as it lives, sees to it that the user can stop the work: if a server that doesn't answer
+// holds that up, the process ends here. Nothing is left half done by it.
+class StopGuard {
+ public:
+  explicit StopGuard(bool hasLine)
+      : hasLine_(hasLine), thread_([this](const std::stop_token& end) { Watch(end); }) {}
+
+ private:
+  void Watch(const std::stop_token& workIsDone);
+
+  const bool hasLine_;
+  std::mutex mutex_;
+  std::condition_variable_any end_;
+  std::jthread thread_;
+};
+
+void StopGuard::Watch(const std::stop_token& workIsDone) {
+  constexpr std::chrono::milliseconds kPause(50);
+  constexpr int kPatience = 20;  // pauses
+  std::unique_lock lock(mutex_);
+  for (int waited = 0; waited < kPatience; waited += stopAsked ? 1 : 0) {
+    end_.wait_for(lock, workIsDone, kPause, [] { return false; });
+    if (workIsDone.stop_requested()) return;
+  }
+  std::fprintf(stderr, "%s%s", hasLine_ ? kEraseLine : "", kStopped);
+  std::_Exit(kFailed);
+}
+
 const char* Severity(const Finding& finding) {
   return finding.problem.isWarning ? "warning" : "error";
 }
@@ -73,7 +108,8 @@ const char* Severity(const Finding& finding) {
 // The command's work, and how it tells what it finds.
 class Verifier {
  public:
-  explicit Verifier(const VerifyArguments& arguments) : arguments_(arguments) {}
+  explicit Verifier(const VerifyArguments& arguments)
+      : arguments_(arguments), hasLine_(arguments.showsProgress || IsErrorStreamATerminal()) {}
 
   // Gives the exit status.
   int Run();
@@ -86,6 +122,7 @@ class Verifier {
   [[nodiscard]] json Everything() const;
 
   const VerifyArguments& arguments_;
+  const bool hasLine_;
   std::vector<SiteReport> reports_;
   std::vector<Finding> findings_;
 };
@@ -110,14 +147,15 @@ void Verifier::TellSummary(const SiteReport& report) const {
         summary.requests, summary.errors, summary.warnings);
     std::fflush(stdout);
   }
-  if (summary.isStopped) std::fprintf(stderr, "velmora-publish: stopped before the end\n");
+  if (summary.isStopped) std::fputs(kStopped, stderr);
 }
 
 void Verifier::Verify(const Site& site, SiteReport& report) {
   const auto start = std::chrono::steady_clock::now();
+  const auto before = static_cast<std::ptrdiff_t>(findings_.size());
   Progress progress;
   {
-    ProgressLine line(progress, arguments_.showsProgress || IsErrorStreamATerminal());
+    ProgressLine line(progress, hasLine_);
     VerifyOptions options;
     options.connections = arguments_.connections;
     options.stop = &stopAsked;
@@ -125,6 +163,9 @@ void Verifier::Verify(const Site& site, SiteReport& report) {
     options.found = [&](const Finding& finding) { line.WriteAbove([&] { Tell(finding); }); };
     report.summary = VerifySite(site, options);
   }
+  // They came as the connections made them; programs compare reports.
+  std::stable_sort(findings_.begin() + before, findings_.end(),
+                   [](const Finding& a, const Finding& b) { return a.path < b.path; });
   report.isVerified = true;
   report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   TellSummary(report);
@@ -190,6 +231,7 @@ json Verifier::Everything() const {
 }
 
 int Verifier::Run() {
+  const StopGuard guard(hasLine_);
   constexpr char kUsualList[] = "hashlist.dat";
   PlayerServers players;
   players.listName = kUsualList;

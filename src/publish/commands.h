@@ -21,5 +21,6 @@ extern std::atomic<bool> stopAsked;
 void AddBuildCommand(CLI::App& app, int& status);
 void AddDiffCommand(CLI::App& app, int& status);
 void AddLintCommand(CLI::App& app, int& status);
+void AddVerifyCommand(CLI::App& app, int& status);
 
 }  // namespace velmora::publish

@@ -25,6 +25,7 @@ int RunTool(int count, char** arguments) {
   AddBuildCommand(app, status);
   AddLintCommand(app, status);
   AddDiffCommand(app, status);
+  AddVerifyCommand(app, status);
   StopOnSignals();
   try {
     app.parse(count, arguments);

@@ -16,8 +16,6 @@ std::optional<platform::UrlParts> CrackServerUrl(const std::string& url) {
   return parts && !parts->host.empty() ? parts : std::nullopt;
 }
 
-namespace {
-
 void ReadMirrors() {
   Mirrors.count = 0;
   for (int n = 1; n <= kMaxMirrors; ++n) {
@@ -28,8 +26,6 @@ void ReadMirrors() {
     Mirrors.entries[Mirrors.count++] = {parts->host, parts->port, parts->path};
   }
 }
-
-}  // namespace
 
 void SelectMirror() {
   ReadMirrors();
@@ -42,18 +38,23 @@ void SelectMirror() {
   Settings.ServerPort = mirror.port;
 }
 
-void ProbeCdn() {
+std::optional<BaseUrlEntry> AskForRedirection(const std::string& host,
+                                              const std::string& dataPath) {
   ProbeClient client("VelmoraUpdate_CDN");
-  if (!client.Connect(Settings.ServerHost.c_str())) return;
-  const char* body = client.FetchBody(Settings.DataPath + "/enable.cdn");
-  if (body == nullptr) return;
+  if (!client.Connect(host.c_str())) return std::nullopt;
+  const char* body = client.FetchBody(dataPath + "/enable.cdn");
+  if (body == nullptr) return std::nullopt;
   const std::optional<platform::UrlParts> parts = CrackServerUrl(body);
-  if (parts) {
-    Settings.ServerHost = parts->host;
-    Settings.DataPath = parts->path;
-    Settings.ServerPort = kProbePort;
-  }
-  client.FreeBody();
+  if (!parts) return std::nullopt;
+  return BaseUrlEntry{parts->host, kProbePort, parts->path};
+}
+
+void ProbeCdn() {
+  const auto target = AskForRedirection(Settings.ServerHost, Settings.DataPath);
+  if (!target) return;
+  Settings.ServerHost = target->host;
+  Settings.DataPath = target->path;
+  Settings.ServerPort = target->port;
 }
 
 }  // namespace velmora

@@ -1,6 +1,7 @@
 // Choice of the download server at start-up: one of the settings file's mirrors at random, and then
 // wherever that server's file enable.cdn points to. Both are silent, and every failure leaves
-// ServerHost, ServerPort and DataPath as they were. Main thread only.
+// ServerHost, ServerPort and DataPath as they were. Main thread only,
+// but for what says otherwise.
 #pragma once
 
 #include <array>
@@ -33,11 +34,18 @@ struct BaseUrlTable {
 
 extern BaseUrlTable Mirrors;
 
+// Fills the table from the settings file.
+void ReadMirrors();
+
 // Reads the table and takes host, port and path from one of its entries, if it has any.
 void SelectMirror();
 
-// Asks the server, on port 80, for enable.cdn below DataPath. A body that is a URL replaces host
-// and path, and sets the port to 80.
+// Asks the host, on port 80, for enable.cdn below the path. Host and path of the URL that its body
+// is, and port 80; nothing if there is no such body. Any thread; waits are bounded by ten seconds.
+[[nodiscard]] std::optional<BaseUrlEntry> AskForRedirection(const std::string& host,
+                                                            const std::string& dataPath);
+
+// Asks the settings' server, and goes where it points to.
 void ProbeCdn();
 
 }  // namespace velmora

@@ -40,9 +40,7 @@ std::string ReadSetting(const std::string& key) {
   return platform::ReadIniValue(Settings.SettingsPath, "Setting", key, kSettingBuffer);
 }
 
-bool LoadSettings() {
-  if (Settings.SettingsPath.empty()) Settings.SettingsPath = kDefaultSettingsPath;
-
+void ReadSettings() {
   ReadServerAddress();
   const std::string userName = ReadSetting("FTPUserName");
   Settings.FTPUserName = IsReservedUserName(userName) ? "" : userName;
@@ -52,7 +50,11 @@ bool LoadSettings() {
   Settings.InformationUrl = ReadSetting("Information");
   Settings.DataFile = ReadSetting("DataFile");
   if (Settings.DataFile.empty()) Settings.DataFile = kDefaultDataFile;
+}
 
+bool LoadSettings() {
+  if (Settings.SettingsPath.empty()) Settings.SettingsPath = kDefaultSettingsPath;
+  ReadSettings();
   SelectMirror();
   ProbeCdn();
   return true;

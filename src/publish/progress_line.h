@@ -1,0 +1,48 @@
+// The line that shows, on the error stream, how far a long work has come.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace velmora::publish {
+
+// Written by the threads that work, read by the line.
+struct Progress {
+  std::atomic<std::uint64_t> files = 0;
+  std::atomic<std::uint64_t> filesTotal = 0;
+  std::atomic<std::uint64_t> bytes = 0;
+  std::atomic<std::uint64_t> bytesTotal = 0;
+};
+
+// "1.5 MB" and the like, by powers of 1,000.
+[[nodiscard]] std::string ByteText(double bytes);
+
+// Bar, files, bytes, rate and time left after `seconds` of work; at most 79 characters, all ASCII.
+[[nodiscard]] std::string ProgressText(const Progress& progress, double seconds);
+
+[[nodiscard]] bool IsErrorStreamATerminal();
+
+// Back to the start of the terminal's line, which is cleared from there (ECMA-48, EL).
+inline constexpr char kEraseLine[] = "\r\x1B[K";
+
+// Draws the line ten times a second at most, as long as the object lives, and takes it away at the
+// end; does nothing if it isn't `shown`. `progress` must outlive it.
+class ProgressLine {
+ public:
+  ProgressLine(const Progress& progress, bool shown);
+  ~ProgressLine();
+  ProgressLine(const ProgressLine&) = delete;
+  ProgressLine& operator=(const ProgressLine&) = delete;
+
+  // Lets `print` write whole lines to the same terminal. Any thread.
+  void WriteAbove(const std::function<void()>& print);
+
+ private:
+  struct Drawing;
+  std::unique_ptr<Drawing> drawing_;
+};
+
+}  // namespace velmora::publish

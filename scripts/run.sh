@@ -20,7 +20,7 @@ cmake --build --preset native --target VelmoraUpdate velmora-publish | tail -1
 # --- A real game's data, unpacked and not installed.
 
 unpack_game "$package" "$demo/unpacked" || fail "no game data"
-rm -rf "$demo"/{tree,server,old,installed,nginx}
+rm -rf "$demo"/{tree,server,earlier.dat,installed,nginx}
 mkdir -p "$demo"/{server,installed}
 cp -rL "$demo/unpacked/$package/usr/share/games/neverball" "$demo/tree"
 # A stand-in for the game client, which writes down how it was started.
@@ -37,8 +37,21 @@ start_web_server "$demo/nginx" "$demo/server" || fail "no web server"
 
 # --- What each stage does and shows.
 
+tool=build/native/velmora-publish
+
+# publish OPTIONS...: builds what the server offers, checks it, and tells what it costs players of the
+# earlier publication.
 publish() {
-  echo "   published: $(build/native/velmora-publish build "$demo/tree" "$demo/server" --exe '\Game.exe' "$@")"
+  local earlier=()
+  if [[ -e $demo/server/hashlist.dat ]]; then
+    cp "$demo/server/hashlist.dat" "$demo/earlier.dat"
+    earlier=(--remove-from "$demo/earlier.dat")
+  fi
+  echo "   build:  $($tool build "$demo/tree" "$demo/server" --exe '\Game.exe' "${earlier[@]}" "$@")"
+  echo "   lint:   $($tool lint "$demo/server" --tree "$demo/tree" --data /game | tail -1)"
+  [[ ! -e $demo/earlier.dat ]] ||
+    $tool diff "$demo/earlier.dat" "$demo/server" --rate 50 | sed 's/^/   diff:   /'
+  echo "   verify: $($tool verify "http://127.0.0.1:$port/game" | tail -1)"
 }
 
 # patch COMMANDS...: runs the patcher in the installation with this script.

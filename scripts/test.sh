@@ -34,7 +34,7 @@ if $quick; then
   exit
 fi
 
-scripts/install_packages.sh build check windows
+scripts/install_packages.sh build demo check windows
 
 step "Floors, format, lints"
 scripts/check_floors.sh
@@ -61,6 +61,12 @@ case $result in
   77) echo "No 32-bit Wine can be had here: the 64-bit program has run in its place." ;;
   *) fail "win32: tests fail" ;;
 esac
+
+step "Two real games, published and installed by both patchers"
+scripts/real_trees.sh
+
+step "Instructions for each record"
+scripts/instructions.sh
 
 step "Everything passed; the shortest suite once more, for its closing lines"
 ctest --preset native -R RecordSet | tail -3

@@ -100,9 +100,7 @@ bool MayBeWritten(int file, std::int64_t& size) {
 // The file keeps what it holds until it is known that it may be written.
 int OpenToWrite(const std::string& native, OutputFile::Mode mode) {
   const bool replaces = mode == OutputFile::Mode::kReplace;
-  const int flags = O_WRONLY | (replaces ? 0 : O_APPEND);
-  int file = OpenNative(native, flags);
-  if (file == kNoFile && errno == ENOENT) file = OpenNative(native, flags | O_CREAT);
+  const int file = OpenNative(native, O_WRONLY | O_CREAT | (replaces ? 0 : O_APPEND));
   if (file == kNoFile) return kNoFile;
   std::int64_t size = 0;
   const bool ready =

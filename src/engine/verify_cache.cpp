@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
+#include <iterator>
 #include <string_view>
 
 #include "base/text.h"
@@ -13,39 +15,97 @@ namespace velmora {
 
 VerifiedRecords VerifyCache;
 
+namespace {
+
+std::uint32_t HashOf(std::string_view path) {
+  return static_cast<std::uint32_t>(std::hash<std::string_view>()(path));
+}
+
+bool PathBefore(const PackedRecord* a, const PackedRecord* b) { return a->path() < b->path(); }
+
+}  // namespace
+
+// The slot that leads to the path's entry, or the free one where it belongs.
+std::size_t VerifiedRecords::SlotOf(std::string_view path, std::uint32_t hash) const {
+  const std::size_t mask = slots_.size() - 1;
+  std::size_t at = hash & mask;
+  for (; slots_[at].place != 0; at = (at + 1) & mask) {
+    if (slots_[at].hash != hash) continue;
+    const PackedRecord* entry = entries_[slots_[at].place - 1];
+    if (entry != nullptr && entry->path() == path) break;
+  }
+  return at;
+}
+
 const PackedRecord* VerifiedRecords::Copy(const FileRecord& record) {
   return PackedRecord::Pack(memory_.Take(PackedRecord::SizeOf(record)), record);
 }
 
 const PackedRecord* VerifiedRecords::Find(std::string_view path) const {
-  const auto found = records_.find(path);
-  return found == records_.end() ? nullptr : *found;
+  if (slots_.empty()) return nullptr;
+  const Slot& slot = slots_[SlotOf(path, HashOf(path))];
+  return slot.place == 0 ? nullptr : entries_[slot.place - 1];
+}
+
+void VerifiedRecords::Grow() {
+  if ((entries_.size() + 1) * 2 <= slots_.size()) return;
+  std::vector<Slot> old(std::max<std::size_t>(slots_.size() * 2, 64));
+  old.swap(slots_);
+  const std::size_t mask = slots_.size() - 1;
+  for (const Slot& slot : old) {
+    if (slot.place == 0) continue;
+    std::size_t at = slot.hash & mask;
+    while (slots_[at].place != 0) at = (at + 1) & mask;
+    slots_[at] = slot;
+  }
+}
+
+void VerifiedRecords::Enter(const FileRecord& record, std::uint32_t hash, std::size_t slot) {
+  entries_.push_back(Copy(record));
+  slots_[slot] = {hash, static_cast<std::uint32_t>(entries_.size())};
+  ++count_;
 }
 
 void VerifiedRecords::Add(const FileRecord& record) {
-  if (Find(record.path) == nullptr) records_.insert(Copy(record));
+  Grow();
+  const std::uint32_t hash = HashOf(record.path);
+  const std::size_t slot = SlotOf(record.path, hash);
+  if (slots_[slot].place == 0) Enter(record, hash, slot);
 }
 
 void VerifiedRecords::Put(const FileRecord& record) {
-  const PackedRecord* entry = Find(record.path);
-  if (entry != nullptr && entry->HasFieldsOf(record)) return;
-  if (entry != nullptr) records_.erase(entry);
-  records_.insert(Copy(record));
+  Grow();
+  const std::uint32_t hash = HashOf(record.path);
+  const std::size_t slot = SlotOf(record.path, hash);
+  if (slots_[slot].place == 0) {
+    Enter(record, hash, slot);
+  } else if (const PackedRecord*& entry = EntryOf(slots_[slot]); !entry->HasFieldsOf(record)) {
+    entry = Copy(record);
+  }
 }
 
 void VerifiedRecords::Erase(std::string_view path) {
-  if (const PackedRecord* entry = Find(path)) records_.erase(entry);
+  if (Find(path) == nullptr) return;
+  EntryOf(slots_[SlotOf(path, HashOf(path))]) = nullptr;
+  --count_;
 }
 
 void VerifiedRecords::Clear() {
-  records_ = {};
+  slots_ = {};
+  entries_ = {};
+  count_ = 0;
   memory_.Clear();
 }
 
 std::vector<const PackedRecord*> VerifiedRecords::InOrder() const {
-  std::vector<const PackedRecord*> ordered(records_.begin(), records_.end());
-  std::sort(ordered.begin(), ordered.end(),
-            [](const PackedRecord* a, const PackedRecord* b) { return a->path() < b->path(); });
+  std::vector<const PackedRecord*> ordered;
+  ordered.reserve(count_);
+  std::copy_if(entries_.begin(), entries_.end(), std::back_inserter(ordered),
+               [](const PackedRecord* entry) { return entry != nullptr; });
+  // As a rule the file was in order and nothing new came.
+  if (!std::is_sorted(ordered.begin(), ordered.end(), PathBefore)) {
+    std::sort(ordered.begin(), ordered.end(), PathBefore);
+  }
   return ordered;
 }
 

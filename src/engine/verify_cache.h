@@ -12,10 +12,9 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
+#include <cstdint>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "base/arena.h"
@@ -29,8 +28,9 @@ inline constexpr char kCacheFile[] = "VelmoraUpdate.cvc";
 // The longest line that is read, line end not counted. A longer one ends the reading.
 inline constexpr std::size_t kMaxCacheLine = 255;
 
-// Map from path to record, ordered by the bytes of the paths: entries are found by a hash of their
-// path, and put into their order when the file is written.
+// Map from path to record, ordered by the bytes of the paths. Entries stand in the order of their
+// coming, which is that of the file for those that were loaded, and are found by a table of hashes
+// (open addressing, linear probing); they are put into their order when the file is written.
 class VerifiedRecords {
  public:
   [[nodiscard]] const PackedRecord* Find(std::string_view path) const;
@@ -40,28 +40,25 @@ class VerifiedRecords {
   void Put(const FileRecord& record);
   void Erase(std::string_view path);
   void Clear();
-  [[nodiscard]] std::size_t Count() const { return records_.size(); }
+  [[nodiscard]] std::size_t Count() const { return count_; }
   [[nodiscard]] std::vector<const PackedRecord*> InOrder() const;
 
  private:
-  static std::string_view PathOf(std::string_view path) { return path; }
-  static std::string_view PathOf(const PackedRecord* record) { return record->path(); }
-
-  struct HashOfPath {
-    using is_transparent = void;
-    std::size_t operator()(const auto& entry) const {
-      return std::hash<std::string_view>()(PathOf(entry));
-    }
-  };
-  struct SamePath {
-    using is_transparent = void;
-    bool operator()(const auto& a, const auto& b) const { return PathOf(a) == PathOf(b); }
+  struct Slot {
+    std::uint32_t hash;
+    std::uint32_t place;  // in entries_, from 1; 0: no entry came here yet
   };
 
-  const PackedRecord* Copy(const FileRecord& record);
+  [[nodiscard]] const PackedRecord*& EntryOf(const Slot& slot) { return entries_[slot.place - 1]; }
+  [[nodiscard]] std::size_t SlotOf(std::string_view path, std::uint32_t hash) const;
+  [[nodiscard]] const PackedRecord* Copy(const FileRecord& record);
+  void Enter(const FileRecord& record, std::uint32_t hash, std::size_t slot);
+  void Grow();
 
   Arena memory_;
-  std::unordered_set<const PackedRecord*, HashOfPath, SamePath> records_;
+  std::vector<const PackedRecord*> entries_;  // null: erased, though its slot stays taken
+  std::vector<Slot> slots_;                   // a power of two, at most half of them taken
+  std::size_t count_ = 0;
 };
 
 extern VerifiedRecords VerifyCache;

@@ -122,6 +122,51 @@ TEST_F(FilesContract, RemoveEmptyDirectoryTakesNothingElse) {
   EXPECT_FALSE(fs::exists("full/empty"));
 }
 
+TEST_F(FilesContract, MoveFileOverReplacesInOneStepOrNotAtAll) {
+  fs::create_directory("data");
+  Write("data\\to", "the old one");
+  for (const char* target : {"data\\to", "data\\missing", "data\\to"}) {
+    Write("from", "new");
+    EXPECT_TRUE(MoveFileOver("from", target)) << target;
+    EXPECT_EQ(Contents(target), "new");
+    EXPECT_FALSE(FileExists("from"));
+  }
+  Write("from", "newer");
+  fs::create_directories("folder");
+  Write("read only", "kept");
+  SetReadOnly("read only", true);
+  for (const char* target : {"folder", "read only", "missing\\to", ""}) {
+    EXPECT_FALSE(MoveFileOver("from", target)) << target;
+    EXPECT_NE(LastSystemError(), 0);
+    EXPECT_EQ(Contents("from"), "newer");
+  }
+  EXPECT_EQ(Contents("read only"), "kept");
+  EXPECT_FALSE(MoveFileOver("missing", "data\\to"));
+  EXPECT_EQ(Contents("data\\to"), "new");
+  SetReadOnly("read only", false);
+}
+
+TEST_F(FilesContract, LinksAreRemovedThemselvesAndNeverReplaced) {
+  fs::create_directory("elsewhere");
+  Write("elsewhere\\kept", "kept");
+  Write("from", "new");
+  std::error_code error;
+  fs::create_directory_symlink("elsewhere", "to folder", error);
+  if (!error) fs::create_symlink("elsewhere/kept", "to file", error);
+  if (error) GTEST_SKIP() << "no links can be made here: " << error.message();
+  EXPECT_FALSE(IsLink("elsewhere"));
+  EXPECT_FALSE(IsLink("from"));
+  EXPECT_FALSE(IsLink("missing"));
+  for (const char* link : {"to folder", "to file"}) {
+    EXPECT_TRUE(IsLink(link)) << link;
+    EXPECT_FALSE(MoveFileOver("from", link)) << link;
+    EXPECT_TRUE(RemoveFile(link)) << link;
+    EXPECT_FALSE(fs::is_symlink(link)) << link;
+  }
+  EXPECT_EQ(Contents("elsewhere\\kept"), "kept");
+  EXPECT_EQ(Contents("from"), "new");
+}
+
 TEST_F(FilesContract, CopyFileOverReplacesAFileByAFile) {
   const std::string bytes(200'000, '\xA5');
   fs::create_directory("data");

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "base/text.h"
 #include "base/texts.h"
+#include "engine/download.h"
 #include "engine/record_set.h"
 #include "engine/update_state.h"
 #include "engine/verify_cache.h"
@@ -445,6 +448,30 @@ TEST_F(UpdateRun, FailuresToInstall) {
   EXPECT_FALSE(LogMessagesWith(" CreateFile() : file folder : Err = ").empty());
   EXPECT_TRUE(std::filesystem::is_directory("folder/inside"));
   EXPECT_EQ(ReadFile(kCacheFile), "(none)");
+}
+
+// Nothing is half there at any moment: a reader who opened the old file keeps reading it, and what
+// a killed patcher left goes.
+TEST_F(UpdateRun, FilesAreReplacedInOneStep) {
+  WriteFile("old.dat", "old and long");
+  std::filesystem::create_hard_link("old.dat", "other name");
+  WriteFile("single.dat", "old");
+  WriteFile(kUnfinishedFile, "half of somethi");
+  std::ifstream reader("single.dat", std::ios::binary);
+  Serve({{"/hashlist.dat", FileLine("old.dat", "new") + FileLine("single.dat", "other") +
+                               FileLine("d\\new.dat", "third")},
+         {"/old.dat", "new"},
+         {"/single.dat", "other"},
+         {"/d/new.dat", "third"}});
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(FilesHere(), (std::map<std::string, std::string>{{"old.dat", "new"},
+                                                             {"other name", "new"},  // in place
+                                                             {"single.dat", "other"},
+                                                             {"d/new.dat", "third"}}));
+#ifndef _WIN32  // there a reader keeps a file from being replaced, and it is written in place
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), "old");
+#endif
+  EXPECT_TRUE(EventsOf("box").empty());
 }
 
 TEST_F(UpdateRun, DownloadsByWhatTheServerSays) {

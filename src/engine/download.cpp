@@ -172,22 +172,40 @@ DataBlock Expand(DataBlock& transfer, std::size_t& outputLength, const FileRecor
   return content;
 }
 
+bool WriteWhole(platform::OutputFile& file, const DataBlock& content, std::size_t length) {
+  return file.Write(content.data(), length) && file.Close();
+}
+
+// Whenever the process ends, the old file stands there or the new one, and each of them whole. The
+// cache may vouch for the path from before, so that a half of it would be believed.
+bool InstallInOneStep(const DataBlock& content, std::size_t length, const FileRecord& record) {
+  {
+    platform::OutputFile file(kUnfinishedFile, platform::OutputFile::Mode::kReplace);
+    const bool whole = file.IsOpen() && WriteWhole(file, content, length);
+    if (whole && platform::MoveFileOver(kUnfinishedFile, record.path)) return true;
+  }
+  DiscardUnfinishedFile();
+  return false;
+}
+
+// What the system doesn't let be replaced, it may still let be written.
+void InstallInPlace(const DataBlock& content, std::size_t length, const FileRecord& record) {
+  platform::OutputFile file(record.path, platform::OutputFile::Mode::kReplace);
+  if (!file.IsOpen()) FailCreate(record, platform::LastSystemError());
+  if (WriteWhole(file, content, length)) return;
+
+  const std::int32_t error = platform::LastSystemError();
+  file.Close();
+  static_cast<void>(platform::RemoveFile(record.path));
+  ForgetVerified(record);
+  FailWrite(record, error);
+}
+
 void Install(const DataBlock& content, std::size_t length, const FileRecord& record) {
   if (!platform::MakeDirectoriesOf(record.path)) {
     FailDirectory(record, platform::LastSystemError());
   }
-  platform::OutputFile file(record.path, platform::OutputFile::Mode::kReplace);
-  if (!file.IsOpen()) FailCreate(record, platform::LastSystemError());
-
-  const bool written = file.Write(content.data(), length);
-  if (!written || !file.Close()) {
-    const std::int32_t error = platform::LastSystemError();
-    file.Close();
-    // The cache may vouch for this path from before; what is half there must not be believed.
-    static_cast<void>(platform::RemoveFile(record.path));
-    ForgetVerified(record);
-    FailWrite(record, error);
-  }
+  if (!InstallInOneStep(content, length, record)) InstallInPlace(content, length, record);
 }
 
 void DownloadAndInstall(const FileRecord& record) {
@@ -221,6 +239,8 @@ bool AsksForRestart(const FileRecord& record) {
 }
 
 }  // namespace
+
+void DiscardUnfinishedFile() { static_cast<void>(platform::RemoveFile(kUnfinishedFile)); }
 
 bool DownloadFile(const FileRecord& record) {
   const std::int32_t status = SendRequest(record);

@@ -98,7 +98,8 @@ bool RemovePass(const FileRecordSet& removeSet) {
 
 bool RemoveItem(const std::string& path, const std::string& mode) {
   if (!mode.empty() && mode.front() == 'R') return RemoveFiles(".\\*", path);
-  if (platform::IsDirectory(path)) return RemoveTree(path);
+  // A link to a directory goes itself: what it leads to isn't the installation's.
+  if (platform::IsDirectory(path) && !platform::IsLink(path)) return RemoveTree(path);
   return platform::RemoveFile(path);
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "base/texts.h"
+#include "engine/download.h"
 #include "engine/record_set.h"
 #include "engine/remove_pass.h"
 #include "engine/server_connection.h"
@@ -100,6 +101,7 @@ void CloseRun() {
 
 void FileUpdate() {
   platform::EnableControl(Control::kUpdateButton, false);
+  DiscardUnfinishedFile();
   LoadVerifyCache();
   if (ConnectServer()) {
     EnterPasses();

@@ -18,8 +18,11 @@ namespace velmora::platform {
 [[nodiscard]] bool FileExists(const std::string& path);
 [[nodiscard]] bool IsDirectory(const std::string& path);
 
-// Deletes a file. False if it is missing, a directory, read-only, or the program of a running
-// process; the file is then as it was.
+// True if `path` names a link to somewhere else: a symbolic link, on Windows a junction as well.
+[[nodiscard]] bool IsLink(const std::string& path);
+
+// Deletes a file, or a link itself, whatever it leads to. False if it is missing, a directory,
+// read-only, or the program of a running process; the file is then as it was.
 [[nodiscard]] bool RemoveFile(const std::string& path);
 
 // Removes an empty directory; a trailing backslash is allowed. False for anything else.
@@ -29,6 +32,13 @@ namespace velmora::platform {
 // read-only. False if the source can't be read whole or the target can't be written, as when it is
 // the program of a running process.
 [[nodiscard]] bool CopyFileOver(const std::string& from, const std::string& to);
+
+// Gives the file `from` the place of `to`, in one step: at every moment, even if the process is
+// killed, one of them stands there whole. What may be done with the old file may be done with the
+// new one. False if the system has something against it, as if `to` is read-only, held open, the
+// program of a running process, a link, of several names, or on another volume; both are then as
+// they were.
+[[nodiscard]] bool MoveFileOver(const std::string& from, const std::string& to);
 
 // Creates every directory that `path` names in front of its last backslash. True when they exist
 // afterwards, which holds at once for a path without a backslash.

@@ -139,7 +139,8 @@ constexpr std::array kRules = {
              "Without the settings file no patcher finds its server again.",
              "Narrow the removal down."},
     LintRule{504, kWarning, "removes what the patcher writes",
-             "Its log, its cache, or the copy that it runs from.", "Narrow the removal down."},
+             "Its log, its cache, the copy that it runs from, or a file on its way to its place.",
+             "Narrow the removal down."},
     LintRule{505, kError, "wildcard without the mode R",
              "Taken as the name of one file, which can't exist.",
              "Add the mode: \"DEL : PATTERN, R\"."},
@@ -170,7 +171,7 @@ constexpr std::array kRules = {
              "\"VelmoraUpdate.exe\" restarts the patcher when it is replaced.",
              "Rename the file if it isn't the patcher's."},
     LintRule{605, kError, "file that patchers write themselves",
-             "Log, cache and temporary copy never stay as the list wants them.",
+             "Log, cache, temporary copy and unfinished file never stay as the list wants them.",
              "Take it out of the list."},
 };
 

@@ -19,8 +19,8 @@ namespace fs = std::filesystem;
 
 constexpr char kProgram[] = "velmoraupdate.exe";
 constexpr char kSettings[] = "velmoraupdate.dat";
-constexpr std::array<const char*, 3> kWritten = {"velmoraupdate.cvc", "session.log",
-                                                 "_velmoraupdate.exe"};
+constexpr std::array<const char*, 4> kWritten = {"velmoraupdate.cvc", "session.log",
+                                                 "_velmoraupdate.exe", "_velmoraupdate.new"};
 
 bool IsWrittenByPatcher(const std::string& folded) {
   return std::find(kWritten.begin(), kWritten.end(), folded) != kWritten.end();

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "base/text.h"
+#include "engine/download.h"
 #include "engine/reference_list.h"
 #include "engine/verify_cache.h"
 #include "platform/url.h"
@@ -25,8 +26,8 @@ constexpr char kSettingsListPath[] = "./VelmoraUpdate.dat";
 
 // What a patcher writes or runs itself in the root: a published file of such a name would never
 // stay as it is.
-constexpr std::array<std::string_view, 3> kPatchersOwn = {kCacheFile, "session.log",
-                                                          "_VelmoraUpdate.exe"};
+constexpr std::array<std::string_view, 4> kPatchersOwn = {kCacheFile, "session.log",
+                                                          "_VelmoraUpdate.exe", kUnfinishedFile};
 
 constexpr std::uint64_t kLargestFile = std::numeric_limits<std::int32_t>::max();
 constexpr std::size_t kMaxRequestPath = 259;

@@ -74,6 +74,27 @@ bool CanBeWritten(const std::string& native, const struct stat& status) {
   return true;
 }
 
+// What `target` may be or, if there is none, what a file that is created there may be.
+bool TakeRightsOver(const std::string& source, const std::string& target) {
+  struct stat now {};
+  struct stat before {};
+  if (stat(source.c_str(), &now) != 0) return false;
+  if (lstat(target.c_str(), &before) != 0) {
+    if (errno != ENOENT) return false;
+    const mode_t toRun = (now.st_mode & 0444) >> 2;  // as far as it may be read
+    const bool isProgram = (ModeOfNewFile(target) & 0111) != 0;
+    return !isProgram || chmod(source.c_str(), (now.st_mode & 07777) | toRun) == 0;
+  }
+  if (!S_ISREG(before.st_mode) || before.st_nlink != 1) {
+    errno = EEXIST;
+    return false;
+  }
+  if (!CanBeWritten(target, before)) return false;
+  const bool sameOwner = now.st_uid == before.st_uid && now.st_gid == before.st_gid;
+  return (sameOwner || chown(source.c_str(), before.st_uid, before.st_gid) == 0) &&
+         (now.st_mode == before.st_mode || chmod(source.c_str(), before.st_mode & 07777) == 0);
+}
+
 int OpenRegularFile(const std::string& native, std::uint32_t& size) {
   const int file = OpenNative(native, O_RDONLY);
   if (file == kNoFile) return kNoFile;
@@ -131,6 +152,11 @@ bool FileExists(const std::string& path) {
 
 bool IsDirectory(const std::string& path) { return Remember(IsNativeDirectory(NativePath(path))); }
 
+bool IsLink(const std::string& path) {
+  struct stat status {};
+  return Remember(lstat(NativePath(path).c_str(), &status) == 0) && S_ISLNK(status.st_mode);
+}
+
 bool RemoveFile(const std::string& path) {
   const std::string native = NativePath(path);
   struct stat status {};
@@ -161,6 +187,12 @@ bool CopyFileOver(const std::string& from, const std::string& to) {
   return Remember(stat(NativePath(from).c_str(), &status) == 0 &&
                   chmod(NativePath(to).c_str(), (status.st_mode & 07777) | S_IWUSR) == 0) &&
          target.Close();
+}
+
+bool MoveFileOver(const std::string& from, const std::string& to) {
+  const std::string source = NativePath(from);
+  const std::string target = NativePath(to);
+  return Remember(TakeRightsOver(source, target) && rename(source.c_str(), target.c_str()) == 0);
 }
 
 bool MakeDirectoriesOf(const std::string& path) {

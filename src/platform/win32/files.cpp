@@ -74,6 +74,23 @@ bool ClearReadOnly(const std::string& path) {
   return SetFileAttributesA(path.c_str(), writable) != FALSE;
 }
 
+// A link's own directory is elsewhere; other reparse points, as of files kept in a cloud, are here.
+bool IsLinkItself(const WIN32_FIND_DATAA& found) {
+  return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+         IsReparseTagNameSurrogate(found.dwReserved0);
+}
+
+bool HasOtherNames(const std::string& path) {
+  const HANDLE file =
+      CreateFileA(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return false;
+  BY_HANDLE_FILE_INFORMATION information{};
+  const bool told = GetFileInformationByHandle(file, &information) != FALSE;
+  CloseHandle(file);
+  return told && information.nNumberOfLinks > 1;
+}
+
 // Everything in front of the last backslash, with it; empty if there is none.
 std::string DirectoryPart(const std::string& path) {
   std::size_t length = 0;
@@ -93,7 +110,29 @@ bool IsDirectory(const std::string& path) {
   return Remember(PathIsDirectoryA(path.c_str()) != FALSE);
 }
 
-bool RemoveFile(const std::string& path) { return Remember(DeleteFileA(path.c_str()) != FALSE); }
+bool IsLink(const std::string& path) {
+  WIN32_FIND_DATAA found{};
+  const HANDLE search = FindFirstFileA(path.c_str(), &found);
+  if (!Remember(search != INVALID_HANDLE_VALUE)) return false;
+  FindClose(search);
+  return IsLinkItself(found);
+}
+
+bool RemoveFile(const std::string& path) {
+  if (DeleteFileA(path.c_str())) return true;
+  // A link to a directory is one for the system, and goes like an empty one.
+  const DWORD reason = GetLastError();
+  if (IsLink(path)) return Remember(RemoveDirectoryA(path.c_str()) != FALSE);
+  return Fail(reason);
+}
+
+bool MoveFileOver(const std::string& from, const std::string& to) {
+  const DWORD attributes = GetFileAttributesA(to.c_str());
+  const bool exists = attributes != INVALID_FILE_ATTRIBUTES;
+  if (exists && (attributes & FILE_ATTRIBUTE_READONLY) != 0) return Fail(ERROR_ACCESS_DENIED);
+  if (exists && (IsLink(to) || HasOtherNames(to))) return Fail(ERROR_ALREADY_EXISTS);
+  return Remember(MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE);
+}
 
 bool RemoveEmptyDirectory(const std::string& path) {
   return Remember(RemoveDirectoryA(path.c_str()) != FALSE);
@@ -150,12 +189,8 @@ struct DirectorySearch::Listing {
 
 namespace {
 
-// A link's own directory is elsewhere; other reparse points, as of files kept in a cloud, are here.
 bool IsDirectoryItself(const WIN32_FIND_DATAA& found) {
-  const DWORD attributes = found.dwFileAttributes;
-  const bool isLink = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-                      IsReparseTagNameSurrogate(found.dwReserved0);
-  return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && !isLink;
+  return (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && !IsLinkItself(found);
 }
 
 // Reads a directory whole and closes the search, which would keep the directory from being removed.

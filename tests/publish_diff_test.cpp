@@ -66,6 +66,21 @@ TEST(ListDiff, TellsWhatPlayersGoThrough) {
   }
 }
 
+// A cache can't be read beyond a line that is too long: what stands behind it is hashed as well.
+TEST(ListDiff, CacheEndsAtALineThatIsTooLong) {
+  const PublishedList list(File("a") + File("b" + std::string(180, 'x')) + File("c"));
+  EXPECT_EQ(Paths(CompareLists(list, list).checks), (Names{"c", "b" + std::string(180, 'x')}));
+}
+
+TEST(ListDiff, FilesCannotBecomeFolders) {
+  EXPECT_EQ(Paths(CompareLists(PublishedList(File("d") + File("e\\f")),
+                               PublishedList(File("D\\x") + File("e")))
+                      .inTheWay),
+            (Names{"d", "e\\f"}));
+  EXPECT_TRUE(CompareLists(PublishedList(File("d\\x")), PublishedList(File("d\\y") + File("da")))
+                  .inTheWay.empty());
+}
+
 TEST(ListDiff, CountsBytesAndRequests) {
   const PublishedList before(File("a") + File("b"));
   const PublishedList after(File("a", kOther) + "FILE : c.compressed, " + kHash + ", 3, " + kOther +

@@ -56,9 +56,15 @@ std::vector<Case> Cases() {
       {File("a") + "FILE: b" + rest, {"2:104"}},
       {File("a") + "; a remark\n\n \t\n", {"2:105"}},
       {"FILE : a" + at + "7" + at + "7\r\n", {}},
-      {"FILE : a\rb" + rest, {"0:410", "1:106", "1:107"}},
-      {"FILE : a" + at + "7" + at + "\n", {"0:410", "1:107"}},
-      {"FILE\n", {"0:410", "1:107"}},
+      {"FILE : a\rb" + rest, {"1:106", "1:107"}},
+      {"FILE : a" + at + "7" + at + "\n", {"1:107"}},
+      {"FILE\n", {"1:107"}},
+      {"FILE : ..\\a" + at + "7" + at + "\nDEL : ..\\a\n", {"1:107", "1:308", "2:308", "2:406"}},
+      {"FILE : a" + at + "7" + at + "7, 8\n", {"1:108"}},
+      {"\xEF\xBB\xBF"
+       "FILE : a" +
+           rest + File("b"),
+       {"1:104"}},
       {"FILE : a" + at + "7" + at + "7 and more\n", {"1:108"}},
       {File("a") + "DEL : b, R, more\nEXE : C.exe, more\nDEL : c,\n", {"2:108", "3:108"}},
       {"FILE : a " + at + "7 " + at + "7\n", {"1:109", "1:109", "1:303", "1:308", "1:202"}},
@@ -69,6 +75,7 @@ std::vector<Case> Cases() {
       {File("a", std::string(32, 'F')), {}},
       {"FILE : a" + at + "2147483647" + at + "2147483647\n", {}},
       {"FILE : a" + at + "2147483648" + at + "2147483648\n", {"1:202", "1:202"}},
+      {"FILE : a" + at + "12147483647" + at + "12147483647\n", {"1:202", "1:202"}},
       {"FILE : a" + at + "-1" + at + "-1\n", {"1:202", "1:202"}},
       {"FILE : a" + at + "07" + at + "7\n", {"1:203"}},
       {"FILE : a" + at + "7, " + kOther + ", 7\n", {"1:204"}},
@@ -125,6 +132,7 @@ std::vector<Case> Cases() {
       {"DEL : *.tmp\nDEL : x?, r\n" + File("a"), {"1:505", "2:506", "2:505"}},
       {"DEL : " + deep + "\\" + deep.substr(0, 106) + "\n" + File("a"), {"1:507"}},
       {"DEL : x.compressed\n" + File("a"), {"1:508"}},
+      {"DEL : x\nDEL : x, R\n" + File("a"), {"2:509"}},
       {"DEL : ..\\x\n" + File("a"), {"1:308"}},
       // The patcher's own.
       {File("a") + File("./VelmoraUpdate.dat") + File("VelmoraUpdate.exe"), {}},
@@ -134,6 +142,7 @@ std::vector<Case> Cases() {
       {File("VelmoraUpdate.exe") + File("a"), {"1:603"}},
       {File("doc\\VelmoraUpdate.txt"), {"1:604"}},
       {File("Session.log"), {"1:605"}},
+      {File("Enable.cdn"), {"1:606"}},
   };
 }
 

@@ -341,6 +341,10 @@ TEST_F(Publication, RefusesWhatAPatcherCannotTake) {
       {"Session.log", "of its own"},
       {"VelmoraUpdate.cvc", "of its own"},
       {"_VelmoraUpdate.exe", "of its own"},
+      {"_VelmoraUpdate.new", "of its own"},
+      {"velmoraupdate.exe", "spelling"},
+      {"VelmoraUpdate.DAT", "spelling"},
+      {"enable.cdn", "is taken"},
       {"hashlist.dat", "is taken"},
       {"hashlist.dat/f", "is taken"},
       {".publishing/0", "is taken"},
@@ -395,12 +399,12 @@ TEST_F(Publication, RemovesWhatIsGone) {
       "DEL : gone\\before.dat\nDEL : *.tmp, R\nDEL : data\\*, R\nDEL : Back.dat\nDEL : data\n"
       "FILE : data\\Case.DAT, H, 1, H, 1\nFILE : data\\old.dat.compressed, H, 1, H, 1\n"
       "FILE : \x83\x41.dat, H, 1, H, 1\nFILE : z.dat, H, 1, H, 1\nFILE : A.dat, H, 1, H, 1\n"
-      "FILE : was\\file, H, 1, H, 1\n"
       "FILE : ./VelmoraUpdate.dat, H, 1, H, 1\nFILE : VelmoraUpdate.exe, H, 1, H, 1\n";
   WriteFile("tree/DATA/case.dat", "x");
   WriteFile("tree/back.dat", "x");
   WriteFile("tree/\x83\x61.dat", "x");  // another character, not another case
   WriteFile("tree/was/file/now", "x");
+  WriteFile("tree/is", "x");
   WriteFile("old.dat", earlier);
   BuildOptions options = Options();
   options.removeFrom = "old.dat";
@@ -428,6 +432,7 @@ TEST_F(Publication, RemovesWhatIsGone) {
   const auto before = Output();
   for (const char* line : {"DEL : ..\\x", "DEL : a\\.. \\..\\x", "DEL : \\x", "DEL : /x",
                            "DEL : C:x", "DEL : .\\", "FILE : ..\\x, H, 1, H, 1", "no list",
+                           "FILE : was\\file, H, 1, H, 1", "FILE : IS\\in, H, 1, H, 1",
                            "FILE : a, H, 1, H, 1\n\n\nDEL : x, RRRRRRRRRRRRRRRRRRRRR"
                            "RRRRRRRRRRRRRRRRRRRRRR"}) {
     WriteFile("old.dat", std::string(line) + "\n");
@@ -450,6 +455,7 @@ TEST_F(Publication, RefusesToRemoveWhatItInstalls) {
   };
   for (const auto& [path, mode, isRefused] :
        {Case{"data\\SUB\\A.dat", "", true}, Case{"data/sub/a.dat", "", true},
+        Case{"VelmoraUpdate.exe", "", true}, Case{"*.exe", "R", true}, Case{"*.tmp", "", true},
         Case{"Data", "", true}, Case{".\\data\\.\\sub. \\", "", true}, Case{".", "", true},
         Case{"..\\out", "", true}, Case{"velmoraupdate.dat", "", true}, Case{"*.*", "R", true},
         Case{"DATA\\*", "R", true}, Case{"x; *.dat", "R", true}, Case{"*a?dat", "R", true},
@@ -554,7 +560,8 @@ TEST_F(Publication, RefusesOptionsBeforeAnyWork) {
   };
   fs::create_directory("out");
   BuildOptions options = Options();
-  for (const char* name : {"", "..", "a/b", "a", "b.compressed", ".velmora-publish"}) {
+  for (const char* name : {"", "..", "a/b", "a", "b.compressed", ".velmora-publish", "enable.cdn",
+                           "my list", "a#1", "a?"}) {
     options.listName = name;
     refused(options);
   }

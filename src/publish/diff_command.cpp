@@ -72,6 +72,10 @@ void PrintText(const DiffCommand& command, const Costs& costs) {
     PrintEntries("check", diff.checks);
     PrintEntries("leave", diff.leftBehind);
   }
+  PrintEntries("BLOCKED", diff.inTheWay);
+  if (!diff.inTheWay.empty()) {
+    std::printf("A file can't become a folder, nor a folder a file: players' updates will fail.\n");
+  }
   std::printf("to download:  %zu files, %llu bytes\n", diff.downloads.size(),
               static_cast<unsigned long long>(diff.DownloadBytes()));
   std::printf("to delete:    %zu files\n", diff.deletions.size());
@@ -107,6 +111,7 @@ void PrintJson(const DiffCommand& command, const Costs& costs) {
                  {"delete", JsonOf(diff.deletions)},
                  {"check", JsonOf(diff.checks)},
                  {"left", JsonOf(diff.leftBehind)},
+                 {"blocked", JsonOf(diff.inTheWay)},
                  {"uncertain", diff.uncertain},
                  {"restarts", diff.restarts},
                  {"requests", diff.Requests()},
@@ -120,13 +125,15 @@ void PrintJson(const DiffCommand& command, const Costs& costs) {
   std::printf("%s\n", report.dump(2).c_str());
 }
 
-void Diff(const DiffCommand& command) {
+// False if players can't get from the one to the other.
+bool Diff(const DiffCommand& command) {
   const Costs costs = CostsOf(command);
   if (command.json) {
     PrintJson(command, costs);
   } else {
     PrintText(command, costs);
   }
+  return costs.diff.inTheWay.empty();
 }
 
 }  // namespace
@@ -149,10 +156,7 @@ void AddDiffCommand(CLI::App& app, int& status) {
       ->capture_default_str();
   diff->add_flag("--files", command->files, "Name all files");
   diff->add_flag("--json", command->json, "Print everything as JSON");
-  diff->callback([command, &status] {
-    Diff(*command);
-    status = kDone;
-  });
+  diff->callback([command, &status] { status = Diff(*command) ? kDone : kFailed; });
 }
 
 }  // namespace velmora::publish

@@ -16,10 +16,11 @@ void AddRecord(std::vector<ListedRecord>& records, std::size_t line, FileRecord 
 void TakeLine(std::string_view line, std::size_t number, const LintOptions& options,
               ListedRecords& records, Findings& findings) {
   const ListLine scanned = ScanListLine(line);
-  if (!CheckLine(line, scanned, number, findings)) return;
+  const LineUse use = CheckLine(line, scanned, number, findings);
+  if (use == LineUse::kNone) return;
   if (scanned.keyword == "FILE") {
     AddRecord(records.files, number, UpdateRecord(scanned));
-    CheckHashesAndSizes(records.files.back(), findings);
+    if (use == LineUse::kRecord) CheckHashesAndSizes(records.files.back(), findings);
     CheckPath(records.files.back(), scanned.fields[0], options, findings);
   } else if (scanned.keyword == "DEL") {
     AddRecord(records.removals, number, RemoveRecord(scanned));
@@ -39,7 +40,7 @@ void TakeLines(std::string_view text, const LintOptions& options, ListedRecords&
     const std::string_view line = text.substr(0, text.find('\n'));
     const std::size_t nul = line.find('\0');
     if (nul != std::string_view::npos) findings.Add(102, number, line.substr(0, nul));
-    if (line.size() > kMaxListLine) {
+    if (nul == std::string_view::npos && line.size() > kMaxListLine) {
       findings.Add(101, number, line.substr(0, 40), std::to_string(line.size()) + " bytes");
     }
     const bool readsOn = nul == std::string_view::npos && line.size() <= kMaxListLine;

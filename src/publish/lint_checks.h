@@ -41,10 +41,12 @@ struct ListedRecords {
   std::vector<ListedRecord> clients;  // the path is the client's name
 };
 
-// The shape of one line: keyword, fields, what stands around them. True if patchers make a record
-// of it.
-[[nodiscard]] bool CheckLine(std::string_view line, const ListLine& scanned, std::size_t number,
-                             Findings& findings);
+// What patchers make of a line. The fields of a broken record aren't those that were meant.
+enum class LineUse { kNone, kRecord, kBrokenRecord };
+
+// The shape of one line: keyword, fields, what stands around them.
+[[nodiscard]] LineUse CheckLine(std::string_view line, const ListLine& scanned, std::size_t number,
+                                Findings& findings);
 
 void CheckHashesAndSizes(const ListedRecord& listed, Findings& findings);
 void CheckPath(const ListedRecord& listed, std::string_view listedPath, const LintOptions& options,

@@ -8,6 +8,7 @@
 #include "engine/verify_cache.h"
 #include "publish/lint_checks.h"
 #include "publish/list_path.h"
+#include "publish/published_list.h"
 
 namespace velmora::publish {
 namespace {
@@ -24,8 +25,11 @@ std::string UpperCase(std::string_view text) {
   return upper;
 }
 
-// "file", or "FILE:" with the colon grown to it.
+// "file", or "FILE:" with the colon grown to it, or one behind the mark that some editors put in
+// front of UTF-8.
 bool IsNearlyKeyword(std::string_view word) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (word.starts_with(kByteOrderMark)) word.remove_prefix(kByteOrderMark.size());
   const std::string upper = UpperCase(word.substr(0, word.find(':')));
   return upper == "FILE" || upper == "DEL" || upper == "EXE";
 }
@@ -50,17 +54,24 @@ void CheckBlanksAtEnds(const ListLine& scanned, std::size_t fields, std::size_t 
   }
 }
 
-// False if a field of a FILE line has no place: what is read of the line isn't what was meant.
-bool CheckFileFields(std::string_view line, const ListLine& scanned, std::size_t number,
-                     Findings& findings) {
+// Whether all fields of a FILE line are in their places. A patcher takes the record in any case.
+LineUse CheckFileFields(std::string_view line, const ListLine& scanned, std::size_t number,
+                        Findings& findings) {
+  const std::string_view path = scanned.fields[0];
   for (std::size_t i = 0; i < scanned.fields.size(); ++i) {
     if (!scanned.fields[i].empty()) continue;
-    findings.Add(107, number, scanned.fields[0], std::string("no ") + kFieldNames[i]);
-    return false;
+    findings.Add(107, number, path, std::string("no ") + kFieldNames[i]);
+    return LineUse::kBrokenRecord;
+  }
+  const bool hasMoved = !ListedSize(scanned.fields[2]) && !ListedSize(scanned.fields[4]) &&
+                        std::count(line.begin(), line.end(), ',') > 4;
+  if (hasMoved) {
+    findings.Add(304, number, path);
+    return LineUse::kBrokenRecord;
   }
   CheckBlanksAtEnds(scanned, scanned.fields.size(), number, findings);
-  if (!IsBlank(Behind(line, scanned.fields[4]))) findings.Add(108, number, scanned.fields[0]);
-  return true;
+  if (!IsBlank(Behind(line, scanned.fields[4]))) findings.Add(108, number, path);
+  return LineUse::kRecord;
 }
 
 void CheckShortLine(std::string_view line, const ListLine& scanned, std::size_t reading,
@@ -81,17 +92,10 @@ bool IsDigest(std::string_view hash) {
   return (hash.size() == 40 || hash.size() == 32) && std::all_of(hash.begin(), hash.end(), isDigit);
 }
 
-bool IsSize(std::string_view text) {
-  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-  return !text.empty() && std::all_of(text.begin(), text.end(), isDigit) &&
-         (text.size() < 10 || ToNumber(text) != std::numeric_limits<std::int32_t>::max() ||
-          text.ends_with("2147483647"));
-}
-
 void CheckSize(const ListedRecord& listed, const std::string& size, const char* name,
                Findings& findings) {
   const std::string detail = std::string(name) + " " + size;
-  if (!IsSize(size)) {
+  if (!ListedSize(size)) {
     findings.Add(202, listed.line, listed.record.path, detail);
   } else if (size.size() > 1 && size.front() == '0') {
     findings.Add(203, listed.line, listed.record.path, detail);
@@ -116,7 +120,7 @@ bool IsSettingsSpelling(std::string_view path) { return path == "./VelmoraUpdate
 
 void CheckSpelling(const ListedRecord& listed, Findings& findings) {
   const std::string& path = listed.record.path;
-  if (IsSettingsSpelling(path)) return;
+  if (path.empty() || IsSettingsSpelling(path)) return;
   if (path.find('/') != std::string::npos) findings.Add(313, listed.line, path);
   const auto elements = PathElements(path);
   const bool leads = elements.size() > 1 && elements.front().empty();  // out: another rule's
@@ -140,28 +144,26 @@ void CheckCharacters(const ListedRecord& listed, Findings& findings) {
 
 }  // namespace
 
-bool CheckLine(std::string_view line, const ListLine& scanned, std::size_t number,
-               Findings& findings) {
-  if (IsBlank(line)) return false;
+LineUse CheckLine(std::string_view line, const ListLine& scanned, std::size_t number,
+                  Findings& findings) {
+  if (IsBlank(line)) return LineUse::kNone;
   const bool isFile = scanned.keyword == "FILE";
   const bool isRemoval = scanned.keyword == "DEL";
   if (!isFile && !isRemoval && scanned.keyword != "EXE") {
     findings.Add(IsNearlyKeyword(scanned.keyword) ? 104 : 105, number, line.substr(0, 40));
-    return false;
+    return LineUse::kNone;
   }
   if (line.ends_with('\r')) line.remove_suffix(1);
   if (line.find('\r') != std::string_view::npos) findings.Add(106, number, scanned.fields[0]);
-  if (isFile && std::count(line.begin(), line.end(), ',') > 4) {
-    findings.Add(304, number, scanned.fields[0]);
-    return false;
-  }
   if (!IsWithinLimits(scanned)) {
-    AddFieldOverLimit(scanned, number, findings);
-    return false;
+    const bool hasMoved = isFile && std::count(line.begin(), line.end(), ',') > 4;
+    if (hasMoved) findings.Add(304, number, scanned.fields[0]);
+    if (!hasMoved) AddFieldOverLimit(scanned, number, findings);
+    return LineUse::kNone;
   }
   if (isFile) return CheckFileFields(line, scanned, number, findings);
   CheckShortLine(line, scanned, isRemoval ? 2 : 1, number, findings);
-  return true;
+  return LineUse::kRecord;
 }
 
 void CheckHashesAndSizes(const ListedRecord& listed, Findings& findings) {

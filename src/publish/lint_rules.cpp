@@ -28,8 +28,8 @@ constexpr std::array kRules = {
              "The field ends here, and so does all that is read of the line.",
              "End lines by LF or CR LF alone."},
     LintRule{107, kError, "field missing",
-             "Fields from the first missing one on count as empty: the file is never found right, "
-             "and its download fails.",
+             "Fields from the first missing one on count as empty: without a transfer hash the "
+             "download fails, without a content size the file is emptied at each start.",
              "Give path, transfer hash, transfer size, content hash and content size."},
     LintRule{108, kWarning, "text that nothing reads", "What follows the last field is lost.",
              "Remove it."},
@@ -44,7 +44,8 @@ constexpr std::array kRules = {
 
     LintRule{201, kError, "not a digest",
              "Hashes are compared as text with upper-case hexadecimal digits, 40 of SHA-1 or 32 of "
-             "MD5: this one never matches, and the download fails.",
+             "MD5. A transfer hash that never matches fails the download; a content hash brings "
+             "the file anew whenever the cache doesn't know it, as at each re-check.",
              "Write the digest in capitals and whole."},
     LintRule{202, kError, "size that is no number from 0 to 2147483647",
              "Sizes are signed 32-bit numbers of bytes; anything else is read as another size.",
@@ -112,9 +113,11 @@ constexpr std::array kRules = {
              "Keep one."},
     LintRule{403, kError, "path of the patcher's twice",
              "Both count: if they differ, the file is downloaded in turn for ever.", "Keep one."},
-    LintRule{404, kError, "paths that differ only in case or spelling",
-             "They are one file on players' disks; each start downloads one over the other.",
-             "Keep one."},
+    LintRule{
+        404, kError, "paths that differ only in case or spelling",
+        "They are one file on players' disks: the one dealt with last stays, the other is never "
+        "right.",
+        "Keep one."},
     LintRule{405, kError, "file and folder of one name",
              "Only one of them can exist: the run ends at the other.", "Rename one."},
     LintRule{406, kError, "listed, and removed as well",
@@ -132,9 +135,11 @@ constexpr std::array kRules = {
     LintRule{501, kWarning, "removes a file that isn't listed",
              "It lies in the tree and the list doesn't bring it back.",
              "Make sure that players are meant to lose it."},
-    LintRule{502, kError, "removes the whole installation",
-             "Files and folders alike, the settings included, before each check.",
-             "Name what shall go."},
+    LintRule{
+        502, kError, "removes the whole installation",
+        "All its files, the settings included, and by any form but the pattern * the folders too, "
+        "before each check.",
+        "Name what shall go."},
     LintRule{503, kError, "removes the patcher or its settings",
              "Without the settings file no patcher finds its server again.",
              "Narrow the removal down."},
@@ -153,6 +158,9 @@ constexpr std::array kRules = {
     LintRule{508, kWarning, "\".compressed\" in a removal",
              "It means nothing there: players never have a file of that name.",
              "Name the file without it."},
+    LintRule{509, kError, "same removal in another mode",
+             "Patchers tell removals apart by their paths alone: the second one is dropped.",
+             "Keep one."},
 
     LintRule{601, kError, "settings file that brings no restart",
              "Patchers start again for new settings only if the list spells them "
@@ -173,6 +181,9 @@ constexpr std::array kRules = {
     LintRule{605, kError, "file that patchers write themselves",
              "Log, cache, temporary copy and unfinished file never stay as the list wants them.",
              "Take it out of the list."},
+    LintRule{606, kError, "redirection among the files",
+             "A file enable.cdn below the data path sends every player to the address in it.",
+             "Take it out of the list, and put it on the server by itself if that is meant."},
 };
 
 }  // namespace

@@ -19,6 +19,7 @@ namespace fs = std::filesystem;
 
 constexpr char kProgram[] = "velmoraupdate.exe";
 constexpr char kSettings[] = "velmoraupdate.dat";
+constexpr char kRedirection[] = "enable.cdn";
 constexpr std::array<const char*, 4> kWritten = {"velmoraupdate.cvc", "session.log",
                                                  "_velmoraupdate.exe", "_velmoraupdate.new"};
 
@@ -68,6 +69,8 @@ void CheckPatchersOwn(const ListedRecord& listed, Findings& findings) {
     if (!holds("./VelmoraUpdate.dat")) findings.Add(601, listed.line, path);
   } else if (listed.folded == kProgram) {
     if (!holds("VelmoraUpdate.exe")) findings.Add(602, listed.line, path);
+  } else if (listed.folded == kRedirection) {
+    findings.Add(606, listed.line, path);
   } else if (IsPatchers(listed.record)) {
     findings.Add(604, listed.line, path);
   }
@@ -123,11 +126,13 @@ void CheckFilesTogether(const ListedRecords& records, Findings& findings) {
 }
 
 void CheckRemovals(const ListedRecords& records, Findings& findings) {
-  std::set<std::pair<std::string, bool>> seen;
+  std::map<std::string, bool> seen;  // whether it was a pattern
   for (const ListedRecord& removal : records.removals) {
     const FileRecord& record = removal.record;
-    if (!seen.emplace(removal.folded, IsPatternRemoval(record)).second) {
-      findings.Add(407, removal.line, record.path);
+    const auto [at, isFirst] = seen.emplace(removal.folded, IsPatternRemoval(record));
+    if (!isFirst) {
+      const bool sameMode = at->second == IsPatternRemoval(record);
+      findings.Add(sameMode ? 407 : 509, removal.line, record.path);
     }
     if (RemovesEverything(record)) findings.Add(502, removal.line, record.path);
   }

@@ -27,6 +27,9 @@ struct ListDiff {
   std::vector<DiffEntry> deletions;
   // Neither listed nor deleted any more: they stay on players' disks for ever.
   std::vector<DiffEntry> leftBehind;
+  // Files of the old list where the new one needs a folder, and files of folders that are files
+  // now: no list can make room, so that these players' updates fail.
+  std::vector<DiffEntry> inTheWay;
   // Starts of the patcher anew, one for each replaced program and settings file of its own.
   std::size_t restarts = 0;
 

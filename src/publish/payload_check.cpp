@@ -12,6 +12,7 @@
 #include "base/text.h"
 #include "publish/file_digest.h"
 #include "publish/publish_error.h"
+#include "publish/published_list.h"
 
 namespace velmora::publish {
 namespace {
@@ -24,25 +25,15 @@ constexpr std::size_t kPageStart = 256;
 
 constexpr std::size_t kExpandPiece = std::size_t{1} << 16;
 
-constexpr std::int32_t kMaxSize = std::numeric_limits<std::int32_t>::max();
-
 std::string_view Trimmed(std::string_view text) {
   while (!text.empty() && IsWhiteSpace(text.front())) text.remove_prefix(1);
   while (!text.empty() && IsWhiteSpace(text.back())) text.remove_suffix(1);
   return text;
 }
 
-// A number of bytes that patchers read as what it is.
-std::optional<std::int32_t> SizeOf(std::string_view text) {
-  text = Trimmed(text);
-  const bool isPlain = !text.empty() && std::all_of(text.begin(), text.end(),
-                                                    [](char c) { return c >= '0' && c <= '9'; });
-  if (!isPlain) return std::nullopt;
-  const std::int32_t size = ToNumber(text);
-  // The largest number also stands for all beyond it.
-  if (size == kMaxSize && !text.ends_with(std::to_string(kMaxSize))) return std::nullopt;
-  return size;
-}
+constexpr std::int32_t kMaxSize = std::numeric_limits<std::int32_t>::max();
+
+std::optional<std::int32_t> SizeOf(std::string_view text) { return ListedSize(Trimmed(text)); }
 
 // The kind of a hash text that patchers can find equal to one of their own.
 std::optional<HashKind> KindOf(std::string_view hash) {

@@ -31,10 +31,15 @@ void RequireApart(const fs::path& tree, const fs::path& output) {
   }
 }
 
+// Below the data path, it sends every player elsewhere.
+constexpr char kRedirectionName[] = "enable.cdn";
+
+// Patchers escape nothing of the list's name.
 void RequireListName(const std::string& name) {
   const bool isPlain =
-      name.find_first_of("/\\") == std::string::npos && name != "." && name != "..";
-  const bool isTaken = name == Staging::kFolder || name == kSettingsName;
+      name.find_first_of("/\\ ?#%") == std::string::npos && name != "." && name != "..";
+  const bool isTaken =
+      name == Staging::kFolder || name == kSettingsName || name == kRedirectionName;
   if (name.empty() || !isPlain || isTaken || name.find(kCompressedMark) != std::string::npos) {
     throw PublishError("the list can't have the name \"" + name + "\"");
   }
@@ -70,7 +75,8 @@ void RequireOwnPlaces(const std::vector<SourceFile>& files, const std::string& l
     FileRecord record;
     record.path = file.listPath;
     const fs::path first = *PayloadPlace(record).begin();
-    if (first == listName || first == Staging::kFolder || first == kSettingsName) {
+    if (first == listName || first == Staging::kFolder || first == kSettingsName ||
+        first == kRedirectionName) {
       throw PublishError(file.path.native() + ": \"" + first.native() +
                          "\" is taken in the publication");
     }

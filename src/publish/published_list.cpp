@@ -6,6 +6,7 @@
 #include <iterator>
 #include <system_error>
 
+#include "base/text.h"
 #include "engine/reference_list.h"
 #include "publish/publish_error.h"
 
@@ -30,6 +31,18 @@ bool PatchersReadAllOf(std::string_view text) {
 PublishedList::PublishedList(std::string_view text) : isReadWhole(PatchersReadAllOf(text)) {
   ParseReferenceList(text, files, removals, clientExe,
                      [this](std::string_view line) { refused.emplace_back(line); });
+}
+
+std::optional<std::int32_t> ListedSize(std::string_view digits) {
+  const bool isPlain = !digits.empty() && std::all_of(digits.begin(), digits.end(),
+                                                      [](char c) { return c >= '0' && c <= '9'; });
+  if (!isPlain) return std::nullopt;
+  digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
+  constexpr std::string_view kLargest = "2147483647";
+  const bool fits =
+      digits.size() < kLargest.size() || (digits.size() == kLargest.size() && digits <= kLargest);
+  if (!fits) return std::nullopt;
+  return ToNumber(digits);
 }
 
 std::string ReadWholeFile(const fs::path& path) {

@@ -1,7 +1,9 @@
 // A reference list as patchers read it, for the commands that compare and check publications.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,6 +23,9 @@ struct PublishedList {
   // False if a line that is too long, or a NUL byte, ends the reading before the text ends.
   bool isReadWhole = true;
 };
+
+// A number of bytes in decimal digits, if patchers read it as what it is: at most 2,147,483,647.
+[[nodiscard]] std::optional<std::int32_t> ListedSize(std::string_view digits);
 
 // The whole file. Throws PublishError if it can't be read.
 [[nodiscard]] std::string ReadWholeFile(const std::filesystem::path& path);

@@ -22,10 +22,10 @@ std::string Key(const FileRecord& removal) {
   return PlayersPath(removal.path) + (IsPatternRemoval(removal) ? "\n" : "");
 }
 
-// The published files, as removals see them.
+// The published files, as removals see them, and with them the patcher, which every player has.
 class PublishedFiles {
  public:
-  explicit PublishedFiles(const std::vector<SourceFile>& files) {
+  explicit PublishedFiles(const std::vector<SourceFile>& files) : files_(kPatcher) {
     for (const SourceFile& file : files) {
       const std::string path = PlayersPath(file.listPath);
       files_.emplace(path);
@@ -33,6 +33,15 @@ class PublishedFiles {
         directories_.emplace(folder, path);
       }
     }
+  }
+
+  // Whether players who have this file can't have all of the new ones.
+  [[nodiscard]] bool IsInTheWay(const std::string& path) const {
+    const auto folders = FoldersAbove(path);
+    return directories_.contains(path) ||
+           std::any_of(folders.begin(), folders.end(), [this](std::string_view folder) {
+             return files_.contains(std::string(folder));
+           });
   }
 
   // One of the files that the removal would delete.
@@ -59,6 +68,10 @@ void RequireWithin(const FileRecord& removal) {
   if (!IsPatternRemoval(removal) && LeavesInstallation(removal.path)) {
     throw PublishError("a removal leads out of the installation: " + ShownText(removal.path));
   }
+  if (!IsPatternRemoval(removal) && removal.path.find_first_of("*?") != std::string::npos) {
+    throw PublishError("a removal by its name can't hold * or ?: " + ShownText(removal.path) +
+                       "; --remove-pattern takes patterns");
+  }
   if (RemovesEverything(removal)) {
     throw PublishError("a removal names the whole installation: " + ShownText(removal.path));
   }
@@ -68,6 +81,17 @@ FileRecord Removal(const FileRecord& gone) {
   FileRecord removal;
   removal.path = gone.path;
   return removal;
+}
+
+// A list can't make room: what takes the old file or folder away would take the new one as well.
+void RequireSameKind(const PublishedList& earlier, const PublishedFiles& files) {
+  for (const FileRecord& file : earlier.files) {
+    const std::string path = PlayersPath(file.path);
+    if (!files.IsInTheWay(path)) continue;
+    throw PublishError(ShownText(file.path) +
+                       ": a file of the earlier publication is a folder now, or lies in what is a "
+                       "file now; players of that one could never update: choose another name");
+  }
 }
 
 std::vector<FileRecord> NecessaryAfter(const PublishedList& earlier, const PublishedFiles& files) {
@@ -95,19 +119,25 @@ std::vector<FileRecord> Removals(const std::vector<FileRecord>& asked, const Pub
   for (const FileRecord& removal : asked) {
     RequireWithin(removal);
     if (const auto hit = published.HitBy(removal)) {
-      throw PublishError("the removal of " + ShownText(removal.path) +
-                         " would delete a published file at each start: " + ShownText(*hit));
+      throw PublishError(
+          "the removal of " + ShownText(removal.path) +
+          " would delete a file that players need, at each start: " + ShownText(*hit));
     }
   }
   std::vector<FileRecord> removals = asked;
   if (earlier != nullptr) {
+    RequireSameKind(*earlier, published);
     for (FileRecord& removal : NecessaryAfter(*earlier, published)) {
       removals.push_back(std::move(removal));
     }
   }
+  // Patchers tell removals apart by their paths alone, whatever their modes.
   std::set<std::string> keys;
-  std::erase_if(removals,
-                [&keys](const FileRecord& removal) { return !keys.insert(Key(removal)).second; });
+  std::set<std::string> paths;
+  std::erase_if(removals, [&](const FileRecord& removal) {
+    const bool isNew = keys.insert(Key(removal)).second;
+    return !paths.insert(removal.path).second || !isNew;
+  });
   return removals;
 }
 

@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 // The settings file lies in the installation's root, and a patcher starts again for a new one only
 // if the list spells it as the patcher does.
 constexpr char kSettingsFile[] = "VelmoraUpdate.dat";
+constexpr char kProgramFile[] = "VelmoraUpdate.exe";
 constexpr char kSettingsListPath[] = "./VelmoraUpdate.dat";
 
 // What a patcher writes or runs itself in the root: a published file of such a name would never
@@ -55,6 +56,12 @@ bool IsPatchersOwn(std::string_view path) {
   return std::any_of(
       kPatchersOwn.begin(), kPatchersOwn.end(),
       [&playersPath](std::string_view own) { return PlayersPath(own) == playersPath; });
+}
+
+bool IsMisspelled(const std::string& listPath) {
+  const std::string path = PlayersPath(listPath);
+  return (path == PlayersPath(kSettingsFile) && listPath != kSettingsListPath) ||
+         (path == PlayersPath(kProgramFile) && listPath != kProgramFile);
 }
 
 std::string ReasonAgainstName(std::string_view name) {
@@ -145,6 +152,9 @@ std::string ReasonAgainst(const std::string& listPath, std::uint64_t size) {
     if (std::string reason = ReasonAgainstName(name); !reason.empty()) return reason;
   }
   if (!CanBeAskedFor(listPath, {})) return "its path has more than 258 bytes after escaping";
+  if (IsMisspelled(listPath)) {
+    return "patchers start anew for VelmoraUpdate.exe and VelmoraUpdate.dat in this spelling alone";
+  }
   if (IsPatchersOwn(listPath)) return "a patcher has a file of this name of its own";
   if (size > kLargestFile) return "it has 2 GiB or more";
   return {};

@@ -66,6 +66,8 @@ print(len(wanted), "files")
 PYTHON
 }
 
+since() { awk -v begun="$1" -v now="$EPOCHREALTIME" 'BEGIN { printf "%.1f s", now - begun }'; }
+
 settings() {
   printf '[Setting]\r\nServerAddress=127.0.0.1:%s\r\nData=/game\r\nInformation=about:blank\r\n' "$port"
 }
@@ -87,16 +89,18 @@ publish_and_install() {
 
   settings >"$here/native/VelmoraUpdate.dat"
   cp build/native/VelmoraUpdate.exe "$here/native/"
+  local begun=$EPOCHREALTIME
   (cd "$here/native" && printf 'wait\nclose\n' | ./VelmoraUpdate.exe >"$here/native.out" 2>&1) ||
     fail "the native patcher ends with an error"
-  echo "   native patcher: equal, $(same_tree "$tree" "$here/native" bytes)"
+  echo "   native patcher: $(since "$begun"); equal, $(same_tree "$tree" "$here/native" bytes)"
 
   settings >"$here/windows/VelmoraUpdate.dat"
   cp build/win64/VelmoraUpdate.exe "$here/windows/"
+  begun=$EPOCHREALTIME
   start_windows_patcher "$here/windows" || fail "the Windows program doesn't start"
   within 180 windows_completed || fail "the Windows program doesn't complete"
   close_windows_patcher || fail "the Windows program doesn't end"
-  echo "   Windows program: equal, $(same_tree "$tree" "$here/windows" utf-8)"
+  echo "   Windows program: $(since "$begun"); equal, $(same_tree "$tree" "$here/windows" utf-8)"
   stop_web_server
 }
 

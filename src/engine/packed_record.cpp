@@ -1,6 +1,6 @@
 #include "engine/packed_record.h"
 
-#include <cstring>
+#include <algorithm>
 #include <new>
 #include <string>
 
@@ -33,8 +33,7 @@ PackedRecord* PackedRecord::Pack(void* place, const FileRecord& record) {
   auto* packed = new (place) PackedRecord(record);
   auto* texts = reinterpret_cast<char*>(packed + 1);
   const auto append = [&texts](const std::string& text) {
-    std::memcpy(texts, text.data(), text.size());
-    texts += text.size();
+    texts = std::copy(text.begin(), text.end(), texts);
   };
   append(record.path);
   append(record.transferHash);

@@ -37,23 +37,31 @@ class FileSizeLimit {
 
 class FullDisk : public EngineTest {};
 
-TEST_F(FullDisk, HalfWrittenFileIsToldAndNotBelieved) {
+TEST_F(FullDisk, FileThatDoesNotFitIsToldAndTheOldOneStays) {
   const std::string content(50000, 'x');
   Serve({{"/hashlist.dat", FileLine("d\\f.dat", content)}, {"/d/f.dat", content}});
-  // The cache vouches for the file from an earlier run, and the file has gone since.
-  WriteFile(kCacheFile, "d\\f.dat " + Sha1(content) + " 50000 " + Sha1(content) + " 50000 0\r\n");
-  {
-    const FileSizeLimit limit(16384);
-    ASSERT_TRUE(Run());
-  }
-  ASSERT_EQ(EventsOf("box").size(), 1U);
-  EXPECT_NE(EventsOf("box")[0].find("d\\f.dat"), std::string::npos);
-  EXPECT_EQ(LogMessagesWith("WriteFile() : file d\\f.dat : Err = ").size(), 1U);
-  EXPECT_EQ(UpdateState, kNotRunning);
-  EXPECT_EQ(ReadFile("d/f.dat"), "(none)");
+  for (const std::string old : {"(none)", "old"}) {
+    ResetDialog();
+    std::filesystem::remove("session.log");
+    std::filesystem::remove_all("d");
+    if (old != "(none)") WriteFile("d/f.dat", old);
+    // Where the file has gone, the cache vouches for it from an earlier run.
+    const std::string known = old == "(none)" ? Sha1(content) : Sha1(old);
+    WriteFile(kCacheFile, "d\\f.dat " + known + " 50000 " + known + " 50000 0\r\n");
+    {
+      const FileSizeLimit limit(16384);
+      ASSERT_TRUE(Run());
+    }
+    ASSERT_EQ(EventsOf("box").size(), 1U);
+    EXPECT_NE(EventsOf("box")[0].find("d\\f.dat"), std::string::npos);
+    EXPECT_EQ(LogMessagesWith("WriteFile() : file d\\f.dat : Err = ").size(), 1U);
+    EXPECT_EQ(UpdateState, kNotRunning);
+    EXPECT_EQ(ReadFile("d/f.dat"), old);
+    EXPECT_EQ(ReadFile("_VelmoraUpdate.new"), "(none)");
 
-  ASSERT_TRUE(Run());
-  EXPECT_EQ(ReadFile("d/f.dat"), content);
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(ReadFile("d/f.dat"), content);
+  }
 }
 
 TEST_F(FullDisk, CacheKeepsTheLinesThatWentIn) {

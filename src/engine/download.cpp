@@ -177,13 +177,18 @@ bool WriteWhole(platform::OutputFile& file, const DataBlock& content, std::size_
 }
 
 // Whenever the process ends, the old file stands there or the new one, and each of them whole. The
-// cache may vouch for the path from before, so that a half of it would be believed.
+// cache may vouch for the path from before, so that a half of it would be believed. False if the
+// system refuses this way.
 bool InstallInOneStep(const DataBlock& content, std::size_t length, const FileRecord& record) {
-  {
-    platform::OutputFile file(kUnfinishedFile, platform::OutputFile::Mode::kReplace);
-    const bool whole = file.IsOpen() && WriteWhole(file, content, length);
-    if (whole && platform::MoveFileOver(kUnfinishedFile, record.path)) return true;
+  platform::OutputFile file(kUnfinishedFile, platform::OutputFile::Mode::kReplace);
+  if (!file.IsOpen()) return false;
+  if (!WriteWhole(file, content, length)) {
+    const std::int32_t error = platform::LastSystemError();
+    file.Close();
+    DiscardUnfinishedFile();
+    FailWrite(record, error);
   }
+  if (platform::MoveFileOver(kUnfinishedFile, record.path)) return true;
   DiscardUnfinishedFile();
   return false;
 }

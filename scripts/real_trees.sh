@@ -92,7 +92,10 @@ publish_and_install() {
   local begun=$EPOCHREALTIME
   (cd "$here/native" && printf 'wait\nclose\n' | ./VelmoraUpdate.exe >"$here/native.out" 2>&1) ||
     fail "the native patcher ends with an error"
-  echo "   native patcher: $(since "$begun"); equal, $(same_tree "$tree" "$here/native" bytes)"
+  local took equal
+  took=$(since "$begun")
+  equal=$(same_tree "$tree" "$here/native" bytes) || fail "the native patcher's tree differs"
+  echo "   native patcher: $took; equal, $equal"
 
   settings >"$here/windows/VelmoraUpdate.dat"
   cp build/win64/VelmoraUpdate.exe "$here/windows/"
@@ -100,7 +103,9 @@ publish_and_install() {
   start_windows_patcher "$here/windows" || fail "the Windows program doesn't start"
   within 180 windows_completed || fail "the Windows program doesn't complete"
   close_windows_patcher || fail "the Windows program doesn't end"
-  echo "   Windows program: $(since "$begun"); equal, $(same_tree "$tree" "$here/windows" utf-8)"
+  took=$(since "$begun")
+  equal=$(same_tree "$tree" "$here/windows" utf-8) || fail "the Windows program's tree differs"
+  echo "   Windows program: $took; equal, $equal"
   stop_web_server
 }
 

@@ -19,3 +19,8 @@ if(VELMORA_SANITIZE)
     -fsanitize=${VELMORA_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(velmora_options INTERFACE -fsanitize=${VELMORA_SANITIZE})
 endif()
+
+# Coverage feedback for the fuzz targets, without libFuzzer's main function.
+if(VELMORA_FUZZ)
+  target_compile_options(velmora_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()

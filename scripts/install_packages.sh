@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages of the groups named, those that are missing: build, demo, bench, check,
-# windows.
+# fuzz, windows.
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libcli11-dev
@@ -8,6 +8,7 @@ build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-d
 demo=(nginx-light python3 procps)
 bench=(libbenchmark-dev curl openssl rsync pigz python3 util-linux valgrind)
 check=(clang-format clang-tidy cppcheck valgrind python3)
+fuzz=(clang libclang-rt-14-dev)
 
 windows=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest
          wine wine64 xvfb xauth openbox x11-utils imagemagick x11-apps xdotool
@@ -20,6 +21,7 @@ for group in "$@"; do
     demo) wanted+=("${demo[@]}") ;;
     bench) wanted+=("${bench[@]}") ;;
     check) wanted+=("${check[@]}") ;;
+    fuzz) wanted+=("${fuzz[@]}") ;;
     windows) wanted+=("${windows[@]}") ;;
     *) echo "install_packages.sh: no group '$group'" >&2; exit 2 ;;
   esac

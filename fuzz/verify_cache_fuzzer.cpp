@@ -1,0 +1,116 @@
+// Any bytes as the cache's file: what it vouches for, and what comes back once it was saved.
+#include <cstdlib>
+#include <sstream>
+
+#include "base/text_mode.h"
+#include "engine/verify_cache.h"
+#include "harness.h"
+
+namespace velmora::fuzz {
+namespace {
+
+using ByPath = std::map<std::string, FileRecord>;
+
+// The file as a reader without the program's parts sees it.
+ByPath NaiveReading(std::string_view bytes) {
+  ByPath records;
+  bytes = bytes.substr(0, bytes.find('\x1A'));
+  while (!bytes.empty()) {
+    const bool hasEnd = bytes.find('\n') != std::string_view::npos;
+    std::string line(TakeLine(bytes));
+    if (hasEnd && line.ends_with('\r')) line.pop_back();
+    if (line.size() > 255) break;
+    std::istringstream words(line.substr(0, line.find('\0')));
+    std::string fields[6];
+    for (std::string& field : fields) words >> field;
+    const bool fits = fields[1].size() <= 63 && fields[2].size() <= 31 && fields[3].size() <= 63 &&
+                      fields[4].size() <= 31 && fields[5].size() <= 2;
+    if (fields[0].empty() || !fits) continue;
+    const bool compressed = std::strtol(fields[5].c_str(), nullptr, 10) != 0;
+    records.try_emplace(
+        fields[0], FileRecord{fields[0], fields[1], fields[2], fields[3], fields[4], compressed});
+  }
+  return records;
+}
+
+// Whether the entry's own line reads back: a field that is missing gives its place to the next one,
+// and the flag that it gets makes a line longer that had none.
+bool ReadsBack(const FileRecord& record) {
+  return CacheLine(record).size() - 1 <= kMaxCacheLine && !record.transferHash.empty() &&
+         !record.transferSize.empty() && !record.contentHash.empty() && !record.contentSize.empty();
+}
+
+void RequireVouched(const FileRecord& record) {
+  Require(IsVerifiedUnchanged(record), "what the file says is believed", CacheLine(record));
+}
+
+void RequireUnvouched(const FileRecord& record) {
+  Require(!IsVerifiedUnchanged(record), "what the file doesn't say isn't believed",
+          CacheLine(record));
+}
+
+// Nothing near an entry is believed in its place.
+void CheckNeighbours(const FileRecord& record, const ByPath& records) {
+  for (std::string FileRecord::*const field :
+       {&FileRecord::transferHash, &FileRecord::transferSize, &FileRecord::contentHash,
+        &FileRecord::contentSize}) {
+    FileRecord other = record;
+    other.*field += 'x';
+    RequireUnvouched(other);
+    if (record.*field == "") continue;
+    other.*field = (record.*field).substr(1);
+    RequireUnvouched(other);
+  }
+  FileRecord other = record;
+  other.compressed = !record.compressed;
+  RequireUnvouched(other);
+  other = record;
+  other.path += '0';
+  if (!records.contains(other.path)) RequireUnvouched(other);
+}
+
+void CheckLoaded(const ByPath& records) {
+  Require(VerifyCache.Count() == records.size(), "as many entries as the file has");
+  for (const auto& [path, record] : records) {
+    RequireVouched(record);
+    CheckNeighbours(record, records);
+  }
+}
+
+void CheckSavedAndLoaded(const ByPath& records) {
+  SaveVerifyCache();
+  Require(VerifyCache.Count() == 0, "saving empties the cache");
+  if (records.empty()) return;
+  const auto saved = ReadFile(kCacheFile);
+  Require(saved.has_value(), "the cache is saved");
+  std::string expected;
+  bool readsBack = true;
+  for (const auto& [path, record] : records) {
+    expected += EncodeTextMode(CacheLine(record));
+    readsBack = readsBack && ReadsBack(record);
+  }
+  Require(*saved == expected, "entries are saved in the byte order of their paths", *saved);
+  if (!readsBack) return;
+  LoadVerifyCache();
+  CheckLoaded(records);
+  SaveVerifyCache();
+  Require(ReadFile(kCacheFile) == saved, "a saved file stays what it is", *saved);
+}
+
+}  // namespace
+}  // namespace velmora::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace velmora;
+  using namespace velmora::fuzz;
+  EnterEmptyFolder();
+  const std::string_view bytes = TextOf(data, size);
+  WriteFile(kCacheFile, bytes);
+  VerifyCache.Clear();
+  LoadVerifyCache();
+  const ByPath records = NaiveReading(bytes);
+  CheckLoaded(records);
+  CheckSavedAndLoaded(records);
+  VerifyCache.Clear();
+  return 0;
+}

@@ -23,11 +23,15 @@ namespace {
 constexpr char kLogFile[] = "session.log";
 constexpr char kMemory[] = "/dev/shm";
 
+// In memory if nothing else is asked for: a target writes some files for each input.
+fs::path PlaceForFolders() {
+  const bool isAsked = std::getenv("TMPDIR") != nullptr;
+  return isAsked || !fs::is_directory(kMemory) ? fs::temp_directory_path() : fs::path(kMemory);
+}
+
 class ScratchFolder {
  public:
-  // In memory if it can be: a target writes some files for each input.
-  ScratchFolder()
-      : path_(fs::is_directory(kMemory) ? fs::path(kMemory) : fs::temp_directory_path()) {
+  ScratchFolder() : path_(PlaceForFolders()) {
     path_ /= "velmora-fuzz-" + std::to_string(std::random_device()());
     fs::create_directories(path_ / kLogFile);
     fs::current_path(path_);

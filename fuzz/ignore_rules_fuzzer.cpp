@@ -85,8 +85,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     paths.emplace_back(path.substr(0, kLongestText));
   }
   const std::vector<std::string_view> rules = LinesOf(rest);
-  // A mark in front of the text is none of the first rule.
-  const bool isMarked = rest.starts_with("\xEF\xBB\xBF");
+  // A mark in front of the text is none of the first rule; a rule that stands alone is a text.
+  const bool isMarked = rest.find("\xEF\xBB\xBF") != std::string_view::npos;
   const bool isSmall = rules.size() <= kMostRules &&
                        std::all_of(rules.begin(), rules.end(), [](std::string_view rule) {
                          return rule.size() <= kLongestText;

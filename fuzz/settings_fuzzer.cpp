@@ -51,6 +51,8 @@ void CheckFirstWins(const std::vector<std::string>& values, const std::string& f
   const bool isMarked = file.starts_with(kByteOrderMark);
   Require(isMarked || ValuesOf("[Other]\r\n" + others + file) == values,
           "another section in front changes nothing", file);
+  Require(ValuesOf(file + "\r\n[Other]\r\n" + others) == values,
+          "another section behind changes nothing", file);
   const std::vector<std::string> behind = ValuesOf(file + "\r\n[Setting]\r\n" + others);
   for (std::size_t i = 0; i < values.size(); ++i) {
     Require(values[i].empty() || behind[i] == values[i], "a second section changes nothing", file);

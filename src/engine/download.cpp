@@ -181,14 +181,14 @@ bool WriteWhole(platform::OutputFile& file, const DataBlock& content, std::size_
 // system refuses this way.
 bool InstallInOneStep(const DataBlock& content, std::size_t length, const FileRecord& record) {
   platform::OutputFile file(kUnfinishedFile, platform::OutputFile::Mode::kReplace);
-  if (!file.IsOpen()) return false;
-  if (!WriteWhole(file, content, length)) {
+  const bool opened = file.IsOpen();
+  if (opened && !WriteWhole(file, content, length)) {
     const std::int32_t error = platform::LastSystemError();
     file.Close();
     DiscardUnfinishedFile();
     FailWrite(record, error);
   }
-  if (platform::MoveFileOver(kUnfinishedFile, record.path)) return true;
+  if (opened && platform::MoveFileOver(kUnfinishedFile, record.path)) return true;
   DiscardUnfinishedFile();
   return false;
 }

@@ -9,6 +9,7 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -273,6 +274,24 @@ int chmod(const char* path, mode_t mode) {
 int fchmod(int file, mode_t mode) {
   if (IsOurs(file) && Meet("chmod", file) == Effect::kError) return -1;
   return static_cast<int>(syscall(SYS_fchmod, file, mode));
+}
+
+int access(const char* path, int mode) {
+  if (Fails("status", path)) return -1;
+  return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, path, mode));
+}
+
+int stat(const char* path, struct stat* status) {
+  return Fails("status", path) ? -1 : fstatat(AT_FDCWD, path, status, 0);
+}
+
+int lstat(const char* path, struct stat* status) {
+  return Fails("status", path) ? -1 : fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+}
+
+int fstat(int file, struct stat* status) {
+  if (IsOurs(file) && Meet("status", file) == Effect::kError) return -1;
+  return fstatat(file, "", status, AT_EMPTY_PATH);
 }
 
 int fsync(int file) {

@@ -169,12 +169,9 @@ bool RemoveEmptyDirectory(const std::string& path) {
   return Remember(rmdir(NativePath(path).c_str()) == 0);
 }
 
-bool CopyFileOver(const std::string& from, const std::string& to) {
-  InputFile source(from);
-  if (!source.IsOpen()) return false;
-  OutputFile target(to, OutputFile::Mode::kReplace);
-  if (!target.IsOpen()) return false;
+namespace {
 
+bool CopyContent(InputFile& source, OutputFile& target) {
   std::vector<std::uint8_t> piece(std::size_t{1} << 16);
   const auto room = static_cast<std::uint32_t>(piece.size());
   std::uint32_t copied = 0;
@@ -182,11 +179,28 @@ bool CopyFileOver(const std::string& from, const std::string& to) {
     if (!target.Write(piece.data(), count)) return false;
     copied += count;
   }
-  if (copied != source.Size()) return false;  // the source stopped to be readable half-way
+  return copied == source.Size();  // or the source stopped to be readable half-way
+}
+
+bool CopyRights(const std::string& from, const std::string& to) {
   struct stat status {};
-  return Remember(stat(NativePath(from).c_str(), &status) == 0 &&
-                  chmod(NativePath(to).c_str(), (status.st_mode & 07777) | S_IWUSR) == 0) &&
-         target.Close();
+  return Remember(stat(from.c_str(), &status) == 0 &&
+                  chmod(to.c_str(), (status.st_mode & 07777) | S_IWUSR) == 0);
+}
+
+}  // namespace
+
+bool CopyFileOver(const std::string& from, const std::string& to) {
+  InputFile source(from);
+  if (!source.IsOpen()) return false;
+  OutputFile target(to, OutputFile::Mode::kReplace);
+  if (!target.IsOpen()) return false;
+  const std::string native = NativePath(to);
+  if (CopyContent(source, target) && CopyRights(NativePath(from), native) && target.Close()) {
+    return true;
+  }
+  unlink(native.c_str());  // nobody takes half a copy for a whole one
+  return false;
 }
 
 bool MoveFileOver(const std::string& from, const std::string& to) {

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <ostream>
 #include <random>
 #include <sstream>
 #include <string>
@@ -320,6 +321,8 @@ struct FaultKind {
   std::string operation;
   std::vector<std::string> effects;
 };
+
+void PrintTo(const FaultKind& kind, std::ostream* out) { *out << kind.operation; }
 
 std::string Error(int code) { return std::to_string(code); }
 

@@ -6,11 +6,13 @@
 #else
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #endif
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <set>
@@ -41,20 +43,11 @@ void CloseSocket(Socket socket) { close(socket); }
 void StartSockets() {}
 #endif
 
+enum Direction { kRead, kWrite };
+
 void ResetSocket(Socket socket) {
   const linger now{1, 0};
   setsockopt(socket, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&now), sizeof now);
-}
-
-bool SendAll(Socket socket, const std::string& bytes) {
-  std::size_t sent = 0;
-  while (sent < bytes.size()) {
-    const auto count =
-        send(socket, bytes.data() + sent, static_cast<Length>(bytes.size() - sent), kNoSignal);
-    if (count <= 0) return false;
-    sent += static_cast<std::size_t>(count);
-  }
-  return true;
 }
 
 std::string TargetOf(const std::string& head) {
@@ -96,7 +89,10 @@ struct LoopbackServer::State {
   void Accept();
   void Serve(Socket socket, int connection);
   bool ServeOne(Socket socket, int connection, std::string& pending);
+  bool IsReady(Socket socket, Direction direction) const;
   int Receive(Socket socket, char* buffer, int size) const;
+  bool Send(Socket socket, const std::string& bytes) const;
+  bool Send(Socket socket, const Reply& reply) const;
   void Finish(Socket socket);
 };
 
@@ -133,6 +129,8 @@ void LoopbackServer::State::Accept() {
       if (client != kNoSocket) CloseSocket(client);
       return;
     }
+    const int yes = 1;
+    setsockopt(client, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&yes), sizeof yes);
     open.insert(client);
     threads.emplace_back([this, client, connection] { Serve(client, connection); });
   }
@@ -150,18 +148,49 @@ void LoopbackServer::State::Finish(Socket socket) {
   if (open.erase(socket) != 0) CloseSocket(socket);
 }
 
-// As recv, but also over when the server ends: a waiting recv can't be woken on every system.
-int LoopbackServer::State::Receive(Socket socket, char* buffer, int size) const {
+// Waits until the socket can be read or written, false if the server ends before: a waiting call
+// can't be woken on every system.
+bool LoopbackServer::State::IsReady(Socket socket, Direction direction) const {
   while (!ending) {
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(socket, &readable);
+    fd_set waiting;
+    FD_ZERO(&waiting);
+    FD_SET(socket, &waiting);
     timeval step{0, 20000};
-    if (select(static_cast<int>(socket) + 1, &readable, nullptr, nullptr, &step) > 0) {
-      return static_cast<int>(recv(socket, buffer, static_cast<Length>(size), 0));
+    const bool reads = direction == kRead;
+    if (select(static_cast<int>(socket) + 1, reads ? &waiting : nullptr, reads ? nullptr : &waiting,
+               nullptr, &step) > 0) {
+      return true;
     }
   }
-  return 0;
+  return false;
+}
+
+int LoopbackServer::State::Receive(Socket socket, char* buffer, int size) const {
+  if (!IsReady(socket, kRead)) return 0;
+  return static_cast<int>(recv(socket, buffer, static_cast<Length>(size), 0));
+}
+
+// As send, all of it, but also over when the server ends.
+bool LoopbackServer::State::Send(Socket socket, const std::string& bytes) const {
+  constexpr std::size_t kPiece = 4096;  // a socket that takes any takes so much without waiting
+  for (std::size_t sent = 0; sent < bytes.size();) {
+    if (!IsReady(socket, kWrite)) return false;
+    const std::size_t length = std::min(kPiece, bytes.size() - sent);
+    const auto count = send(socket, bytes.data() + sent, static_cast<Length>(length), kNoSignal);
+    if (count <= 0) return false;
+    sent += static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+bool LoopbackServer::State::Send(Socket socket, const Reply& reply) const {
+  constexpr std::size_t kRepeated = std::size_t{16} << 20;
+  bool sent = Send(socket, reply.bytes);
+  for (std::size_t i = 0; sent && !reply.repeated.empty() && i < kRepeated;
+       i += reply.repeated.size()) {
+    sent = Send(socket, reply.repeated);
+  }
+  return sent;
 }
 
 // False when the connection is over.
@@ -184,7 +213,7 @@ bool LoopbackServer::State::ServeOne(Socket socket, int connection, std::string&
     requests.push_back(request);
     reply = answer(request);
   }
-  if (!SendAll(socket, reply.bytes)) return false;
+  if (!Send(socket, reply)) return false;
   if (reply.end == Reply::End::kReset) ResetSocket(socket);
   if (reply.end == Reply::End::kStall) {
     char byte = 0;

@@ -25,6 +25,7 @@ struct Reply {
 
   std::string bytes;  // status line, headers, body: all that is sent
   End end = End::kKeep;
+  std::string repeated = {};  // sent behind `bytes` again and again, 16 MiB in all
 };
 
 // 200 with Content-Length.

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs the patcher against a server that misbehaves in a thousand generated ways, natively, under both
-# sanitizers and as a Windows program under Wine. The tests run a fifth of them. VELMORA_CASE=n carries out
+# sanitizers and as a Windows program under Wine. The tests run a fifth of them, a tenth under Wine. VELMORA_CASE=n carries out
 # one of the thousand alone.
 #
 #   scripts/hostile.sh [PRESET...]       native asan tsan win64, if none is named

@@ -1,0 +1,214 @@
+// Disks and files that are against the patcher, met by whole runs: what can't be done is told, what
+// stood there stays, and the next run brings all into line once the way is free.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <string>
+#include <system_error>
+
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#include <share.h>
+#else
+#include <sys/mount.h>
+#endif
+
+#include "engine/update_state.h"
+#include "support/recording_dialog.h"
+#include "support/workspace.h"
+
+namespace velmora::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Files = std::map<std::string, std::string>;
+
+class HostileFiles : public EngineTest {
+ protected:
+  // Publishes files by their listed paths, in front of other lines.
+  void Publish(const Files& files, const std::string& lines = "") {
+    Files served = {{"/hashlist.dat", lines}};
+    for (const auto& [path, content] : files) {
+      served["/hashlist.dat"] += FileLine(path, content);
+      std::string request = "/" + path;
+      for (char& character : request) {
+        if (character == '\\') character = '/';
+      }
+      served[request] = content;
+    }
+    Serve(served);
+  }
+  // A run that ends at a record which it can't install.
+  void RunIsStoppedBy(const std::string& path) {
+    ResetDialog();
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(UpdateState, kNotRunning);
+    ASSERT_EQ(EventsOf("box").size(), 1U);
+    EXPECT_NE(EventsOf("box")[0].find(path), std::string::npos) << EventsOf("box")[0];
+    EXPECT_EQ(ReadFile("_VelmoraUpdate.new"), "(none)");
+  }
+  void RunBringsIntoLine(const Files& expected) {
+    ResetDialog();
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(UpdateState, kEnded);
+    EXPECT_TRUE(EventsOf("box").empty());
+    EXPECT_EQ(FilesHere(), expected);
+  }
+};
+
+TEST_F(HostileFiles, RemovalsStayInTheInstallation) {
+  TemporaryFolder elsewhere;
+  WriteFile("kept.tmp", "the player's");
+  WriteFile("below/kept.tmp", "the player's");
+  fs::current_path(folder_.path());
+  std::error_code error;
+  fs::create_directories("data/sub");
+  for (const char* link : {"linked", "data/sub/linked", "top"}) {
+    fs::create_directory_symlink(elsewhere.path(), link, error);
+    if (error) GTEST_SKIP() << "no links can be made here: " << error.message();
+  }
+  fs::create_symlink(elsewhere.path() / "kept.tmp", "data/single.tmp");
+  fs::create_directory_symlink(folder_.path(), "data/sub/circle");
+  Publish({}, "DEL : *.tmp, R\r\nDEL : linked\r\nDEL : data\r\n");
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(UpdateState, kEnded);
+  EXPECT_FALSE(fs::exists("data"));
+  EXPECT_FALSE(fs::is_symlink("linked"));
+  EXPECT_TRUE(fs::is_symlink("top"));
+  for (const char* kept : {"kept.tmp", "below/kept.tmp"}) {
+    EXPECT_EQ(ReadFile(elsewhere.path() / kept), "the player's");
+  }
+}
+
+TEST_F(HostileFiles, FileWhereADirectoryMustBeAndTheReverse) {
+  const Files game = {{"a", "new"}, {"data\\sub\\b", "new"}};
+  const Files inLine = {{"a", "new"}, {"data/sub/b", "new"}};
+  WriteFile("data/sub", "a file in the way");
+  fs::create_directories("a/inside");
+  WriteFile("a/inside/own", "the player's");
+  Publish(game);
+  RunIsStoppedBy("a");
+  EXPECT_EQ(ReadFile("a/inside/own"), "the player's");
+  fs::remove_all("a");
+  RunIsStoppedBy("data\\sub\\b");
+  EXPECT_EQ(FilesHere(), (Files{{"a", "new"}, {"data/sub", "a file in the way"}}));
+
+  // Removals come first, so that the publisher can clear the way.
+  Publish(game, "DEL : data\\sub\r\n");
+  RunBringsIntoLine(inLine);
+  // But each start finds it to remove again.
+  RunBringsIntoLine(inLine);
+}
+
+TEST_F(HostileFiles, ReadOnlyFileIsNotRemoved) {
+  WriteFile("d/protected", "the player's choice");
+  fs::permissions("d/protected", fs::perms::owner_read);
+  Publish({{"d\\new", "new"}}, "DEL : d\\protected\r\n");
+  RunBringsIntoLine({{"d/protected", "the player's choice"}, {"d/new", "new"}});
+  fs::permissions("d/protected", fs::perms::owner_all);
+  RunBringsIntoLine({{"d/new", "new"}});
+}
+
+#ifdef _WIN32
+
+TEST_F(HostileFiles, HeldFileIsToldAndWaitedFor) {
+  WriteFile("shared", "old and longer");
+  WriteFile("held", "old");
+  const int held = _sopen("held", _O_RDONLY, _SH_DENYRW, 0);
+  std::ifstream shared("shared", std::ios::binary);  // which doesn't let it be replaced
+  Publish({{"held", "new"}, {"shared", "new"}});
+  RunIsStoppedBy("held");
+  _close(held);
+  EXPECT_EQ(ReadFile("held"), "old");
+  RunBringsIntoLine({{"held", "new"}, {"shared", "new"}});
+}
+
+// One file for the system, two for the list: the patcher takes the file as each line finds it.
+TEST_F(HostileFiles, NamesThatDifferOnlyInCase) {
+  WriteFile("data/name.dat", "old");
+  Publish({{"DATA\\Name.DAT", "one edition"}});
+  RunBringsIntoLine({{"data/name.dat", "one edition"}});
+  Publish({{"DATA\\Name.DAT", "one edition"}, {"data\\name.dat", "another"}});
+  RunBringsIntoLine({{"data/name.dat", "another"}});
+}
+
+#else
+
+// Windows refuses it likewise; Wine doesn't where the superuser runs it.
+TEST_F(HostileFiles, ReadOnlyFileIsNotWritten) {
+  WriteFile("d/protected", "the player's choice");
+  fs::permissions("d/protected", fs::perms::owner_read);
+  Publish({{"d\\protected", "new"}});
+  RunIsStoppedBy("d\\protected");
+  EXPECT_EQ(FilesHere(), (Files{{"d/protected", "the player's choice"}}));
+  fs::permissions("d/protected", fs::perms::owner_all);
+  RunBringsIntoLine({{"d/protected", "new"}});
+}
+
+// An open file is a name and what it holds: who holds the old one keeps it.
+TEST_F(HostileFiles, HeldFileIsReplacedUnderItsHolder) {
+  WriteFile("held", "old");
+  std::ifstream holder("held", std::ios::binary);
+  Publish({{"held", "new"}});
+  RunBringsIntoLine({{"held", "new"}});
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(holder), {}), "old");
+}
+
+TEST_F(HostileFiles, NamesThatDifferOnlyInCase) {
+  WriteFile("data/name.dat", "old");
+  Publish({{"DATA\\Name.DAT", "one edition"}, {"data\\name.dat", "another"}},
+          "DEL : Data\\NAME.dat\r\n");
+  RunBringsIntoLine({{"DATA/Name.DAT", "one edition"}, {"data/name.dat", "another"}});
+}
+
+// A disk of 64 KiB that the test fills, protects, and frees again.
+class SmallDisk : public HostileFiles {
+ protected:
+  ~SmallDisk() override {
+    fs::current_path(folder_.path());
+    if (mounted_) umount("disk");
+  }
+  void SetUp() override {
+    fs::create_directory("disk");
+    mounted_ = mount("velmora-test", "disk", "tmpfs", 0, "size=64k") == 0;
+    if (!mounted_) GTEST_SKIP() << "no disk can be mounted here";
+    fs::current_path("disk");
+  }
+  static int Protect(bool protects) {
+    const unsigned long access = protects ? MS_RDONLY : 0;
+    return mount("velmora-test", fs::current_path().c_str(), "tmpfs", MS_REMOUNT | access,
+                 "size=64k");
+  }
+
+  bool mounted_ = false;
+};
+
+TEST_F(SmallDisk, ThatIsFull) {
+  const Files game = {{"d\\large", std::string(30000, 'n')}, {"d\\small", "new"}};
+  WriteFile("d/large", std::string(20000, 'o'));
+  WriteFile("filler", std::string(24000, 'f'));
+  Publish(game);
+  RunIsStoppedBy("d\\large");
+  EXPECT_EQ(ReadFile("d/large"), std::string(20000, 'o'));
+  EXPECT_EQ(ReadFile("d/small"), "(none)");
+  fs::remove("filler");
+  RunBringsIntoLine({{"d/large", game.at("d\\large")}, {"d/small", "new"}});
+}
+
+TEST_F(SmallDisk, ThatIsReadOnly) {
+  WriteFile("d/old", "old");
+  WriteFile("gone", "old");
+  Publish({{"d\\old", "new"}, {"e\\new", "new"}}, "DEL : gone\r\n");
+  ASSERT_EQ(Protect(true), 0);
+  RunIsStoppedBy("d\\old");
+  EXPECT_EQ(FilesHere(), (Files{{"d/old", "old"}, {"gone", "old"}}));
+  ASSERT_EQ(Protect(false), 0);
+  RunBringsIntoLine({{"d/old", "new"}, {"e/new", "new"}});
+}
+
+#endif
+
+}  // namespace
+}  // namespace velmora::test

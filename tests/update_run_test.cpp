@@ -320,6 +320,34 @@ TEST_F(UpdateRun, WrongStatusOfTheListIsLoggedTwice) {
   EXPECT_EQ(LogMessagesWith(": code 403 ").size(), 2U);
 }
 
+// A removal that was cut would name the directory of the file that it means.
+TEST_F(UpdateRun, ListThatEndsEarlyRemovesByWholeLines) {
+  const std::string list = "DEL : top.tmp\r\nDEL : data\\old.tmp\r\n";
+  for (std::size_t length = 0; length < list.size(); ++length) {
+    WriteFile("top.tmp", "x");
+    WriteFile("data/old.tmp", "x");
+    Serve([&](const ServedRequest&) {
+      return Raw("Content-Length: " + std::to_string(list.size()) + "\r\n", list.substr(0, length));
+    });
+    ASSERT_TRUE(Run());
+    EXPECT_EQ(ReadFile("top.tmp"), length > list.find('\n') ? "(none)" : "x") << length;
+    EXPECT_EQ(ReadFile("data/old.tmp"), "x") << length;
+  }
+  EXPECT_FALSE(LogMessagesWith("line refused, its end is missing : DEL : data").empty());
+}
+
+// The records of what came count.
+TEST_F(UpdateRun, ListThatEndsEarlyInstallsWhatCame) {
+  const std::string list = FileLine("a.dat", "new") + FileLine("b.dat", "new");
+  Serve([&](const ServedRequest& request) {
+    return request.path != "/hashlist.dat"
+               ? Ok("new")
+               : Raw("Content-Length: 1000\r\n", list.substr(0, list.size() - 2));
+  });
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(FilesHere(), (std::map<std::string, std::string>{{"a.dat", "new"}, {"b.dat", "new"}}));
+}
+
 // Each way in which a download can fail, with what the player and the log are told.
 TEST_F(UpdateRun, FailuresOfADownload) {
   const std::string good = "0123456789";

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Lets every operation of a whole start fail, one after the other, with each of the errors it may have:
 # the chain has to end by itself, to tell the player, and to heal with one undisturbed start. The tests
-# strike one error for each operation, and a fifth of those on the log. Takes a quarter of an hour.
+# strike one error for each operation, and a fifth of those on the log. Takes five minutes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

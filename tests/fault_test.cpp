@@ -347,7 +347,7 @@ INSTANTIATE_TEST_SUITE_P(
         FaultKind{"Rename", "rename", {Error(EACCES)}},
         FaultKind{"Truncate", "ftruncate", {Error(EIO)}},
         FaultKind{"Mode", "chmod", {Error(EPERM)}}, FaultKind{"Status", "status", {Error(EACCES)}},
-        FaultKind{"Sync", "sync", {Error(EIO)}}, FaultKind{"Memory", "memory", {Error(ENOMEM)}},
+        FaultKind{"Memory", "memory", {Error(ENOMEM)}},
         FaultKind{"Connect", "connect", {Error(ECONNREFUSED)}},
         FaultKind{"Receive", "recv", {Error(ECONNRESET), "end", "cut"}},
         FaultKind{"Thread", "thread", {Error(EAGAIN)}}, FaultKind{"Exec", "exec", {Error(ENOENT)}}),

@@ -7,7 +7,7 @@
 // descriptors, the network, or blocks of memory that the program itself asks for. The log is most
 // of what a run does to a disk: of the operations on it, each kFaultLogStride-th counts.
 //
-//   operation   open read write close unlink rmdir mkdir rename ftruncate chmod status sync
+//   operation   open read write close unlink rmdir mkdir rename ftruncate chmod status
 //               memory connect recv thread exec; "change" stands for all that change the disk
 //   effect      a number: the operation fails with that error
 //               half:      half of the bytes are taken or given

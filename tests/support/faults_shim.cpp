@@ -294,16 +294,6 @@ int fstat(int file, struct stat* status) {
   return fstatat(file, "", status, AT_EMPTY_PATH);
 }
 
-int fsync(int file) {
-  if (IsOurs(file) && Meet("sync", file) == Effect::kError) return -1;
-  return static_cast<int>(syscall(SYS_fsync, file));
-}
-
-int fdatasync(int file) {
-  if (IsOurs(file) && Meet("sync", file) == Effect::kError) return -1;
-  return static_cast<int>(syscall(SYS_fdatasync, file));
-}
-
 void* malloc(std::size_t size) {
   const bool counts =
       size >= velmora::test::kBigBlock && velmora::test::IsProgram(__builtin_return_address(0));

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -250,9 +251,12 @@ OutputFile::~OutputFile() { CloseIfOpen(file_); }
 bool OutputFile::IsOpen() const { return file_ != kNoFile; }
 
 bool OutputFile::Write(const void* data, std::size_t size) {
+  // For a larger piece the system looks for memory in one piece as well, which takes it longer.
+  constexpr std::size_t kPiece = std::size_t{1} << 16;
   const auto* bytes = static_cast<const std::uint8_t*>(data);
   while (size > 0) {
-    const ssize_t taken = RetryInterrupted([&] { return write(Descriptor(file_), bytes, size); });
+    const std::size_t piece = std::min(size, kPiece);
+    const ssize_t taken = RetryInterrupted([&] { return write(Descriptor(file_), bytes, piece); });
     if (!Remember(taken >= 0)) return false;
     bytes += taken;
     size -= static_cast<std::size_t>(taken);

@@ -1,5 +1,6 @@
 #include "platform/memory.h"
 
+#include <malloc.h>
 #include <sys/mman.h>
 
 #include <cstdlib>
@@ -8,9 +9,14 @@ namespace velmora::platform {
 
 namespace {
 
-// From here on the C library maps each block anew, page by page as they are touched. Asked for
-// large pages, the system does that in a hundredth of the steps.
-constexpr std::size_t kMapped = std::size_t{32} << 20;
+// From here on each block is mapped anew, page by page as they are touched. Asked for large pages,
+// the system does that in a hundredth of the steps.
+constexpr std::size_t kMapped = std::size_t{4} << 20;
+
+// Smaller blocks come one after the other, and the C library would give each of them back at once,
+// only to get it again page by page.
+const bool kKept =
+    mallopt(M_MMAP_THRESHOLD, kMapped) == 1 && mallopt(M_TRIM_THRESHOLD, 2 * kMapped) == 1;
 
 void* Map(std::size_t size) {
   void* block = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

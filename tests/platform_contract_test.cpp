@@ -5,9 +5,11 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <random>
 #include <string>
@@ -18,6 +20,7 @@
 #include "platform/digest.h"
 #include "platform/files.h"
 #include "platform/ini.h"
+#include "platform/memory.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
 #include "platform/threads.h"
@@ -608,6 +611,37 @@ TEST(DigestContract, FailuresComeWithAReason) {
   for (const std::int32_t error : errors) EXPECT_NE(error, 0);
   for (const DigestHandle handle : {digest, DigestHandle{0}}) DestroyDigest(handle);
   for (const DigestHandle handle : {provider, DigestHandle{0}}) CloseDigestProvider(handle);
+}
+
+// --- memory.h
+
+// Blocks that follow each other, grow, shrink and stand beside each other.
+TEST(MemoryContract, BlocksAreTheCallersAndZeroedOnesZero) {
+  constexpr std::size_t kMiB = std::size_t{1} << 20;
+  const auto isFilledWith = [](const void* block, int byte, std::size_t size) {
+    const auto* bytes = static_cast<const char*>(block);
+    return bytes[0] == byte && std::memcmp(bytes, bytes + 1, size - 1) == 0;
+  };
+  void* neighbour = AllocateMemory(8 * kMiB, true);
+  ASSERT_NE(neighbour, nullptr);
+  for (const std::size_t size : {kMiB, 6 * kMiB, 6 * kMiB, 9 * kMiB + 5, 5 * kMiB, std::size_t{7},
+                                 40 * kMiB, 4 * kMiB, 33 * kMiB}) {
+    void* const block = AllocateMemory(size, true);
+    ASSERT_NE(block, nullptr) << size;
+    EXPECT_TRUE(isFilledWith(block, 0, size)) << size;
+    std::memset(block, 0x55, size);
+    EXPECT_TRUE(isFilledWith(neighbour, 0, 8 * kMiB)) << size;
+    FreeMemory(block, size);
+  }
+  void* const plain = AllocateMemory(12 * kMiB, false);
+  ASSERT_NE(plain, nullptr);
+  std::memset(plain, 0x55, 12 * kMiB);
+  EXPECT_TRUE(isFilledWith(neighbour, 0, 8 * kMiB));
+  FreeMemory(neighbour, 8 * kMiB);
+  EXPECT_TRUE(isFilledWith(plain, 0x55, 12 * kMiB));
+  FreeMemory(plain, 12 * kMiB);
+  EXPECT_EQ(AllocateMemory(std::numeric_limits<std::size_t>::max() / 2, true), nullptr);
+  FreeMemory(nullptr, 0);
 }
 
 // --- threads.h, clock.h

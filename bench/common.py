@@ -7,6 +7,7 @@ import shutil
 import statistics
 import subprocess
 import sys
+import tempfile
 import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -19,24 +20,21 @@ def sh(command, **options):
 
 
 class Usage:
-    """Wall seconds and peak memory of a command and of all that it started."""
+    """Wall seconds and peak memory of a command and of all that it started. time starts it, since a
+    process that Python starts begins with Python's own peak."""
 
     def __init__(self, command, cwd, script=None):
-        stdin = subprocess.PIPE if script else subprocess.DEVNULL
-        begin = time.monotonic()
-        process = subprocess.Popen(command, cwd=cwd, stdin=stdin, stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.PIPE, shell=isinstance(command, str),
-                                   executable="/bin/bash" if isinstance(command, str) else None)
-        if script:
-            process.stdin.write(script.encode())
-            process.stdin.close()
-        errors = process.stderr.read()
-        _, status, usage = os.wait4(process.pid, 0)
-        self.seconds = time.monotonic() - begin
-        self.bytes = usage.ru_maxrss * 1024
-        process.returncode = os.waitstatus_to_exitcode(status)
-        if process.returncode != 0:
-            sys.exit(f"{command}: {errors.decode(errors='replace')}")
+        if isinstance(command, str):
+            command = ["bash", "-c", command]
+        with tempfile.NamedTemporaryFile() as peak:
+            begin = time.monotonic()
+            process = subprocess.run(["/usr/bin/time", "-f", "%M", "-o", peak.name, *command], cwd=cwd,
+                                     input=(script or "").encode(), stdout=subprocess.DEVNULL,
+                                     stderr=subprocess.PIPE)
+            self.seconds = time.monotonic() - begin
+            if process.returncode != 0:
+                sys.exit(f"{command}: {process.stderr.decode(errors='replace')}")
+            self.bytes = int(peak.read()) * 1024
 
 
 class Server:

@@ -8,7 +8,6 @@
 
 #include "base/text.h"
 #include "base/text_mode.h"
-#include "platform/data_block.h"
 #include "platform/files.h"
 
 namespace velmora {
@@ -164,14 +163,15 @@ std::string LineOf(const PackedRecord& record) {
                 record.contentSize(), record.compressed());
 }
 
-void AddEntries(std::string_view bytes) {
-  std::string_view rest = UpToEndOfText(bytes);
-  while (!rest.empty()) {
-    const std::string_view line = TakeTextLine(rest);
-    if (line.size() > kMaxCacheLine) return;
+// False behind a line that is too long.
+bool AddEntries(std::string_view lines) {
+  while (!lines.empty()) {
+    const std::string_view line = TakeTextLine(lines);
+    if (line.size() > kMaxCacheLine) return false;
     const Tokens tokens = ScanCacheLine(line);
     if (!tokens[0].empty() && IsWithinLimits(tokens)) AddEntry(tokens);
   }
+  return true;
 }
 
 }  // namespace
@@ -181,13 +181,23 @@ std::string CacheLine(const FileRecord& record) {
                 record.contentSize, record.compressed);
 }
 
+// Piece by piece, each of which begins with what the one before left of a line.
 void LoadVerifyCache() {
+  constexpr std::size_t kPiece = std::size_t{1} << 16;
   platform::InputFile file(kCacheFile);
-  if (!file.IsOpen()) return;
-  DataBlock bytes;
-  if (!bytes.Allocate(file.Size())) return;
-  const std::uint32_t count = file.Read(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
-  AddEntries({reinterpret_cast<const char*>(bytes.data()), count});
+  std::string text(kPiece, '\0');
+  std::size_t left = 0;
+  for (bool isOpen = file.IsOpen(); isOpen;) {
+    const auto room = static_cast<std::uint32_t>(text.size() - left);
+    const std::uint32_t count = file.Read(text.data() + left, room);
+    const std::string_view read(text.data(), left + count);
+    const std::string_view bytes = UpToEndOfText(read);
+    const bool isLast = count == 0 || bytes.size() < read.size();
+    const std::size_t whole = isLast ? bytes.size() : bytes.rfind('\n') + 1;
+    left = bytes.size() - whole;
+    isOpen = AddEntries(bytes.substr(0, whole)) && !isLast && left <= kMaxCacheLine + 1;
+    text.replace(0, left, text, whole, left);
+  }
 }
 
 void SaveVerifyCache() {

@@ -16,6 +16,7 @@
 #endif
 
 #include "engine/update_state.h"
+#include "engine/verify_cache.h"
 #include "support/recording_dialog.h"
 #include "support/workspace.h"
 
@@ -195,6 +196,25 @@ TEST_F(SmallDisk, ThatIsFull) {
   EXPECT_EQ(ReadFile("d/small"), "(none)");
   fs::remove("filler");
   RunBringsIntoLine({{"d/large", game.at("d\\large")}, {"d/small", "new"}});
+}
+
+// A player has moved a large file to another disk. It is written in place there, and what came of
+// it isn't believed, though the cache vouched for the file that had gone.
+TEST_F(SmallDisk, ThatIsFullBehindALink) {
+  fs::current_path("..");
+  const std::string content(50000, 'n');
+  WriteFile("disk/filler", std::string(40000, 'f'));
+  fs::create_symlink("disk/large", "large");
+  WriteFile(kCacheFile, "large " + Sha1(content) + " 50000 " + Sha1(content) + " 50000 0\r\n");
+  Publish({{"large", content}});
+  RunIsStoppedBy("large");
+  EXPECT_LT(fs::file_size("disk/large"), content.size());
+  EXPECT_TRUE(fs::is_symlink("large"));
+  fs::remove("disk/filler");
+  ResetDialog();
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(ReadFile("disk/large"), content);
+  EXPECT_TRUE(fs::is_symlink("large"));
 }
 
 TEST_F(SmallDisk, ThatIsReadOnly) {

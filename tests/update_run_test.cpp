@@ -334,6 +334,12 @@ TEST_F(UpdateRun, ListThatEndsEarlyRemovesByWholeLines) {
     EXPECT_EQ(ReadFile("data/old.tmp"), "x") << length;
   }
   EXPECT_FALSE(LogMessagesWith("line refused, its end is missing : DEL : data").empty());
+
+  WriteFile("data/old.tmp", "x");
+  const std::string_view broken("DEL : top.tmp\r\nDEL : data\0old.tmp\r\n", 35);
+  Serve({{"/hashlist.dat", std::string(broken)}});
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(ReadFile("data/old.tmp"), "x") << "a NUL byte ends the list";
 }
 
 // The records of what came count.

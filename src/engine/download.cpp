@@ -193,17 +193,15 @@ bool InstallInOneStep(const DataBlock& content, std::size_t length, const FileRe
   return false;
 }
 
-// What the system doesn't let be replaced, it may still let be written.
+// What the system doesn't let be replaced, it may still let be written. Should that end half-way,
+// by a full disk or with the process, nothing may vouch for the file: the next run then hashes all
+// files that it finds, and repairs this one.
 void InstallInPlace(const DataBlock& content, std::size_t length, const FileRecord& record) {
+  ForgetVerified(record);
+  static_cast<void>(platform::RemoveFile(kCacheFile));
   platform::OutputFile file(record.path, platform::OutputFile::Mode::kReplace);
   if (!file.IsOpen()) FailCreate(record, platform::LastSystemError());
-  if (WriteWhole(file, content, length)) return;
-
-  const std::int32_t error = platform::LastSystemError();
-  file.Close();
-  static_cast<void>(platform::RemoveFile(record.path));
-  ForgetVerified(record);
-  FailWrite(record, error);
+  if (!WriteWhole(file, content, length)) FailWrite(record, platform::LastSystemError());
 }
 
 void Install(const DataBlock& content, std::size_t length, const FileRecord& record) {

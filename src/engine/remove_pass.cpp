@@ -27,8 +27,8 @@ void ShowEntry(const std::string& fullPath) {
 }
 
 // A path that its buffer can't hold is left alone: cut short, it would name something else.
-bool RefuseLongPath(const std::string& path) {
-  LogMessage("[Error] RemoveFiles() path is too long, left alone : %s \n", path.c_str());
+bool RefusePath(const std::string& path) {
+  LogMessage("[Error] RemoveFiles() path can't be used, left alone : %s \n", path.c_str());
   return false;
 }
 
@@ -40,7 +40,7 @@ void RemoveDirectoryOrLog(const std::string& path) {
 
 bool RemoveTree(const std::string& path) {
   std::string buffer = ".\\" + path + "\\*";
-  if (buffer.size() > platform::kMaxPath) return RefuseLongPath(path);
+  if (buffer.size() > platform::kMaxPath) return RefusePath(path);
   const bool result = RemoveFiles(buffer, kEverything);
   buffer.resize(buffer.size() - 2);
   RemoveDirectoryOrLog(buffer);
@@ -49,7 +49,7 @@ bool RemoveTree(const std::string& path) {
 
 bool RemoveDirectoryEntry(const std::string& fullPath, const std::string& pattern) {
   const std::string searchPath = fullPath + "\\*";
-  if (searchPath.size() > platform::kMaxPath) return RefuseLongPath(fullPath);
+  if (searchPath.size() > platform::kMaxPath) return RefusePath(fullPath);
   ShowEntry(fullPath);
   const bool result = RemoveFiles(searchPath, pattern);
   if (pattern != kEverything) return result;
@@ -75,7 +75,7 @@ bool RemoveEntry(const std::string& directory, const platform::DirectoryEntry& e
                  const std::string& pattern) {
   if (entry.name == "." || entry.name == "..") return true;
   const std::optional<std::string> fullPath = platform::JoinPath(directory, entry.name);
-  if (!fullPath) return RefuseLongPath(directory + entry.name);
+  if (!fullPath) return RefusePath(directory + entry.name);
   if (entry.isDirectory) return RemoveDirectoryEntry(*fullPath, pattern);
   return !platform::MatchPathPattern(*fullPath, pattern) || RemoveFileEntry(*fullPath);
 }

@@ -97,7 +97,8 @@ void ParseBody(DataBlock& body) {
   static_cast<void>(platform::ReadHttp(RequestHandle, body.data(),
                                        static_cast<std::uint32_t>(body.size()), received));
   std::string_view text(reinterpret_cast<const char*>(body.data()), received);
-  if (received < body.size()) text = WithoutCutRemoval(text);
+  text = text.substr(0, text.find('\0'));
+  if (text.size() < body.size()) text = WithoutCutRemoval(text);
   ParseReferenceList(text, UpdateSet, RemoveSet, Settings.ClientExe,
                      [](std::string_view line) { LogRefused("a field is too long", line); });
 }

@@ -67,13 +67,17 @@ int LaunchInstalled(const platform::NamedMutex& mutex) {
 }
 
 // The dialog and its runs. A player can close the dialog during a run, and the end of the process
-// then ends the worker. Only after a restart was asked, the worker is waited for: it has nothing
-// left to do but to save the cache, which spares the next start from hashing everything again.
+// then ends the worker. Only one that has nothing left to do but to save the cache is waited for,
+// as after a restart was asked: that spares the next start from hashing everything again.
 void RunDialog() {
   platform::RunUpdateDialog(UpdateDialogHandlers());
   if (!HasDialogClosed()) platform::DestroyHiddenWindow();
   platform::PumpUntilQuit();
-  if (RestartRequested != 0) WaitForRunEnd();
+  if (RestartRequested != 0) {
+    WaitForRunEnd();
+  } else {
+    static_cast<void>(IsRunInProgress());
+  }
   if (WorkerHandle != 0) platform::CloseThreadHandle(WorkerHandle);
   CloseIfOpen(ConnectionHandle);
   CloseIfOpen(SessionHandle);

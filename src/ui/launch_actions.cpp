@@ -53,8 +53,10 @@ std::optional<std::string> ProgramDirectory(const std::string& name) {
   return std::nullopt;
 }
 
+// Empty if the system's folder can't be told, and such a file doesn't exist.
 std::string DxDiagPath() {
-  return platform::SystemFolder(kLongDirectoryBuffer) + "\\system32\\" + kDxDiag;
+  const std::string folder = platform::SystemFolder(kLongDirectoryBuffer);
+  return folder.empty() ? folder : folder + "\\system32\\" + kDxDiag;
 }
 
 }  // namespace
@@ -100,8 +102,10 @@ bool ExecDxDiag() {
 }
 
 bool HasScreenshots() {
-  const std::string folder = platform::WorkingDirectory(kLongDirectoryBuffer) + kScreenshotFolder;
-  return platform::FileExists(platform::ShortPath(folder, kLongDirectoryBuffer));
+  const std::string directory = platform::WorkingDirectory(kLongDirectoryBuffer);
+  if (directory.empty()) return false;
+  return platform::FileExists(
+      platform::ShortPath(directory + kScreenshotFolder, kLongDirectoryBuffer));
 }
 
 bool HasDxDiag() { return platform::FileExists(DxDiagPath()); }

@@ -118,6 +118,8 @@ void Request::Configure() {
   curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(easy_, CURLOPT_BUFFERSIZE, kReceiveBuffer);
   curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(session.timeout));
+  // The look-up of a name that takes longer isn't waited for either.
+  curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &Request::OnHeader);
   curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);

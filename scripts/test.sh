@@ -38,7 +38,7 @@ scripts/install_packages.sh build demo check windows
 
 step "Floors, format, lints"
 scripts/check_floors.sh
-scripts/lint.sh
+scripts/lint.sh --quick
 
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 export TSAN_OPTIONS=halt_on_error=1

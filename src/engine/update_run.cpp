@@ -1,7 +1,9 @@
 #include "engine/update_run.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 
 #include "base/texts.h"
 #include "engine/download.h"
@@ -30,17 +32,30 @@ using platform::Control;
 // closing: the dialog's thread can wait for it, since it won't ask anything of that thread any
 // more.
 enum class Worker { kNone, kRunning, kClosing };
-std::atomic<Worker> worker = Worker::kNone;
 
-bool ClaimWorker() {
-  worker.wait(Worker::kClosing);
-  Worker none = Worker::kNone;
-  return worker.compare_exchange_strong(none, Worker::kRunning);
-}
+// A lock and a condition, and no atomic that is waited for: where the system has no support for
+// those, as on Windows, g++ 12 makes them so that a wake-up can be lost.
+std::mutex workerMutex;
+std::condition_variable workerChanged;
+Worker worker = Worker::kNone;
 
 void SetWorker(Worker state) {
+  const std::lock_guard lock(workerMutex);
   worker = state;
-  worker.notify_all();
+  workerChanged.notify_all();
+}
+
+std::unique_lock<std::mutex> WaitWhileClosing() {
+  std::unique_lock lock(workerMutex);
+  workerChanged.wait(lock, [] { return worker != Worker::kClosing; });
+  return lock;
+}
+
+bool ClaimWorker() {
+  const auto lock = WaitWhileClosing();
+  if (worker != Worker::kNone) return false;
+  worker = Worker::kRunning;
+  return true;
 }
 
 // All that a pass says of its end is a false result; the handler finds the reason in the state
@@ -133,12 +148,13 @@ bool UpdateFiles() {
 }
 
 bool IsRunInProgress() {
-  worker.wait(Worker::kClosing);
+  const auto lock = WaitWhileClosing();
   return worker != Worker::kNone;
 }
 
 void WaitForRunEnd() {
-  for (Worker state = worker; state != Worker::kNone; state = worker) worker.wait(state);
+  std::unique_lock lock(workerMutex);
+  workerChanged.wait(lock, [] { return worker == Worker::kNone; });
 }
 
 }  // namespace velmora

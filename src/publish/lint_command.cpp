@@ -13,6 +13,8 @@
 namespace velmora::publish {
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 struct LintCommand {
   std::string list;
   std::string listName = "hashlist.dat";
@@ -79,7 +81,6 @@ void PrintJson(const std::string& list, const LintFindings& findings) {
                                   {"reason", finding.rule->reason},
                                   {"remedy", finding.rule->remedy}});
   }
-  using Json = nlohmann::ordered_json;
   std::printf("%s\n", report.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }
 

@@ -36,6 +36,11 @@ fi
 
 scripts/install_packages.sh build demo check windows
 
+# Mostly downloads, so it is made beside the rest.
+mkdir -p build
+scripts/wine32_root.sh --prepare >build/wine32-prepare.log 2>&1 &
+wine32=$!
+
 step "Floors, format, lints"
 scripts/check_floors.sh
 scripts/lint.sh --quick
@@ -55,6 +60,7 @@ VELMORA_CASES=100 run_suite win64 1
 
 step "The 32-bit program, driven by its windows"
 build win32 VelmoraUpdate windows_process_test
+wait "$wine32" || cat build/wine32-prepare.log
 result=0
 scripts/wine32_root.sh build/win32/windows_process_test.exe --gtest_brief=1 || result=$?
 case $result in

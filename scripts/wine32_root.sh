@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # Runs a 32-bit Windows program under Wine. The 32-bit Wine doesn't install beside the 64-bit one, so it
 # gets a small i386 Debian of its own, build/wine32-root, made once; loopback and this folder are shared
-# with it. Usage: wine32_root.sh PROGRAM ARGUMENTS... Where it can't be made: one line, and exit status 77.
+# with it. Where it can't be made: one line, and exit status 77.
+#
+#   wine32_root.sh PROGRAM ARGUMENTS...
+#   wine32_root.sh --prepare              makes it and no more
 set -euo pipefail
 cd "$(dirname "$0")/.."
 here=$PWD
@@ -33,6 +36,7 @@ make_root() {
 }
 
 [[ -e $root/complete ]] || make_root
+[[ ${1:-} != --prepare ]] || exit 0
 
 # The mounts live in a namespace of their own and go with it, however this ends.
 "${as_root[@]}" unshare --mount bash -euc '

@@ -12,6 +12,7 @@
 
 #include "base/text.h"
 #include "platform/win32/last_error.h"
+#include "platform/win32/wide_text.h"
 
 namespace velmora::platform {
 
@@ -227,13 +228,13 @@ std::int32_t LastSystemError() { return lastError; }
 
 std::string SystemErrorText(std::int32_t code) {
   constexpr DWORD kUsersLanguage = 0x400;
-  char* text = nullptr;
-  const DWORD length = FormatMessageA(
+  wchar_t* text = nullptr;
+  const DWORD length = FormatMessageW(
       FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
-      nullptr, static_cast<DWORD>(code), kUsersLanguage, reinterpret_cast<char*>(&text), 0,
+      nullptr, static_cast<DWORD>(code), kUsersLanguage, reinterpret_cast<wchar_t*>(&text), 0,
       nullptr);
   if (length == 0) return FormatText("Unknown error %d", code);
-  const std::string result(text, length);
+  const std::string result = ReadableText({text, length});
   LocalFree(text);
   return result;
 }

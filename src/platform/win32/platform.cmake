@@ -12,6 +12,7 @@ add_library(velmora_platform STATIC
   platform/win32/processes.cpp
   platform/win32/threads.cpp
   platform/win32/url.cpp
+  platform/win32/wide_text.cpp
 )
 target_link_libraries(velmora_platform PUBLIC velmora_base wininet shlwapi advapi32 shell32 ole32
                                               oleaut32 uuid imagehlp user32 gdi32 comctl32)

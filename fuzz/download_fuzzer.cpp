@@ -18,6 +18,7 @@
 
 #include "base/text.h"
 #include "engine/download.h"
+#include "engine/install.h"
 #include "engine/request_path.h"
 #include "engine/server_connection.h"
 #include "engine/update_state.h"
@@ -248,10 +249,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const FileRecord record = RecordOf(parts);
   if (!StaysInside(record.path)) return 0;
   StartAnew();
+  DiscardUnfinishedFiles();
   if (parts.Has("old")) WriteOldFile(record, parts.Value("old"));
   const auto before = Tree();
 
   const bool goesOn = DownloadFile(record);
+  EndInstalling();
   const auto proven = ProvenContent(record);
   if (goesOn || RestartRequested != 0) {
     Require(proven.has_value(), "only what is proven is installed", record.path);

@@ -11,8 +11,14 @@
 #include <fcntl.h>
 #include <io.h>
 #include <share.h>
+#include <windows.h>
+
+#include <thread>
 #else
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
 #endif
 
 #include "engine/update_state.h"
@@ -126,6 +132,24 @@ TEST_F(HostileFiles, HeldFileIsToldAndWaitedFor) {
   RunBringsIntoLine({{"held", "new"}, {"shared", "new"}});
 }
 
+// Another program opens a file for a moment, and shares it with nobody.
+TEST_F(HostileFiles, ScannerIsWaitedFor) {
+  WriteFile("d/file", "old");
+  std::thread scanner;
+  Serve([&scanner](const ServedRequest& request) {
+    if (request.path == "/hashlist.dat") return Ok(FileLine("d\\file", "new"));
+    const int held = _sopen("d/file", _O_RDONLY, _SH_DENYRW, 0);
+    EXPECT_GE(held, 0);
+    scanner = std::thread([held] {
+      Sleep(300);
+      _close(held);
+    });
+    return Ok("new");
+  });
+  RunBringsIntoLine({{"d/file", "new"}});
+  scanner.join();
+}
+
 // One file for the system, two for the list: the patcher takes the file as each line finds it.
 TEST_F(HostileFiles, NamesThatDifferOnlyInCase) {
   WriteFile("data/name.dat", "old");
@@ -146,6 +170,51 @@ TEST_F(HostileFiles, ReadOnlyFileIsNotWritten) {
   EXPECT_EQ(FilesHere(), (Files{{"d/protected", "the player's choice"}}));
   fs::permissions("d/protected", fs::perms::owner_all);
   RunBringsIntoLine({{"d/protected", "new"}});
+}
+
+// A file gets what its folder gives to new ones, and keeps what the old one had of its own.
+TEST_F(HostileFiles, NewFilesBelongToTheirFolderAndOldOnesKeepWhatTheyHad) {
+  constexpr gid_t kGroup = 12345;
+  fs::create_directory("shared");
+  WriteFile("old", "old");
+  ASSERT_EQ(setxattr("old", "user.note", "kept", 4, 0), 0);
+  ASSERT_EQ(chmod("old", 0640), 0);
+  const bool hasGroups = chown("shared", getuid(), kGroup) == 0 && chmod("shared", 02775) == 0;
+  Publish({{"old", "new"}, {"shared\\file", "new"}});
+  RunBringsIntoLine({{"old", "new"}, {"shared/file", "new"}});
+  char note[4];
+  EXPECT_EQ(getxattr("old", "user.note", note, sizeof note), 4);
+  struct stat status {};
+  ASSERT_EQ(stat("old", &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0640U);
+  ASSERT_EQ(stat("shared/file", &status), 0);
+  EXPECT_TRUE(!hasGroups || status.st_gid == kGroup) << status.st_gid;
+}
+
+// As long as it isn't known that a file can be written, the cache stays; and after it was written
+// in place, the cache is there again before the next file comes.
+TEST_F(HostileFiles, WritingInPlaceLeavesTheCacheWhole) {
+  const auto entry = [](const std::string& path, const std::string& content) {
+    const std::string fields = Sha1(content) + " " + std::to_string(content.size());
+    return path + " " + fields + " " + fields + " 0\r\n";
+  };
+  const std::string cache = entry("linked", "old") + entry("protected", "old");
+  WriteFile("linked", "old");
+  fs::create_hard_link("linked", "other name");
+  WriteFile("protected", "old");
+  fs::permissions("protected", fs::perms::owner_read);
+  WriteFile(kCacheFile, cache);
+  Publish({{"linked", "new"}, {"protected", "new"}});
+  std::vector<std::string> seen;
+  Dialog().onEvent = [&seen](const std::string& event) {
+    const bool asks = event.starts_with("box") || event.ends_with("protected");
+    if (asks) seen.push_back(ReadFile(kCacheFile));
+  };
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(seen, (std::vector<std::string>{cache, cache}));
+  EXPECT_EQ(ReadFile("other name"), "new");
+  EXPECT_EQ(ReadFile(kCacheFile), entry("linked", "new") + entry("protected", "old"));
+  fs::permissions("protected", fs::perms::owner_all);
 }
 
 // An open file is a name and what it holds: who holds the old one keeps it.
@@ -215,6 +284,19 @@ TEST_F(SmallDisk, ThatIsFullBehindALink) {
   ASSERT_TRUE(Run());
   EXPECT_EQ(ReadFile("disk/large"), content);
   EXPECT_TRUE(fs::is_symlink("large"));
+}
+
+// A player has moved a folder to a disk with room, and the installation's own is full.
+TEST_F(SmallDisk, ThatIsFullBesideALinkToAnother) {
+  fs::create_directory("../roomy");
+  fs::create_directory_symlink("../roomy", "data");
+  WriteFile("filler", std::string(65536, 'f'));
+  Publish({{"data\\large", std::string(200000, 'n')}});
+  ResetDialog();
+  ASSERT_TRUE(Run());
+  EXPECT_TRUE(EventsOf("box").empty());
+  EXPECT_EQ(fs::file_size("../roomy/large"), 200000U);
+  EXPECT_FALSE(fs::exists("../roomy/_VelmoraUpdate.new"));
 }
 
 TEST_F(SmallDisk, ThatIsReadOnly) {

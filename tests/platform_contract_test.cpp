@@ -149,6 +149,24 @@ TEST_F(FilesContract, MoveFileOverReplacesInOneStepOrNotAtAll) {
   SetReadOnly("read only", false);
 }
 
+TEST_F(FilesContract, WritingIsAskedForWithoutHarmAndFlushed) {
+  Write("a.txt", "kept");
+  fs::create_directory("data");
+  EXPECT_TRUE(CanBeWritten("a.txt"));
+  EXPECT_EQ(Contents("a.txt"), "kept");
+  SetReadOnly("a.txt", true);
+  for (const char* const path : {"a.txt", "data", "missing", ""}) {
+    EXPECT_FALSE(CanBeWritten(path)) << path;
+  }
+  SetReadOnly("a.txt", false);
+  EXPECT_FALSE(fs::exists("missing"));
+  OutputFile file("data\\b.txt", OutputFile::Mode::kReplace);
+  ASSERT_TRUE(file.IsOpen());
+  EXPECT_TRUE(file.Write("new", 3) && file.Flush() && file.Close());
+  EXPECT_FALSE(file.Flush());
+  EXPECT_TRUE(FlushFolders({"", "data\\", "missing\\"}));
+}
+
 TEST_F(FilesContract, LinksAreRemovedThemselvesAndNeverReplaced) {
   fs::create_directory("elsewhere");
   Write("elsewhere\\kept", "kept");

@@ -10,7 +10,7 @@
 
 #include "base/text.h"
 #include "base/texts.h"
-#include "engine/download.h"
+#include "engine/install.h"
 #include "engine/record_set.h"
 #include "engine/update_state.h"
 #include "engine/verify_cache.h"
@@ -490,7 +490,11 @@ TEST_F(UpdateRun, FilesAreReplacedInOneStep) {
   WriteFile("old.dat", "old and long");
   std::filesystem::create_hard_link("old.dat", "other name");
   WriteFile("single.dat", "old");
-  WriteFile(kUnfinishedFile, "half of somethi");
+  for (const char* left : {kUnfinishedFile, "e/_VelmoraUpdate.new", kCacheFileAside}) {
+    WriteFile(left, "half of somethi");
+  }
+  WriteFile(kUnfinishedFolders, "e\\\nnot\\there\\\nha");  // the last line is cut
+  WriteFile("ha_VelmoraUpdate.new", "the player's");
   std::ifstream reader("single.dat", std::ios::binary);
   Serve({{"/hashlist.dat", FileLine("old.dat", "new") + FileLine("single.dat", "other") +
                                FileLine("d\\new.dat", "third")},
@@ -498,10 +502,12 @@ TEST_F(UpdateRun, FilesAreReplacedInOneStep) {
          {"/single.dat", "other"},
          {"/d/new.dat", "third"}});
   ASSERT_TRUE(Run());
-  EXPECT_EQ(FilesHere(), (std::map<std::string, std::string>{{"old.dat", "new"},
-                                                             {"other name", "new"},  // in place
-                                                             {"single.dat", "other"},
-                                                             {"d/new.dat", "third"}}));
+  EXPECT_EQ(FilesHere(),
+            (std::map<std::string, std::string>{{"old.dat", "new"},
+                                                {"other name", "new"},  // in place
+                                                {"single.dat", "other"},
+                                                {"ha_VelmoraUpdate.new", "the player's"},
+                                                {"d/new.dat", "third"}}));
 #ifndef _WIN32  // there a reader keeps a file from being replaced, and it is written in place
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), "old");
 #endif

@@ -11,6 +11,7 @@
 
 #include "base/text.h"
 #include "base/texts.h"
+#include "engine/install.h"
 #include "engine/request_path.h"
 #include "engine/server_connection.h"
 #include "engine/update_state.h"
@@ -172,43 +173,18 @@ DataBlock Expand(DataBlock& transfer, std::size_t& outputLength, const FileRecor
   return content;
 }
 
-bool WriteWhole(platform::OutputFile& file, const DataBlock& content, std::size_t length) {
-  return file.Write(content.data(), length) && file.Close();
-}
-
-// Whenever the process ends, the old file stands there or the new one, and each of them whole. The
-// cache may vouch for the path from before, so that a half of it would be believed. False if the
-// system refuses this way.
-bool InstallInOneStep(const DataBlock& content, std::size_t length, const FileRecord& record) {
-  platform::OutputFile file(kUnfinishedFile, platform::OutputFile::Mode::kReplace);
-  const bool opened = file.IsOpen();
-  if (opened && !WriteWhole(file, content, length)) {
-    const std::int32_t error = platform::LastSystemError();
-    file.Close();
-    DiscardUnfinishedFile();
-    FailWrite(record, error);
-  }
-  if (opened && platform::MoveFileOver(kUnfinishedFile, record.path)) return true;
-  DiscardUnfinishedFile();
-  return false;
-}
-
-// What the system doesn't let be replaced, it may still let be written. Should that end half-way,
-// by a full disk or with the process, nothing may vouch for the file: the next run then hashes all
-// files that it finds, and repairs this one.
-void InstallInPlace(const DataBlock& content, std::size_t length, const FileRecord& record) {
-  ForgetVerified(record);
-  static_cast<void>(platform::RemoveFile(kCacheFile));
-  platform::OutputFile file(record.path, platform::OutputFile::Mode::kReplace);
-  if (!file.IsOpen()) FailCreate(record, platform::LastSystemError());
-  if (!WriteWhole(file, content, length)) FailWrite(record, platform::LastSystemError());
-}
-
 void Install(const DataBlock& content, std::size_t length, const FileRecord& record) {
-  if (!platform::MakeDirectoriesOf(record.path)) {
-    FailDirectory(record, platform::LastSystemError());
+  const InstallResult result = InstallFile(record, content, length);
+  switch (result.step) {
+    case InstallStep::kDone:
+      return;
+    case InstallStep::kDirectory:
+      FailDirectory(record, result.error);
+    case InstallStep::kCreate:
+      FailCreate(record, result.error);
+    case InstallStep::kWrite:
+      FailWrite(record, result.error);
   }
-  if (!InstallInOneStep(content, length, record)) InstallInPlace(content, length, record);
 }
 
 void DownloadAndInstall(const FileRecord& record) {
@@ -242,8 +218,6 @@ bool AsksForRestart(const FileRecord& record) {
 }
 
 }  // namespace
-
-void DiscardUnfinishedFile() { static_cast<void>(platform::RemoveFile(kUnfinishedFile)); }
 
 bool DownloadFile(const FileRecord& record) {
   const std::int32_t status = SendRequest(record);

@@ -1,19 +1,12 @@
 // Download, proof and installation of one file over the run's connection.
 //
 // The file is received into memory, proved against its transfer hash, expanded if it is compressed,
-// and only then put on disk: the old file stays whole until every check has passed, and is then
-// replaced in one step. Nothing is retried or resumed.
+// and only then installed (engine/install.h). Nothing is retried or resumed.
 #pragma once
 
 #include "engine/file_record.h"
 
 namespace velmora {
-
-// In the working directory: what is on its way to its place, for the time of its writing.
-inline constexpr char kUnfinishedFile[] = "_VelmoraUpdate.new";
-
-// Removes what a process that was killed has left of such a file.
-void DiscardUnfinishedFile();
 
 // True when the file was installed and the pass goes on. False ends the pass: either a step failed,
 // and then the player was told and UpdateState is kNotRunning; or the patcher or its settings file

@@ -6,7 +6,7 @@
 #include <mutex>
 
 #include "base/texts.h"
-#include "engine/download.h"
+#include "engine/install.h"
 #include "engine/record_set.h"
 #include "engine/remove_pass.h"
 #include "engine/server_connection.h"
@@ -80,12 +80,25 @@ void EnterPasses() {
 void RunPasses() {
   if (!RemovePass(RemoveSet)) throw kPassEnded;
   if (!UpdatePass(UpdateSet)) throw kPassEnded;
+  // Before the player is told that all is well, and is served by buttons that wait for the save.
+  static_cast<void>(FlushInstalledFiles());
 
   LogMessage("GetMissingFile() : Update Completed.\n");
   platform::SetStatusText(texts::kCompleted);
   UpdateState = kEnded;
   platform::EnableControl(Control::kStartGameButton, true);
   if (RecheckPending.exchange(0) == 0) platform::EnableControl(Control::kRecheckButton, true);
+}
+
+// What the cache vouches for is on the disk before the cache is.
+void SaveCache() {
+  if (!FlushInstalledFiles()) {
+    LogMessage(
+        "The disk may not have kept what was installed, so it isn't remembered as verified\n");
+    VerifyCache.Clear();
+  }
+  SaveVerifyCache();
+  EndInstalling();
 }
 
 void HandleEndedPass() {
@@ -102,7 +115,7 @@ void HandleEndedPass() {
   CloseIfOpen(RequestHandle);
   CloseIfOpen(ConnectionHandle);
   CloseIfOpen(SessionHandle);
-  SaveVerifyCache();
+  SaveCache();
 }
 
 void CloseRun() {
@@ -111,12 +124,12 @@ void CloseRun() {
   SetWorker(Worker::kClosing);
   CloseIfOpen(ConnectionHandle);
   CloseIfOpen(SessionHandle);
-  SaveVerifyCache();
+  SaveCache();
 }
 
 void FileUpdate() {
   platform::EnableControl(Control::kUpdateButton, false);
-  DiscardUnfinishedFile();
+  DiscardUnfinishedFiles();
   LoadVerifyCache();
   if (ConnectServer()) {
     EnterPasses();

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <functional>
-#include <iterator>
 #include <string_view>
 
 #include "base/text.h"
@@ -31,7 +30,7 @@ std::size_t VerifiedRecords::SlotOf(std::string_view path, std::uint32_t hash) c
   for (; slots_[at].place != 0; at = (at + 1) & mask) {
     if (slots_[at].hash != hash) continue;
     const PackedRecord* entry = entries_[slots_[at].place - 1];
-    if (entry != nullptr && entry->path() == path) break;
+    if (entry->path() == path) break;
   }
   return at;
 }
@@ -62,7 +61,6 @@ void VerifiedRecords::Grow() {
 void VerifiedRecords::Enter(const FileRecord& record, std::uint32_t hash, std::size_t slot) {
   entries_.push_back(Copy(record));
   slots_[slot] = {hash, static_cast<std::uint32_t>(entries_.size())};
-  ++count_;
 }
 
 void VerifiedRecords::Add(const FileRecord& record) {
@@ -83,24 +81,14 @@ void VerifiedRecords::Put(const FileRecord& record) {
   }
 }
 
-void VerifiedRecords::Erase(std::string_view path) {
-  if (Find(path) == nullptr) return;
-  EntryOf(slots_[SlotOf(path, HashOf(path))]) = nullptr;
-  --count_;
-}
-
 void VerifiedRecords::Clear() {
   slots_ = {};
   entries_ = {};
-  count_ = 0;
   memory_.Clear();
 }
 
 std::vector<const PackedRecord*> VerifiedRecords::InOrder() const {
-  std::vector<const PackedRecord*> ordered;
-  ordered.reserve(count_);
-  std::copy_if(entries_.begin(), entries_.end(), std::back_inserter(ordered),
-               [](const PackedRecord* entry) { return entry != nullptr; });
+  std::vector<const PackedRecord*> ordered = entries_;
   // As a rule the file was in order and nothing new came.
   if (!std::is_sorted(ordered.begin(), ordered.end(), PathBefore)) {
     std::sort(ordered.begin(), ordered.end(), PathBefore);
@@ -221,6 +209,27 @@ bool IsVerifiedUnchanged(const FileRecord& record) {
 
 void RememberVerified(const FileRecord& record) { VerifyCache.Put(record); }
 
-void ForgetVerified(const FileRecord& record) { VerifyCache.Erase(record.path); }
+bool HasVerifiedEntry(const std::string& path) { return VerifyCache.Find(path) != nullptr; }
+
+void DistrustFile(const std::string& path) {
+  if (!HasVerifiedEntry(path)) return;
+  FileRecord unlike;
+  unlike.path = path;
+  unlike.transferHash = "?";
+  VerifyCache.Put(unlike);
+}
+
+bool SetCacheFileAside() {
+  if (!platform::FileExists(kCacheFile)) return true;
+  return platform::MoveFileOver(kCacheFile, kCacheFileAside) && platform::FlushFolders({""});
+}
+
+void BringCacheFileBack() {
+  static_cast<void>(platform::MoveFileOver(kCacheFileAside, kCacheFile));
+}
+
+void DiscardCacheFileAside() {
+  static_cast<void>(platform::RemoveFile(kCacheFileAside));
+}
 
 }  // namespace velmora

@@ -24,6 +24,8 @@
 namespace velmora {
 
 inline constexpr char kCacheFile[] = "VelmoraUpdate.cvc";
+// Where the file is kept while it must not be believed.
+inline constexpr char kCacheFileAside[] = "_VelmoraUpdate.cvc";
 
 // The longest line that is read, line end not counted. A longer one ends the reading.
 inline constexpr std::size_t kMaxCacheLine = 255;
@@ -38,9 +40,8 @@ class VerifiedRecords {
   void Add(const FileRecord& record);
   // Replaces it.
   void Put(const FileRecord& record);
-  void Erase(std::string_view path);
   void Clear();
-  [[nodiscard]] std::size_t Count() const { return count_; }
+  [[nodiscard]] std::size_t Count() const { return entries_.size(); }
   [[nodiscard]] std::vector<const PackedRecord*> InOrder() const;
 
  private:
@@ -56,9 +57,8 @@ class VerifiedRecords {
   void Grow();
 
   Arena memory_;
-  std::vector<const PackedRecord*> entries_;  // null: erased, though its slot stays taken
-  std::vector<Slot> slots_;                   // a power of two, at most half of them taken
-  std::size_t count_ = 0;
+  std::vector<const PackedRecord*> entries_;
+  std::vector<Slot> slots_;  // a power of two, at most half of them taken
 };
 
 extern VerifiedRecords VerifyCache;
@@ -80,7 +80,17 @@ void SaveVerifyCache();
 // Enters the record, or refreshes the entry of its path.
 void RememberVerified(const FileRecord& record);
 
-// Takes back what is remembered of the record's path, for a file that was just spoilt.
-void ForgetVerified(const FileRecord& record);
+// Whether the cache holds an entry for the path, whatever it says.
+[[nodiscard]] bool HasVerifiedEntry(const std::string& path);
+
+// Refreshes the entry of a file that was just spoilt, if it has one, so that no record equals it.
+void DistrustFile(const std::string& path);
+
+// While a file that has an entry is written in place, the cache's file stands aside: should the
+// process or the machine end meanwhile, nothing vouches for any file. False if it can't be put
+// aside; it then stands where it was.
+[[nodiscard]] bool SetCacheFileAside();
+void BringCacheFileBack();
+void DiscardCacheFileAside();
 
 }  // namespace velmora

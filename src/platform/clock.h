@@ -1,4 +1,4 @@
-// Time, as the log's stamps and the choice of a mirror need it. Safe from any thread.
+// Time, as the log's stamps, the choice of a mirror and repeated attempts need it. Safe from any thread.
 #pragma once
 
 #include <cstdint>
@@ -18,5 +18,8 @@ struct LocalTime {
 
 // Milliseconds since some moment in the past; wraps around.
 [[nodiscard]] std::uint32_t TickCount();
+
+// Lets others have the processor for a while.
+void Pause(std::uint32_t milliseconds);
 
 }  // namespace velmora::platform

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 
 namespace velmora::platform {
@@ -33,12 +34,25 @@ namespace velmora::platform {
 // the program of a running process.
 [[nodiscard]] bool CopyFileOver(const std::string& from, const std::string& to);
 
-// Gives the file `from` the place of `to`, in one step: at every moment, even if the process is
-// killed, one of them stands there whole. What may be done with the old file may be done with the
-// new one. False if the system has something against it, as if `to` is read-only, held open, the
-// program of a running process, a link, of several names, or on another volume; both are then as
-// they were.
+// Gives the file `from` the place of `to`: at every moment, even if the process is killed, the name
+// leads to one of them whole, or for an instant to none. The new file takes over what the old one
+// had of its own: owner and rights, extended attributes; on Windows access list, attributes and
+// streams. False if the system has something against it, as if `to` is read-only, hidden, a system
+// file, held open, the program of a running process, a link, of several names, or on another
+// volume; both are then as they were.
 [[nodiscard]] bool MoveFileOver(const std::string& from, const std::string& to);
+
+// Whether an existing file can be opened for writing, which doesn't change it.
+[[nodiscard]] bool CanBeWritten(const std::string& path);
+
+// Whether a failure of that code may pass by itself within moments, as when a virus scanner holds a
+// file open. Never where an open file is in nobody's way.
+[[nodiscard]] bool IsHeldByAnother(std::int32_t code);
+
+// Returns when every file that was closed, and then moved by MoveFileOver, in one of the
+// directories would survive a loss of power, its name and what it holds. Each directory is given
+// with its last backslash; the working directory is "". False if the system can't promise it.
+[[nodiscard]] bool FlushFolders(const std::set<std::string>& directories);
 
 // Creates every directory that `path` names in front of its last backslash. True when they exist
 // afterwards, which holds at once for a path without a backslash.
@@ -71,7 +85,7 @@ class InputFile {
 class OutputFile {
  public:
   enum class Mode {
-    kReplace,  // created, or cut to length zero
+    kReplace,  // created, or cut to length zero; fails for a hidden or system file
     kAppend,   // created if missing; every write goes to the end in one piece
   };
 
@@ -83,6 +97,9 @@ class OutputFile {
   [[nodiscard]] bool IsOpen() const;
   // True when all `size` bytes were taken. A full disk gives false, and part of them may stand.
   [[nodiscard]] bool Write(const void* data, std::size_t size);
+  // Returns when what was written would survive a loss of power; false if the system failed to do
+  // that.
+  [[nodiscard]] bool Flush();
   // Closes the file before the destructor does, and says whether the system kept all of it.
   bool Close();
 

@@ -59,9 +59,6 @@ void StartSuccessor(const std::string& file, const std::string& directory,
 void LaunchProgram(const std::string& file, const std::optional<std::string>& directory,
                    const std::string& parameters);
 
-// Lets other processes have the processor for a while.
-void Pause(std::uint32_t milliseconds);
-
 // Ends the process at once, with whatever threads it has; no destructor runs.
 [[noreturn]] void EndProcess(int exitCode);
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/processes.h"
 #include "settings/mirror_selection.h"

@@ -20,12 +20,6 @@ namespace fs = std::filesystem;
 constexpr char kProgram[] = "velmoraupdate.exe";
 constexpr char kSettings[] = "velmoraupdate.dat";
 constexpr char kRedirection[] = "enable.cdn";
-constexpr std::array<const char*, 4> kWritten = {"velmoraupdate.cvc", "session.log",
-                                                 "_velmoraupdate.exe", "_velmoraupdate.new"};
-
-bool IsWrittenByPatcher(const std::string& folded) {
-  return std::find(kWritten.begin(), kWritten.end(), folded) != kWritten.end();
-}
 
 bool IsPatchers(const FileRecord& record) {
   return record.path.find(kUpdateMarker) != std::string::npos;
@@ -63,7 +57,7 @@ void CheckFoldersOf(const ListedRecord& listed, const ByFolded& files, Findings&
 void CheckPatchersOwn(const ListedRecord& listed, Findings& findings) {
   const std::string& path = listed.record.path;
   const auto holds = [&path](const char* part) { return path.find(part) != std::string::npos; };
-  if (IsWrittenByPatcher(listed.folded)) {
+  if (IsPatchersOwn(listed.folded)) {
     findings.Add(605, listed.line, path);
   } else if (listed.folded == kSettings) {
     if (!holds("./VelmoraUpdate.dat")) findings.Add(601, listed.line, path);
@@ -109,7 +103,7 @@ std::string TreePath(const fs::path& file, const fs::path& root) {
 }
 
 bool IsPatchersOwnFile(const std::string& folded) {
-  return folded == kProgram || folded == kSettings || IsWrittenByPatcher(folded);
+  return folded == kProgram || folded == kSettings || IsPatchersOwn(folded);
 }
 
 }  // namespace
@@ -138,7 +132,7 @@ void CheckRemovals(const ListedRecords& records, Findings& findings) {
   }
   CheckListedFiles(records, findings);
   for (const char* own : {kProgram, kSettings}) CheckPatchersFile(own, 503, records, findings);
-  for (const char* written : kWritten) CheckPatchersFile(written, 504, records, findings);
+  for (const char* own : kPatchersOwnInRoot) CheckPatchersFile(own, 504, records, findings);
 }
 
 void CheckClients(const ListedRecords& records, Findings& findings) {

@@ -78,6 +78,12 @@ std::vector<std::string_view> FoldersAbove(std::string_view playersPath) {
   return folders;
 }
 
+bool IsPatchersOwn(std::string_view playersPath) {
+  const auto& inRoot = kPatchersOwnInRoot;
+  return std::find(inRoot.begin(), inRoot.end(), playersPath) != inRoot.end() ||
+         PathElements(playersPath).back() == "_velmoraupdate.new";
+}
+
 bool NamesDevice(std::string_view element) {
   static constexpr std::array<std::string_view, 6> kDevices = {"con", "prn",    "aux",
                                                                "nul", "conin$", "conout$"};

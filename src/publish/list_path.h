@@ -3,6 +3,7 @@
 // nothing, and capitals aren't told from small letters. Pure; safe from any thread.
 #pragma once
 
+#include <array>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,16 @@ namespace velmora::publish {
 
 // Of a path that PlayersPath gave: the folders on its way, the outermost first.
 [[nodiscard]] std::vector<std::string_view> FoldersAbove(std::string_view playersPath);
+
+// The files that patchers write, run or remove themselves in the root of the installation, as
+// PlayersPath gives them.
+inline constexpr std::array<const char*, 6> kPatchersOwnInRoot = {
+    "session.log",        "velmoraupdate.cvc",   "_velmoraupdate.cvc",
+    "_velmoraupdate.exe", "_velmoraupdate.dirs", "_velmoraupdate.new"};
+
+// Whether patchers write, run or remove a file of this path, which PlayersPath gave, themselves: a
+// published one would never stay as it is.
+[[nodiscard]] bool IsPatchersOwn(std::string_view playersPath);
 
 // Whether a name means a device on Windows, which it does in every folder and with any extension.
 [[nodiscard]] bool NamesDevice(std::string_view element);

@@ -7,9 +7,7 @@
 #include <system_error>
 
 #include "base/text.h"
-#include "engine/download.h"
 #include "engine/reference_list.h"
-#include "engine/verify_cache.h"
 #include "platform/url.h"
 #include "publish/list_path.h"
 #include "publish/publish_error.h"
@@ -24,11 +22,6 @@ namespace fs = std::filesystem;
 constexpr char kSettingsFile[] = "VelmoraUpdate.dat";
 constexpr char kProgramFile[] = "VelmoraUpdate.exe";
 constexpr char kSettingsListPath[] = "./VelmoraUpdate.dat";
-
-// What a patcher writes or runs itself in the root: a published file of such a name would never
-// stay as it is.
-constexpr std::array<std::string_view, 4> kPatchersOwn = {kCacheFile, "session.log",
-                                                          "_VelmoraUpdate.exe", kUnfinishedFile};
 
 constexpr std::uint64_t kLargestFile = std::numeric_limits<std::int32_t>::max();
 constexpr std::size_t kMaxRequestPath = 259;
@@ -49,14 +42,6 @@ bool EndsInHalfCharacter(const std::string& name) {
 }
 
 bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
-
-// Players' systems don't tell capitals from small letters.
-bool IsPatchersOwn(std::string_view path) {
-  const std::string playersPath = PlayersPath(path);
-  return std::any_of(
-      kPatchersOwn.begin(), kPatchersOwn.end(),
-      [&playersPath](std::string_view own) { return PlayersPath(own) == playersPath; });
-}
 
 bool IsMisspelled(const std::string& listPath) {
   const std::string path = PlayersPath(listPath);
@@ -155,7 +140,7 @@ std::string ReasonAgainst(const std::string& listPath, std::uint64_t size) {
   if (IsMisspelled(listPath)) {
     return "patchers start anew for VelmoraUpdate.exe and VelmoraUpdate.dat in this spelling alone";
   }
-  if (IsPatchersOwn(listPath)) return "a patcher has a file of this name of its own";
+  if (IsPatchersOwn(PlayersPath(listPath))) return "a patcher has a file of this name of its own";
   if (size > kLargestFile) return "it has 2 GiB or more";
   return {};
 }

@@ -19,4 +19,10 @@ std::uint32_t TickCount() {
   return static_cast<std::uint32_t>(milliseconds);
 }
 
+void Pause(std::uint32_t milliseconds) {
+  timespec wait{static_cast<time_t>(milliseconds / 1000),
+                static_cast<long>(milliseconds % 1000) * 1000000};
+  nanosleep(&wait, nullptr);
+}
+
 }  // namespace velmora::platform

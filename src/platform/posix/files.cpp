@@ -4,15 +4,18 @@
 #include <fcntl.h>
 #include <strings.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "base/text.h"
+#include "platform/posix/disk_sync.h"
 #include "platform/posix/native_path.h"
 
 namespace velmora::platform {
@@ -64,7 +67,7 @@ bool IsNativeDirectory(const std::string& native) {
 
 // The system refuses to write a running program but not to unlink it, so asking for the one tells
 // whether to do the other.
-bool CanBeWritten(const std::string& native, const struct stat& status) {
+bool IsFreeToChange(const std::string& native, const struct stat& status) {
   if (IsReadOnly(status)) {
     errno = EACCES;
     return false;
@@ -72,6 +75,38 @@ bool CanBeWritten(const std::string& native, const struct stat& status) {
   const int file = OpenNative(native, O_WRONLY | O_NOFOLLOW);
   if (file == kNoFile) return false;
   close(file);
+  return true;
+}
+
+// The names of a file's extended attributes, each with a NUL byte after it.
+bool ListAttributes(const std::string& native, std::string& names) {
+  const ssize_t size = llistxattr(native.c_str(), nullptr, 0);
+  if (size <= 0) return size == 0 || errno == ENOTSUP;
+  names.resize(static_cast<std::size_t>(size));
+  const ssize_t listed = llistxattr(native.c_str(), names.data(), names.size());
+  names.resize(static_cast<std::size_t>(std::max<ssize_t>(listed, 0)));
+  return listed >= 0;
+}
+
+std::optional<std::string> Attribute(const std::string& native, const char* name) {
+  std::string value(std::size_t{1} << 16, '\0');  // the most that the system allows
+  const ssize_t size = lgetxattr(native.c_str(), name, value.data(), value.size());
+  if (size < 0) return std::nullopt;
+  value.resize(static_cast<std::size_t>(size));
+  return value;
+}
+
+// Access lists are among them. One that the system has given both files, such as a label, isn't
+// written again, for which a user may have no right.
+bool CopyAttributes(const std::string& from, const std::string& to) {
+  std::string names;
+  if (!ListAttributes(from, names)) return false;
+  for (const char* name = names.c_str(); *name != '\0'; name += std::strlen(name) + 1) {
+    const auto value = Attribute(from, name);
+    if (!value) return false;
+    if (Attribute(to, name) == value) continue;
+    if (lsetxattr(to.c_str(), name, value->data(), value->size(), 0) != 0) return false;
+  }
   return true;
 }
 
@@ -90,10 +125,11 @@ bool TakeRightsOver(const std::string& source, const std::string& target) {
     errno = EEXIST;
     return false;
   }
-  if (!CanBeWritten(target, before)) return false;
+  if (!IsFreeToChange(target, before)) return false;
   const bool sameOwner = now.st_uid == before.st_uid && now.st_gid == before.st_gid;
   return (sameOwner || chown(source.c_str(), before.st_uid, before.st_gid) == 0) &&
-         (now.st_mode == before.st_mode || chmod(source.c_str(), before.st_mode & 07777) == 0);
+         (now.st_mode == before.st_mode || chmod(source.c_str(), before.st_mode & 07777) == 0) &&
+         CopyAttributes(target, source);
 }
 
 int OpenRegularFile(const std::string& native, std::uint32_t& size) {
@@ -162,7 +198,7 @@ bool RemoveFile(const std::string& path) {
   const std::string native = NativePath(path);
   struct stat status {};
   if (lstat(native.c_str(), &status) != 0) return Remember(false);
-  if (S_ISREG(status.st_mode) && !CanBeWritten(native, status)) return Remember(false);
+  if (S_ISREG(status.st_mode) && !IsFreeToChange(native, status)) return Remember(false);
   return Remember(unlink(native.c_str()) == 0);
 }
 
@@ -208,6 +244,32 @@ bool MoveFileOver(const std::string& from, const std::string& to) {
   const std::string source = NativePath(from);
   const std::string target = NativePath(to);
   return Remember(TakeRightsOver(source, target) && rename(source.c_str(), target.c_str()) == 0);
+}
+
+bool CanBeWritten(const std::string& path) {
+  const int file = OpenNative(NativePath(path), O_WRONLY);
+  if (!Remember(file != kNoFile)) return false;
+  std::int64_t size = 0;
+  const bool may = Remember(MayBeWritten(file, size));
+  close(file);
+  return may;
+}
+
+// Here an open file can be replaced and removed.
+bool IsHeldByAnother(std::int32_t) { return false; }
+
+// One call for each file system, whatever number of files it is about.
+bool FlushFolders(const std::set<std::string>& directories) {
+  std::set<dev_t> flushed;
+  bool result = true;
+  for (const std::string& directory : directories) {
+    const std::string native = directory.empty() ? "." : NativePath(directory);
+    struct stat status {};
+    if (stat(native.c_str(), &status) != 0) continue;  // removed since
+    if (!flushed.insert(status.st_dev).second) continue;
+    if (!Remember(SyncFileSystem(native))) result = false;
+  }
+  return result;
 }
 
 bool MakeDirectoriesOf(const std::string& path) {
@@ -263,6 +325,8 @@ bool OutputFile::Write(const void* data, std::size_t size) {
   }
   return IsOpen();
 }
+
+bool OutputFile::Flush() { return Remember(fsync(Descriptor(file_)) == 0); }
 
 bool OutputFile::Close() {
   // The descriptor is gone even if the system then says that it lost something.

@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/clock.h"
 #include "platform/posix/native_path.h"
 #include "platform/posix/terminal_text.h"
 
@@ -264,12 +265,6 @@ void LaunchProgram(const std::string& file, const std::optional<std::string>& di
     while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }
   }
-}
-
-void Pause(std::uint32_t milliseconds) {
-  timespec wait{static_cast<time_t>(milliseconds / 1000),
-                static_cast<long>(milliseconds % 1000) * 1000000};
-  nanosleep(&wait, nullptr);
 }
 
 void EndProcess(int exitCode) {

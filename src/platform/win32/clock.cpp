@@ -12,4 +12,6 @@ LocalTime CurrentLocalTime() {
 
 std::uint32_t TickCount() { return GetTickCount(); }
 
+void Pause(std::uint32_t milliseconds) { Sleep(milliseconds); }
+
 }  // namespace velmora::platform

@@ -53,7 +53,19 @@ std::intptr_t OpenToRead(const std::string& path) {
                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
+// What an attribute keeps from being written: the call that replaces a file fails for these, as far
+// as the system looks at them by itself.
+bool IsProtected(DWORD attributes) {
+  constexpr DWORD kProtects =
+      FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kProtects) != 0;
+}
+
 std::intptr_t OpenToReplace(const std::string& path) {
+  if (IsProtected(GetFileAttributesA(path.c_str()))) {
+    Fail(ERROR_ACCESS_DENIED);
+    return kNoFile;
+  }
   return OnlyDiskFile(CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                                   CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
@@ -90,6 +102,51 @@ bool HasOtherNames(const std::string& path) {
   const bool told = GetFileInformationByHandle(file, &information) != FALSE;
   CloseHandle(file);
   return told && information.nNumberOfLinks > 1;
+}
+
+// A file system journals its names and not what files hold, so that goes to the disk first.
+bool FlushFile(const std::string& path) {
+  const HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (!Remember(file != INVALID_HANDLE_VALUE)) return false;
+  const bool flushed = Remember(FlushFileBuffers(file) != FALSE);
+  CloseHandle(file);
+  return flushed;
+}
+
+// The path with its last element as the file has it on disk: a list may spell it otherwise.
+std::string AsOnDisk(const std::string& path) {
+  WIN32_FIND_DATAA found{};
+  const HANDLE search = FindFirstFileA(path.c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return path;
+  FindClose(search);
+  const std::string name = found.cFileName;
+  if (name.find('?') != std::string::npos) return path;  // not all of it is in the code page
+  const auto* last = PathFindFileNameA(path.c_str());
+  return path.substr(0, static_cast<std::size_t>(last - path.c_str())) + name;
+}
+
+// Whether somebody keeps the file from being replaced. Asked first, since Wine's replacement leaves
+// a temporary file behind each failure.
+bool CanBeReplaced(const std::string& path) {
+  const HANDLE file = CreateFileA(path.c_str(), GENERIC_READ | DELETE,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (!Remember(file != INVALID_HANDLE_VALUE)) return false;
+  CloseHandle(file);
+  return true;
+}
+
+// Keeps what the old file had of its own. On a volume that has no such things a plain move does;
+// and should this fail between its own two steps, the old file is gone and the move is due.
+bool ReplaceExisting(const std::string& from, const std::string& to) {
+  if (!CanBeReplaced(to)) return false;
+  if (ReplaceFileA(AsOnDisk(to).c_str(), from.c_str(), nullptr, 0, nullptr, nullptr)) return true;
+  const DWORD reason = GetLastError();
+  const bool isMoveDue = reason == ERROR_UNABLE_TO_MOVE_REPLACEMENT ||
+                         reason == ERROR_INVALID_FUNCTION || reason == ERROR_NOT_SUPPORTED;
+  if (!isMoveDue) return Fail(reason);
+  return Remember(MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE);
 }
 
 // Everything in front of the last backslash, with it; empty if there is none.
@@ -130,10 +187,42 @@ bool RemoveFile(const std::string& path) {
 bool MoveFileOver(const std::string& from, const std::string& to) {
   const DWORD attributes = GetFileAttributesA(to.c_str());
   const bool exists = attributes != INVALID_FILE_ATTRIBUTES;
-  if (exists && (attributes & FILE_ATTRIBUTE_READONLY) != 0) return Fail(ERROR_ACCESS_DENIED);
+  // These don't pass by waiting, unlike what the system denies.
+  if (exists && (IsProtected(attributes) || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)) {
+    return Fail(ERROR_NOT_SUPPORTED);
+  }
   if (exists && (IsLink(to) || HasOtherNames(to))) return Fail(ERROR_ALREADY_EXISTS);
-  return Remember(MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE);
+  if (!FlushFile(from)) return false;
+  if (exists) return ReplaceExisting(from, to);
+  return Remember(MoveFileExA(from.c_str(), to.c_str(), 0) != FALSE);
 }
+
+bool CanBeWritten(const std::string& path) {
+  if (IsProtected(GetFileAttributesA(path.c_str()))) return Fail(ERROR_ACCESS_DENIED);
+  const HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (!Remember(file != INVALID_HANDLE_VALUE)) return false;
+  CloseHandle(file);
+  return true;
+}
+
+bool IsHeldByAnother(std::int32_t code) {
+  switch (static_cast<DWORD>(code)) {
+    case ERROR_ACCESS_DENIED:
+    case ERROR_SHARING_VIOLATION:
+    case ERROR_LOCK_VIOLATION:
+    case ERROR_USER_MAPPED_FILE:
+    case ERROR_UNABLE_TO_REMOVE_REPLACED:
+    case ERROR_UNABLE_TO_MOVE_REPLACEMENT:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Each file was flushed before it was moved, and the system keeps the order of its changes of
+// names.
+bool FlushFolders(const std::set<std::string>&) { return true; }
 
 bool RemoveEmptyDirectory(const std::string& path) {
   return Remember(RemoveDirectoryA(path.c_str()) != FALSE);
@@ -180,6 +269,8 @@ bool OutputFile::Write(const void* data, std::size_t size) {
   if (!Remember(taken != FALSE)) return false;
   return count == size || Fail(ERROR_DISK_FULL);
 }
+
+bool OutputFile::Flush() { return Remember(FlushFileBuffers(HandleOf(file_)) != FALSE); }
 
 bool OutputFile::Close() { return CloseIfOpen(std::exchange(file_, kNoFile)); }
 

@@ -161,8 +161,6 @@ void LaunchProgram(const std::string& file, const std::optional<std::string>& di
         parameters.c_str());
 }
 
-void Pause(std::uint32_t milliseconds) { Sleep(milliseconds); }
-
 void EndProcess(int exitCode) { ExitProcess(static_cast<UINT>(exitCode)); }
 
 }  // namespace velmora::platform

@@ -132,6 +132,18 @@ TEST_F(HostileFiles, HeldFileIsToldAndWaitedFor) {
   RunBringsIntoLine({{"held", "new"}, {"shared", "new"}});
 }
 
+TEST_F(HostileFiles, HiddenFileIsNotWritten) {
+  for (const DWORD attribute : {FILE_ATTRIBUTE_HIDDEN, FILE_ATTRIBUTE_SYSTEM}) {
+    WriteFile("d/hidden", "the player's choice");
+    ASSERT_TRUE(SetFileAttributesA("d\\hidden", attribute));
+    Publish({{"d\\hidden", "new"}});
+    RunIsStoppedBy("d\\hidden");
+    EXPECT_EQ(FilesHere(), (Files{{"d/hidden", "the player's choice"}}));
+    ASSERT_TRUE(SetFileAttributesA("d\\hidden", FILE_ATTRIBUTE_NORMAL));
+    RunBringsIntoLine({{"d/hidden", "new"}});
+  }
+}
+
 // Another program opens a file for a moment, and shares it with nobody.
 TEST_F(HostileFiles, ScannerIsWaitedFor) {
   WriteFile("d/file", "old");

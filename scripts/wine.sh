@@ -2,6 +2,7 @@
 # Runs a Windows program under Wine as a Japanese user of Windows would: code page 932, an X display,
 # and a prefix of the project's own. Usage: wine.sh PROGRAM ARGUMENTS...
 #
+# Wine takes code page and language from the locale; VELMORA_WINE_LOCALE names another one.
 # A display that is there is used (DISPLAY); otherwise a virtual one with a window manager is started
 # for the program's time.
 set -euo pipefail
@@ -11,7 +12,7 @@ export WINEPREFIX=${VELMORA_WINEPREFIX:-$root/build/wine/prefix}
 export WINEDEBUG=${WINEDEBUG:--all}
 # No HTML engine and no .NET are looked for, so that nothing asks to install them.
 export WINEDLLOVERRIDES=mscoree,mshtml=
-export LC_ALL=ja_JP.UTF-8
+export LC_ALL=${VELMORA_WINE_LOCALE:-ja_JP.UTF-8}
 
 if [[ -z ${DISPLAY:-} ]]; then
   exec xvfb-run -a -s '-screen 0 1280x1024x24' "$0" --managed "$@"

@@ -71,7 +71,9 @@ int LaunchInstalled(const platform::NamedMutex& mutex) {
 // as after a restart was asked: that spares the next start from hashing everything again.
 void RunDialog() {
   platform::RunUpdateDialog(UpdateDialogHandlers());
-  if (!HasDialogClosed()) platform::DestroyHiddenWindow();
+  // In any case: a dialog that couldn't be built hasn't told the window, and what a closed one told
+  // may be lost, if something took the quit message.
+  platform::CloseHiddenWindow();
   platform::PumpUntilQuit();
   if (RestartRequested != 0) {
     WaitForRunEnd();

@@ -18,8 +18,6 @@ constexpr int kServed = 0;
 constexpr int kNotStarted = -1;
 constexpr int kEndedByClose = 1;
 
-bool dialogClosed = false;
-
 void OnOpened() {
   if (!HasScreenshots()) platform::EnableControl(Control::kScreenshotsButton, false);
   if (!HasDxDiag()) platform::EnableControl(Control::kDirectXButton, false);
@@ -74,7 +72,6 @@ int OnCommand(int control) {
 
 void OnClose() {
   LogMessage("Destroying Window : \n");
-  dialogClosed = true;
   platform::EndUpdateDialog(kEndedByClose);
   platform::DestroyHiddenWindow();
 }
@@ -88,7 +85,5 @@ platform::DialogHandlers UpdateDialogHandlers() {
           .destroyed = CloseInformationPane,
           .runInProgress = IsRunInProgress};
 }
-
-bool HasDialogClosed() { return dialogClosed; }
 
 }  // namespace velmora

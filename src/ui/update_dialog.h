@@ -9,7 +9,4 @@ namespace velmora {
 // run failed.
 [[nodiscard]] platform::DialogHandlers UpdateDialogHandlers();
 
-// Whether the dialog ended by its close handler, which tells the hidden window.
-[[nodiscard]] bool HasDialogClosed();
-
 }  // namespace velmora

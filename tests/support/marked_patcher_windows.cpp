@@ -1,5 +1,5 @@
 // A patcher of another edition: the same program, which also leaves a line in the file
-// "edition.txt" for each process of it.
+// "edition.txt" for each process of it. Something in it takes all quit messages.
 #include <windows.h>
 
 #include <fstream>
@@ -8,9 +8,16 @@
 #include "platform/win32/instance.h"
 #include "process/entry.h"
 
+LRESULT CALLBACK TakeQuit(int code, WPARAM wParam, LPARAM lParam) {
+  auto& message = *reinterpret_cast<MSG*>(lParam);
+  if (message.message == WM_QUIT) message.message = WM_NULL;
+  return CallNextHookEx(nullptr, code, wParam, lParam);
+}
+
 int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR commandLine, int) {
   std::ofstream("edition.txt", std::ios::app | std::ios::binary)
       << "next edition: " << commandLine << "\n";
+  SetWindowsHookExW(WH_GETMESSAGE, TakeQuit, nullptr, GetCurrentThreadId());
   velmora::platform::SetProgramInstance(instance);
   velmora::platform::EndProcess(velmora::RunProgram(commandLine));
 }

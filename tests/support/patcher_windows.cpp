@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/win32/wide_text.h"
+
 namespace velmora::test {
 namespace {
 
@@ -18,18 +20,18 @@ constexpr DWORD kPause = 20;
 
 LRESULT Ask(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
   DWORD_PTR result = 0;
-  if (SendMessageTimeoutA(window, message, wParam, lParam, SMTO_ABORTIFHUNG, kReplyPatience,
+  if (SendMessageTimeoutW(window, message, wParam, lParam, SMTO_ABORTIFHUNG, kReplyPatience,
                           &result) == 0) {
     return 0;
   }
   return static_cast<LRESULT>(result);
 }
 
-// GetWindowTextA knows only captions of another process's windows, the message knows all texts.
+// GetWindowTextW knows only captions of another process's windows, the message knows all texts.
 std::string TextOf(HWND window) {
-  std::array<char, 1024> text{};
+  std::array<wchar_t, 1024> text{};
   Ask(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
-  return text.data();
+  return platform::ReadableText(text.data());
 }
 
 std::string ClassOf(HWND window) {
@@ -194,6 +196,28 @@ bool PatcherDialog::WaitForClosed() const {
 }
 
 bool PatcherDialog::Click(int control) const { return ClickMiddleOf(Control(control)); }
+
+HWND PatcherDialog::Focus() const {
+  GUITHREADINFO info{};
+  info.cbSize = sizeof info;
+  GetGUIThreadInfo(GetWindowThreadProcessId(window_, nullptr), &info);
+  return info.hwndFocus;
+}
+
+bool PatcherDialog::Press(WPARAM key) const {
+  const HWND focus = Focus();
+  return focus != nullptr && PostMessageW(focus, WM_KEYDOWN, key, 0) != FALSE &&
+         PostMessageW(focus, WM_KEYUP, key, 0) != FALSE;
+}
+
+bool PatcherDialog::TabTo(int control) const {
+  constexpr int kTabs = 8;
+  for (int i = 0; i < kTabs && Focus() != Control(control); ++i) {
+    const HWND before = Focus();
+    if (!Press(VK_TAB) || !WaitUntil([&] { return Focus() != before; })) return false;
+  }
+  return Focus() == Control(control);
+}
 
 void PatcherDialog::Command(int control) const {
   PostMessageA(window_, WM_COMMAND, MAKEWPARAM(control, BN_CLICKED),

@@ -65,12 +65,17 @@ class PatcherDialog {
 
   // Presses the mouse button on a control and lets it go. False for one that a player can't press.
   bool Click(int control) const;
+  // Presses a key. False if no window has the focus.
+  [[nodiscard]] bool Press(WPARAM key) const;
+  // Moves the focus to a control as a player without a mouse does. False if it can't be reached.
+  [[nodiscard]] bool TabTo(int control) const;
   // The command of a button, for one that no player sees.
   void Command(int control) const;
   // What the cross in the title bar does.
   void Close() const;
 
  private:
+  [[nodiscard]] HWND Focus() const;
   [[nodiscard]] HWND Control(int number) const { return GetDlgItem(window_, number); }
 
   HWND window_ = nullptr;

@@ -23,6 +23,7 @@ constexpr char kHostClass[] = "AtlAxWin71";
 
 UINT getHostMessage = 0;
 UINT getControlMessage = 0;
+ATOM hostClass = 0;
 
 // COM's interfaces have no virtual destructors. Objects end by Release and by nothing else.
 #pragma GCC diagnostic push
@@ -339,12 +340,17 @@ HRESULT ControlHost::FilterDataObject(IDataObject*, IDataObject** filtered) {
 
 // The host window. It holds one reference to its host object.
 
-LRESULT CALLBACK HostWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+// Other modules may have classes of the same name, and the name alone makes the atom.
+bool IsHostWindow(HWND window) {
+  const auto program = reinterpret_cast<ULONG_PTR>(GetModuleHandleA(nullptr));
+  return GetClassLongPtrA(window, GCW_ATOM) == hostClass &&
+         GetClassLongPtrA(window, GCLP_HMODULE) == program;
+}
 
-// The host of a window; null for a window of another class, and for one without a host.
+// The host of a window; null for a window of another class, and for one without a host. The
+// window's procedure says nothing: a tool may have put its own in front.
 ControlHost* HostOf(HWND window) {
-  const auto procedure = reinterpret_cast<LONG_PTR>(HostWindowProc);
-  if (GetWindowLongPtrA(window, GWLP_WNDPROC) != procedure) return nullptr;
+  if (!IsHostWindow(window)) return nullptr;
   return reinterpret_cast<ControlHost*>(GetWindowLongPtrA(window, GWLP_USERDATA));
 }
 
@@ -425,20 +431,20 @@ LRESULT CALLBACK HostWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM
 }
 
 void RegisterHostClass() {
-  WNDCLASSEXA hostClass = {};
-  hostClass.cbSize = sizeof hostClass;
+  WNDCLASSEXA description = {};
+  description.cbSize = sizeof description;
   const HINSTANCE instance = GetModuleHandleA(nullptr);
-  if (GetClassInfoExA(instance, kHostClass, &hostClass)) return;
+  if (GetClassInfoExA(instance, kHostClass, &description)) return;
 
-  hostClass = {};
-  hostClass.cbSize = sizeof hostClass;
-  hostClass.style = CS_DBLCLKS;
-  hostClass.lpfnWndProc = HostWindowProc;
-  hostClass.hInstance = instance;
-  hostClass.hCursor = LoadCursorA(nullptr, IDC_ARROW);
-  hostClass.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_WINDOW + 1);
-  hostClass.lpszClassName = kHostClass;
-  RegisterClassExA(&hostClass);
+  description = {};
+  description.cbSize = sizeof description;
+  description.style = CS_DBLCLKS;
+  description.lpfnWndProc = HostWindowProc;
+  description.hInstance = instance;
+  description.hCursor = LoadCursorA(nullptr, IDC_ARROW);
+  description.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_WINDOW + 1);
+  description.lpszClassName = kHostClass;
+  hostClass = RegisterClassExA(&description);
 }
 
 // Keys. The dialog manager would keep Tab, Enter and the arrows for itself, so a filter lets a
@@ -460,7 +466,7 @@ bool TakeKeyOfControl(MSG& message) {
   // press the dialog's default button. Characters pass, the dialog manager has no use for them.
   if (message.message != WM_KEYDOWN || message.wParam == VK_TAB) return false;
   TranslateMessage(&message);
-  DispatchMessageA(&message);
+  DispatchMessageW(&message);
   return true;
 }
 
@@ -473,7 +479,7 @@ LRESULT CALLBACK FilterMessage(int code, WPARAM wParam, LPARAM lParam) {
 class KeyFilter {
  public:
   KeyFilter()
-      : hook_(SetWindowsHookExA(WH_MSGFILTER, FilterMessage, nullptr, GetCurrentThreadId())) {}
+      : hook_(SetWindowsHookExW(WH_MSGFILTER, FilterMessage, nullptr, GetCurrentThreadId())) {}
   ~KeyFilter() {
     if (hook_ != nullptr) UnhookWindowsHookEx(hook_);
   }
@@ -561,7 +567,7 @@ const WORD* LoadTemplate(HINSTANCE instance, WORD number) {
 INT_PTR ShowDialog(HINSTANCE instance, const WORD* dialog, HWND owner, DLGPROC procedure,
                    LPARAM parameter) {
   const KeyFilter filter;
-  return DialogBoxIndirectParamA(instance, reinterpret_cast<const DLGTEMPLATE*>(dialog), owner,
+  return DialogBoxIndirectParamW(instance, reinterpret_cast<const DLGTEMPLATE*>(dialog), owner,
                                  procedure, parameter);
 }
 

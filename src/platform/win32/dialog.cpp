@@ -10,12 +10,16 @@
 #include "platform/win32/control_host.h"
 #include "platform/win32/dialog.h"
 #include "platform/win32/instance.h"
+#include "platform/win32/wide_text.h"
 
 namespace velmora::platform {
 namespace {
 
 constexpr WORD kDialogTemplate = 101;
 constexpr WORD kProgramIcon = 146;
+
+// Tells the dialog that the control whose window is the wParam is about to be disabled.
+constexpr UINT kBeforeDisabling = WM_APP;
 
 // Set once, read by the worker as well. It keeps its value when the window has gone, and all calls
 // with it then fail without harm.
@@ -28,6 +32,15 @@ HWND ControlWindow(Control control) { return GetDlgItem(dialogWindow, static_cas
 void SendToBar(Control bar, UINT message, std::int32_t wParam, std::int32_t lParam) {
   SendDlgItemMessageA(dialogWindow, static_cast<int>(bar), message, static_cast<WPARAM>(wParam),
                       lParam);
+}
+
+void SetText(Control control, const std::string& text) {
+  SetWindowTextW(ControlWindow(control), WideText(text).c_str());
+}
+
+// A disabled control loses the focus to nobody, and from then on no key reaches the dialog.
+void MoveFocusOnFrom(HWND control) {
+  if (GetFocus() == control) SendMessageW(dialogWindow, WM_NEXTDLGCTL, 0, FALSE);
 }
 
 INT_PTR CALLBACK UpdateDialogProc(HWND window, UINT message, WPARAM wParam, LPARAM) {
@@ -43,6 +56,9 @@ INT_PTR CALLBACK UpdateDialogProc(HWND window, UINT message, WPARAM wParam, LPAR
       return TRUE;
     case WM_DESTROY:
       dialogHandlers.destroyed();
+      return FALSE;
+    case kBeforeDisabling:
+      MoveFocusOnFrom(reinterpret_cast<HWND>(wParam));
       return FALSE;
     default:
       return FALSE;
@@ -73,9 +89,7 @@ void RegisterProgressBars() {
 
 HWND DialogWindow() { return dialogWindow; }
 
-void SetStatusText(const std::string& text) {
-  SetWindowTextA(ControlWindow(Control::kStatusLine), text.c_str());
-}
+void SetStatusText(const std::string& text) { SetText(Control::kStatusLine, text); }
 
 void SetBarRange(Control bar, std::int32_t lowest, std::int32_t highest) {
   SendToBar(bar, PBM_SETRANGE32, lowest, highest);
@@ -92,12 +106,13 @@ void MoveBarPosition(Control bar, std::int32_t difference) {
 void StepBar(Control bar) { SendToBar(bar, PBM_STEPIT, 0, 0); }
 
 void EnableControl(Control control, bool enable) {
-  EnableWindow(ControlWindow(control), enable ? TRUE : FALSE);
+  const HWND window = ControlWindow(control);
+  // The focus is a matter of the dialog's thread.
+  if (!enable) SendMessageW(dialogWindow, kBeforeDisabling, reinterpret_cast<WPARAM>(window), 0);
+  EnableWindow(window, enable ? TRUE : FALSE);
 }
 
-void SetButtonCaption(Control button, const std::string& text) {
-  SetWindowTextA(ControlWindow(button), text.c_str());
-}
+void SetButtonCaption(Control button, const std::string& text) { SetText(button, text); }
 
 void SetDialogIcon() {
   const HICON icon = LoadIconA(ProgramInstance(), MAKEINTRESOURCEA(kProgramIcon));
@@ -106,9 +121,9 @@ void SetDialogIcon() {
 }
 
 void ShowMessageBox(const std::string& text, const std::string& caption, std::uint32_t type) {
-  // No owner at all would be a good one to MessageBoxA, and the box would stand by itself.
+  // No owner at all would be a good one to MessageBoxW, and the box would stand by itself.
   if (!IsWindow(dialogWindow)) return;
-  MessageBoxA(dialogWindow, text.c_str(), caption.c_str(), type);
+  MessageBoxW(dialogWindow, WideText(text).c_str(), WideText(caption).c_str(), type);
 }
 
 void AskToClose() { SendMessageA(dialogWindow, WM_CLOSE, 0, 0); }

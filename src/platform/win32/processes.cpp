@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/win32/instance.h"
+#include "platform/win32/wide_text.h"
 
 namespace velmora::platform {
 
@@ -36,7 +37,7 @@ LRESULT CALLBACK HiddenWindowProc(HWND window, UINT message, WPARAM wParam, LPAR
 
 // Without a window nobody else would end PumpUntilQuit.
 void SendToHiddenWindow(UINT message) {
-  if (hiddenWindow == nullptr) {
+  if (!IsWindow(hiddenWindow)) {
     PostQuitMessage(0);
   } else {
     SendMessageA(hiddenWindow, message, 0, 0);
@@ -96,18 +97,22 @@ void CloseHiddenWindow() { SendToHiddenWindow(WM_CLOSE); }
 
 void DestroyHiddenWindow() { SendToHiddenWindow(WM_DESTROY); }
 
-// Whoever comes here has seen to the quit message, so there is nothing to sleep for.
+// Whoever comes here has seen to the quit message, so there is nothing to sleep for. Should
+// something in this process have taken it, the missing window says the same.
 void PumpUntilQuit() {
   MSG message{};
   while (message.message != WM_QUIT) {
-    if (!PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) continue;
-    TranslateMessage(&message);
-    DispatchMessageA(&message);
+    if (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
+      TranslateMessage(&message);
+      DispatchMessageA(&message);
+    } else if (!IsWindow(hiddenWindow)) {
+      return;
+    }
   }
 }
 
 void ShowStartBox(const std::string& text, const std::string& caption, std::uint32_t type) {
-  MessageBoxA(hiddenWindow, text.c_str(), caption.c_str(), type);
+  MessageBoxW(hiddenWindow, WideText(text).c_str(), WideText(caption).c_str(), type);
 }
 
 std::string ModulePath() {

@@ -3,7 +3,6 @@
 #include <openssl/evp.h>
 #include <zlib.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -12,7 +11,10 @@
 #include <random>
 #include <sstream>
 
-#include "base/text.h"
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  velmora::fuzz::CheckInput({reinterpret_cast<const char*>(data), size});
+  return 0;
+}
 
 namespace velmora::fuzz {
 
@@ -21,38 +23,31 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kLogFile[] = "session.log";
-constexpr char kMemory[] = "/dev/shm";
 
 // In memory if nothing else is asked for: a target writes some files for each input.
-fs::path PlaceForFolders() {
-  const bool isAsked = std::getenv("TMPDIR") != nullptr;
-  return isAsked || !fs::is_directory(kMemory) ? fs::temp_directory_path() : fs::path(kMemory);
-}
-
-class ScratchFolder {
- public:
-  ScratchFolder() : path_(PlaceForFolders()) {
-    path_ /= "velmora-fuzz-" + std::to_string(std::random_device()());
-    fs::create_directories(path_ / kLogFile);
-    fs::current_path(path_);
+struct ScratchFolder {
+  ScratchFolder() {
+    const bool isAsked = std::getenv("TMPDIR") != nullptr || !fs::is_directory("/dev/shm");
+    path = (isAsked ? fs::temp_directory_path() : fs::path("/dev/shm")) /
+           ("velmora-fuzz-" + std::to_string(std::random_device()()));
+    fs::create_directories(path / kLogFile);
+    fs::current_path(path);
   }
   ~ScratchFolder() {
     std::error_code ignored;
-    fs::current_path(path_.parent_path(), ignored);
-    fs::remove_all(path_, ignored);
+    fs::remove_all(path, ignored);
   }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-  static void Empty() {
-    for (const fs::directory_entry& entry : fs::directory_iterator(".")) {
-      if (entry.path().filename() != kLogFile) fs::remove_all(entry.path());
-    }
-  }
-
- private:
-  fs::path path_;
+  fs::path path;
 };
+
+std::string Compressed(std::string_view bytes) {
+  uLongf length = compressBound(static_cast<uLong>(bytes.size()));
+  std::string stream(length, '\0');
+  compress(reinterpret_cast<Bytef*>(stream.data()), &length,
+           reinterpret_cast<const Bytef*>(bytes.data()), static_cast<uLong>(bytes.size()));
+  stream.resize(length);
+  return stream;
+}
 
 }  // namespace
 
@@ -64,14 +59,9 @@ void Require(bool holds, std::string_view what, std::string_view detail) {
   std::abort();
 }
 
-std::string_view TextOf(const std::uint8_t* data, std::size_t size) {
-  return {reinterpret_cast<const char*>(data), size};
-}
-
 std::string_view TakeLine(std::string_view& rest) {
-  const std::size_t length = std::min(rest.find('\n'), rest.size());
-  const std::string_view line = rest.substr(0, length);
-  rest.remove_prefix(std::min(length + 1, rest.size()));
+  const std::string_view line = rest.substr(0, rest.find('\n'));
+  rest.remove_prefix(std::min(line.size() + 1, rest.size()));
   return line;
 }
 
@@ -81,33 +71,11 @@ std::vector<std::string_view> LinesOf(std::string_view text) {
   return lines;
 }
 
-Parts::Parts(std::string_view input) {
-  while (!input.empty()) {
-    const std::string_view line = TakeLine(input);
-    if (line.empty()) break;
-    const std::size_t blank = std::min(line.find(' '), line.size());
-    values_.emplace(line.substr(0, blank), line.substr(std::min(blank + 1, line.size())));
-  }
-  body_ = input;
-}
-
-std::string Parts::Value(std::string_view name) const {
-  const auto found = values_.find(name);
-  return found == values_.end() ? "" : found->second;
-}
-
-bool Parts::Has(std::string_view name) const { return values_.find(name) != values_.end(); }
-
-std::vector<std::int32_t> Parts::Numbers(std::string_view name) const {
-  std::istringstream words(Value(name));
-  std::vector<std::int32_t> numbers;
-  for (std::string word; words >> word;) numbers.push_back(ToNumber(word));
-  return numbers;
-}
-
 void EnterEmptyFolder() {
   static const ScratchFolder folder;
-  ScratchFolder::Empty();
+  for (const fs::directory_entry& entry : fs::directory_iterator(".")) {
+    if (entry.path().filename() != kLogFile) fs::remove_all(entry.path());
+  }
 }
 
 void WriteFile(const std::string& path, std::string_view bytes) {
@@ -131,15 +99,6 @@ std::string DigestLike(std::string_view reference, std::string_view bytes) {
   return text;
 }
 
-std::string Compressed(std::string_view bytes) {
-  uLongf length = compressBound(static_cast<uLong>(bytes.size()));
-  std::string stream(length, '\0');
-  compress(reinterpret_cast<Bytef*>(stream.data()), &length,
-           reinterpret_cast<const Bytef*>(bytes.data()), static_cast<uLong>(bytes.size()));
-  stream.resize(length);
-  return stream;
-}
-
 std::optional<std::string> Expanded(std::string_view stream, std::size_t limit, std::size_t& used) {
   z_stream state{};
   if (inflateInit(&state) != Z_OK) return std::nullopt;
@@ -154,6 +113,40 @@ std::optional<std::string> Expanded(std::string_view stream, std::size_t limit, 
   inflateEnd(&state);
   if (result != Z_STREAM_END || content.size() > limit) return std::nullopt;
   return content;
+}
+
+Delivery::Delivery(std::string_view input) {
+  while (!input.empty()) {
+    const std::string_view line = TakeLine(input);
+    if (line.empty()) break;
+    const std::size_t space = std::min(line.find(' '), line.size());
+    values.emplace(line.substr(0, space), line.substr(std::min(space + 1, line.size())));
+  }
+  const std::string content(input);
+  body = (Has("pack") ? Compressed(content) : content) + (Has("tail") ? values["tail"] : "");
+  const auto valueOr = [this](const std::string& name, const std::string& right) {
+    return !Has(name) || values[name] == "=" ? right : values[name];
+  };
+  const auto hash = [&](const std::string& name, const std::string& bytes) {
+    const bool isMd5 = Has(name) && values[name] == "md5";
+    return isMd5 ? DigestLike(std::string(32, ' '), bytes) : valueOr(name, DigestLike("", bytes));
+  };
+  record = {.path = valueOr("path", "file"),
+            .transferHash = hash("hash", body),
+            .transferSize = valueOr("size", std::to_string(body.size())),
+            .contentHash = hash("content-hash", content),
+            .contentSize = valueOr("content-size", std::to_string(content.size())),
+            .compressed = Has("compressed")};
+  status = valueOr("status", "200");
+  length = valueOr("length", std::to_string(body.size()));
+  if (length == "none") length.reset();
+}
+
+std::vector<std::int32_t> Delivery::Numbers(const std::string& name) {
+  std::istringstream words(Has(name) ? values[name] : "");
+  std::vector<std::int32_t> numbers;
+  for (std::string word; words >> word;) numbers.push_back(ToNumber(word));
+  return numbers;
 }
 
 }  // namespace velmora::fuzz

@@ -2,19 +2,11 @@
 // mutations of them, the same ones at every run.
 //
 //   replay MUTATIONS FOLDER...
-
-#include <unistd.h>
-
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "harness.h"
 
@@ -31,8 +23,7 @@ void ShowInput(int signal) {
   std::fprintf(stderr, "input: ");
   for (const char c : current) {
     const auto byte = static_cast<unsigned char>(c);
-    const bool plain = byte >= 0x20 && byte < 0x7F && byte != '\\';
-    std::fprintf(stderr, plain ? "%c" : "\\0%03o", byte);
+    std::fprintf(stderr, byte >= 0x20 && byte < 0x7F && byte != '\\' ? "%c" : "\\0%03o", byte);
   }
   std::fprintf(stderr, "\n");
   std::signal(signal, SIG_DFL);
@@ -41,24 +32,22 @@ void ShowInput(int signal) {
 
 void Run(std::string input) {
   current = std::move(input);
-  // An exact copy, so that a sanitizer sees a read behind its end.
-  const std::vector<std::uint8_t> bytes(current.begin(), current.end());
-  LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+  // An exact copy, so that a sanitizer sees a read beyond its end.
+  const std::vector<char> bytes(current.begin(), current.end());
+  velmora::fuzz::CheckInput({bytes.data(), bytes.size()});
 }
 
-std::vector<std::string> FilesBelow(const std::vector<fs::path>& folders) {
-  std::vector<fs::path> paths;
-  for (const fs::path& folder : folders) {
-    if (!fs::is_directory(folder)) continue;
-    for (const auto& entry : fs::directory_iterator(folder)) paths.push_back(entry.path());
+std::vector<std::string> FilesIn(char** folders, char** end) {
+  std::map<fs::path, std::string> files;
+  for (; folders != end; ++folders) {
+    if (!fs::is_directory(*folders)) continue;
+    for (const auto& entry : fs::directory_iterator(*folders)) {
+      files[entry.path()] = velmora::fuzz::ReadFile(entry.path()).value_or("");
+    }
   }
-  std::sort(paths.begin(), paths.end());
-  std::vector<std::string> files;
-  for (const fs::path& path : paths) {
-    std::ifstream file(path, std::ios::binary);
-    files.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  }
-  return files;
+  std::vector<std::string> inputs;
+  for (const auto& [path, input] : files) inputs.push_back(input);
+  return inputs;
 }
 
 class Mutator {
@@ -80,38 +69,18 @@ class Mutator {
   char AnyByte() {
     static constexpr char kTelling[] =
         " \t\r\n,.:;/\\*?[]!#%@\"=0129aA\x1A\x7F\x81\x83\x5C\xE3\xFF";
-    if (Below(4) != 0) return kTelling[Below(sizeof kTelling)];
-    return static_cast<char>(Below(256));
+    return Below(4) != 0 ? kTelling[Below(sizeof kTelling)] : static_cast<char>(Below(256));
   }
 
   void Change(std::string& text) {
     const std::size_t at = Below(text.size() + 1);
     const std::size_t length = Below(std::min<std::size_t>(text.size() - at, 16) + 1);
-    switch (Below(7)) {
-      case 0:
-        text.insert(at, 1, AnyByte());
-        break;
-      case 1:
-        if (at < text.size()) text[at] = AnyByte();
-        break;
-      case 2:
-        if (at < text.size()) text[at] = static_cast<char>(text[at] ^ (1 << Below(8)));
-        break;
-      case 3:
-        text.erase(at, length);
-        break;
-      case 4:
-        text.insert(at, text.substr(at, length));
-        break;
-      case 5:
-        text.insert(at, Below(16) == 0 ? 250 + Below(20) : Below(8), AnyByte());
-        break;
-      default: {
-        const std::string& other = AnySeed();
-        text.resize(at);
-        text += other.substr(Below(other.size() + 1));
-      }
-    }
+    const std::size_t kind = Below(5);
+    if (kind == 0) text.replace(at, Below(2), 1, AnyByte());
+    if (kind == 1) text.erase(at, length);
+    if (kind == 2) text.insert(at, text.substr(at, length));
+    if (kind == 3) text.insert(at, Below(16) == 0 ? 250 + Below(20) : Below(8), AnyByte());
+    if (kind == 4) text.replace(at, text.size() - at, AnySeed(), 0, Below(kLongestInput));
   }
 
   const std::vector<std::string>& seeds_;
@@ -121,17 +90,9 @@ class Mutator {
 }  // namespace
 
 int main(int count, char** arguments) {
-  if (count < 3) {
-    std::fprintf(stderr, "usage: %s MUTATIONS FOLDER...\n", arguments[0]);
-    return 2;
-  }
-  std::signal(SIGABRT, ShowInput);
-  std::signal(SIGSEGV, ShowInput);
-  const std::vector<std::string> files = FilesBelow({arguments + 2, arguments + count});
-  if (files.empty()) {
-    std::fprintf(stderr, "no input in the folders\n");
-    return 1;
-  }
+  const std::vector<std::string> files = FilesIn(arguments + std::min(count, 2), arguments + count);
+  if (files.empty()) return 2;
+  for (const int signal : {SIGABRT, SIGSEGV}) std::signal(signal, ShowInput);
   Run("");
   for (const std::string& file : files) Run(file);
   Mutator mutator(files);

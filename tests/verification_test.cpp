@@ -162,30 +162,6 @@ TEST_F(VerificationCache, Reading) {
   readsAs(endless, "a 1 2 3 4 1\r\n");
 }
 
-TEST_F(VerificationCache, CutAtEveryByteVouchesForNothingElse) {
-  std::string file;
-  std::vector<FileRecord> records;
-  for (const char* path : {"a", "bb\\c", "dd"}) {
-    FileRecord record = kRecord;
-    record.path = path;
-    record.transferHash = Sha1(path);
-    record.contentSize = "1234";
-    records.push_back(record);
-    RememberVerified(record);
-  }
-  file = Saved();
-  for (std::size_t length = 0; length <= file.size(); ++length) {
-    WriteFile(kCacheFile, file.substr(0, length));
-    LoadVerifyCache();
-    const std::string kept = ReadFile(kCacheFile);
-    for (const FileRecord& record : records) {
-      const std::string line = record.path + " " + record.transferHash + " 1 H2 1234 1";
-      EXPECT_EQ(IsVerifiedUnchanged(record), kept.find(line) != std::string::npos);
-    }
-    VerifyCache.Clear();
-  }
-}
-
 TEST_F(VerificationCache, UnwritableFileLosesTheEntries) {
   std::filesystem::create_directories(kCacheFile);
   LoadVerifyCache();

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support/loopback_server.h"
@@ -17,6 +18,8 @@ class Random {
 
   std::size_t Below(std::size_t bound) { return engine_() % bound; }
   bool Chance(int percent) { return Below(100) < static_cast<std::size_t>(percent); }
+  // One of the choices that stand between bars; "@" is a zero byte in them.
+  std::string PickOf(std::string_view choices);
   std::string Bytes(std::size_t count) {
     std::string bytes(count, '\0');
     for (char& byte : bytes) byte = static_cast<char>(engine_());

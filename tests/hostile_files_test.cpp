@@ -134,6 +134,7 @@ TEST_F(HostileFiles, HeldFileIsToldAndWaitedFor) {
 
 TEST_F(HostileFiles, HiddenFileIsNotWritten) {
   for (const DWORD attribute : {FILE_ATTRIBUTE_HIDDEN, FILE_ATTRIBUTE_SYSTEM}) {
+    fs::remove(kCacheFile);
     WriteFile("d/hidden", "the player's choice");
     ASSERT_TRUE(SetFileAttributesA("d\\hidden", attribute));
     Publish({{"d\\hidden", "new"}});

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <map>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -169,44 +167,6 @@ TEST_F(VerificationCache, UnwritableFileLosesTheEntries) {
   SaveVerifyCache();
   EXPECT_EQ(VerifyCache.Count(), 0U);
   EXPECT_TRUE(std::filesystem::is_directory(kCacheFile));
-}
-
-// Against a plain map, with paths that come again.
-TEST(VerifiedRecords, AreAMapWhateverTheOrderOfChanges) {
-  std::mt19937 random(7);
-  VerifiedRecords records;
-  std::map<std::string, std::string> model;
-  for (int step = 0; step < 20'000; ++step) {
-    FileRecord record;
-    record.path = std::to_string(random() % 700);
-    record.contentSize = std::to_string(random() % 3);
-    switch (random() % 3) {
-      case 0:
-        records.Add(record);
-        model.emplace(record.path, record.contentSize);
-        break;
-      case 1:
-        records.Put(record);
-        model[record.path] = record.contentSize;
-        break;
-      default:
-        const PackedRecord* found = records.Find(record.path);
-        const auto expected = model.find(record.path);
-        ASSERT_EQ(found != nullptr, expected != model.end()) << step;
-        if (found != nullptr) {
-          ASSERT_EQ(found->contentSize(), expected->second) << step;
-        }
-    }
-    ASSERT_EQ(records.Count(), model.size()) << step;
-  }
-  std::map<std::string, std::string> walked;
-  std::string last;
-  for (const PackedRecord* record : records.InOrder()) {
-    EXPECT_LT(last, record->path());
-    last = record->path();
-    walked.emplace(record->path(), record->contentSize());
-  }
-  EXPECT_EQ(walked, model);
 }
 
 }  // namespace

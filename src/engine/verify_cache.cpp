@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <functional>
 #include <string_view>
 
 #include "base/text.h"
@@ -13,87 +12,45 @@ namespace velmora {
 
 VerifiedRecords VerifyCache;
 
-namespace {
-
-std::uint32_t HashOf(std::string_view path) {
-  return static_cast<std::uint32_t>(std::hash<std::string_view>()(path));
-}
-
-bool PathBefore(const PackedRecord* a, const PackedRecord* b) { return a->path() < b->path(); }
-
-}  // namespace
-
-// The slot that leads to the path's entry, or the free one where it belongs.
-std::size_t VerifiedRecords::SlotOf(std::string_view path, std::uint32_t hash) const {
-  const std::size_t mask = slots_.size() - 1;
-  std::size_t at = hash & mask;
-  for (; slots_[at].place != 0; at = (at + 1) & mask) {
-    if (slots_[at].hash != hash) continue;
-    const PackedRecord* entry = entries_[slots_[at].place - 1];
-    if (entry->path() == path) break;
-  }
-  return at;
-}
-
 const PackedRecord* VerifiedRecords::Copy(const FileRecord& record) {
   return PackedRecord::Pack(memory_.Take(PackedRecord::SizeOf(record)), record);
 }
 
 const PackedRecord* VerifiedRecords::Find(std::string_view path) const {
-  if (slots_.empty()) return nullptr;
-  const Slot& slot = slots_[SlotOf(path, HashOf(path))];
-  return slot.place == 0 ? nullptr : entries_[slot.place - 1];
+  const auto found = entries_.find(path);
+  return found == entries_.end() ? nullptr : found->second;
 }
 
-void VerifiedRecords::Grow() {
-  if ((entries_.size() + 1) * 2 <= slots_.size()) return;
-  std::vector<Slot> old(std::max<std::size_t>(slots_.size() * 2, 64));
-  old.swap(slots_);
-  const std::size_t mask = slots_.size() - 1;
-  for (const Slot& slot : old) {
-    if (slot.place == 0) continue;
-    std::size_t at = slot.hash & mask;
-    while (slots_[at].place != 0) at = (at + 1) & mask;
-    slots_[at] = slot;
-  }
+// As a rule the records come in their order, those of a file always, so the last place is tried
+// first.
+VerifiedRecords::Place VerifiedRecords::Search(std::string_view path) {
+  if (entries_.empty() || entries_.rbegin()->first < path) return {entries_.end(), false};
+  const auto at = entries_.lower_bound(path);
+  return {at, at != entries_.end() && at->first == path};
 }
 
-void VerifiedRecords::Enter(const FileRecord& record, std::uint32_t hash, std::size_t slot) {
-  entries_.push_back(Copy(record));
-  slots_[slot] = {hash, static_cast<std::uint32_t>(entries_.size())};
+void VerifiedRecords::Insert(const Place& place, const FileRecord& record) {
+  const PackedRecord* const entry = Copy(record);
+  entries_.emplace_hint(place.at, entry->path(), entry);
 }
 
-void VerifiedRecords::Add(const FileRecord& record) {
-  Grow();
-  const std::uint32_t hash = HashOf(record.path);
-  const std::size_t slot = SlotOf(record.path, hash);
-  if (slots_[slot].place == 0) Enter(record, hash, slot);
+void VerifiedRecords::TryInsert(const FileRecord& record) {
+  const Place place = Search(record.path);
+  if (!place.isTaken) Insert(place, record);
 }
 
-void VerifiedRecords::Put(const FileRecord& record) {
-  Grow();
-  const std::uint32_t hash = HashOf(record.path);
-  const std::size_t slot = SlotOf(record.path, hash);
-  if (slots_[slot].place == 0) {
-    Enter(record, hash, slot);
-  } else if (const PackedRecord*& entry = EntryOf(slots_[slot]); !entry->HasFieldsOf(record)) {
-    entry = Copy(record);
+void VerifiedRecords::InsertOrAssign(const FileRecord& record) {
+  const Place place = Search(record.path);
+  if (!place.isTaken) {
+    Insert(place, record);
+  } else if (!place.at->second->HasFieldsOf(record)) {
+    place.at->second = Copy(record);
   }
 }
 
 void VerifiedRecords::Clear() {
-  slots_ = {};
-  entries_ = {};
+  entries_.clear();
   memory_.Clear();
-}
-
-std::vector<const PackedRecord*> VerifiedRecords::InOrder() const {
-  std::vector<const PackedRecord*> ordered = entries_;
-  // As a rule the file was in order and nothing new came.
-  if (!std::is_sorted(ordered.begin(), ordered.end(), PathBefore)) {
-    std::sort(ordered.begin(), ordered.end(), PathBefore);
-  }
-  return ordered;
 }
 
 namespace {
@@ -124,12 +81,12 @@ bool IsWithinLimits(const Tokens& tokens) {
 }
 
 void AddEntry(const Tokens& tokens) {
-  VerifyCache.Add({.path = std::string(tokens[0]),
-                   .transferHash = std::string(tokens[1]),
-                   .transferSize = std::string(tokens[2]),
-                   .contentHash = std::string(tokens[3]),
-                   .contentSize = std::string(tokens[4]),
-                   .compressed = ToNumber(tokens[5]) != 0});
+  VerifyCache.TryInsert({.path = std::string(tokens[0]),
+                         .transferHash = std::string(tokens[1]),
+                         .transferSize = std::string(tokens[2]),
+                         .contentHash = std::string(tokens[3]),
+                         .contentSize = std::string(tokens[4]),
+                         .compressed = ToNumber(tokens[5]) != 0});
 }
 
 std::string LineOf(std::string_view path, std::string_view transferHash,
@@ -193,7 +150,7 @@ void SaveVerifyCache() {
   {
     platform::OutputFile file(kCacheFile, platform::OutputFile::Mode::kReplace);
     bool writing = file.IsOpen();
-    for (const PackedRecord* record : VerifyCache.InOrder()) {
+    for (const auto& [path, record] : VerifyCache) {
       if (!writing) break;
       const std::string line = EncodeTextMode(LineOf(*record));
       writing = file.Write(line.data(), line.size());
@@ -207,7 +164,7 @@ bool IsVerifiedUnchanged(const FileRecord& record) {
   return entry != nullptr && entry->HasFieldsOf(record);
 }
 
-void RememberVerified(const FileRecord& record) { VerifyCache.Put(record); }
+void RememberVerified(const FileRecord& record) { VerifyCache.InsertOrAssign(record); }
 
 bool HasVerifiedEntry(const std::string& path) { return VerifyCache.Find(path) != nullptr; }
 
@@ -216,7 +173,7 @@ void DistrustFile(const std::string& path) {
   FileRecord unlike;
   unlike.path = path;
   unlike.transferHash = "?";
-  VerifyCache.Put(unlike);
+  VerifyCache.InsertOrAssign(unlike);
 }
 
 bool SetCacheFileAside() {
@@ -228,8 +185,6 @@ void BringCacheFileBack() {
   static_cast<void>(platform::MoveFileOver(kCacheFileAside, kCacheFile));
 }
 
-void DiscardCacheFileAside() {
-  static_cast<void>(platform::RemoveFile(kCacheFileAside));
-}
+void DiscardCacheFileAside() { static_cast<void>(platform::RemoveFile(kCacheFileAside)); }
 
 }  // namespace velmora

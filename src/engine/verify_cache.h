@@ -12,10 +12,9 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "base/arena.h"
 #include "engine/file_record.h"
@@ -30,35 +29,33 @@ inline constexpr char kCacheFileAside[] = "_VelmoraUpdate.cvc";
 // The longest line that is read, line end not counted. A longer one ends the reading.
 inline constexpr std::size_t kMaxCacheLine = 255;
 
-// Map from path to record, ordered by the bytes of the paths. Entries stand in the order of their
-// coming, which is that of the file for those that were loaded, and are found by a table of hashes
-// (open addressing, linear probing); they are put into their order when the file is written.
+// Map from path to record, in the byte order of the paths. Its records stay packed.
 class VerifiedRecords {
  public:
+  using Entries = std::map<std::string_view, const PackedRecord*>;
+
   [[nodiscard]] const PackedRecord* Find(std::string_view path) const;
-  // Keeps the entry that the path has, if it has one.
-  void Add(const FileRecord& record);
-  // Replaces it.
-  void Put(const FileRecord& record);
+  // Enters the record unless its path has an entry.
+  void TryInsert(const FileRecord& record);
+  // Enters the record, or replaces the entry of its path.
+  void InsertOrAssign(const FileRecord& record);
   void Clear();
   [[nodiscard]] std::size_t Count() const { return entries_.size(); }
-  [[nodiscard]] std::vector<const PackedRecord*> InOrder() const;
+  [[nodiscard]] Entries::const_iterator begin() const { return entries_.begin(); }
+  [[nodiscard]] Entries::const_iterator end() const { return entries_.end(); }
 
  private:
-  struct Slot {
-    std::uint32_t hash;
-    std::uint32_t place;  // in entries_, from 1; 0: no entry came here yet
+  struct Place {
+    Entries::iterator at;  // the entry of the path, or the one that would follow it
+    bool isTaken;
   };
 
-  [[nodiscard]] const PackedRecord*& EntryOf(const Slot& slot) { return entries_[slot.place - 1]; }
-  [[nodiscard]] std::size_t SlotOf(std::string_view path, std::uint32_t hash) const;
+  [[nodiscard]] Place Search(std::string_view path);
+  void Insert(const Place& place, const FileRecord& record);
   [[nodiscard]] const PackedRecord* Copy(const FileRecord& record);
-  void Enter(const FileRecord& record, std::uint32_t hash, std::size_t slot);
-  void Grow();
 
   Arena memory_;
-  std::vector<const PackedRecord*> entries_;
-  std::vector<Slot> slots_;  // a power of two, at most half of them taken
+  Entries entries_;  // whose keys are the records' own paths
 };
 
 extern VerifiedRecords VerifyCache;

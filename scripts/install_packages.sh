@@ -3,8 +3,8 @@
 # fuzz, windows.
 set -euo pipefail
 
-build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libcli11-dev
-       libgtest-dev nlohmann-json3-dev)
+build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libncurses-dev
+       libcli11-dev libgtest-dev nlohmann-json3-dev)
 demo=(nginx-light python3 procps)
 bench=(libbenchmark-dev curl openssl rsync pigz python3 time util-linux valgrind)
 check=(clang-format clang-tidy cppcheck valgrind python3)

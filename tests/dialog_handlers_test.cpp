@@ -6,6 +6,7 @@
 #include "base/texts.h"
 #include "engine/update_run.h"
 #include "engine/update_state.h"
+#include "platform/posix/transfer_count.h"
 #include "settings/patcher_settings.h"
 #include "support/recording_dialog.h"
 #include "support/workspace.h"
@@ -38,6 +39,29 @@ class DialogHandlers : public EngineTest {
 
 const Lines kBrowserStarted = {"icon",          "resizable 0",  "full screen 1",
                                "drop target 0", "registered 0", "navigate http://info/"};
+
+TEST_F(DialogHandlers, TellTheWorkAheadWithoutWhatIsVouchedFor) {
+  std::vector<std::int64_t> ahead;
+  const auto run = [&](const std::string& list) {
+    const std::int64_t before = platform::bodyBytesReceived;
+    ahead.clear();
+    ResetDialog();
+    Dialog().onEvent = [&](const std::string& event) {
+      if (event == "stepit 1002") ahead.push_back(handlers_.bytesAhead());
+    };
+    Serve({{"/hashlist.dat", list}, {"/a", "1"}, {"/bb", "22"}, {"/ccc", "333"}});
+    EXPECT_TRUE(Run());
+    return platform::bodyBytesReceived - before - static_cast<std::int64_t>(list.size());
+  };
+  const std::string vouched = FileLine("a", "1");
+  EXPECT_EQ(run(vouched), 1);
+  EXPECT_EQ(ahead, (std::vector<std::int64_t>{0}));
+
+  WriteFile("dddd", "4444");
+  EXPECT_EQ(run(vouched + FileLine("bb", "22") + FileLine("ccc", "333") + FileLine("dddd", "4444")),
+            2 + 3);
+  EXPECT_EQ(ahead, (std::vector<std::int64_t>{-1, 3 + 4, 4, 0}));
+}
 
 TEST_F(DialogHandlers, OpeningTestsButtonsOpensThePageAndStartsARun) {
   Settings.InformationUrl = "http://info/";

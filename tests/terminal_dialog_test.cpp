@@ -12,6 +12,7 @@
 #include <atomic>
 #include <functional>
 #include <limits>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,6 +27,7 @@
 #include "platform/posix/terminal_script.h"
 #include "platform/posix/terminal_state.h"
 #include "platform/posix/terminal_text.h"
+#include "platform/processes.h"
 #include "support/terminal_child.h"
 #include "support/terminal_picture.h"
 
@@ -175,6 +177,23 @@ TEST(TerminalRender, ShowsAllOfTheDialog) {
   EXPECT_EQ(lines[4], "All   25 %  [#######-----------------------]  3 / 12  1:15 left");
   EXPECT_TRUE(lines[5].starts_with(Utf8(u8"[u] CancelUpdate \x1b[2m(s) ゲーム開始\x1b[0m")));
 
+  const struct {
+    std::size_t columns;
+    const char* file;
+    const char* all;
+  } kNarrow[] = {
+      {45, "File  50 %  4.0 KiB / 8.0 KiB  2.0 KiB/s",
+       "All   25 %  [##-------]  3 / 12  1:15:00 left"},
+      {39, "File  50 %  [###---]  4.0 KiB / 8.0 KiB", "All   25 %  3 / 12  1:15:00 left"},
+      {31, "File  50 %  4.0 KiB / 8.0 KiB", "All   25 %  [##-------]  3 / 12"},
+      {20, "File  50 %  [###---]", "All   25 %  3 / 12"},
+      {7, "File  5", "All   2"}};
+  for (const auto& c : kNarrow) {
+    const auto narrow = RenderBlock(RunningModel(), {2048, 4500}, c.columns);
+    EXPECT_EQ(narrow[3], c.file) << c.columns;
+    EXPECT_EQ(narrow[4], c.all) << c.columns;
+  }
+
   const auto idle = RenderBlock(DialogModel(), {}, 80);
   EXPECT_EQ(idle.size(), lines.size()) << "a block that changes its height jumps";
   EXPECT_FALSE(Contains(Joined(idle), "/s"));
@@ -186,51 +205,56 @@ TEST(TerminalRender, KeepsTheBoxOnALowTerminal) {
   const Lines block = {"1", "2", "3", "4"};
   EXPECT_EQ(Arrange(block, {"a", "b"}, 10), (Lines{"1", "2", "3", "4", "a", "b"}));
   EXPECT_EQ(Arrange(block, {"a", "b"}, 3), (Lines{"1", "a", "b"}));
-  EXPECT_EQ(Arrange(block, {"a", "b"}, 1), (Lines{"a"}));
+  EXPECT_EQ(Arrange(block, {"-", "a", "b", "key"}, 3), (Lines{"a", "b", "key"}));
+  EXPECT_EQ(Arrange(block, {"-", "a", "b", "key"}, 2), (Lines{"a", "key"}));
+  EXPECT_EQ(Arrange(block, {"-", "a"}, 1), (Lines{"a"}));
   EXPECT_EQ(Arrange(block, {}, 2), (Lines{"1", "2"}));
 }
 
-TEST(TerminalFigures, CountDownloadedBytesOnly) {
-  const Bar empty{0, 1000, 0, 1};
-  const Bar half{0, 1000, 500, 1};
-  const Bar full{0, 1000, 1000, 1};
-  ReceivedBytes received;
-  received.Moved(empty, full);  // a good local file
-  received.NewFile();
-  EXPECT_EQ(received.total(), 0);
-  received.Moved(empty, full);  // a download in one piece
-  received.Moved(full, full);
-  received.Moved(full, full);
-  received.NewFile();
-  EXPECT_EQ(received.total(), 1000);
-  received.Moved(empty, half);  // a download in two
-  received.Moved(half, full);
-  received.Moved(full, full);
-  received.Moved(full, empty);
-  EXPECT_EQ(received.total(), 2000);
+TEST(TerminalFigures, TellRateAndTimeLeftOfDownloadsOnly) {
+  constexpr std::optional<std::int64_t> kNone;
+  constexpr std::int64_t kNobodyKnows = -1;
+  const struct {
+    double now;
+    std::int64_t received;
+    std::int64_t fileLeft;
+    std::int64_t ahead;
+    std::optional<std::int64_t> rate;
+    std::optional<std::int64_t> timeLeft;
+    const char* why;
+  } kMoments[] = {
+      {10, 500, 0, kNobodyKnows, kNone, kNone, "what the list took doesn't count"},
+      {10.1, 500, 8000, 20000, kNone, kNone, "too early to tell"},
+      {11.1, 1500, 7000, 20000, 909, kNone, "too early for the rest"},
+      {14.1, 4500, 4000, 20000, 1000, 24, "the first file, a large one"},
+      {18.1, 8500, 0, 20000, 1000, 20, "between two files"},
+      {22.1, 8500, 10000, 10000, kNone, kNone, "nothing has come for long"},
+      {26.1, 12500, 6000, 10000, 1000, 19, "the pause counts for the rest"},
+      {40, 18500, 0, 0, 432, kNone, "nothing is left"},
+  };
+  FigureKeeper keeper;
+  for (const auto& c : kMoments) {
+    Progress progress{c.now, c.received, c.fileLeft, c.ahead};
+    if (c.ahead == kNobodyKnows) progress.ahead.reset();
+    const Figures figures = keeper.Update(true, progress);
+    EXPECT_EQ(figures.bytesPerSecond, c.rate) << c.why;
+    EXPECT_EQ(figures.secondsLeft, c.timeLeft) << c.why;
+  }
+  keeper.Update(false, {41, 20000, 0, 0});
+  // A re-check: most of the files are there and good.
+  keeper.Update(true, {50, 20000, 1000, 100000});
+  EXPECT_FALSE(keeper.Update(true, {52, 20000, 1000, 50000}).bytesPerSecond);
+  const Figures mixed = keeper.Update(true, {54, 20800, 200, 50000});
+  EXPECT_EQ(mixed.bytesPerSecond, 200);
+  EXPECT_FALSE(mixed.secondsLeft) << "how many more are good?";
 }
 
-TEST(TerminalFigures, TellRateAndTimeLeftDuringARunOnly) {
-  DialogModel model = RunningModel();
-  model.overallBar = {0, 100, 0, 1};
-  FigureKeeper keeper;
-  const auto after = [&](double now, std::int32_t position, std::int32_t bytes) {
-    model.overallBar.position = position;
-    model.received.Moved({0, 1 << 30, 0, 1}, {0, 1 << 30, bytes, 1});
-    return keeper.Update(model, now);
-  };
-  EXPECT_FALSE(after(10.0, 0, 0).bytesPerSecond);
-  EXPECT_FALSE(after(10.1, 1, 1000).secondsLeft) << "too early to tell";
-  const Figures later = after(14.0, 20, 7000);
-  EXPECT_EQ(later.bytesPerSecond, 1794) << "7000 bytes in 3.9 s";
-  EXPECT_EQ(later.secondsLeft, 16);
-  EXPECT_FALSE(after(30.0, 20, 0).bytesPerSecond) << "nothing has come for long";
-  EXPECT_FALSE(after(35.0, 100, 0).secondsLeft) << "nothing is left";
-
-  EXPECT_FALSE(after(36.0, 0, 0).secondsLeft) << "a new run starts anew";
-  EXPECT_EQ(after(46.0, 50, 0).secondsLeft, 10);
-  model.FindButton(Control::kUpdateButton)->caption = "UpdateFiles";
-  EXPECT_FALSE(keeper.Update(model, 47.0).secondsLeft);
+TEST(TerminalFigures, TakeTheFileBarOfTheFileBeforeForNothing) {
+  DialogModel model;
+  model.fileBar = {0, 1000, 400, 1};
+  EXPECT_EQ(RestOfFile(model), 1000);
+  model.fileBarMoved = true;
+  EXPECT_EQ(RestOfFile(model), 600);
 }
 
 TEST(TerminalScreen, RedrawsInPlace) {
@@ -239,12 +263,14 @@ TEST(TerminalScreen, RedrawsInPlace) {
   const ScreenSize size{10, 6};
   TerminalPicture picture(size.columns, size.rows);
   picture.Feed("$ velmora\r\n");
-  const Lines kFrames[] = {{"one", "two", "three"}, {"0123456789", "b"}, {"a", "b", "c", "d"}};
+  const Lines kFrames[] = {
+      {"one", "two", "three"}, {"0123456789", "b"}, {"a", "b", "c", "d"}, {"x"}};
   for (const Lines& frame : kFrames) {
     picture.Feed(screen.Show(frame, size));
     Lines expected = {"$ velmora"};
     expected.insert(expected.end(), frame.begin(), frame.end());
     EXPECT_EQ(picture.lines(), expected);
+    EXPECT_EQ(picture.cursorLine(), frame.size());
     EXPECT_FALSE(picture.isCursorShown());
     EXPECT_EQ(screen.Show(frame, size), "") << "nothing new, nothing written";
   }
@@ -258,12 +284,20 @@ TEST(TerminalScreen, RedrawsInPlace) {
   EXPECT_EQ(picture.scrolled(), 0);
 }
 
-TEST(TerminalScreen, StartsAtTheTopWhenTheWidthHasChanged) {
-  Screen screen;
-  TerminalPicture picture(5, 6);
-  picture.Feed(screen.Show({"0123456789", "b"}, {10, 6}));
-  picture.Feed(screen.Show({"01234", "b"}, {5, 6}));
-  EXPECT_EQ(picture.lines(), (std::vector<std::string>{"01234", "b"}));
+TEST(TerminalScreen, StaysInItsPlaceWhenTheTerminalBecomesNarrow) {
+  using Lines = std::vector<std::string>;
+  for (const std::size_t rows : {std::size_t{9}, std::size_t{4}}) {
+    Screen screen;
+    TerminalPicture picture(10, rows);
+    picture.Feed("$ velmora\r\n");
+    picture.Feed(screen.Show({"0123456789", "b", "\x1b[2m01234567\x1b[0m"}, {10, rows}));
+    picture.Narrow(4);
+    picture.Feed(screen.Show({"0123", "b"}, {4, rows}));
+    Lines expected = {"$ ve", "lmor", "a", "0123", "b"};
+    if (rows == 4) expected = {"0123", "b"};  // what was above has left by itself
+    EXPECT_EQ(picture.lines(), expected);
+    EXPECT_EQ(picture.scrolled(), rows == 4 ? 5 : 0);
+  }
 }
 
 TEST(TerminalLines, NameEachVisibleChangeOnce) {
@@ -367,7 +401,7 @@ int RunProgram(Program runs) {
                             return 0;
                           },
                           [] { program->close(); }, [] { program->destroyed(); },
-                          [] { return isRunning.load(); }});
+                          [] { return isRunning.load(); }, [] { return std::int64_t{0}; }});
 }
 
 void StartWorker(const std::function<void()>& work) {
@@ -632,10 +666,36 @@ TEST(TerminalDialogKeys, CtrlCCancelsFirstAndClosesThen) {
   auto child = TerminalChild::OnTerminal([] { return RunOnTerminal(OfferCancel); });
   ASSERT_TRUE(child.WaitFor("[u] CancelUpdate"));
   child.Send("\x03");
-  ASSERT_TRUE(child.WaitFor("commands 1000"));
+  ASSERT_TRUE(child.WaitFor("Cancelling when this file is done."));
+  child.Send("o");
+  ASSERT_TRUE(child.WaitFor("commands 1000 1009"));
+  ASSERT_TRUE(child.WaitFor("Ctrl-C again closes"));
   child.Send("\x03");
   EXPECT_EQ(child.Wait(), 7);
   EXPECT_TRUE(child.IsTerminalNormal());
+}
+
+TEST(TerminalDialogKeys, GoWithLinesOnATerminalThatNobodyKnows) {
+  for (const char* const kind : {static_cast<const char*>(nullptr), "dumb", "no-such-terminal"}) {
+    auto child = TerminalChild::OnTerminal([] { return RunOnTerminal(OfferCancel); }, 80, 24, kind);
+    ASSERT_TRUE(child.WaitFor("keys: u update, s start"));
+    ASSERT_TRUE(child.WaitFor("Update button: CancelUpdate"));
+    child.Send("u");
+    ASSERT_TRUE(child.WaitFor("Cancelling when this file is done. | Ctrl-C again"));
+    child.Send("q");
+    EXPECT_EQ(child.Wait(), 7);
+    EXPECT_FALSE(Contains(child.output(), "\x1b"));
+  }
+}
+
+TEST(TerminalDialogKeys, AnswerABoxWithoutADialog) {
+  auto child = TerminalChild::OnTerminal([] {
+    ShowStartBox("text", "caption", kBoxError);
+    return 5;
+  });
+  ASSERT_TRUE(child.WaitFor("caption: text\r\n[Enter]"));
+  child.Send("x");
+  EXPECT_EQ(child.Wait(), 5);
 }
 
 TEST(TerminalDialogKeys, SignalsThatEndLeaveTheTerminalAsItWas) {

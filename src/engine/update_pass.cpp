@@ -1,5 +1,6 @@
 #include "engine/update_pass.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -48,10 +49,8 @@ LocalFile ReadLocalFile(const FileRecord& record, DataBlock& block) {
   return LocalFile::kRead;
 }
 
-bool NeedsUpdate(const FileRecord& record) {
-  if (IsVerifiedUnchanged(record)) {
-    return !platform::FileExists(record.path) && ReportMissing(record);
-  }
+bool NeedsUpdate(const FileRecord& record, bool isVouchedFor) {
+  if (isVouchedFor) return !platform::FileExists(record.path) && ReportMissing(record);
   DataBlock block;
   const LocalFile local = ReadLocalFile(record, block);
   if (local == LocalFile::kMissing) return ReportMissing(record);
@@ -64,18 +63,39 @@ bool NeedsUpdate(const FileRecord& record) {
   return true;
 }
 
+std::int64_t TransferSize(const FileRecord& record) {
+  return std::max(ToNumber(record.transferSize), 0);
+}
+
+// What lies behind a record that the cache doesn't vouch for. It is summed up once in a run, and
+// never where the cache vouches for all.
+std::int64_t BytesBehind(FileRecordSet::Iterator it, const FileRecordSet& updateSet) {
+  if (BytesAhead != kUnknownBytes) {
+    return std::max<std::int64_t>(BytesAhead - TransferSize(*it), 0);
+  }
+  std::int64_t bytes = 0;
+  while (++it != updateSet.end()) {
+    const FileRecord record = *it;
+    if (!IsVerifiedUnchanged(record)) bytes += TransferSize(record);
+  }
+  return bytes;
+}
+
 }  // namespace
 
 bool UpdatePass(const FileRecordSet& updateSet) {
   std::int32_t index = 0;
-  for (const FileRecord& record : updateSet) {
+  for (auto it = updateSet.begin(); it != updateSet.end(); ++it) {
+    const FileRecord record = *it;
     if (UpdateState == kCancelAsked) return false;
     ShowRecord(record, index, updateSet.Count());
-    const bool needUpdate = NeedsUpdate(record);
+    const bool isVouchedFor = IsVerifiedUnchanged(record);
+    const bool needUpdate = NeedsUpdate(record, isVouchedFor);
 
     const std::int32_t transferSize = ToNumber(record.transferSize);
     platform::SetBarRange(Control::kFileBar, 0, transferSize);
     platform::SetBarStep(Control::kFileBar, 1);
+    if (!isVouchedFor) BytesAhead = BytesBehind(it, updateSet);
     if (needUpdate && !DownloadFile(record)) return false;
 
     platform::SetBarPosition(Control::kFileBar, transferSize);

@@ -22,6 +22,7 @@ namespace velmora {
 std::atomic<std::uint32_t> UpdateState = kNotRunning;
 std::atomic<std::uint32_t> RestartRequested = 0;
 std::atomic<std::uint8_t> RecheckPending = 0;
+std::atomic<std::int64_t> BytesAhead = kUnknownBytes;
 platform::ThreadHandle WorkerHandle = 0;
 
 namespace {
@@ -65,6 +66,7 @@ constexpr int kPassEnded = 0;
 void EnterPasses() {
   std::uint32_t expected = kNotRunning;
   UpdateState.compare_exchange_strong(expected, kRunning);
+  BytesAhead = kUnknownBytes;
   platform::SetBarPosition(Control::kOverallBar, 0);
   platform::EnableControl(Control::kUpdateButton, true);
   platform::SetButtonCaption(Control::kUpdateButton, "CancelUpdate");

@@ -83,7 +83,8 @@ platform::DialogHandlers UpdateDialogHandlers() {
           .command = OnCommand,
           .close = OnClose,
           .destroyed = CloseInformationPane,
-          .runInProgress = IsRunInProgress};
+          .runInProgress = IsRunInProgress,
+          .bytesAhead = [] { return BytesAhead.load(); }};
 }
 
 }  // namespace velmora

@@ -78,7 +78,7 @@ TerminalChild TerminalChild::WithPipes(const std::function<int()>& body) {
 }
 
 TerminalChild TerminalChild::OnTerminal(const std::function<int()>& body, unsigned short columns,
-                                        unsigned short rows) {
+                                        unsigned short rows, const char* kind) {
   int master = -1;
   int slave = -1;
   winsize size = {rows, columns, 0, 0};
@@ -87,7 +87,8 @@ TerminalChild TerminalChild::OnTerminal(const std::function<int()>& body, unsign
   if (child == 0) {
     close(master);
     login_tty(slave);
-    setenv("TERM", "xterm", 1);
+    unsetenv("TERM");
+    if (kind != nullptr) setenv("TERM", kind, 1);
     RunBody(body);
   }
   return {child, {master, dup(master), -1}, slave};

@@ -21,9 +21,10 @@ class TerminalChild {
 
   // The child ends with what `body` gives as its exit code; no destructors run then.
   static TerminalChild WithPipes(const std::function<int()>& body);
-  // On a terminal of the child's own, whose size is unknown if `columns` is 0.
+  // On a terminal of the child's own, whose size is unknown if `columns` is 0, and whose kind if
+  // `kind` is null.
   static TerminalChild OnTerminal(const std::function<int()>& body, unsigned short columns = 80,
-                                  unsigned short rows = 24);
+                                  unsigned short rows = 24, const char* kind = "xterm");
 
   TerminalChild(const TerminalChild&) = delete;
   TerminalChild& operator=(const TerminalChild&) = delete;

@@ -1,10 +1,12 @@
 // A small terminal: takes the bytes that a program writes and gives what a player would see. Knows
-// the few sequences that the dialog uses; any other leaves its mark on the picture.
+// the few sequences that the dialog uses; any other leaves its mark on the picture, and so does
+// text over text.
 #pragma once
 
 #include <algorithm>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/posix/terminal_text.h"
@@ -19,8 +21,26 @@ class TerminalPicture {
     while (!bytes.empty()) bytes.remove_prefix(Take(bytes));
   }
 
-  // The lines of the screen down to the cursor's; a line without what is behind its last character.
-  [[nodiscard]] const std::vector<std::string>& lines() const { return lines_; }
+  // What has become too wide is broken; the cursor, at the start of a line, stays with it.
+  void Narrow(std::size_t columns) {
+    columns_ = columns;
+    const std::vector<std::string> lines = std::exchange(lines_, {});
+    std::size_t cursor = 0;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      if (i == line_) cursor = lines_.size();
+      for (auto& row : platform::terminal::WrapToCells(lines[i], columns)) lines_.push_back(row);
+    }
+    line_ = cursor;
+    for (; lines_.size() > rows_; --line_, ++scrolled_) lines_.erase(lines_.begin());
+  }
+
+  // The lines of the screen down to the cursor's and as far as there is text; a line without what
+  // is behind its last character.
+  [[nodiscard]] std::vector<std::string> lines() const {
+    std::vector<std::string> lines = lines_;
+    while (lines.size() > line_ + 1 && lines.back().empty()) lines.pop_back();
+    return lines;
+  }
   [[nodiscard]] std::size_t cursorLine() const { return line_; }
   [[nodiscard]] bool isCursorShown() const { return cursorShown_; }
   [[nodiscard]] int scrolled() const { return scrolled_; }
@@ -42,13 +62,8 @@ class TerminalPicture {
   std::size_t TakeSequence(std::string_view bytes) {
     const std::size_t end = bytes.find_first_not_of("[?0123456789", 1);
     const std::string sequence(bytes.substr(1, end));
-    if (sequence == "[J") {
-      lines_.resize(line_ + 1);
+    if (sequence == "[K") {
       if (atStart_) lines_[line_].clear();
-    } else if (sequence == "[H" || sequence == "[2J") {
-      lines_.assign(1, {});
-      line_ = 0;
-      atStart_ = true;
     } else if (sequence == "[?25l" || sequence == "[?25h") {
       cursorShown_ = sequence.back() == 'h';
     } else if (sequence.back() == 'A') {
@@ -65,7 +80,7 @@ class TerminalPicture {
     while (length < bytes.size() && (bytes[length] & 0xC0) == 0x80) ++length;
     const std::string character(bytes.substr(0, length));
     using platform::terminal::CellsOf;
-    if (atStart_) lines_[line_].clear();
+    if (atStart_ && !lines_[line_].empty()) lines_[line_] = "<over what stood there> ";
     atStart_ = false;
     if (CellsOf(lines_[line_]) + CellsOf(character) > columns_) LineFeed();
     lines_[line_] += character;

@@ -29,9 +29,8 @@ void MoveBar(Control control, MoveOfBar move) {
   State().Change([&](DialogModel& model) {
     Bar* const bar = model.FindBar(control);
     if (bar == nullptr) return;
-    const Bar before = *bar;
     move(*bar);
-    if (control == Control::kFileBar) model.received.Moved(before, *bar);
+    if (control == Control::kFileBar) model.fileBarMoved = true;
   });
 }
 
@@ -56,7 +55,7 @@ void SetStatusText(const std::string& text) {
 void SetBarRange(Control bar, std::int32_t lowest, std::int32_t highest) {
   State().Change([&](DialogModel& model) {
     if (Bar* const found = model.FindBar(bar)) SetRange(*found, lowest, highest);
-    if (bar == Control::kFileBar) model.received.NewFile();
+    if (bar == Control::kFileBar) model.fileBarMoved = false;
   });
 }
 

@@ -20,6 +20,7 @@
 
 #include "base/text.h"
 #include "platform/clock.h"
+#include "platform/posix/transfer_count.h"
 
 namespace velmora::platform {
 namespace {
@@ -148,6 +149,7 @@ std::size_t Request::OnBody(char* data, std::size_t, std::size_t size, void* req
   }
   self->NoteActivity();
   self->body_.append(data, size);
+  bodyBytesReceived += static_cast<std::int64_t>(size);
   return size;
 }
 

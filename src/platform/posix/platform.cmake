@@ -1,5 +1,6 @@
 find_package(CURL REQUIRED)
 find_package(OpenSSL REQUIRED)
+find_library(TINFO_LIBRARY tinfo REQUIRED)
 
 file(GLOB terminal_sources CONFIGURE_DEPENDS platform/posix/terminal_*.cpp)
 add_library(velmora_platform STATIC
@@ -20,7 +21,7 @@ add_library(velmora_platform STATIC
   ${terminal_sources}
 )
 target_link_libraries(velmora_platform PUBLIC velmora_base CURL::libcurl OpenSSL::Crypto
-                                              Threads::Threads)
+                                              ${TINFO_LIBRARY} Threads::Threads)
 
 # The program file has this name on every system: its own name is part of its behaviour.
 add_executable(VelmoraUpdate platform/posix/main.cpp)

@@ -210,7 +210,9 @@ void PumpUntilQuit() {
 void ShowStartBox(const std::string& text, const std::string& caption, std::uint32_t) {
   std::fprintf(stderr, "%s: %s\n", terminal::ToUtf8(caption).c_str(),
                terminal::ToUtf8(text).c_str());
-  if (IsTerminal()) WaitForKey();
+  if (!IsTerminal()) return;
+  std::fputs("[Enter]\n", stderr);
+  WaitForKey();
 }
 
 std::string ModulePath() {

@@ -8,8 +8,8 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
 
+#include "platform/posix/terminal_kind.h"
 #include "platform/posix/terminal_screen.h"
 
 namespace velmora::platform::terminal {
@@ -61,8 +61,7 @@ void FillStandardDescriptors() {
 
 bool IsScreen() {
   const char* const kind = std::getenv("TERM");
-  const bool cannotRedraw = kind != nullptr && std::strcmp(kind, "dumb") == 0;
-  return isatty(STDOUT_FILENO) == 1 && !cannotRedraw;
+  return isatty(STDOUT_FILENO) == 1 && kind != nullptr && CanRedraw(kind);
 }
 
 bool IsKeyboard() { return isatty(STDIN_FILENO) == 1; }

@@ -1,12 +1,10 @@
 // What the block on a terminal tells beyond the controls: how fast bytes come in, and how long the
-// run will still take. Fed at each redraw; the time is handed in, in seconds.
+// run will still take. Fed at each redraw.
 #pragma once
 
 #include <cstdint>
 #include <deque>
 #include <optional>
-
-#include "platform/posix/terminal_model.h"
 
 namespace velmora::platform::terminal {
 
@@ -16,26 +14,27 @@ struct Figures {
   std::optional<std::int64_t> secondsLeft;
 };
 
+// How far a run has come, as of one moment.
+struct Progress {
+  double now = 0;             // seconds
+  std::int64_t received = 0;  // bytes over the network, from any start
+  // Bytes of the list's files: of the present one that are still to come, and behind it, without
+  // those that need no work. Empty: nobody knows.
+  std::int64_t fileLeft = 0;
+  std::optional<std::int64_t> ahead;
+};
+
 class FigureKeeper {
  public:
-  Figures Update(const DialogModel& model, double now);
+  // Outside of a run there are no figures, and the next run starts anew.
+  Figures Update(bool isRunShown, const Progress& progress);
 
  private:
-  struct Sample {
-    double time;
-    std::int64_t bytes;
-  };
-  struct Start {
-    double time;
-    Bar bar;
-  };
+  std::optional<double> Rate(const Progress& progress);
+  std::optional<double> TimeLeft(const Progress& progress, std::optional<double> rate);
 
-  std::optional<std::int64_t> Rate(std::int64_t received, double now);
-  std::optional<std::int64_t> TimeLeft(const Bar& bar, double now);
-
-  std::deque<Sample> samples_;
-  std::optional<Start> start_;
-  std::int32_t lastPosition_ = 0;
+  std::deque<Progress> samples_;
+  std::optional<Progress> start_;  // since the work ahead is known
 };
 
 }  // namespace velmora::platform::terminal

@@ -9,9 +9,11 @@
 #include <cerrno>
 #include <iterator>
 
+#include "base/text.h"
 #include "platform/posix/terminal_device.h"
 #include "platform/posix/terminal_signals.h"
 #include "platform/posix/terminal_text.h"
+#include "platform/posix/transfer_count.h"
 
 namespace velmora::platform::terminal {
 namespace {
@@ -71,6 +73,7 @@ bool DialogLoop::Open() {
 
 int DialogLoop::Run() {
   TakeTerminal();
+  if (keyboardOn_ && !screenOn_) NameKeys();
   handlers_.opened();
   while (state_.IsOpen()) Turn();
   const int result = state_.Close();
@@ -130,7 +133,7 @@ void DialogLoop::ServeSignal(int signal) {
 void DialogLoop::Interrupt() {
   state_.AnswerBox();
   if (state_.CanCancel()) {
-    Command(Control::kUpdateButton);
+    Press(Control::kUpdateButton);
   } else {
     Close();
   }
@@ -257,8 +260,17 @@ void DialogLoop::ServeKey(char key) {
   } else if (key == kQuitKey) {
     Close();
   } else if (const ButtonKind* const button = FindByKey(key)) {
-    if (state_.IsEnabled(button->control)) Command(button->control);
+    if (state_.IsEnabled(button->control)) Press(button->control);
   }
+}
+
+// By a player, who is told why a run goes on for a while after it was asked to end.
+void DialogLoop::Press(Control control) {
+  const bool cancels = control == Control::kUpdateButton && state_.CanCancel();
+  Command(control);
+  if (!cancels) return;
+  cancelAsked_ = true;
+  if (!screenOn_) SayOnOutput(InOneLine(kCancelNotice));
 }
 
 void DialogLoop::Command(Control control) {
@@ -291,11 +303,27 @@ void DialogLoop::DrawScreen() {
   if (!pending_.WriteReady(output_)) return;
   const DialogState::Picture picture = state_.TakePicture();
   const ScreenSize size = CurrentScreenSize();
-  const double now = static_cast<double>(lastDraw_) / 1000;
-  const auto block = RenderBlock(picture.model, figures_.Update(picture.model, now), size.columns);
-  const auto box = picture.box ? RenderBox(*picture.box, size.columns) : std::vector<std::string>{};
-  pending_.Add(screen_.Show(Arrange(block, box, size.rows), size));
+  const auto block = RenderBlock(picture.model, FiguresOf(picture.model), size.columns);
+  pending_.Add(screen_.Show(Arrange(block, BelowBlock(picture, size), size.rows), size));
   pending_.WriteReady(output_);
+}
+
+Figures DialogLoop::FiguresOf(const DialogModel& model) {
+  Progress progress;
+  progress.now = static_cast<double>(lastDraw_) / 1000;
+  progress.received = bodyBytesReceived;
+  progress.fileLeft = RestOfFile(model);
+  const std::int64_t ahead = handlers_.bytesAhead();
+  // A run that is to be cancelled won't do what lies ahead.
+  if (ahead >= 0 && !CancelWaits(model)) progress.ahead = ahead;
+  return figures_.Update(ShowsRun(model), progress);
+}
+
+std::vector<std::string> DialogLoop::BelowBlock(const DialogState::Picture& picture,
+                                                ScreenSize size) const {
+  if (picture.box) return RenderBox(*picture.box, size.columns);
+  if (cancelAsked_ && CancelWaits(picture.model)) return RenderCancelNotice(size.columns);
+  return {};
 }
 
 void DialogLoop::WriteLines() {
@@ -331,6 +359,13 @@ void DialogLoop::ClearWay() {
   pending_.Add(screen_.Erase());
   BringOut();
   state_.MarkChanged();
+}
+
+// Which keys there are stands beside the buttons of a block alone.
+void DialogLoop::NameKeys() {
+  std::string keys = "keys:";
+  for (const ButtonKind& kind : kButtons) keys += FormatText(" %c %s,", kind.key, kind.command);
+  SayOnOutput(keys + FormatText(" %c %s", kQuitKey, kCloseCommand));
 }
 
 void DialogLoop::TakeTerminal() {

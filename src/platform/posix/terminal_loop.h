@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/dialog.h"
 #include "platform/posix/terminal_figures.h"
@@ -52,16 +53,21 @@ class DialogLoop {
   void ServeKeys(std::string_view keys);
   void ServeKey(char key);
 
+  void Press(Control control);
   void Command(Control control);
 
   void DrawIfDue();
   void Draw();
   void DrawScreen();
+  [[nodiscard]] Figures FiguresOf(const DialogModel& model);
+  [[nodiscard]] std::vector<std::string> BelowBlock(const DialogState::Picture& picture,
+                                                    ScreenSize size) const;
   void WriteLines();
   void BringOutLines();
   void SayOnOutput(const std::string& line);
   void SayOnError(const std::string& utf8);
   void ClearWay();
+  void NameKeys();
   void TakeTerminal();
   void GiveBackTerminal();
   void Suspend();
@@ -81,6 +87,7 @@ class DialogLoop {
   Screen screen_;
   FigureKeeper figures_;
   Milliseconds lastDraw_ = 0;
+  bool cancelAsked_ = false;  // by a player; waits as long as the model shows it
 
   ScriptInput script_;
   bool inputEnded_ = false;

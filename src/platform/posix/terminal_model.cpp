@@ -43,18 +43,6 @@ int PercentOf(const Bar& bar) {
   return static_cast<int>((std::int64_t{bar.position} - bar.lowest) * 100 / extent);
 }
 
-void ReceivedBytes::Moved(const Bar& before, const Bar& after) {
-  const std::int64_t difference = std::int64_t{after.position} - before.position;
-  if (difference > 0 && before.position == before.lowest && after.position == after.highest) {
-    straightToFull_ = difference;
-  } else if (difference > 0) {
-    total_ += difference;
-  } else if (difference == 0) {
-    total_ += straightToFull_;
-    straightToFull_ = 0;
-  }
-}
-
 DialogModel::DialogModel()
     : buttons{{{texts::kUpdateButton, false},
                {texts::kStartGameButton, false},
@@ -78,8 +66,17 @@ ButtonState* DialogModel::FindButton(Control control) {
 
 bool ShowsRun(const DialogModel& model) { return model.buttons[kUpdate].caption == kCancelCaption; }
 
+std::int64_t RestOfFile(const DialogModel& model) {
+  const Bar& bar = model.fileBar;
+  return std::int64_t{bar.highest} - (model.fileBarMoved ? bar.position : bar.lowest);
+}
+
 bool OffersCancel(const DialogModel& model) {
   return ShowsRun(model) && model.buttons[kUpdate].enabled;
+}
+
+bool CancelWaits(const DialogModel& model) {
+  return ShowsRun(model) && !model.buttons[kUpdate].enabled;
 }
 
 }  // namespace velmora::platform::terminal

@@ -27,20 +27,6 @@ void StepOnce(Bar& bar);
 // 0 to 100; 0 for a range without extent.
 [[nodiscard]] int PercentOf(const Bar& bar);
 
-// Counts the bytes that were downloaded, as far as the file bar's movements tell. A file that needs
-// no download moves the bar straight from empty to full, once; a download in a single piece does so
-// too, but then the bar is put to full a second time.
-class ReceivedBytes {
- public:
-  void NewFile() { straightToFull_ = 0; }
-  void Moved(const Bar& before, const Bar& after);
-  [[nodiscard]] std::int64_t total() const { return total_; }
-
- private:
-  std::int64_t total_ = 0;
-  std::int64_t straightToFull_ = 0;
-};
-
 // What never changes about a button.
 struct ButtonKind {
   Control control;
@@ -76,15 +62,19 @@ struct DialogModel {
   std::string page;  // address of the information page
   std::string status;
   Bar fileBar;
+  bool fileBarMoved = false;  // since its range was set; until then it stands where a file left it
   Bar overallBar;
-  ReceivedBytes received;
   std::array<ButtonState, kButtons.size()> buttons;  // in the order of kButtons
 };
 
 // Whether an update is at work, going by what the Update button offers.
 [[nodiscard]] bool ShowsRun(const DialogModel& model);
+// The bytes of the present file that are still to come.
+[[nodiscard]] std::int64_t RestOfFile(const DialogModel& model);
 // Whether the Update button can be pressed and asks for a cancel then.
 [[nodiscard]] bool OffersCancel(const DialogModel& model);
+// Whether it was pressed for that, while the run goes on.
+[[nodiscard]] bool CancelWaits(const DialogModel& model);
 
 // A message box; texts in code page 932.
 struct BoxText {

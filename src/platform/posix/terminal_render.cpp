@@ -33,15 +33,17 @@ std::string FormatDuration(std::int64_t seconds) {
   return FormatText("%lld:%02lld:%02lld", all / 3600, all / 60 % 60, all % 60);
 }
 
-std::string FileDetails(const Bar& bar, const Figures& figures) {
-  std::string details = FormatBytes(bar.position) + " / " + FormatBytes(bar.highest);
-  if (figures.bytesPerSecond) details += kGap + FormatBytes(*figures.bytesPerSecond) + "/s";
+using Details = std::vector<std::string>;  // the most important first
+
+Details FileDetails(const Bar& bar, const Figures& figures) {
+  Details details = {FormatBytes(bar.position) + " / " + FormatBytes(bar.highest)};
+  if (figures.bytesPerSecond) details.push_back(FormatBytes(*figures.bytesPerSecond) + "/s");
   return details;
 }
 
-std::string OverallDetails(const Bar& bar, const Figures& figures) {
-  std::string details = FormatText("%d / %d", bar.position, bar.highest);
-  if (figures.secondsLeft) details += kGap + FormatDuration(*figures.secondsLeft) + " left";
+Details OverallDetails(const Bar& bar, const Figures& figures) {
+  Details details = {FormatText("%d / %d", bar.position, bar.highest)};
+  if (figures.secondsLeft) details.push_back(FormatDuration(*figures.secondsLeft) + " left");
   return details;
 }
 
@@ -54,13 +56,17 @@ std::string DrawBar(int percent, std::size_t room) {
   return kGap + ("[" + std::string(filled, '#') + std::string(cells - filled, '-') + "]");
 }
 
-std::string BarLine(const char* label, const Bar& bar, const std::string& details,
+// A figure that doesn't fit is left out, and those behind it: a part of it would be another figure.
+std::string BarLine(const char* label, const Bar& bar, const Details& details,
                     std::size_t columns) {
   const int percent = PercentOf(bar);
-  const std::string head = FormatText("%-5s%3d %%", label, percent);
-  const std::string tail = kGap + details;
-  const std::size_t taken = head.size() + tail.size();
-  return CutToCells(head + DrawBar(percent, columns - std::min(columns, taken)) + tail, columns);
+  const std::string head = CutToCells(FormatText("%-5s%3d %%", label, percent), columns);
+  std::string tail;
+  for (const std::string& detail : details) {
+    if (head.size() + tail.size() + sizeof kGap - 1 + detail.size() > columns) break;
+    tail += kGap + detail;
+  }
+  return head + DrawBar(percent, columns - head.size() - tail.size()) + tail;
 }
 
 void AddStatus(std::vector<std::string>& lines, const std::string& status, std::size_t columns) {
@@ -137,11 +143,18 @@ std::vector<std::string> RenderBox(const BoxText& box, std::size_t columns) {
   return lines;
 }
 
-std::vector<std::string> Arrange(std::vector<std::string> block,
-                                 const std::vector<std::string>& box, std::size_t rows) {
-  const std::size_t boxRows = std::min(box.size(), rows);
-  block.resize(std::min(block.size(), rows - boxRows));
-  block.insert(block.end(), box.begin(), box.begin() + static_cast<std::ptrdiff_t>(boxRows));
+std::vector<std::string> RenderCancelNotice(std::size_t columns) {
+  return WrapToCells(kCancelNotice, columns);
+}
+
+std::vector<std::string> Arrange(std::vector<std::string> block, std::vector<std::string> box,
+                                 std::size_t rows) {
+  if (box.size() > rows) box.erase(box.begin());
+  if (box.size() > rows) {
+    box.erase(box.begin() + static_cast<std::ptrdiff_t>(rows) - 1, box.end() - 1);
+  }
+  block.resize(std::min(block.size(), rows - box.size()));
+  block.insert(block.end(), box.begin(), box.end());
   return block;
 }
 

@@ -25,10 +25,15 @@ struct ScreenSize {
 
 [[nodiscard]] std::vector<std::string> RenderBox(const BoxText& box, std::size_t columns);
 
-// A line more than the terminal has rows would scroll it: the last lines of the block go first, and
-// a box stays as long as possible.
+// While a cancel waits, below the block.
+inline constexpr char kCancelNotice[] =
+    "Cancelling when this file is done.\nCtrl-C again closes without waiting.";
+[[nodiscard]] std::vector<std::string> RenderCancelNotice(std::size_t columns);
+
+// A line more than the terminal has rows would scroll it: the last lines of the block go first,
+// then the box's rule, then the end of its text. Its last line, which says what it waits for,
+// stays.
 [[nodiscard]] std::vector<std::string> Arrange(std::vector<std::string> block,
-                                               const std::vector<std::string>& box,
-                                               std::size_t rows);
+                                               std::vector<std::string> box, std::size_t rows);
 
 }  // namespace velmora::platform::terminal

@@ -1,5 +1,6 @@
 // A block of lines on a terminal that is redrawn in place. Pure: every function gives the bytes to
-// write. The cursor is hidden while a block stands and rests behind the block's last line.
+// write. The cursor is hidden while a block stands and rests at the start of the block's last line.
+// Nothing of it scrolls away that had room before.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +26,8 @@ class Screen {
   [[nodiscard]] std::string Leave();
 
  private:
-  [[nodiscard]] std::string BackToStart(ScreenSize size) const;
+  [[nodiscard]] std::string Replace(const std::vector<std::string>& lines, ScreenSize size) const;
+  [[nodiscard]] std::size_t RowsTaken(std::size_t lines, ScreenSize size) const;
 
   std::vector<std::string> shown_;
   ScreenSize size_;

@@ -17,5 +17,8 @@ add_library(velmora_platform STATIC
 target_link_libraries(velmora_platform PUBLIC velmora_base wininet shlwapi advapi32 shell32 ole32
                                               oleaut32 uuid imagehlp user32 gdi32 comctl32)
 
+# The resource compiler's rules see only what it includes.
+set_source_files_properties(${CMAKE_SOURCE_DIR}/resources/velmora.rc PROPERTIES OBJECT_DEPENDS
+  "${CMAKE_SOURCE_DIR}/resources/velmora.manifest;${CMAKE_SOURCE_DIR}/resources/velmora.ico")
 add_executable(VelmoraUpdate WIN32 platform/win32/main.cpp ${CMAKE_SOURCE_DIR}/resources/velmora.rc)
 target_link_libraries(VelmoraUpdate PRIVATE velmora_core velmora_platform)

@@ -10,7 +10,9 @@
 # Named works are printed; only a run of all works of a kind goes into the document.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/own_network.sh
 
+arguments=("$@")
 kind=${1:-all}
 shift || true
 case $kind in
@@ -19,6 +21,7 @@ case $kind in
 esac
 
 scripts/install_packages.sh build demo bench
+enter_own_network "${arguments[@]}"
 echo "== Building"
 cmake --preset native >/dev/null
 cmake --build --preset native --target VelmoraUpdate velmora-publish inner_bench | tail -1

@@ -6,6 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 place=$PWD/build/real-trees
 source scripts/debian_game.sh
+source scripts/own_network.sh
 source scripts/web_server.sh
 source scripts/windows_program.sh
 tool=build/native/velmora-publish
@@ -13,6 +14,11 @@ tool=build/native/velmora-publish
 fail() { echo "real_trees.sh: $*" >&2; exit 1; }
 
 scripts/install_packages.sh build demo windows
+for game in neverball pingus; do
+  unpack_game "$game-data" "$place/unpacked" || fail "no game data"
+done
+enter_own_network "$@"
+
 for target in "native velmora-publish VelmoraUpdate" "win64 VelmoraUpdate"; do
   read -ra words <<<"$target"
   cmake --preset "${words[0]}" >/dev/null
@@ -109,12 +115,10 @@ publish_and_install() {
   stop_web_server
 }
 
-unpack_game neverball-data "$place/unpacked" || fail "no game data"
 rm -rf "$place/unpacked/neverball"
 cp -rL "$place/unpacked/neverball-data/usr/share/games/neverball" "$place/unpacked/neverball"
 publish_and_install neverball "$place/unpacked/neverball"
 
-unpack_game pingus-data "$place/unpacked" || fail "no game data"
 rm -rf "$place/unpacked/pingus"
 cp -rL "$place/unpacked/pingus-data/usr/share/games/pingus" "$place/unpacked/pingus"
 odd_names "$place/unpacked/pingus"

@@ -8,18 +8,21 @@ root=$PWD
 demo=$root/build/demo
 package=neverball-data
 source scripts/debian_game.sh
+source scripts/own_network.sh
 source scripts/web_server.sh
 
 fail() { echo "run.sh: $*" >&2; exit 1; }
 
 scripts/install_packages.sh build demo
+unpack_game "$package" "$demo/unpacked" || fail "no game data"
+enter_own_network "$@"
+
 echo "== Building"
 cmake --preset native >/dev/null
 cmake --build --preset native --target VelmoraUpdate velmora-publish | tail -1
 
 # --- A real game's data, unpacked and not installed.
 
-unpack_game "$package" "$demo/unpacked" || fail "no game data"
 rm -rf "$demo"/{tree,server,earlier.dat,installed,nginx}
 mkdir -p "$demo"/{server,installed}
 cp -rL "$demo/unpacked/$package/usr/share/games/neverball" "$demo/tree"

@@ -4,6 +4,7 @@
 # native build and its tests alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/own_network.sh
 
 quick=false
 [[ ${1:-} == --quick ]] && quick=true
@@ -24,7 +25,7 @@ build() {
 run_suite() {
   step "Build and test: $1"
   build "$1"
-  ctest --preset "$1" -j "$2" |
+  in_own_network ctest --preset "$1" -j "$2" |
     grep -avE '^ *(Start |[0-9]+/[0-9]+ .* Passed )|^$' || fail "$1: tests fail"
 }
 

@@ -6,6 +6,8 @@
 #include <wincrypt.h>
 // clang-format on
 
+#include <algorithm>
+
 #include "platform/win32/last_error.h"
 
 namespace velmora::platform {
@@ -43,8 +45,16 @@ DigestHandle CreateDigest(DigestHandle provider, DigestKind kind, std::int32_t& 
 }
 
 bool FeedDigest(DigestHandle digest, const void* data, std::uint32_t length, std::int32_t& error) {
+  // Wine gives a wrong SHA-1 for one call with 600 MiB. An empty block is a call too.
+  constexpr std::uint32_t kSlice = 64U << 20;
   const auto* bytes = static_cast<const BYTE*>(data);
-  return Tell(CryptHashData(digest, bytes, length, 0) != FALSE, error);
+  std::uint32_t fed = 0;
+  do {
+    const std::uint32_t size = std::min(kSlice, length - fed);
+    if (!Tell(CryptHashData(digest, bytes + fed, size, 0) != FALSE, error)) return false;
+    fed += size;
+  } while (fed < length);
+  return true;
 }
 
 bool GetDigestLength(DigestHandle digest, std::uint32_t& length, std::int32_t& error) {

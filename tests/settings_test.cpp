@@ -286,6 +286,32 @@ TEST_F(CommandLine, OptionsAndTail) {
   EXPECT_EQ(LogMessagesWith("ID = y").size(), 3U);
 }
 
+TEST_F(CommandLine, WholeOptionsWithinALimit) {
+  const struct {
+    const char* line;
+    std::size_t limit;
+    const char* whole;
+  } cases[] = {
+      {"/D /x /I abc", 12, "/D /x /I abc"},
+      {"/D /x /I abc", 11, "/D /x"},
+      {"/D /x /I abc", 4, ""},
+      {"/D  a /Iid", 6, "/D  a"},
+      {"/h http://a/b /Iid", 14, "/h http://a/b"},
+      {"/h http://a/b /Iid", 12, ""},
+      {"/R/Dx y /Z", 9, "/R/Dx"},
+      {"/Z text /D x", 11, "/Z"},
+      // A settings path that the other scan reads as an option, and the other way round.
+      {"/P a/D b /Ix", 7, ""},
+      {"/P a/D b /Ix", 8, "/P a/D b"},
+      {"/H a/p b /Ix", 7, ""},
+      {"/H a/p b /Ix", 8, "/H a/p b"},
+      {"no options at all", 9, ""},
+  };
+  for (const auto& test : cases) {
+    EXPECT_EQ(WholeOptions(test.line, test.limit), test.whole) << test.line << ", " << test.limit;
+  }
+}
+
 TEST_F(CommandLine, TemporaryCopyIsDeleted) {
   EXPECT_EQ(ScanOptions("/C"), ScanResult::kEndProcess);
   EXPECT_EQ(LogMessages(), std::vector<std::string>{"Delete temporary files to close."});

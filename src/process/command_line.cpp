@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <string_view>
+#include <vector>
 
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -35,13 +37,20 @@ class OptionScan {
   // The value of the option just met; nothing if it is too long.
   std::optional<std::string> ReadOptionValue() {
     const std::size_t start = std::min(line_.find_first_not_of(' ', position_), line_.size());
-    const std::size_t end = std::min(line_.find(' ', start), line_.size());
-    position_ = end;
-    const std::string value = line_.substr(start, end - start);
+    SkipOptionValue();
+    const std::string value = line_.substr(start, position_ - start);
     if (value.size() <= kMaxOptionValue) return value;
     LogMessage("Option refused, its value is too long : %s\n", value.c_str());
     return std::nullopt;
   }
+
+  void SkipOptionValue() {
+    const std::size_t start = std::min(line_.find_first_not_of(' ', position_), line_.size());
+    position_ = std::min(line_.find(' ', start), line_.size());
+  }
+
+  // Where the option just met ends, with its value if that was read.
+  std::size_t Position() const { return position_; }
 
   // What stands behind the letter just met and one separator.
   std::string Tail() const { return line_.substr(std::min(position_ + 1, line_.size())); }
@@ -50,6 +59,25 @@ class OptionScan {
   const std::string& line_;
   std::size_t position_ = 0;
 };
+
+// The letters whose values each scan reads; to the other scan these values are text like any.
+constexpr std::string_view kSettingsPathScan = "P";
+constexpr std::string_view kOptionsScan = "BDHIL";
+
+struct OptionSpan {
+  std::size_t slash;
+  std::size_t end;
+};
+
+void AddOptionSpans(const std::string& line, std::string_view lettersWithValue,
+                    std::vector<OptionSpan>& spans) {
+  OptionScan scan(line);
+  while (const auto letter = scan.NextLetter()) {
+    const std::size_t slash = scan.Position() - 2;
+    if (lettersWithValue.find(*letter) != std::string_view::npos) scan.SkipOptionValue();
+    spans.push_back({slash, scan.Position()});
+  }
+}
 
 void Assign(std::string& setting, const std::optional<std::string>& value) {
   if (value) setting = *value;
@@ -112,6 +140,20 @@ ScanResult ScanOptions(const std::string& commandLine) {
     }
   }
   return ScanResult::kContinue;
+}
+
+std::string WholeOptions(const std::string& line, std::size_t limit) {
+  std::vector<OptionSpan> spans;
+  AddOptionSpans(line, kSettingsPathScan, spans);
+  AddOptionSpans(line, kOptionsScan, spans);
+  std::size_t length = 0;
+  for (const OptionSpan& last : spans) {
+    const bool cutsNone = std::none_of(spans.begin(), spans.end(), [&last](const OptionSpan& span) {
+      return span.slash < last.end && last.end < span.end;
+    });
+    if (cutsNone && last.end <= limit) length = std::max(length, last.end);
+  }
+  return line.substr(0, length);
 }
 
 void DeleteTemporaryCopy() {

@@ -34,6 +34,10 @@ enum class ScanResult { kContinue, kEndProcess };
 // Applies all other options in their order and sets ArgumentTail. kEndProcess after a /C.
 [[nodiscard]] ScanResult ScanOptions(const std::string& commandLine);
 
+// The options of `line` that stand whole within its first `limit` bytes, so that they read as they
+// do in the whole line.
+[[nodiscard]] std::string WholeOptions(const std::string& line, std::size_t limit);
+
 // Deletes the temporary copy, if there is one, and returns when it is gone: it can't be deleted as
 // long as it runs, so this is how a process waits for it to end.
 void DeleteTemporaryCopy();

@@ -45,12 +45,9 @@ int StartAsInstalled(const std::string& modulePath) {
   return 0;
 }
 
-// A tail that is too long is cut in front of an option, so that none is handed on without its
-// value.
 std::string HandedTail() {
   if (ArgumentTail.size() <= kMaxHandedTail) return ArgumentTail;
-  const std::size_t option = ArgumentTail.rfind(" /", kMaxHandedTail);
-  std::string tail = option == std::string::npos ? "" : ArgumentTail.substr(0, option);
+  std::string tail = WholeOptions(ArgumentTail, kMaxHandedTail);
   LogMessage("Options are too long to hand on, cut to : %s\n", tail.c_str());
   return tail;
 }

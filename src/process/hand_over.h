@@ -17,7 +17,7 @@ inline constexpr int kExitNoWindow = -1;
 inline constexpr int kExitRestart = -10;
 
 // The text handed to the installed patcher holds at most 127 bytes: "/C " or "/R " and 124 of the
-// tail. A longer tail is cut in front of the last option that fits with all before it.
+// tail. A longer tail is cut after the last whole option that fits.
 inline constexpr std::size_t kMaxHandedTail = 124;
 
 // Takes the role that the name of the running file gives: a name with a leading underscore is the

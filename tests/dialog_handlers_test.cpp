@@ -143,7 +143,8 @@ TEST_F(DialogHandlers, LaunchesAndTheirTexts) {
     Lines messages = LogMessages();
     std::erase_if(messages, [](const std::string& m) { return m.starts_with("Launch id is"); });
     EXPECT_EQ(messages, (Lines{"StartGame : Execute " + game.client + " ",
-                               shell(game.file, game.directory, game.parameters)}));
+                               shell(game.file, game.directory, game.parameters),
+                               "Launch failed : File = NoGame.exe : there is no such program"}));
   }
 
   ResetDialog();
@@ -152,6 +153,7 @@ TEST_F(DialogHandlers, LaunchesAndTheirTexts) {
   EXPECT_EQ(handlers_.command(1010), 0);
   EXPECT_EQ(LogMessages(),
             (Lines{"ExecOption : Execute VelmoraOption.exe ", shell("VelmoraOption.exe", here, ""),
+                   "Launch failed : File = VelmoraOption.exe : there is no such program",
                    "ExecOption : Execute dxdiag.exe "}));
   EXPECT_FALSE(ExecDxDiag());
   EXPECT_TRUE(Dialog().events.empty());

@@ -91,8 +91,11 @@ TEST_F(Chain, SecondStartMeetsTheMessageAndTheFirstStays) {
   EXPECT_EQ(second.Wait(), 0);
   EXPECT_TRUE(second.Errors().starts_with(kRunningMessage)) << second.Errors();
   EXPECT_TRUE(fs::exists(kCopy));
-  EXPECT_EQ(LogMessages().back(), "Error CopyFile() : Already exists same application ");
   EXPECT_GT(LogMessages().size(), logged);
+  const Lines log = LogMessages();
+  EXPECT_EQ(Lines(log.end() - 2, log.end()),
+            (Lines{"Error CopyFile() : Already exists same application ",
+                   "Reason of the system : 26 Text file busy"}));
 
   first.Send("close");
   EXPECT_EQ(first.Wait(), 0);
@@ -296,14 +299,17 @@ TEST_F(Chain, GameGetsItsDirectoryItsIdAndNothingElse) {
   ExpectCompleteChain();
 }
 
-TEST_F(Chain, GameThatIsNotThereEndsThePatcherAllTheSame) {
-  Serve({{"/hashlist.dat", "EXE : NoSuchGame.exe\n"}});
+TEST_F(Chain, GameThatCannotBeStartedEndsThePatcherAllTheSame) {
+  Serve({{"/hashlist.dat", FileLine("Game.exe", "no program") + "EXE : \\Game.exe\n"},
+         {"/Game.exe", "no program"}});
   PatcherProcess patcher(kPatcher, {});
   patcher.Send("start");
   patcher.Send("wait");
   patcher.Send("start");
   EXPECT_EQ(patcher.Wait(), 0);
   EXPECT_EQ(LogMessagesWith("ShellExecuteEx").size(), 1U);
+  EXPECT_EQ(LogMessagesWith("Launch failed"),
+            Lines{"Launch failed : File = Game.exe : Exec format error"});
   EXPECT_EQ(patcher.Errors(), "");
   ExpectCompleteChain();
 }

@@ -55,9 +55,11 @@ void StartSuccessor(const std::string& file, const std::string& directory,
 
 // Starts another program and doesn't wait for it: `file` without a directory, looked for in
 // `directory`, the working directory and the system's search path; run in `directory`, or in the
-// working directory if there is none. Nobody learns of a failure.
-void LaunchProgram(const std::string& file, const std::optional<std::string>& directory,
-                   const std::string& parameters);
+// working directory if there is none. Gives the reason if it can't be started; empty if it was, and
+// always where the system itself tells the player, as Windows' shell does.
+[[nodiscard]] std::string LaunchProgram(const std::string& file,
+                                        const std::optional<std::string>& directory,
+                                        const std::string& parameters);
 
 // Ends the process at once, with whatever threads it has; no destructor runs.
 [[noreturn]] void EndProcess(int exitCode);

@@ -1,5 +1,6 @@
 #include "process/hand_over.h"
 
+#include <cstdint>
 #include <string>
 
 #include "base/texts.h"
@@ -29,10 +30,19 @@ void TellAlreadyRunning() {
   platform::ShowStartBox(texts::kAlreadyRunning, texts::kErrorCaption, platform::kBoxError);
 }
 
+// Windows' texts end with a line end.
+std::string SystemErrorLine(std::int32_t code) {
+  const std::string text = platform::SystemErrorText(code);
+  return text.substr(0, text.find_last_not_of("\r\n") + 1);
+}
+
 int StartAsInstalled(const std::string& modulePath) {
   LogMessage("Execute : Copying Patcher( %s to %s).\n", modulePath.c_str(), kTemporaryCopy);
   if (!platform::CopyFileOver(modulePath, kTemporaryCopy)) {
+    const std::int32_t error = platform::LastSystemError();
     LogMessage("Error CopyFile() : Already exists same application \n");
+    // Whether that is true: it may be a folder that the player can't write to, or a full disk.
+    LogMessage("Reason of the system : %d %s\n", error, SystemErrorLine(error).c_str());
     TellAlreadyRunning();
     return 0;
   }

@@ -29,7 +29,9 @@ void Launch(const std::string& file, const std::optional<std::string>& directory
             const std::string& parameters) {
   LogMessage("ShellExecuteEx : File = %s, Directory = %s, Parameters = %s\n", file.c_str(),
              directory ? directory->c_str() : "(null)", parameters.c_str());
-  platform::LaunchProgram(file, directory, parameters);
+  const std::string failure = platform::LaunchProgram(file, directory, parameters);
+  if (!failure.empty())
+    LogMessage("Launch failed : File = %s : %s\n", file.c_str(), failure.c_str());
 }
 
 // The working directory, for texts that are built from it; nothing if it doesn't fit its room.

@@ -156,40 +156,82 @@ std::vector<std::string> Words(const std::string& text) {
   return words;
 }
 
-// The command that carries a launch out here; empty if there is none.
-std::vector<std::string> LaunchCommand(const std::string& file, const std::string& directory,
-                                       const std::string& parameters) {
+// The command that carries a launch out here, or what is missing for it.
+struct LaunchCommand {
+  std::vector<std::string> words;
+  std::string missing;
+};
+
+LaunchCommand CommandFor(const std::string& file, const std::string& directory,
+                         const std::string& parameters) {
   if (file == "explorer") {
     const std::string opener = OnSearchPath("xdg-open");
-    if (opener.empty()) return {};
-    return {opener, NativePath(parameters)};
+    if (opener.empty()) return {{}, "xdg-open isn't installed"};
+    return {{opener, NativePath(parameters)}, ""};
   }
   const std::string program = FindProgram(NativePath(file), directory);
-  if (program.empty()) return {};
-  std::vector<std::string> command;
+  if (program.empty()) return {{}, "there is no such program"};
+  LaunchCommand command;
   if (IsWindowsProgram(program)) {
     const std::string wine = OnSearchPath("wine");
-    if (wine.empty()) return {};
-    command.push_back(wine);
+    if (wine.empty()) return {{}, "it is a Windows program, and Wine isn't installed"};
+    command.words.push_back(wine);
   }
-  command.push_back(program);
-  for (std::string& word : Words(parameters)) command.push_back(std::move(word));
+  command.words.push_back(program);
+  for (std::string& word : Words(parameters)) command.words.push_back(std::move(word));
   return command;
 }
 
-// Runs in the child between fork and exec: only what is safe beside threads that were cut off.
-[[noreturn]] void RunDetached(const char* directory, char* const* arguments) {
+void Report(int report, int error) { static_cast<void>(!write(report, &error, sizeof error)); }
+
+// Runs in the child between fork and exec: only what is safe beside threads that were cut off. What
+// keeps the program from starting goes to `report`, which closes without a word when it starts.
+[[noreturn]] void RunDetached(const char* directory, char* const* arguments, int report) {
+  constexpr int kReport = STDERR_FILENO + 1;
   setsid();
-  if (fork() != 0) _exit(0);
+  const pid_t child = fork();
+  if (child < 0) Report(report, errno);
+  if (child != 0) _exit(0);
   const int nothing = open("/dev/null", O_RDWR);
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nothing, stream);
-  close_range(STDERR_FILENO + 1, UINT_MAX, 0);
+  if (report != kReport) dup2(report, kReport);
+  fcntl(kReport, F_SETFD, FD_CLOEXEC);
+  close_range(kReport + 1, UINT_MAX, 0);
   signal(SIGPIPE, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   if (directory[0] == '\0' || chdir(directory) == 0) execv(arguments[0], arguments);
+  Report(kReport, errno);
   _exit(127);
+}
+
+// The error that the detached child reports; 0 if its program runs.
+int ReportedError(int report) {
+  int error = 0;
+  ssize_t count = 0;
+  do {
+    count = read(report, &error, sizeof error);
+  } while (count < 0 && errno == EINTR);
+  return count == sizeof error ? error : 0;
+}
+
+// Starts the command as no child of this process; gives the error that it met, or 0.
+int StartDetached(const std::string& directory, std::vector<std::string>& words) {
+  const std::vector<char*> arguments = ArgumentVector(words);
+  std::array<int, 2> report{};
+  if (pipe2(report.data(), O_CLOEXEC) != 0) return errno;
+  const pid_t child = fork();
+  if (child == 0) RunDetached(directory.c_str(), arguments.data(), report[1]);
+  int error = child < 0 ? errno : 0;
+  close(report[1]);
+  if (child > 0) {
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    error = ReportedError(report[0]);
+  }
+  close(report[0]);
+  return error;
 }
 
 }  // namespace
@@ -255,18 +297,13 @@ void StartSuccessor(const std::string& file, const std::string&, const std::stri
   successor = {"./" + file, parameters};
 }
 
-void LaunchProgram(const std::string& file, const std::optional<std::string>& directory,
-                   const std::string& parameters) {
+std::string LaunchProgram(const std::string& file, const std::optional<std::string>& directory,
+                          const std::string& parameters) {
   const std::string folder = directory ? NativePath(*directory) : std::string();
-  std::vector<std::string> command = LaunchCommand(file, folder, parameters);
-  if (command.empty()) return;
-  const std::vector<char*> arguments = ArgumentVector(command);
-  const pid_t child = fork();
-  if (child == 0) RunDetached(folder.c_str(), arguments.data());
-  if (child > 0) {
-    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-    }
-  }
+  LaunchCommand command = CommandFor(file, folder, parameters);
+  if (!command.missing.empty()) return command.missing;
+  const int error = StartDetached(folder, command.words);
+  return error == 0 ? std::string() : std::strerror(error);
 }
 
 void EndProcess(int exitCode) {

@@ -160,10 +160,11 @@ void StartSuccessor(const std::string& file, const std::string& directory,
   Start(SEE_MASK_NOCLOSEPROCESS, file.c_str(), directory.c_str(), parameters.c_str());
 }
 
-void LaunchProgram(const std::string& file, const std::optional<std::string>& directory,
-                   const std::string& parameters) {
+std::string LaunchProgram(const std::string& file, const std::optional<std::string>& directory,
+                          const std::string& parameters) {
   Start(SEE_MASK_NOASYNC, file.c_str(), directory ? directory->c_str() : nullptr,
         parameters.c_str());
+  return {};
 }
 
 void EndProcess(int exitCode) { ExitProcess(static_cast<UINT>(exitCode)); }

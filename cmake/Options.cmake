@@ -20,6 +20,12 @@ if(VELMORA_SANITIZE)
   target_link_options(velmora_options INTERFACE -fsanitize=${VELMORA_SANITIZE})
 endif()
 
+# A 32-bit program gets all 4 GiB of its addresses from a 64-bit Windows only if it asks for them; a
+# file of the game is in memory whole.
+if(WIN32 AND CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_link_options(velmora_options INTERFACE -Wl,--large-address-aware)
+endif()
+
 # Coverage feedback for the fuzz targets, without libFuzzer's main function.
 if(VELMORA_FUZZ)
   target_compile_options(velmora_options INTERFACE -fsanitize=fuzzer-no-link)

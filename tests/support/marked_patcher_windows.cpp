@@ -1,11 +1,9 @@
 // A patcher of another edition: the same program, which also leaves a line in the file
 // "edition.txt" for each process of it. Something in it takes all quit messages.
-#include <windows.h>
-
 #include <fstream>
 
 #include "platform/processes.h"
-#include "platform/win32/instance.h"
+#include "platform/win32/start.h"
 #include "process/entry.h"
 
 LRESULT CALLBACK TakeQuit(int code, WPARAM wParam, LPARAM lParam) {
@@ -14,10 +12,10 @@ LRESULT CALLBACK TakeQuit(int code, WPARAM wParam, LPARAM lParam) {
   return CallNextHookEx(nullptr, code, wParam, lParam);
 }
 
-int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR commandLine, int) {
+int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR, int) {
+  const std::string commandLine = velmora::platform::BeginProcess(instance);
   std::ofstream("edition.txt", std::ios::app | std::ios::binary)
       << "next edition: " << commandLine << "\n";
   SetWindowsHookExW(WH_GETMESSAGE, TakeQuit, nullptr, GetCurrentThreadId());
-  velmora::platform::SetProgramInstance(instance);
   velmora::platform::EndProcess(velmora::RunProgram(commandLine));
 }

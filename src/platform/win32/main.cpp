@@ -1,11 +1,9 @@
 // The program's start.
-#include <windows.h>
-
 #include "platform/processes.h"
-#include "platform/win32/instance.h"
+#include "platform/win32/start.h"
 #include "process/entry.h"
 
-int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR commandLine, int) {
-  velmora::platform::SetProgramInstance(instance);
+int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR, int) {
+  const std::string commandLine = velmora::platform::BeginProcess(instance);
   velmora::platform::EndProcess(velmora::RunProgram(commandLine));
 }

@@ -10,12 +10,51 @@ add_library(velmora_platform STATIC
   platform/win32/memory.cpp
   platform/win32/paths.cpp
   platform/win32/processes.cpp
+  platform/win32/start.cpp
   platform/win32/threads.cpp
   platform/win32/url.cpp
   platform/win32/wide_text.cpp
 )
-target_link_libraries(velmora_platform PUBLIC velmora_base wininet shlwapi advapi32 shell32 ole32
-                                              oleaut32 uuid imagehlp user32 gdi32 comctl32)
+target_link_libraries(velmora_platform PUBLIC velmora_base shlwapi advapi32 shell32 ole32 oleaut32
+                                              uuid user32 gdi32 comctl32)
+
+# delayed_library(NAME FUNCTION@BYTES...): a library of the system that loads on the first call of one of
+# its functions; the bytes are those of the arguments, by which 32-bit programs name functions. It's for
+# those that Windows would look for in the program's own folder first when they load with the program:
+# not a "known" one (HKLM\System\CurrentControlSet\Control\Session Manager\KnownDLLs), or one that hands
+# calls on to such a one.
+function(delayed_library name)
+  list(JOIN ARGN "\n" functions)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+    string(REGEX REPLACE "@[0-9]+" "" functions "${functions}")
+  endif()
+  file(GENERATE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/${name}.def
+       CONTENT "LIBRARY ${name}.dll\nEXPORTS\n${functions}\n")
+  add_custom_command(OUTPUT lib${name}_delayed.a
+    COMMAND ${VELMORA_TARGET}-dlltool --kill-at --input-def ${name}.def
+            --output-delaylib lib${name}_delayed.a
+    WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}
+    DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/${name}.def)
+  add_custom_target(${name}_delayed
+                    DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/lib${name}_delayed.a)
+  add_dependencies(velmora_platform ${name}_delayed)
+  target_link_libraries(velmora_platform
+                        PUBLIC ${CMAKE_CURRENT_BINARY_DIR}/lib${name}_delayed.a delayimp)
+endfunction()
+delayed_library(imagehlp MakeSureDirectoryPathExists@4)  # hands on to dbghelp, which games bring
+delayed_library(wininet
+  HttpOpenRequestA@32
+  HttpQueryInfoA@20
+  HttpSendRequestA@20
+  InternetCanonicalizeUrlA@16
+  InternetCloseHandle@4
+  InternetConnectA@32
+  InternetCrackUrlA@16
+  InternetOpenA@20
+  InternetQueryDataAvailable@16
+  InternetQueryOptionA@16
+  InternetReadFile@16
+  InternetSetOptionA@16)
 
 # The resource compiler's rules see only what it includes.
 set_source_files_properties(${CMAKE_SOURCE_DIR}/resources/velmora.rc PROPERTIES OBJECT_DEPENDS

@@ -7,6 +7,7 @@
 // clang-format on
 
 #include <array>
+#include <cstdlib>
 #include <utility>
 
 #include "platform/win32/instance.h"
@@ -167,6 +168,11 @@ std::string LaunchProgram(const std::string& file, const std::optional<std::stri
   return {};
 }
 
-void EndProcess(int exitCode) { ExitProcess(static_cast<UINT>(exitCode)); }
+// ExitProcess would tell every library of its end, and the C runtime then destroys what the worker
+// may have been in the middle of.
+void EndProcess(int exitCode) {
+  TerminateProcess(GetCurrentProcess(), static_cast<UINT>(exitCode));
+  std::abort();
+}
 
 }  // namespace velmora::platform

@@ -1,0 +1,14 @@
+// What a process of the program does before anything else.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace velmora::platform {
+
+// Keeps libraries that lie in the game's folder out of the process, remembers the program's
+// instance, and gives the command line behind the program's name.
+[[nodiscard]] std::string BeginProcess(HINSTANCE instance);
+
+}  // namespace velmora::platform

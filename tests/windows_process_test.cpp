@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <functional>
 #include <iostream>
+#include <list>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -53,24 +54,28 @@ std::string Program() { return BuiltProgram("VELMORA_PROGRAM", VELMORA_PROGRAM);
 std::string MarkedProgram() {
   return BuiltProgram("VELMORA_MARKED_PROGRAM", VELMORA_MARKED_PROGRAM);
 }
+std::string StrayLibrary() { return BuiltProgram("VELMORA_STRAY_LIBRARY", VELMORA_STRAY_LIBRARY); }
 std::string StubGame() { return BuiltProgram("VELMORA_STUB_GAME", VELMORA_STUB_GAME); }
 
-// Wine's setting that keeps a library from the programs of one name. It goes with the object, and
-// with Wine itself.
-class LibraryHidden {
+// Wine's setting of where the programs of one name take a library from: nowhere (""), or first from
+// its file ("native,builtin"), as Windows does. It goes with the object, and with Wine itself.
+class LibraryOverride {
  public:
-  LibraryHidden(const std::string& program, const char* library)
+  LibraryOverride(const std::string& program, const std::string& library, const std::string& order)
       : key_("Software\\Wine\\AppDefaults\\" + program) {
     HKEY overrides = nullptr;
     EXPECT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, (key_ + "\\DllOverrides").c_str(), 0, nullptr,
                               REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, &overrides, nullptr),
               ERROR_SUCCESS);
-    EXPECT_EQ(RegSetValueExA(overrides, library, 0, REG_SZ, nullptr, 0), ERROR_SUCCESS);
+    EXPECT_EQ(RegSetValueExA(overrides, library.c_str(), 0, REG_SZ,
+                             reinterpret_cast<const BYTE*>(order.c_str()),
+                             static_cast<DWORD>(order.size() + 1)),
+              ERROR_SUCCESS);
     RegCloseKey(overrides);
   }
-  ~LibraryHidden() { RegDeleteTreeA(HKEY_CURRENT_USER, key_.c_str()); }
-  LibraryHidden(const LibraryHidden&) = delete;
-  LibraryHidden& operator=(const LibraryHidden&) = delete;
+  ~LibraryOverride() { RegDeleteTreeA(HKEY_CURRENT_USER, key_.c_str()); }
+  LibraryOverride(const LibraryOverride&) = delete;
+  LibraryOverride& operator=(const LibraryOverride&) = delete;
 
  private:
   std::string key_;
@@ -158,6 +163,28 @@ class WindowsChain : public testing::Test {
     EXPECT_TRUE(Answer(*box));
   }
 
+  // The way of a player from the start of the patcher to the game.
+  void PlayFromHere() {
+    // A game that comes with the update can be started at once.
+    const std::string game = ReadFile(StubGame());
+    Serve({{"/hashlist.dat", CompressedLine("bin\\Game.exe", game) + "EXE : \\bin\\Game.exe\r\n"},
+           {"/bin/Game.exe.compressed", Compressed(game)}});
+    chain_.Start(kPatcher, "/Iplayer1");
+    const PatcherDialog dialog(chain_);
+    ASSERT_TRUE(dialog.WaitForEnabled(kStartGame, true));
+    EXPECT_TRUE(dialog.Click(kStartGame));
+    EXPECT_TRUE(dialog.WaitForClosed());
+    ExpectTheEnd();
+
+    std::istringstream started(ReadFile("bin/Game.exe.started"));
+    std::string commandLine;
+    std::string directory;
+    std::getline(started, commandLine);
+    std::getline(started, directory);
+    EXPECT_EQ(commandLine, "-id player1");
+    EXPECT_TRUE(fs::equivalent(directory, "bin")) << directory;
+  }
+
   TemporaryFolder folder_;
   std::unique_ptr<LoopbackServer> server_;
   ProcessChain chain_;
@@ -201,10 +228,49 @@ TEST_F(WindowsChain, SecondStartMeetsTheMessageAndTheFirstStays) {
   EXPECT_EQ(box->text, "既に動作中です。\n同時に2個以上起動することは出来ません。");
   EXPECT_TRUE(Answer(*box));
   EXPECT_TRUE(second.WaitForEnd());
-  EXPECT_EQ(LogMessages().back(), "Error CopyFile() : Already exists same application ");
+  const Lines log = LogMessages();
+  EXPECT_EQ(*(log.end() - 2), "Error CopyFile() : Already exists same application ");
+  EXPECT_TRUE(log.back().starts_with("Reason of the system : 32 ")) << log.back();
 
   EXPECT_TRUE(dialog.IsOpen());
   CloseAndExpectTheEnd(dialog);
+}
+
+// As a launcher does it that writes no quotes; nothing in the path is an option.
+TEST_F(WindowsChain, StartedByAPathWithDoubleByteCharacters) {
+  Serve({{"/hashlist.dat", ""}});
+  fs::create_directories(L"日本/clean");
+  fs::copy_file(kPatcher, L"日本/clean/VelmoraUpdate.exe");
+  chain_.Start("日本/clean/VelmoraUpdate.exe");
+  const PatcherDialog dialog(chain_);
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, kCompleted));
+  EXPECT_EQ(LogMessagesWith("オプションの指定はありません。").size(), 1U);
+  CloseAndExpectTheEnd(dialog);
+}
+
+// Games and their additions bring libraries by the names of the system's.
+TEST_F(WindowsChain, LibrariesBesideTheProgramStayOut) {
+  Serve({{"/hashlist.dat", FileLine("data\\a.dat", "a")}, {"/data/a.dat", "a"}});
+  std::list<LibraryOverride> fromFiles;
+  for (const std::string name : {"wininet", "imagehlp", "dbghelp"}) {
+    fs::copy_file(StrayLibrary(), name + ".dll");
+    fromFiles.emplace_back(kCopy, name, "native,builtin");
+  }
+  chain_.Start(kPatcher);
+  const PatcherDialog dialog(chain_);
+  ASSERT_TRUE(dialog.WaitForText(kStatusLine, kCompleted));
+  CloseAndExpectTheEnd(dialog);
+  EXPECT_EQ(ReadFile("loaded.txt"), "(none)");
+}
+
+// A 32-bit program has room for large files only if its head says so.
+TEST_F(WindowsChain, AddressesAbove2GiB) {
+  const std::string program = ReadFile(kPatcher);
+  const auto* const start = reinterpret_cast<const IMAGE_DOS_HEADER*>(program.data());
+  IMAGE_FILE_HEADER head{};
+  program.copy(reinterpret_cast<char*>(&head), sizeof head,
+               static_cast<std::size_t>(start->e_lfanew) + sizeof IMAGE_NT_SIGNATURE);
+  EXPECT_NE(head.Characteristics & IMAGE_FILE_LARGE_ADDRESS_AWARE, 0);
 }
 
 // The second byte of the last character of the double-byte name is a backslash to the request.
@@ -330,25 +396,21 @@ TEST_F(WindowsChain, RecheckReadsEveryFileOnce) {
   CloseAndExpectTheEnd(dialog);
 }
 
+// In a folder whose name the code page can't hold, too, and a neighbour isn't taken for it.
 TEST_F(WindowsChain, GameGetsItsDirectoryAndItsId) {
-  // A game that comes with the update can be started at once.
-  const std::string game = ReadFile(StubGame());
-  Serve({{"/hashlist.dat", CompressedLine("bin\\Game.exe", game) + "EXE : \\bin\\Game.exe\r\n"},
-         {"/bin/Game.exe.compressed", Compressed(game)}});
-  chain_.Start(kPatcher, "/Iplayer1");
-  const PatcherDialog dialog(chain_);
-  ASSERT_TRUE(dialog.WaitForEnabled(kStartGame, true));
-  EXPECT_TRUE(dialog.Click(kStartGame));
-  EXPECT_TRUE(dialog.WaitForClosed());
-  ExpectTheEnd();
-
-  std::istringstream started(ReadFile("bin/Game.exe.started"));
-  std::string commandLine;
-  std::string directory;
-  std::getline(started, commandLine);
-  std::getline(started, directory);
-  EXPECT_EQ(commandLine, "-id player1");
-  EXPECT_TRUE(fs::equivalent(directory, "bin")) << directory;
+  const fs::path top = fs::current_path();
+  for (const wchar_t* const folder : {L"Spiele", L"Völkner Spiele"}) {
+    fs::create_directories(top / folder);
+    fs::create_directories(top / L"Volkner Spiele");
+    fs::copy_file(Program(), top / folder / kPatcher);
+    fs::copy_file(Program(), top / L"Volkner Spiele" / kPatcher,
+                  fs::copy_options::overwrite_existing);
+    fs::current_path(top / folder);
+    PlayFromHere();
+    fs::current_path(top);
+  }
+  fs::remove(top / L"Volkner Spiele" / kPatcher);
+  EXPECT_TRUE(fs::is_empty(top / L"Volkner Spiele"));
 }
 
 TEST_F(WindowsChain, CloseDuringADownload) {
@@ -456,7 +518,7 @@ TEST(ControlHost, IsKnownBehindTheProcedureOfATool) {
 // No dialog without its pane, and no process that stays behind for want of one.
 TEST_F(WindowsChain, NoBrowserControlToBeHad) {
   Serve({{"/hashlist.dat", FileLine("a.dat", "a")}, {"/a.dat", "a"}});
-  const LibraryHidden hidden(kCopy, "ieframe");
+  const LibraryOverride hidden(kCopy, "ieframe", "");
   chain_.Start(kPatcher);
   ExpectTheEnd();
   EXPECT_EQ(RequestsFor("/hashlist.dat"), 0);

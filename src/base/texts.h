@@ -18,6 +18,9 @@ inline constexpr char kErrorCaption[] = "エラー";
 inline constexpr char kRestartCaption[] = "VelmoraUpdate";
 inline constexpr char kAlreadyRunning[] =
     "既に動作中です。\n同時に2個以上起動することは出来ません。";
+inline constexpr char kNoUsablePath[] =
+    "ゲームのフォルダを開けません。\nフォルダ名に使用できない文字が含まれている可能性があります。\n"
+    "フォルダ名を半角英数字に変更してから、もう一度起動してください。";
 inline constexpr char kNoInternet[] = "インターネット接続に問題があります。";
 inline constexpr char kNoServer[] = "サーバに接続できません。\nメンテナンス中の可能性があります。";
 inline constexpr char kNotOnServer[] =

@@ -24,11 +24,15 @@ void PumpUntilQuit();
 // answered.
 void ShowStartBox(const std::string& text, const std::string& caption, std::uint32_t type);
 
-// Full path of the running program file.
+// Paths are bytes, and the system's own names may be more than bytes can say: on Windows a name may
+// have characters outside the code page of the player's system. A directory then comes in its short
+// form, and never as bytes that name another one; where it has no such form, there is no path.
+
+// Full path of the running program file; empty if it can't be told.
 [[nodiscard]] std::string ModulePath();
 
-// The working directory, without a separator at its end unless it is a root; empty if it needs more
-// than `bufferSize` bytes with its terminator.
+// The working directory, without a separator at its end unless it is a root; empty if it can't be
+// told, or needs more than `bufferSize` bytes with its terminator.
 [[nodiscard]] std::string WorkingDirectory(std::size_t bufferSize);
 
 // `path` in its short form; unchanged if it has none, or one that needs more than `bufferSize`

@@ -109,6 +109,11 @@ int RunByRole() {
   if (!platform::RegisterHiddenWindow()) return kExitNoWindow;
   platform::CreateHiddenWindow();
   const std::string modulePath = platform::ModulePath();
+  if (modulePath.empty()) {
+    LogMessage("Error ModulePath() : No path that can be used leads to the program \n");
+    platform::ShowStartBox(texts::kNoUsablePath, texts::kErrorCaption, platform::kBoxError);
+    return 0;
+  }
   const bool isTemporaryCopy = platform::LastPathElement(modulePath).starts_with('_');
   return isTemporaryCopy ? RunAsTemporaryCopy() : StartAsInstalled(modulePath);
 }

@@ -6,7 +6,6 @@
 #include <shellapi.h>
 // clang-format on
 
-#include <array>
 #include <cstdlib>
 #include <utility>
 
@@ -18,7 +17,7 @@ namespace velmora::platform {
 namespace {
 
 constexpr char kName[] = "VelmoraUpdate";
-constexpr std::size_t kModulePathBuffer = 512;
+constexpr DWORD kModulePathBuffer = 512;
 
 HINSTANCE programInstance = nullptr;
 HWND hiddenWindow = nullptr;
@@ -51,6 +50,43 @@ std::string Written(std::string buffer, DWORD length) {
   if (length >= buffer.size()) return {};
   buffer.resize(length);
   return buffer;
+}
+
+// Paths go through the system's A functions here, so their bytes are of the code page of the
+// player's system, whichever that is.
+std::wstring WidePath(const std::string& path) {
+  const int size = static_cast<int>(path.size());
+  std::wstring wide(path.size(), L'\0');
+  const int length =
+      MultiByteToWideChar(CP_ACP, 0, path.data(), size, wide.data(), static_cast<int>(wide.size()));
+  wide.resize(static_cast<std::size_t>(length));
+  return wide;
+}
+
+// Nothing if the way back leads elsewhere: a character without a place in the code page gives way
+// to one that looks like it, and the path becomes that of a neighbour.
+std::optional<std::string> ExactPath(const std::wstring& wide) {
+  const int length = static_cast<int>(wide.size());
+  const int size =
+      WideCharToMultiByte(CP_ACP, 0, wide.data(), length, nullptr, 0, nullptr, nullptr);
+  std::string path(static_cast<std::size_t>(size), '\0');
+  WideCharToMultiByte(CP_ACP, 0, wide.data(), length, path.data(), size, nullptr, nullptr);
+  if (WidePath(path) != wide) return std::nullopt;
+  return path;
+}
+
+// Empty if the system knows none.
+std::wstring ShortForm(const std::wstring& path) {
+  std::wstring form(GetShortPathNameW(path.c_str(), nullptr, 0), L'\0');
+  form.resize(GetShortPathNameW(path.c_str(), form.data(), static_cast<DWORD>(form.size())));
+  return form;
+}
+
+// A directory in its long form, or in its short one if only that can be told; else nothing.
+std::optional<std::string> DirectoryText(const std::wstring& directory) {
+  if (auto exact = ExactPath(directory)) return exact;
+  const std::wstring form = ShortForm(directory);
+  return form.empty() ? std::nullopt : ExactPath(form);
 }
 
 #ifndef _WIN64
@@ -117,25 +153,30 @@ void ShowStartBox(const std::string& text, const std::string& caption, std::uint
 }
 
 std::string ModulePath() {
-  std::array<char, kModulePathBuffer> path{};
-  const UINT length = GetWindowModuleFileNameA(hiddenWindow, path.data(), kModulePathBuffer);
-  return std::string(path.data(), length);
+  std::wstring path(kModulePathBuffer, L'\0');
+  const DWORD length = GetModuleFileNameW(nullptr, path.data(), kModulePathBuffer);
+  if (length == kModulePathBuffer) return {};
+  path.resize(length);
+  // The name itself stays as it is: it decides what the process does.
+  const std::size_t name = path.rfind(L'\\') + 1;
+  const auto directory = DirectoryText(path.substr(0, name));
+  const auto file = ExactPath(path.substr(name));
+  return directory && file ? *directory + *file : std::string();
 }
 
 std::string WorkingDirectory(std::size_t bufferSize) {
-  std::string directory(bufferSize, '\0');
-  const DWORD length = GetCurrentDirectoryA(static_cast<DWORD>(bufferSize), directory.data());
-  return Written(std::move(directory), length);
+  std::wstring wide(bufferSize, L'\0');
+  const DWORD length = GetCurrentDirectoryW(static_cast<DWORD>(bufferSize), wide.data());
+  if (length >= bufferSize) return {};
+  wide.resize(length);
+  const auto directory = DirectoryText(wide);
+  return directory && directory->size() < bufferSize ? *directory : std::string();
 }
 
 std::string ShortPath(const std::string& path, std::size_t bufferSize) {
-  if (path.size() >= bufferSize) return path;
-  std::string buffer = path;
-  buffer.resize(bufferSize);
-  const DWORD length =
-      GetShortPathNameA(buffer.data(), buffer.data(), static_cast<DWORD>(bufferSize));
-  const std::string shortPath = Written(std::move(buffer), length);
-  return shortPath.empty() ? path : shortPath;
+  const auto shortPath = ExactPath(ShortForm(WidePath(path)));
+  const bool usable = shortPath && !shortPath->empty() && shortPath->size() < bufferSize;
+  return usable ? *shortPath : path;
 }
 
 std::string SystemFolder(std::size_t bufferSize) {

@@ -1,0 +1,14 @@
+// A library that lies in the game's folder, and tells that a process took it for the system's.
+#include <windows.h>
+
+#include <array>
+#include <fstream>
+
+BOOL WINAPI DllMain(HINSTANCE library, DWORD reason, LPVOID) {
+  if (reason == DLL_PROCESS_ATTACH) {
+    std::array<char, MAX_PATH> path{};
+    GetModuleFileNameA(library, path.data(), static_cast<DWORD>(path.size()));
+    std::ofstream("loaded.txt", std::ios::app) << path.data() << "\n";
+  }
+  return TRUE;
+}

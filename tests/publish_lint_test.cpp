@@ -201,18 +201,6 @@ TEST(Lint, BuiltPublicationIsClean) {
   EXPECT_EQ(Found(ReadFile("out/hashlist.dat"), {.dataPath = "/game", .tree = "tree"}), Expected());
 }
 
-// Cut anywhere, a list is still a text that can be looked at.
-TEST(Lint, AnyTextIsTaken) {
-  std::string text;
-  for (const Case& one : Cases()) text += one.text.substr(0, 511);
-  for (std::size_t length = 0; length <= text.size(); length += 7) {
-    const auto findings = LintList(text.substr(0, length), {});
-    const auto lines = static_cast<std::size_t>(
-        std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(length), '\n') + 1);
-    for (const LintFinding& finding : findings) EXPECT_LE(finding.line, lines) << length;
-  }
-}
-
 TEST(ListPath, PlayersPathsAreOneFileToPlayers) {
   EXPECT_EQ(PlayersPath("./A\\b//C. .\\.\\d"), "a\\b\\c\\d");
   EXPECT_EQ(PlayersPath("\x95\x5C"

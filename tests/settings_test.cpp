@@ -135,34 +135,29 @@ class Probe : public SettingsStore {
 };
 
 TEST_F(Probe, FollowsEnableCdn) {
+  const std::string url = "http://cdn.invalid/";
+  const std::string none = "127.0.0.80:8080/d";
   const struct {
-    const char* name;
     Reply reply;
-    const char* host;
-    const char* path;
-    std::int32_t port;
+    std::string place;
   } cases[] = {
-      {"url", Ok("http://cdn.invalid:8080/files?x"), "cdn.invalid", "/files", 80},
-      {"not there", Status(404), "127.0.0.80", "/d", 8080},
-      {"empty", Ok(""), "127.0.0.80", "/d", 8080},
-      {"no host", Ok("error: not found"), "127.0.0.80", "/d", 8080},
-      {"no URL", Ok("<html>"), "127.0.0.80", "/d", 8080},
-      {"no length", Raw("", "http://cdn.invalid/"), "127.0.0.80", "/d", 8080},
-      {"negative length", Raw("Content-Length: -3\r\n", "http://cdn.invalid/"), "127.0.0.80", "/d",
-       8080},
-      {"part too long", Ok("http://cdn.invalid/" + std::string(1000, 'x')), "127.0.0.80", "/d",
-       8080},
-      {"reset", Raw("Content-Length: 30\r\n", "", Reply::End::kReset), "127.0.0.80", "/d", 8080},
-      {"shorter than told", Raw("Content-Length: 300\r\n", "http://cdn.invalid/x"), "cdn.invalid",
-       "/x", 80},
+      {Ok("http://cdn.invalid:8080/files?x"), "cdn.invalid:80/files"},
+      {Raw("Content-Length: 300\r\n", url + "x"), "cdn.invalid:80/x"},  // less than was told
+      {Status(404), none},
+      {Ok(""), none},
+      {Ok("error: not found"), none},
+      {Ok("<html>"), none},
+      {Raw("", url), none},
+      {Raw("Content-Length: -3\r\n", url), none},
+      {Ok(url + std::string(1000, 'x')), none},
+      {Raw("Content-Length: 30\r\n", "", Reply::End::kReset), none},
   };
   for (const auto& test : cases) {
-    SCOPED_TRACE(test.name);
+    SCOPED_TRACE(test.reply.bytes);
     if (!Redirect(test.reply, "127.0.0.80")) GTEST_SKIP() << "port 80 of 127.0.0.80 can't be had";
     Load("ServerAddress=127.0.0.80:8080\r\nData=/d\r\n");
-    EXPECT_EQ(Settings.ServerHost, test.host);
-    EXPECT_EQ(Settings.DataPath, test.path);
-    EXPECT_EQ(Settings.ServerPort, test.port);
+    EXPECT_EQ(Settings.ServerHost + ":" + std::to_string(Settings.ServerPort) + Settings.DataPath,
+              test.place);
     ASSERT_EQ(redirector_->Requests().size(), 1U);
     EXPECT_EQ(redirector_->Requests()[0].path, "/d/enable.cdn");
     EXPECT_NE(redirector_->Requests()[0].head.find("User-Agent: VelmoraUpdate_CDN\r\n"),
@@ -313,14 +308,20 @@ TEST_F(CommandLine, WholeOptionsWithinALimit) {
 }
 
 TEST_F(CommandLine, TemporaryCopyIsDeleted) {
-  EXPECT_EQ(ScanOptions("/C"), ScanResult::kEndProcess);
-  EXPECT_EQ(LogMessages(), std::vector<std::string>{"Delete temporary files to close."});
+  const auto logged = [](const char* line, ScanResult result) {
+    std::filesystem::remove("session.log");
+    EXPECT_EQ(ScanOptions(line), result);
+    EXPECT_EQ(ReadFile(kTemporaryCopy), "(none)");
+    return LogMessages();
+  };
+  using Lines = std::vector<std::string>;
+  const std::string close = "Delete temporary files to close.";
+  EXPECT_EQ(logged("/C", ScanResult::kEndProcess), Lines{close});
   WriteFile(kTemporaryCopy, "x");
-  EXPECT_EQ(ScanOptions("/R"), ScanResult::kContinue);
-  EXPECT_EQ(ReadFile(kTemporaryCopy), "(none)");
-  EXPECT_EQ(LogMessages(), (std::vector<std::string>{"Delete temporary files to close.",
-                                                     "Delete temporary files to reboot.",
-                                                     "Deleted temporary files."}));
+  EXPECT_EQ(logged("/C", ScanResult::kEndProcess), (Lines{close, "Deleted temporary files."}));
+  WriteFile(kTemporaryCopy, "x");
+  EXPECT_EQ(logged("/R", ScanResult::kContinue),
+            (Lines{"Delete temporary files to reboot.", "Deleted temporary files."}));
 }
 
 // A copy that can't be deleted yet is waited for; one that vanishes meanwhile ends the wait.

@@ -162,15 +162,6 @@ TEST_F(UpdateRun, VouchedFilesAreNeitherReadNorRequested) {
             (Lines{"/hashlist.dat", "/a.dat", "/b.dat", "/hashlist.dat", "/b.dat"}));
 }
 
-TEST_F(UpdateRun, ListWithoutLinesFillsTheBar) {
-  Serve({{"/hashlist.dat", ""}});
-  ASSERT_TRUE(Run());
-  EXPECT_EQ(Dialog().events,
-            Joined({kStart, kEnterPasses, {"move 1002 1"}, kCompletedFirst, kClosing}));
-  EXPECT_EQ(UpdateState, kEnded);
-  EXPECT_EQ(ReadFile(kCacheFile), "(none)");
-}
-
 TEST_F(UpdateRun, ListOfRemovalsStepsTheFullBar) {
   WriteFile("a", "x");
   Serve({{"/hashlist.dat", "DEL : a\nDEL : gone.dat\n"}});
@@ -253,71 +244,37 @@ TEST_F(UpdateRun, CancelledRunKeepsItsCache) {
 
 TEST_F(UpdateRun, FailuresAtTheConnection) {
   WriteFile(kCacheFile, "kept H 1 H 1 0\r\n");
-  const Lines nothing;
-  const struct {
-    const char* name;
-    LoopbackServer::Answer answer;  // none: the server is not there
-    std::string host;
-    Lines shown;
-    std::string logged;
-  } cases[] = {
-      {"no host", nullptr, "", {ErrorBox(texts::kNoServer)}, "Couldn't connect to :"},
-      {"refused", nullptr, kHost, {NotOnServerBox("/hashlist.dat")}, ": code 0"},
-      {"404",
-       [](const ServedRequest&) { return Status(404); },
-       kHost,
-       {NotOnServerBox("/hashlist.dat")},
-       ": code 404"},
-      {"no length",
-       [](const ServedRequest&) { return Raw("", "FILE : a"); },
-       kHost,
-       {NotOnServerBox("/hashlist.dat")},
-       "no usable Content-Length : none"},
-      {"chunked",
-       [](const ServedRequest&) {
-         return Raw("Transfer-Encoding: chunked\r\n", "8\r\nFILE : a\r\n0\r\n\r\n");
-       },
-       kHost,
-       {NotOnServerBox("/hashlist.dat")},
-       "no usable Content-Length : none"},
-      {"negative length",
-       [](const ServedRequest&) { return Raw("Content-Length: -5\r\n", "FILE : a"); },
-       kHost,
-       {NotOnServerBox("/hashlist.dat")},
-       ": code 200"},
-      {"garbage",
-       [](const ServedRequest&) {
-         return Reply{"garbage\r\n\r\n", Reply::End::kClose};
-       },
-       kHost,
-       {NotOnServerBox("/hashlist.dat")},
-       ": code "},
-  };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(test.name);
+  const auto fails = [this](const std::string& box, const std::string& logged) {
     ResetDialog();
     std::filesystem::remove("session.log");
-    Serve([](const ServedRequest&) { return Status(500); });
-    if (test.answer) {
-      Serve(test.answer);
-    } else {
-      server_.reset();
-    }
-    Settings.ServerHost = test.host;
     ASSERT_TRUE(Run());
-    EXPECT_EQ(Dialog().events, Joined({kStart, test.shown, kClosing}));
-    EXPECT_FALSE(LogMessagesWith(test.logged).empty()) << ReadFile("session.log");
+    EXPECT_EQ(Dialog().events, Joined({kStart, {box}, kClosing}));
+    EXPECT_FALSE(LogMessagesWith(logged).empty()) << ReadFile("session.log");
     EXPECT_EQ(UpdateState, kNotRunning);
     EXPECT_EQ(ReadFile(kCacheFile), "kept H 1 H 1 0\r\n");
     EXPECT_EQ(UpdateSet.Count(), 0U);
+  };
+  fails(ErrorBox(texts::kNoServer), "Couldn't connect to :");
+  const struct {
+    Reply reply;
+    const char* logged;
+  } cases[] = {
+      {Raw("", "FILE : a"), "no usable Content-Length : none"},
+      {Raw("Transfer-Encoding: chunked\r\n", "8\r\nFILE : a\r\n0\r\n\r\n"),
+       "no usable Content-Length : none"},
+      {Raw("Content-Length: -5\r\n", "FILE : a"), ": code 200"},
+      {{"garbage\r\n\r\n", Reply::End::kClose}, ": code "},
+      {Status(404), ": code 404 "},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.reply.bytes);
+    Serve([&test](const ServedRequest&) { return test.reply; });
+    fails(NotOnServerBox("/hashlist.dat"), test.logged);
   }
+  EXPECT_EQ(LogMessagesWith(": code 404 ").size(), 2U);
+  server_.reset();  // refused
+  fails(NotOnServerBox("/hashlist.dat"), ": code 0");
   EXPECT_EQ(LogMessagesWith("STATUS_CODE").size(), 2U);
-}
-
-TEST_F(UpdateRun, WrongStatusOfTheListIsLoggedTwice) {
-  Serve([](const ServedRequest&) { return Status(403); });
-  ASSERT_TRUE(Run());
-  EXPECT_EQ(LogMessagesWith(": code 403 ").size(), 2U);
 }
 
 // A removal that was cut would name the directory of the file that it means.
@@ -361,81 +318,38 @@ TEST_F(UpdateRun, FailuresOfADownload) {
   const auto fileLine = FileLine("d\\f.dat", good);
   const std::string tooLong =
       "[Error] Download Failed(Insufficient File data has been read):: d\\f.dat : IndicatedSize:";
+  const auto packed = [&good](const std::string& bytes, const char* size) {
+    return "FILE : d\\f.dat.compressed, " + Sha1(bytes) + ", 10, X, " + size + "\n";
+  };
+  const std::string stream = Compressed(good);
+  const auto start = good.substr(0, 5);
+  const auto length = [](const char* text) {
+    return std::string("Content-Length: ") + text + "\r\n";
+  };
   const struct {
-    const char* name;
     std::string line;
     Reply reply;
-    Lines boxes;
+    std::string box;
     std::string logged;
-    std::string local;  // the file that was there before
   } cases[] = {
-      {"404",
-       fileLine,
-       Status(404),
-       {NotOnServerBox("d\\f.dat")},
-       ": code 404 file = d\\f.dat ",
-       "before"},
-      {"closed early",
-       fileLine,
-       Raw("Content-Length: 10\r\n", "01234"),
-       {lost},
-       tooLong + "10 ActualRead:5",
-       "before"},
-      {"reset",
-       fileLine,
-       Raw("Content-Length: 10\r\n", "01234", Reply::End::kReset),
-       {lost},
-       tooLong + "10 ActualRead:",
-       "before"},
-      {"no length", fileLine, Raw("", good), {lost}, tooLong, "before"},
-      {"negative length",
-       fileLine,
-       Raw("Content-Length: -10\r\n", good),
-       {lost},
-       tooLong,
-       "before"},
-      {"more than there is",
-       fileLine,
-       Raw("Content-Length: 2147483647\r\n", good),
-       {lost},
-       tooLong + "2147483647 ActualRead:10",
-       "before"},
-      {"wrong bytes",
-       fileLine,
-       Ok("0123456780"),
-       {ErrorBox(texts::kWrongData)},
-       "Error Invalid Hash : file d\\f.dat Hash is " + Sha1(good) + " ",
-       "before"},
-      {"empty",
-       fileLine,
-       Ok(""),
-       {ErrorBox(texts::kWrongData)},
-       "Error Invalid Hash : file d\\f",
-       "before"},
-      {"no stream",
-       "FILE : d\\f.dat.compressed, " + Sha1(good) + ", 10, X, 10\n",
-       Ok(good),
-       {ErrorBox(texts::kExpandFailed)},
-       "Error uncompress failed : file d\\f.dat ",
-       "before"},
-      {"expands beyond its size",
-       "FILE : d\\f.dat.compressed, " + Sha1(Compressed(good)) + ", 18, X, 9\n",
-       Ok(Compressed(good)),
-       {ErrorBox(texts::kExpandFailed)},
-       "Error uncompress failed",
-       "before"},
-      {"size that can't be had",
-       "FILE : d\\f.dat.compressed, " + Sha1(Compressed(good)) + ", 18, X, -1\n",
-       Ok(Compressed(good)),
-       {lost},
-       "Couldn't allocate -1 bytes : File d\\f.dat ",
-       "before"},
-  };
+      {fileLine, Status(404), NotOnServerBox("d\\f.dat"), ": code 404 file = d\\f.dat "},
+      {fileLine, Raw(length("10"), start), lost, tooLong + "10 ActualRead:5"},
+      {fileLine, Raw(length("10"), start, Reply::End::kReset), lost, tooLong + "10 ActualRead:"},
+      {fileLine, Raw("", good), lost, tooLong},
+      {fileLine, Raw(length("-10"), good), lost, tooLong},
+      {fileLine, Raw(length("2147483647"), good), lost, tooLong + "2147483647 ActualRead:10"},
+      {fileLine, Ok("0123456780"), ErrorBox(texts::kWrongData),
+       "Error Invalid Hash : file d\\f.dat Hash is " + Sha1(good) + " "},
+      {fileLine, Ok(""), ErrorBox(texts::kWrongData), "Error Invalid Hash : file d\\f"},
+      {packed(good, "10"), Ok(good), ErrorBox(texts::kExpandFailed),
+       "Error uncompress failed : file d\\f.dat "},
+      {packed(stream, "9"), Ok(stream), ErrorBox(texts::kExpandFailed), "Error uncompress failed"},
+      {packed(stream, "-1"), Ok(stream), lost, "Couldn't allocate -1 bytes : File d\\f.dat "}};
   for (const auto& test : cases) {
-    SCOPED_TRACE(test.name);
+    SCOPED_TRACE(test.line + test.reply.bytes);
     ResetDialog();
     std::filesystem::remove("session.log");
-    WriteFile("d/f.dat", test.local);
+    WriteFile("d/f.dat", "before");
     Serve([&test](const ServedRequest& request) {
       return request.path == "/hashlist.dat"
                  ? Ok(FileLine("a", "1") + test.line + FileLine("z\\behind.dat", "z"))
@@ -443,13 +357,12 @@ TEST_F(UpdateRun, FailuresOfADownload) {
                                     : test.reply;
     });
     ASSERT_TRUE(Run());
-    EXPECT_EQ(EventsOf("box"), test.boxes);
+    EXPECT_EQ(EventsOf("box"), Lines{test.box});
     EXPECT_FALSE(LogMessagesWith(test.logged).empty()) << ReadFile("session.log");
     // The failed record's bar doesn't step, the ones behind it are not looked at, the old file
     // stays.
     EXPECT_EQ(EventsOf("stepit").size(), 1U);
-    EXPECT_EQ(FilesHere(),
-              (std::map<std::string, std::string>{{"a", "1"}, {"d/f.dat", test.local}}));
+    EXPECT_EQ(FilesHere(), (std::map<std::string, std::string>{{"a", "1"}, {"d/f.dat", "before"}}));
     EXPECT_EQ(UpdateState, kNotRunning);
     const Lines end = Joined({kHandled, kClosing});
     EXPECT_TRUE(std::equal(end.rbegin(), end.rend(), Dialog().events.rbegin()));
@@ -702,38 +615,6 @@ TEST_F(UpdateRun, UpdateButtonAsksForACancelOnceInState1) {
   EXPECT_EQ(EventsOf("enable 1000"), (Lines{"enable 1000 0", "enable 1000 1", "enable 1000 0",
                                             "enable 1000 0", "enable 1000 1"}));
   EXPECT_EQ(EventsOf(std::string("status ") + texts::kCancelled).size(), 1U);
-}
-
-TEST_F(UpdateRun, TenRunsInOneProcess) {
-  const std::string content(100000, 'c');
-  Serve({{"/hashlist.dat", FileLine("a", content) + CompressedLine("bb", content)},
-         {"/a", content},
-         {"/bb.compressed", Compressed(content)}});
-  for (int i = 0; i < 10; ++i) {
-    for (const char* file : {"a", "bb", kCacheFile, "session.log"}) std::filesystem::remove(file);
-    ResetDialog();
-    ASSERT_TRUE(Run());
-    EXPECT_EQ(UpdateState, kEnded);
-    EXPECT_EQ(ReadFile("bb"), content);
-  }
-}
-
-TEST_F(UpdateRun, LargeListOfGoodFiles) {
-  std::string list;
-  constexpr int kRecords = 100000;
-  for (int i = 0; i < kRecords; ++i) {
-    list += FormatText("FILE : %06d, 0, 0, 0, 0\n", i);
-  }
-  std::string cache;
-  for (int i = 0; i < kRecords; ++i) cache += FormatText("%06d 0 0 0 0 0\r\n", i);
-  WriteFile(kCacheFile, cache);
-  WriteFile("000000", "");
-  Serve({{"/hashlist.dat", list}});
-  // All but the first file are missing: the run fails at the second record, with everything parsed.
-  ASSERT_TRUE(Run());
-  EXPECT_EQ(UpdateSet.Count(), static_cast<std::uint32_t>(kRecords));
-  EXPECT_EQ(EventsOf("stepit").size(), 1U);
-  EXPECT_EQ(ReadFile(kCacheFile), cache);
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <map>
 #include <ostream>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -365,24 +364,6 @@ TEST_F(Kills, InFrontOfEachChange) {
 
 TEST_F(Kills, HalfWayThroughEachWrite) {
   StrikeEach("write", {"kill-half"}, kKilled, [](const PatcherProcess&, const Fault&) {});
-}
-
-TEST_F(Kills, AtAnyTime) {
-  constexpr useconds_t kLongest = 60000;
-  std::mt19937 random(NumberFromEnvironment("VELMORA_KILL_SEED", 1));
-  const std::uint32_t runs = NumberFromEnvironment("VELMORA_KILLS", 25);
-  const auto publications = Publications();
-  for (std::uint32_t run = 0; run < runs; ++run) {
-    const auto& [name, game] = *std::next(publications.begin(), run % 3);
-    const auto delay = static_cast<useconds_t>(random() % kLongest);
-    SCOPED_TRACE(name + ", killed after " + std::to_string(delay) + " us");
-    Install(game);
-    {
-      const auto patcher = StartUndisturbed();
-      usleep(delay);
-    }  // which kills it
-    ExpectHealing();
-  }
 }
 
 }  // namespace

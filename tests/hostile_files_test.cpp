@@ -312,6 +312,23 @@ TEST_F(SmallDisk, ThatIsFullBesideALinkToAnother) {
   EXPECT_FALSE(fs::exists("../roomy/_VelmoraUpdate.new"));
 }
 
+TEST_F(SmallDisk, CacheKeepsTheLinesThatWentIn) {
+  FileRecord record;
+  for (int i = 200; i > 0; --i) {
+    record.path = "file" + std::to_string(1000 + i);
+    record.transferHash = record.contentHash = Sha1(record.path);
+    record.transferSize = record.contentSize = "1";
+    RememberVerified(record);
+  }
+  WriteFile("filler", std::string(56000, 'f'));
+  SaveVerifyCache();
+  EXPECT_EQ(VerifyCache.Count(), 0U);
+  LoadVerifyCache();
+  EXPECT_GT(VerifyCache.Count(), 50U);
+  EXPECT_LT(VerifyCache.Count(), 200U);
+  EXPECT_TRUE(IsVerifiedUnchanged(record));
+}
+
 TEST_F(SmallDisk, ThatIsReadOnly) {
   WriteFile("d/old", "old");
   WriteFile("gone", "old");

@@ -3,7 +3,6 @@
 // without them.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -11,7 +10,6 @@
 #include <fstream>
 #include <limits>
 #include <map>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,8 +21,8 @@
 #include "platform/memory.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
-#include "platform/threads.h"
 #include "platform/url.h"
+#include "support/workspace.h"
 
 namespace velmora::platform {
 namespace {
@@ -35,20 +33,6 @@ using Mode = OutputFile::Mode;
 // Works in an empty directory of its own.
 class FilesContract : public ::testing::Test {
  protected:
-  void SetUp() override {
-    std::random_device random;
-    const std::string unique = std::to_string(random()) + "-" + std::to_string(random());
-    directory_ = fs::temp_directory_path() / ("velmora-contract-" + unique);
-    ASSERT_TRUE(fs::create_directory(directory_));
-    before_ = fs::current_path();
-    fs::current_path(directory_);
-  }
-
-  void TearDown() override {
-    fs::current_path(before_);
-    fs::remove_all(directory_);
-  }
-
   static void Write(const std::string& path, const std::string& bytes, Mode mode = Mode::kReplace) {
     OutputFile file(path, mode);
     ASSERT_TRUE(file.IsOpen()) << path;
@@ -80,8 +64,7 @@ class FilesContract : public ::testing::Test {
   }
 
  private:
-  fs::path directory_;
-  fs::path before_;
+  test::TemporaryFolder folder_;
 };
 
 // --- files.h
@@ -309,20 +292,6 @@ TEST_F(FilesContract, DirectorySearchGivesEveryEntryWithItsKind) {
     DirectoryEntry entry;
     EXPECT_FALSE(search.Next(entry)) << path;
   }
-}
-
-// What the removal of a directory does: deletes while it lists.
-TEST_F(FilesContract, EntriesMayBeRemovedDuringTheSearch) {
-  fs::create_directory("data");
-  constexpr int kCount = 300;
-  for (int i = 0; i < kCount; ++i) Write("data\\" + std::to_string(i), "");
-  DirectorySearch search("data\\*");
-  int removed = 0;
-  for (DirectoryEntry entry; search.Next(entry);) {
-    if (!entry.isDirectory && RemoveFile("data\\" + entry.name)) ++removed;
-  }
-  EXPECT_EQ(removed, kCount);
-  EXPECT_TRUE(RemoveEmptyDirectory("data"));
 }
 
 TEST_F(FilesContract, TheReasonOfAFailureBelongsToItsThread) {
@@ -576,42 +545,12 @@ DigestHandle OpenedProvider() {
   return OpenDigestProvider(KeySet::kCreate, error);
 }
 
-// Feeds the text in two parts and asks for the digest twice.
-std::string DigestText(DigestKind kind, const std::string& text) {
-  std::int32_t error = 0;
-  const DigestHandle provider = OpenedProvider();
-  const DigestHandle digest = CreateDigest(provider, kind, error);
-  const auto half = static_cast<std::uint32_t>(text.size() / 2);
-  EXPECT_TRUE(FeedDigest(digest, text.data(), half, error));
-  EXPECT_TRUE(FeedDigest(digest, text.data() + half, static_cast<std::uint32_t>(text.size()) - half,
-                         error));
-  std::uint32_t length = 0;
-  EXPECT_TRUE(GetDigestLength(digest, length, error));
-  std::vector<std::uint8_t> bytes(64);
-  std::string hex;
-  for (int time = 0; time < 2; ++time) {
-    std::uint32_t room = time == 0 ? 64 : length;
-    EXPECT_TRUE(GetDigest(digest, bytes.data(), room, error));
-    EXPECT_EQ(room, length);
-    hex.clear();
-    for (std::uint32_t i = 0; i < room; ++i) {
-      constexpr char kDigits[] = "0123456789abcdef";
-      hex += {kDigits[bytes[i] >> 4], kDigits[bytes[i] & 15]};
-    }
-  }
-  DestroyDigest(digest);
-  CloseDigestProvider(provider);
-  return hex;
-}
-
 TEST(DigestContract, PublishedDigests) {
-  using enum DigestKind;
-  EXPECT_EQ(DigestText(kMd5, ""), "d41d8cd98f00b204e9800998ecf8427e");
-  EXPECT_EQ(DigestText(kMd5, "abc"), "900150983cd24fb0d6963f7d28e17f72");
-  EXPECT_EQ(DigestText(kSha1, ""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
-  EXPECT_EQ(DigestText(kSha1, "abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
-  EXPECT_EQ(DigestText(kSha1, std::string(1'000'000, 'a')),
-            "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
+  EXPECT_EQ(test::Md5(""), "D41D8CD98F00B204E9800998ECF8427E");
+  EXPECT_EQ(test::Md5("abc"), "900150983CD24FB0D6963F7D28E17F72");
+  EXPECT_EQ(test::Sha1(""), "DA39A3EE5E6B4B0D3255BFEF95601890AFD80709");
+  EXPECT_EQ(test::Sha1("abc"), "A9993E364706816ABA3E25717850C26C9CD0D89D");
+  EXPECT_EQ(test::Sha1(std::string(1'000'000, 'a')), "34AA973CD4C4DAA4F61EEB2BDBAD27316534016F");
 }
 
 TEST(DigestContract, FailuresComeWithAReason) {
@@ -662,25 +601,7 @@ TEST(MemoryContract, BlocksAreTheCallersAndZeroedOnesZero) {
   FreeMemory(nullptr, 0);
 }
 
-// --- threads.h, clock.h
-
-std::atomic<int> entered = 0;
-std::atomic<bool> mayEnd = false;
-
-TEST(ThreadsContract, AThreadRunsBesideItsStarterAndOutlivesItsHandle) {
-  entered = 0;
-  mayEnd = false;
-  const ThreadHandle thread = StartThread([] {
-    ++entered;
-    while (!mayEnd) std::this_thread::yield();
-    ++entered;
-  });
-  ASSERT_NE(thread, 0U);
-  while (entered != 1) std::this_thread::yield();
-  CloseThreadHandle(thread);
-  mayEnd = true;
-  while (entered != 2) std::this_thread::yield();
-}
+// --- clock.h
 
 TEST(ClockContract, LocalTimeIsTheCalendarsAndTicksAreMilliseconds) {
   const std::time_t before = std::time(nullptr);

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <string>
 
@@ -17,35 +16,17 @@
 #include "platform/paths.h"
 #include "platform/posix/native_path.h"
 #include "platform/url.h"
+#include "support/workspace.h"
 
 namespace velmora::platform {
 namespace {
 
 namespace fs = std::filesystem;
+using test::ReadFile;
+using test::WriteFile;
 
 class PosixPlatform : public ::testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "velmora-posix-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    directory_ = pattern;
-    fs::current_path(directory_);
-  }
-
-  void TearDown() override {
-    fs::current_path("/");
-    fs::remove_all(directory_);
-  }
-
-  static void Write(const std::string& native, const std::string& bytes) {
-    std::ofstream(native, std::ios::binary) << bytes;
-  }
-
-  static std::string Contents(const std::string& native) {
-    std::ifstream file(native, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  }
-
   static std::set<std::string> Listed(const std::string& searchPath) {
     DirectorySearch search(searchPath);
     EXPECT_TRUE(search.Started()) << searchPath;
@@ -56,7 +37,7 @@ class PosixPlatform : public ::testing::Test {
   }
 
  private:
-  fs::path directory_;
+  test::TemporaryFolder folder_;
 };
 
 // A copy of `sleep` that runs until the object dies.
@@ -103,22 +84,6 @@ TEST_F(PosixPlatform, ARunningProgramIsNeitherRemovedNorReplacedUntilItEnds) {
   EXPECT_FALSE(fs::exists("program"));
 }
 
-TEST_F(PosixPlatform, RemovingALinkLeavesItsTarget) {
-  Write("target", "kept");
-  fs::create_directory("directory");
-  fs::create_symlink("target", "to-file");
-  fs::create_symlink("directory", "to-directory");
-  fs::create_symlink("nothing", "to-nothing");
-
-  EXPECT_FALSE(RemoveEmptyDirectory("to-directory"));
-  for (const char* const link : {"to-file", "to-directory", "to-nothing"}) {
-    EXPECT_TRUE(RemoveFile(link)) << link;
-    EXPECT_FALSE(fs::is_symlink(link)) << link;
-  }
-  EXPECT_EQ(Contents("target"), "kept");
-  EXPECT_TRUE(fs::is_directory("directory"));
-}
-
 TEST_F(PosixPlatform, AFifoIsNoFileAndNobodyWaitsForItsOtherEnd) {
   ASSERT_EQ(mkfifo("fifo", 0666), 0);
   EXPECT_FALSE(InputFile("fifo").IsOpen());
@@ -131,7 +96,7 @@ TEST_F(PosixPlatform, AFifoIsNoFileAndNobodyWaitsForItsOtherEnd) {
 }
 
 TEST_F(PosixPlatform, ReplacingKeepsTheModeAndRespectsIt) {
-  Write("tool", "old program");
+  WriteFile("tool", "old program");
   ASSERT_EQ(chmod("tool", 0754), 0);
   EXPECT_TRUE(OutputFile("tool", OutputFile::Mode::kReplace).Write("new", 3));
   EXPECT_EQ(fs::status("tool").permissions(), fs::perms(0754));
@@ -143,16 +108,16 @@ TEST_F(PosixPlatform, ReplacingKeepsTheModeAndRespectsIt) {
   EXPECT_FALSE(OutputFile("tool", OutputFile::Mode::kReplace).IsOpen());
   EXPECT_FALSE(OutputFile("tool", OutputFile::Mode::kAppend).IsOpen());
   EXPECT_EQ(LastSystemError(), EACCES);
-  EXPECT_EQ(Contents("tool"), "new");
+  EXPECT_EQ(ReadFile("tool"), "new");
 }
 
 TEST_F(PosixPlatform, ListingGivesLinksAsFilesAndLeavesOutWhatAPathCannotName) {
   fs::create_directory("directory");
   fs::create_symlink("directory", "link");
-  Write("a\\b", "would read back as b in a");
-  Write("half\x81", "fine at the end of a path");
+  WriteFile("a\\b", "would read back as b in a");
+  WriteFile("half\x81", "fine at the end of a path");
   fs::create_directory("half-directory\x81");
-  Write("whole\x95\\", "backslash inside a character");
+  WriteFile("whole\x95\\", "backslash inside a character");
   EXPECT_EQ(Listed(".\\*"), (std::set<std::string>{".\\", "..\\", "directory\\", "link", "half\x81",
                                                    "whole\x95\\"}));
 }
@@ -211,10 +176,10 @@ TEST_F(PosixPlatform, AJoinedPathStaysInTheDirectoryThatWasListed) {
 }
 
 TEST_F(PosixPlatform, MakingDirectoriesStopsAtAFileAndAtNoHalfCharacter) {
-  Write("file", "kept");
+  WriteFile("file", "kept");
   EXPECT_FALSE(MakeDirectoriesOf("file\\name"));
   EXPECT_EQ(LastSystemError(), ENOTDIR);
-  EXPECT_EQ(Contents("file"), "kept");
+  EXPECT_EQ(ReadFile("file"), "kept");
   EXPECT_TRUE(MakeDirectoriesOf("\x95\\\x83\\.txt"));
   EXPECT_EQ(Listed(".\\*"), (std::set<std::string>{".\\", "..\\", "file"}));
 }
@@ -238,7 +203,7 @@ TEST(PosixUrls, OddInputs) {
 }
 
 TEST_F(PosixPlatform, AnIniFileOfAbsurdSizeReadsAsAbsent) {
-  Write("big", "[Setting]\nData=x\n");
+  WriteFile("big", "[Setting]\nData=x\n");
   EXPECT_EQ(ReadIniValue("big", "Setting", "Data", 256), "x");
   fs::resize_file("big", (16 << 20) + 1);
   EXPECT_EQ(ReadIniValue("big", "Setting", "Data", 256), "");

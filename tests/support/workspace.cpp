@@ -84,8 +84,10 @@ std::string DigestText(platform::DigestKind kind, const std::string& bytes) {
   const auto digest = platform::CreateDigest(provider, kind, error);
   std::uint8_t buffer[64];
   std::uint32_t length = sizeof buffer;
-  EXPECT_TRUE(
-      platform::FeedDigest(digest, bytes.data(), static_cast<std::uint32_t>(bytes.size()), error));
+  const auto half = static_cast<std::uint32_t>(bytes.size() / 2);
+  const auto rest = static_cast<std::uint32_t>(bytes.size()) - half;
+  EXPECT_TRUE(platform::FeedDigest(digest, bytes.data(), half, error) &&
+              platform::FeedDigest(digest, bytes.data() + half, rest, error));
   EXPECT_TRUE(platform::GetDigest(digest, buffer, length, error));
   platform::DestroyDigest(digest);
   platform::CloseDigestProvider(provider);

@@ -60,12 +60,6 @@ void CheckJoin(const std::string& directory, const std::string& name) {
   Require(joined->size() <= kMaxPath, "a joined path holds at most 259 bytes", *joined);
   Require(joined->ends_with(LastPathElement(*joined)), "the last element is an end", *joined);
   Require(joined->starts_with(WithoutLastPathElement(*joined)), "the rest a beginning", *joined);
-  // Paths from this system's root are read in UTF-8 as far as they go, and are left aside.
-  const auto alone = JoinPath(directory, "");
-  if (directory.starts_with('/') || joined->starts_with('/') || !alone) return;
-  const bool isPlain = !name.empty() && name[0] != '.' && CanBeElement(name, false) &&
-                       name.find_first_of("/:") == std::string::npos;
-  Require(!isPlain || JoinPath(*alone, "") == alone, "joined again it stays", *alone);
 }
 
 void CheckNative(const std::string& path) {

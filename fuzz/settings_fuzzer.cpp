@@ -46,25 +46,17 @@ void CheckFirstWins(const Values& values, const std::string& file) {
 }
 
 void CheckSettings(const Values& values) {
-  Settings = PatcherSettings();
-  Settings.SettingsPath = kFile;
   ReadSettings();
   ReadMirrors();
   Require(Settings.ServerHost == values[0].substr(0, values[0].find(':')),
           "the host stands in front of the colon", values[0]);
-  const std::string& user = Settings.FTPUserName;
-  Require(user.empty() || (user == values[1] && user != "KOL" && user != "OSKA"),
-          "a reserved user isn't used", user);
   Require(Settings.FTPPassword == values[2] && Settings.DataPath == values[3] &&
               Settings.InformationUrl == values[4] &&
               Settings.DataFile == (values[5].empty() ? "hashlist.dat" : values[5]),
           "values go where they belong");
-  Require(Mirrors.count <= 10 && (!values[6].empty() || Mirrors.count == 0),
-          "mirrors are read up to the first gap");
+  Require(Mirrors.count <= 10 && (!values[6].empty() || Mirrors.count == 0), "mirrors");
   for (std::size_t i = 0; i < Mirrors.count; ++i) {
-    const BaseUrlEntry& mirror = Mirrors.entries[i];
-    Require(!mirror.host.empty() && mirror.port >= 0 && mirror.port <= 65535,
-            "a mirror has a host and a port");
+    Require(!Mirrors.entries[i].host.empty(), "a mirror has a host");
   }
 }
 
@@ -72,6 +64,7 @@ void CheckSettings(const Values& values) {
 
 void CheckInput(std::string_view file) {
   EnterEmptyFolder();
+  Settings = PatcherSettings();
   Settings.SettingsPath = kFile;
   const Values values = ValuesOf(file);
   CheckValues(values, file);

@@ -35,7 +35,7 @@ constexpr char kSettings[] = "VelmoraUpdate.dat";
 constexpr char kDirectory[] = "(directory)";
 constexpr char kScript[] = "wait\nwait\nclose";  // a new patcher goes on with it
 constexpr std::uint32_t kMostRuns = 5000;
-constexpr int kKilled = -1;  // as PatcherProcess::Wait gives it
+constexpr int kKilled = 1000 + SIGKILL;  // as PatcherProcess::Wait returns it
 
 // Enough for a write and a block of memory to count.
 std::string Content(const std::string& name) {
@@ -164,8 +164,7 @@ class FaultyChain : public testing::Test {
  protected:
   FaultyChain()
       : server_([this](const ServedRequest& request) {
-          const auto found = game_.served.find(request.path);
-          return found == game_.served.end() ? Status(404) : Ok(found->second);
+          return LoopbackServer::Serving(game_.served)(request);
         }) {
     WriteFile("report", std::string(sizeof(FaultReport), '\0'));
     const int file = open("report", O_RDWR | O_CLOEXEC);
@@ -227,8 +226,8 @@ class FaultyChain : public testing::Test {
     return patcher;
   }
   static std::unique_ptr<PatcherProcess> StartUndisturbed() {
-    auto patcher = std::make_unique<PatcherProcess>("./VelmoraUpdate.exe",
-                                                    std::vector<std::string>{}, "../patcher");
+    auto patcher =
+        std::make_unique<PatcherProcess>("./VelmoraUpdate.exe", std::vector<std::string>{});
     patcher->Send(kScript);
     patcher->EndInput();
     return patcher;
@@ -249,7 +248,7 @@ class FaultyChain : public testing::Test {
     // Neither a launch or a run that doesn't start is told, nor a list that breaks off.
     const bool mayBeSilent = IsUpToDate() || fault.operation == "exec" ||
                              fault.operation == "thread" || fault.effect == "cut";
-    EXPECT_TRUE(mayBeSilent || !patcher.Errors().empty()) << "the player isn't told";
+    EXPECT_TRUE(mayBeSilent || !patcher.errors().empty()) << "the player isn't told";
     const bool mayLeaveCopy =
         HasStruckCopy() || fault.operation == "exec" || fault.effect == "full";
     EXPECT_TRUE(mayLeaveCopy || !fs::exists(kCopy));
@@ -267,7 +266,7 @@ class FaultyChain : public testing::Test {
     const auto patcher = StartUndisturbed();
     EXPECT_EQ(patcher->Wait(), 0);
     const Files tree = Tree();
-    EXPECT_EQ(NamesOf(tree), NamesOf(game_.after)) << patcher->Errors();
+    EXPECT_EQ(NamesOf(tree), NamesOf(game_.after)) << patcher->errors();
     EXPECT_TRUE(tree == game_.after) << "contents differ";
     EXPECT_TRUE(IsLogOfWholeLines());
     const auto log = LogMessages();

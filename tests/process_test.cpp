@@ -31,10 +31,7 @@ class Chain : public testing::Test {
   Chain() { InstallProgram(VELMORA_PROGRAM, kPatcher); }
 
   void Serve(std::map<std::string, std::string> files) {
-    Serve([files = std::move(files)](const ServedRequest& request) {
-      const auto found = files.find(request.path);
-      return found == files.end() ? Status(404) : Ok(found->second);
-    });
+    Serve(LoopbackServer::Serving(std::move(files)));
   }
   void Serve(LoopbackServer::Answer answer) {
     server_ = std::make_unique<LoopbackServer>(std::move(answer));
@@ -43,6 +40,15 @@ class Chain : public testing::Test {
   std::string SettingsText(const std::string& more) const {
     return "[Setting]\r\nServerAddress=127.0.0.1:" + std::to_string(server_->port()) + "\r\n" +
            more;
+  }
+  // Carries out a script to its end.
+  static PatcherProcess Play(const std::string& program, const Lines& options = {},
+                             const Lines& script = {}) {
+    PatcherProcess patcher(program, options);
+    for (const std::string& command : script) patcher.Send(command);
+    patcher.EndInput();
+    EXPECT_EQ(patcher.Wait(), 0);
+    return patcher;
   }
   static void ExpectCompleteChain() {
     EXPECT_FALSE(fs::exists(kCopy));
@@ -58,10 +64,9 @@ class Chain : public testing::Test {
 
 TEST_F(Chain, NothingToUpdate) {
   Serve({{"/hashlist.dat", ""}});
-  PatcherProcess patcher(kPatcher, {"/I", "id", "/H", "http://info/"});
-  patcher.EndInput();
-  EXPECT_EQ(patcher.Wait(), 0);
-  EXPECT_NE(patcher.Output().find("page: http://info/\n"), std::string::npos);
+  WriteFile(kCopy, "left behind");
+  PatcherProcess patcher = Play(kPatcher, {"/I", "id", "/H", "http://info/"});
+  EXPECT_NE(patcher.output().find("page: http://info/\n"), std::string::npos);
   ExpectCompleteChain();
   const Lines log = LogMessages();
   EXPECT_EQ(log[1], "Executing : _VelmoraUpdate.exe");
@@ -69,27 +74,17 @@ TEST_F(Chain, NothingToUpdate) {
   const Lines end(log.end() - 4, log.end());
   EXPECT_EQ(end, (Lines{"Destroying Window : ", "Execute : Cleaning temporary files.",
                         "Delete temporary files to close.", "Deleted temporary files."}));
-  EXPECT_EQ(patcher.Errors(), "");
-}
-
-TEST_F(Chain, StaleCopyIsReplaced) {
-  Serve({{"/hashlist.dat", ""}});
-  WriteFile(kCopy, "left behind");
-  PatcherProcess patcher(kPatcher, {});
-  patcher.EndInput();
-  EXPECT_EQ(patcher.Wait(), 0);
-  ExpectCompleteChain();
+  EXPECT_EQ(patcher.errors(), "");
 }
 
 TEST_F(Chain, SecondStartMeetsTheMessageAndTheFirstStays) {
   Serve({{"/hashlist.dat", ""}});
-  PatcherProcess first(kPatcher, {}, "first");
+  PatcherProcess first(kPatcher, {});
   ASSERT_TRUE(first.HasShown("Start Game button: enabled"));
   const std::size_t logged = LogMessages().size();
 
-  PatcherProcess second(kPatcher, {}, "second");
-  EXPECT_EQ(second.Wait(), 0);
-  EXPECT_TRUE(second.Errors().starts_with(kRunningMessage)) << second.Errors();
+  PatcherProcess second = Play(kPatcher, {});
+  EXPECT_TRUE(second.errors().starts_with(kRunningMessage)) << second.errors();
   EXPECT_TRUE(fs::exists(kCopy));
   EXPECT_GT(LogMessages().size(), logged);
   const Lines log = LogMessages();
@@ -105,14 +100,14 @@ TEST_F(Chain, SecondStartMeetsTheMessageAndTheFirstStays) {
 // A copy that runs by itself meets the mutex of the other one, and its clean-up waits for both.
 TEST_F(Chain, SecondCopyMeetsTheMutex) {
   Serve({{"/hashlist.dat", ""}});
-  PatcherProcess first(kPatcher, {}, "first");
+  PatcherProcess first(kPatcher, {});
   ASSERT_TRUE(first.HasShown("Start Game button: enabled"));
   InstallProgram(VELMORA_PROGRAM, "_other.exe");
-  PatcherProcess second("_other.exe", {}, "second");
+  PatcherProcess second("_other.exe", {});
   for (int i = 0; i < 500 && LogMessagesWith("Delete temporary files to close.").empty(); ++i) {
-    usleep(10000);
+    second.Pump(10);
   }
-  EXPECT_TRUE(second.Errors().starts_with(kRunningMessage)) << second.Errors();
+  EXPECT_TRUE(second.errors().starts_with(kRunningMessage)) << second.errors();
   EXPECT_EQ(LogMessagesWith("Detect CreateMutex() : Already exists same application ").size(), 1U);
   EXPECT_TRUE(fs::exists(kCopy));
 
@@ -128,26 +123,20 @@ TEST_F(Chain, RoleGoesByTheFileName) {
   // Without an underscore: an installed patcher, whose last launch is of the fixed name.
   InstallProgram(VELMORA_PROGRAM, "Other.exe");
   {
-    PatcherProcess patcher("Other.exe", {});
-    patcher.EndInput();
-    EXPECT_EQ(patcher.Wait(), 0);
+    Play("Other.exe");
     ExpectCompleteChain();
   }
   // With one: a temporary copy at once, and no new log.
   InstallProgram(VELMORA_PROGRAM, "_Other.exe");
   const std::size_t logged = LogMessages().size();
-  PatcherProcess patcher("_Other.exe", {});
-  patcher.EndInput();
-  EXPECT_EQ(patcher.Wait(), 0);
+  Play("_Other.exe");
   EXPECT_GT(LogMessages().size(), logged);
   EXPECT_EQ(LogMessages().back(), "Delete temporary files to close.");
   EXPECT_TRUE(fs::exists("_Other.exe"));
 
   // The fixed name isn't there: nobody notices, and the copy stays behind.
   fs::remove(kPatcher);
-  PatcherProcess alone("Other.exe", {});
-  alone.EndInput();
-  EXPECT_EQ(alone.Wait(), 0);
+  Play("Other.exe");
   EXPECT_TRUE(fs::exists(kCopy));
 }
 
@@ -155,9 +144,7 @@ TEST_F(Chain, WorkingDirectoryCounts) {
   Serve({{"/hashlist.dat", FileLine("a.dat", "a")}, {"/a.dat", "a"}});
   fs::create_directory("away");
   fs::rename(kPatcher, "away/VelmoraUpdate.exe");
-  PatcherProcess patcher("away/VelmoraUpdate.exe", {});
-  patcher.EndInput();
-  EXPECT_EQ(patcher.Wait(), 0);
+  Play("away/VelmoraUpdate.exe");
   EXPECT_EQ(ReadFile("a.dat"), "a");
   EXPECT_TRUE(fs::exists(kCopy));
   EXPECT_FALSE(fs::exists("away/_VelmoraUpdate.exe"));
@@ -170,10 +157,8 @@ TEST_F(Chain, NewPatcherRunsWithThePlayersOptions) {
          {"/VelmoraUpdate.exe", next},
          {"/aa.dat", "a"},
          {"/behind-the-patcher.dat", "b"}});
-  PatcherProcess patcher(kPatcher, {"/D", "list2.dat", "/I", "id7"});
-  patcher.EndInput();
-  EXPECT_EQ(patcher.Wait(), 0);
-  EXPECT_NE(patcher.Errors().find("VelmoraUpdate: アップデートプログラムが更新されました。"),
+  PatcherProcess patcher = Play(kPatcher, {"/D", "list2.dat", "/I", "id7"});
+  EXPECT_NE(patcher.errors().find("VelmoraUpdate: アップデートプログラムが更新されました。"),
             std::string::npos);
   EXPECT_EQ(ReadFile(kPatcher), next);
   EXPECT_EQ(ReadFile("behind-the-patcher.dat"), "b");
@@ -192,10 +177,7 @@ TEST_F(Chain, ScriptOutlivesTheOldPatcher) {
   const std::string next = ReadFile(VELMORA_MARKED_PROGRAM);
   Serve({{"/hashlist.dat", FileLine(kPatcher, next) + "EXE : NoSuchGame.exe\n"},
          {"/VelmoraUpdate.exe", next}});
-  PatcherProcess patcher(kPatcher, {});
-  patcher.Send("wait\nwait\nstart");
-  patcher.EndInput();
-  EXPECT_EQ(patcher.Wait(), 0);
+  Play(kPatcher, {}, {"wait\nwait\nstart"});
   EXPECT_EQ(LogMessagesWith("StartGame : Execute NoSuchGame.exe ").size(), 1U);
   ExpectCompleteChain();
 }
@@ -212,9 +194,7 @@ TEST_F(Chain, NewSettingsFileIsReadByTheNextProcess) {
     const std::string content = settings(request);
     return Ok(request.path == "/hashlist.dat" ? FileLine("./VelmoraUpdate.dat", content) : content);
   });
-  PatcherProcess patcher(kPatcher, {});
-  patcher.EndInput();
-  EXPECT_EQ(patcher.Wait(), 0);
+  Play(kPatcher);
   EXPECT_TRUE(ReadFile("VelmoraUpdate.dat").starts_with("[Setting]\r\nDataFile=other.dat\r\n"));
   EXPECT_EQ(LogMessagesWith("requested information file"),
             Lines{"requested information file : /other.dat"});
@@ -225,12 +205,10 @@ TEST_F(Chain, CleanUpAndRestartWaitForTheCopyToEnd) {
   Serve({{"/hashlist.dat", ""}});
   for (const std::string option : {"/C", "/R"}) {
     InstallProgram("/bin/sleep", kCopy);
-    PatcherProcess copy(kCopy, {"2"}, "copy");
+    PatcherProcess copy(kCopy, {"2"});
     usleep(100000);
     const std::uint32_t start = platform::TickCount();
-    PatcherProcess patcher(kPatcher, {option});
-    patcher.EndInput();
-    EXPECT_EQ(patcher.Wait(), 0);
+    Play(kPatcher, {option});
     EXPECT_GE(platform::TickCount() - start, 1500U) << option;
     EXPECT_EQ(copy.Wait(), 0);
     EXPECT_FALSE(fs::exists(kCopy));
@@ -280,10 +258,7 @@ TEST_F(Chain, GameGetsItsDirectoryItsIdAndNothingElse) {
       "mv started.tmp started\n";
   Serve({{"/hashlist.dat", FileLine("bin\\Game.exe", game) + "EXE : \\bin\\Game.exe\n"},
          {"/bin/Game.exe", game}});
-  PatcherProcess patcher(kPatcher, {"/Iplayer1"});
-  patcher.Send("wait");
-  patcher.Send("start");
-  EXPECT_EQ(patcher.Wait(), 0);
+  Play(kPatcher, {"/Iplayer1"}, {"wait", "start"});
   for (int i = 0; i < 500 && !fs::exists("bin/started"); ++i) usleep(10000);
   std::ifstream started("bin/started");
   std::string directory;
@@ -302,15 +277,11 @@ TEST_F(Chain, GameGetsItsDirectoryItsIdAndNothingElse) {
 TEST_F(Chain, GameThatCannotBeStartedEndsThePatcherAllTheSame) {
   Serve({{"/hashlist.dat", FileLine("Game.exe", "no program") + "EXE : \\Game.exe\n"},
          {"/Game.exe", "no program"}});
-  PatcherProcess patcher(kPatcher, {});
-  patcher.Send("start");
-  patcher.Send("wait");
-  patcher.Send("start");
-  EXPECT_EQ(patcher.Wait(), 0);
+  PatcherProcess patcher = Play(kPatcher, {}, {"start", "wait", "start"});
   EXPECT_EQ(LogMessagesWith("ShellExecuteEx").size(), 1U);
   EXPECT_EQ(LogMessagesWith("Launch failed"),
             Lines{"Launch failed : File = Game.exe : Exec format error"});
-  EXPECT_EQ(patcher.Errors(), "");
+  EXPECT_EQ(patcher.errors(), "");
   ExpectCompleteChain();
 }
 
@@ -327,11 +298,8 @@ TEST_F(Chain, WindowsProgramsAndFolders) {
     fs::permissions(tool, fs::perms::owner_all);
   }
   const std::string here = fs::current_path().string();
-  PatcherProcess patcher("/bin/sh", {"-c", "PATH=$PWD/tools:$PATH exec ./VelmoraUpdate.exe"});
-  patcher.Send("wait");
-  patcher.Send("screenshots");
-  patcher.Send("start");
-  EXPECT_EQ(patcher.Wait(), 0);
+  Play("/bin/sh", {"-c", "PATH=$PWD/tools:$PATH exec ./VelmoraUpdate.exe"},
+       {"wait", "screenshots", "start"});
   for (int i = 0; i < 500; ++i) {
     if (fs::exists("tools/wine.told") && fs::exists("tools/xdg-open.told")) break;
     usleep(10000);
@@ -343,8 +311,7 @@ TEST_F(Chain, WindowsProgramsAndFolders) {
 TEST_F(Chain, ClosedInputAndReadOnlyProgram) {
   Serve({{"/hashlist.dat", FileLine("a", "1")}, {"/a", "1"}});
   fs::permissions(kPatcher, fs::perms::owner_read | fs::perms::owner_exec);
-  PatcherProcess patcher("/bin/sh", {"-c", "exec ./VelmoraUpdate.exe <&-"});
-  EXPECT_EQ(patcher.Wait(), 0);
+  Play("/bin/sh", {"-c", "exec ./VelmoraUpdate.exe <&-"});
   EXPECT_EQ(ReadFile("a"), "1");
   ExpectCompleteChain();
 }
@@ -354,9 +321,7 @@ TEST_F(Chain, ExtremeCommandLineIsHandedToTheCopy) {
   InstallProgram(VELMORA_MARKED_PROGRAM, kPatcher);
   std::vector<std::string> options;
   for (int i = 0; i < 1000; ++i) options.insert(options.end(), {"/L", std::string(200, 'v'), ""});
-  PatcherProcess patcher(kPatcher, options);
-  patcher.EndInput();
-  EXPECT_EQ(patcher.Wait(), 0);
+  Play(kPatcher, options);
   std::ifstream editions("edition.txt");
   std::string first;
   std::string second;
@@ -371,9 +336,7 @@ TEST_F(Chain, LongTailIsCutBetweenOptions) {
   Serve({{"/hashlist.dat", ""}});
   InstallProgram(VELMORA_MARKED_PROGRAM, kPatcher);
   const std::string longValue(100, 'v');
-  PatcherProcess patcher(kPatcher, {"/I", "one", "/L", longValue, "/H", "http://info/page/of/it"});
-  patcher.EndInput();
-  EXPECT_EQ(patcher.Wait(), 0);
+  Play(kPatcher, {"/I", "one", "/L", longValue, "/H", "http://info/page/of/it"});
   EXPECT_TRUE(ReadFile("edition.txt").ends_with("next edition: /C /I one /L " + longValue + "\n"))
       << ReadFile("edition.txt");
 }

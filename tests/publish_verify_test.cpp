@@ -54,14 +54,6 @@ Site Local(const LoopbackServer& server, const std::string& path = "/d") {
   return ServerSite({"127.0.0.1", server.port(), path, "", ""}, "hashlist.dat");
 }
 
-// Answers 200 with what stands under a request's path, else 404.
-LoopbackServer::Answer Serving(std::map<std::string, std::string> files) {
-  return [files = std::move(files)](const ServedRequest& request) {
-    const auto found = files.find(request.path);
-    return found == files.end() ? Status(404) : Ok(found->second);
-  };
-}
-
 std::string Line(const std::string& path, const std::string& transfer, const std::string& content) {
   return "FILE : " + path + ", " + Sha1(transfer) + ", " + std::to_string(transfer.size()) + ", " +
          Sha1(content) + ", " + std::to_string(content.size()) + "\n";
@@ -258,7 +250,8 @@ TEST_F(PublishVerify, ServersOfASettingsFile) {
   // The file's credentials are given when the server asks for them.
   const LoopbackServer server([](const ServedRequest& request) {
     const bool isKnown = request.head.find("Authorization: Basic dTpw\r\n") != std::string::npos;
-    return isKnown ? Serving({{"/d/hashlist.dat", Line("a", "a")}, {"/d/a", "a"}})(request)
+    return isKnown ? LoopbackServer::Serving({{"/d/hashlist.dat", Line("a", "a")}, {"/d/a", "a"}})(
+                         request)
                    : Status(401, "WWW-Authenticate: Basic realm=\"x\"\r\n");
   });
   names("ServerAddress=127.0.0.1:" + std::to_string(server.port()) +
@@ -365,7 +358,7 @@ TEST_F(VerifyCommand, TellsAndEnds) {
   EXPECT_EQ(Run("--settings good/a 2>/dev/null").status, 1);
 
   // Two mirrors, one of which has nothing. A name of the double-byte kind is told in UTF-8.
-  const LoopbackServer server(Serving(
+  const LoopbackServer server(LoopbackServer::Serving(
       {{"/d/list", Line("\x83\x65", "a") + Line("b", "b")}, {"/d/b", "b"}, {"/e", "nothing"}}));
   const std::string root = "http://127.0.0.1:" + std::to_string(server.port());
   WriteFile("players.dat",
@@ -387,10 +380,11 @@ TEST_F(VerifyCommand, TellsAndEnds) {
 }
 
 TEST_F(VerifyCommand, RedirectionIsFollowed) {
-  const LoopbackServer redirector(Serving({{"/d/enable.cdn", "http://127.0.0.83:9/files"}}), 80,
-                                  "127.0.0.82");
-  const LoopbackServer target(Serving({{"/files/hashlist.dat", Line("a", "a")}, {"/files/a", "a"}}),
-                              80, "127.0.0.83");
+  const LoopbackServer redirector(
+      LoopbackServer::Serving({{"/d/enable.cdn", "http://127.0.0.83:9/files"}}), 80, "127.0.0.82");
+  const LoopbackServer target(
+      LoopbackServer::Serving({{"/files/hashlist.dat", Line("a", "a")}, {"/files/a", "a"}}), 80,
+      "127.0.0.83");
   if (!redirector.IsListening() || !target.IsListening()) {
     GTEST_SKIP() << "port 80 can't be had";
   }

@@ -135,35 +135,5 @@ TEST(ReferenceList, LineWithAnOverlongFieldIsRefused) {
   }
 }
 
-// Whatever a cut list gives, it is made of the text that is there: every field of every record
-// stands in it, and all lines in front of the cut count in full.
-TEST(ReferenceList, CutAtEveryByte) {
-  const std::string text =
-      "FILE : VelmoraUpdate.exe, HASH1, 100, HASH2, 200\r\n"
-      "FILE : data\\a.pak.compressed, H3, 30, H4, 40\r\n"
-      "DEL : old\\*.tmp, R\r\n"
-      "DEL : gone.dat\r\n"
-      "EXE : bin\\Game.exe\r\n"
-      "FILE : \x95\x5C.dat, H5, 50, H6, 60";
-  const Parsed whole = Parse(text);
-  ASSERT_EQ(whole.update.size(), 3U);
-  for (std::size_t length = 0; length < text.size(); ++length) {
-    const std::string cut = text.substr(0, length);
-    const Parsed parsed = Parse(cut);
-    const auto lines = static_cast<std::size_t>(std::count(cut.begin(), cut.end(), '\n'));
-    const std::size_t records = parsed.update.size() + parsed.remove.size();
-    EXPECT_LE(records, lines + 1);
-    EXPECT_GE(records + (lines >= 5 ? 1U : 0U), lines);
-    for (std::string record : parsed.update) {
-      if (record.ends_with("+z")) record.resize(record.size() - 2);
-      for (std::size_t at = 0; at != std::string::npos;) {
-        const std::size_t bar = record.find('|', at);
-        EXPECT_NE(cut.find(record.substr(at, bar - at)), std::string::npos) << record;
-        at = bar == std::string::npos ? bar : bar + 1;
-      }
-    }
-  }
-}
-
 }  // namespace
 }  // namespace velmora

@@ -111,10 +111,7 @@ class WindowsChain : public testing::Test {
     WriteFile("VelmoraUpdate.dat", SettingsText());
   }
   void Serve(std::map<std::string, std::string> files) {
-    Serve([files = std::move(files)](const ServedRequest& request) {
-      const auto found = files.find(request.path);
-      return found == files.end() ? Status(404) : Ok(found->second);
-    });
+    Serve(LoopbackServer::Serving(std::move(files)));
   }
   std::string Host() const { return "127.0.0.1:" + std::to_string(server_->port()); }
   std::string SettingsText() const {

@@ -72,6 +72,13 @@ Reply Raw(const std::string& headers, const std::string& body, Reply::End end) {
   return {"HTTP/1.1 200 OK\r\n" + headers + "\r\n" + body, end};
 }
 
+LoopbackServer::Answer LoopbackServer::Serving(std::map<std::string, std::string> files) {
+  return [files = std::move(files)](const ServedRequest& request) {
+    const auto found = files.find(request.path);
+    return found == files.end() ? Status(404) : Ok(found->second);
+  };
+}
+
 struct LoopbackServer::State {
   Answer answer;
   Socket listener = kNoSocket;

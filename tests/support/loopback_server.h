@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -52,6 +53,9 @@ class LoopbackServer {
   [[nodiscard]] std::uint16_t port() const;
   // All requests so far.
   [[nodiscard]] std::vector<ServedRequest> Requests() const;
+
+  // Answers 200 with what `files` holds under a request's path, else 404.
+  static Answer Serving(std::map<std::string, std::string> files);
 
  private:
   struct State;

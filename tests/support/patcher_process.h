@@ -1,40 +1,33 @@
 // The real program as a process of its own, driven by its script of commands.
 #pragma once
 
-#include <sys/types.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
 
+#include "support/terminal_child.h"
+
 namespace velmora::test {
 
-class PatcherProcess {
+class PatcherProcess : public TerminalChild {
  public:
-  // Starts `program` in the working directory. Its output goes to "<name>.out" and "<name>.err".
-  PatcherProcess(const std::string& program, const std::vector<std::string>& arguments,
-                 std::string name = "patcher");
-  // Ends the process if it still runs.
-  ~PatcherProcess();
-  PatcherProcess(const PatcherProcess&) = delete;
-  PatcherProcess& operator=(const PatcherProcess&) = delete;
+  // Starts `program` in the working directory.
+  PatcherProcess(const std::string& program, const std::vector<std::string>& arguments)
+      : TerminalChild(WithPipes([&] {
+          std::vector<char*> words = {const_cast<char*>(program.c_str())};
+          for (const auto& argument : arguments) {
+            words.push_back(const_cast<char*>(argument.c_str()));
+          }
+          words.push_back(nullptr);
+          execv(words[0], words.data());
+          return 126;
+        })) {}
 
   // Gives a command line by line; EndInput is the end of the script.
-  void Send(const std::string& command) const;
-  void EndInput();
-
-  // Whether `text` has appeared in the output, waited for at most ten seconds.
-  [[nodiscard]] bool HasShown(const std::string& text) const;
-  // The exit status, or -1 if the process still runs after ten seconds.
-  [[nodiscard]] int Wait();
-  [[nodiscard]] std::string Output() const;
-  [[nodiscard]] std::string Errors() const;
-  [[nodiscard]] pid_t id() const { return id_; }
-
- private:
-  std::string name_;
-  pid_t id_ = -1;
-  int input_ = -1;
-  bool ended_ = false;
+  void Send(const std::string& command) const { TerminalChild::Send(command + "\n"); }
+  void EndInput() { CloseInput(); }
+  [[nodiscard]] bool HasShown(const std::string& text) { return WaitFor(text); }
 };
 
 }  // namespace velmora::test

@@ -11,6 +11,7 @@
 #include <utmp.h>
 
 #include <cstdio>
+#include <utility>
 
 namespace velmora::test {
 namespace {
@@ -93,6 +94,11 @@ TerminalChild TerminalChild::OnTerminal(const std::function<int()>& body, unsign
   }
   return {child, {master, dup(master), -1}, slave};
 }
+
+TerminalChild::TerminalChild(TerminalChild&& other) noexcept
+    : child_(std::exchange(other.child_, -1)),
+      streams_(std::exchange(other.streams_, {-1, -1, -1})),
+      terminal_(std::exchange(other.terminal_, -1)) {}
 
 TerminalChild::~TerminalChild() {
   if (child_ > 0) {

@@ -26,8 +26,7 @@ class TerminalChild {
   static TerminalChild OnTerminal(const std::function<int()>& body, unsigned short columns = 80,
                                   unsigned short rows = 24, const char* kind = "xterm");
 
-  TerminalChild(const TerminalChild&) = delete;
-  TerminalChild& operator=(const TerminalChild&) = delete;
+  TerminalChild(TerminalChild&& other) noexcept;
   ~TerminalChild();
 
   void Send(const std::string& text) const;
@@ -35,6 +34,8 @@ class TerminalChild {
   void CloseOutput();
   void Signal(int signal) const;
 
+  // Takes in what comes in this time.
+  void Pump(int milliseconds);
   // Waits until `text` stands in the output behind the place that the last call found.
   bool WaitFor(const std::string& text);
   // Waits for the end; the exit code, or 1000 + the signal that killed the child.
@@ -44,14 +45,13 @@ class TerminalChild {
   // All that came so far.
   [[nodiscard]] const std::string& output() const { return output_; }
   [[nodiscard]] const std::string& errors() const { return errors_; }
+  [[nodiscard]] pid_t id() const { return child_; }
   // Whether the terminal gives whole lines and shows what is typed.
   [[nodiscard]] bool IsTerminalNormal() const;
 
  private:
   TerminalChild(pid_t child, Streams streams, int terminal)
       : child_(child), streams_(streams), terminal_(terminal) {}
-
-  void Pump(int milliseconds);
 
   pid_t child_;
   Streams streams_;

@@ -158,10 +158,7 @@ void EngineTest::Serve(LoopbackServer::Answer answer) {
 }
 
 void EngineTest::Serve(std::map<std::string, std::string> files) {
-  Serve([files = std::move(files)](const ServedRequest& request) {
-    const auto found = files.find(request.path);
-    return found == files.end() ? Status(404) : Ok(found->second);
-  });
+  Serve(LoopbackServer::Serving(std::move(files)));
 }
 
 bool EngineTest::Run() {

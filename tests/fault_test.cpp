@@ -245,9 +245,9 @@ class FaultyChain : public testing::Test {
 
   void ExpectOrderlyEnd(const PatcherProcess& patcher, const Fault& fault) const {
     EXPECT_TRUE(fault.effect == "full" || IsLogOfWholeLines()) << ReadFile("session.log");
-    // Neither a launch or a run that doesn't start is told, nor a list that breaks off.
-    const bool mayBeSilent = IsUpToDate() || fault.operation == "exec" ||
-                             fault.operation == "thread" || fault.effect == "cut";
+    // A launch or a run that doesn't start isn't told.
+    const bool mayBeSilent =
+        IsUpToDate() || fault.operation == "exec" || fault.operation == "thread";
     EXPECT_TRUE(mayBeSilent || !patcher.errors().empty()) << "the player isn't told";
     const bool mayLeaveCopy =
         HasStruckCopy() || fault.operation == "exec" || fault.effect == "full";
@@ -350,8 +350,6 @@ INSTANTIATE_TEST_SUITE_P(
         FaultKind{"Truncate", "ftruncate", {Error(EIO)}},
         FaultKind{"Mode", "chmod", {Error(EPERM)}}, FaultKind{"Status", "status", {Error(EACCES)}},
         FaultKind{"Memory", "memory", {Error(ENOMEM)}},
-        FaultKind{"Connect", "connect", {Error(ECONNREFUSED)}},
-        FaultKind{"Receive", "recv", {Error(ECONNRESET), "end", "cut"}},
         FaultKind{"Thread", "thread", {Error(EAGAIN)}}, FaultKind{"Exec", "exec", {Error(ENOENT)}}),
     [](const auto& kind) { return kind.param.name; });
 

@@ -4,15 +4,13 @@
 // The plan stands in environment variables: kFaultOperation names the operations that count,
 // kFaultEffect says what happens to the one of them that has the number kFaultNumber, counted from
 // 1 over all processes of a chain. Operations count that concern the folder kFaultFolder, its
-// descriptors, the network, or blocks of memory that the program itself asks for. The log is most
+// descriptors, or blocks of memory that the program itself asks for. The log is most
 // of what a run does to a disk: of the operations on it, each kFaultLogStride-th counts.
 //
 //   operation   open read write close unlink rmdir mkdir rename ftruncate chmod status
-//               memory connect recv thread exec; "change" stands for all that change the disk
+//               memory thread exec; "change" stands for all that change the disk
 //   effect      a number: the operation fails with that error
 //               half:      half of the bytes are taken or given
-//               end:       (recv) the server has closed the connection
-//               cut:       (recv) half of the bytes are given, then the server has closed it
 //               full:      (write) half of the bytes are taken, and no byte from then on
 //               kill:      the process is killed in front of the operation
 //               kill-half: (write) the process is killed after half of the bytes

@@ -8,7 +8,6 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -34,7 +33,7 @@ namespace {
 
 constexpr std::size_t kBigBlock = 4096;
 
-enum class Effect { kNone, kError, kHalf, kEnd, kCut, kFull, kKill, kKillHalf };
+enum class Effect { kNone, kError, kHalf, kFull, kKill, kKillHalf };
 
 // The plan. There is none until the report is mapped.
 FaultReport* report = nullptr;
@@ -45,19 +44,14 @@ int errorCode = 0;
 std::uint32_t number = 0;
 std::uint32_t logStride = 1;
 
-// Descriptors of the folder's files, and sockets whose server has gone.
+// Descriptors of the folder's files.
 std::array<std::atomic<bool>, 1024> ours{};
-std::array<std::atomic<bool>, 1024> ended{};
 
 // Where the program itself stands in memory, without its libraries.
 std::uintptr_t programStart = 0;
 std::uintptr_t programEnd = 0;
 
 bool IsOurs(int file) { return file >= 0 && file < 1024 && ours[static_cast<std::size_t>(file)]; }
-bool HasEnded(int socket) {
-  return socket >= 0 && socket < 1024 && ended[static_cast<std::size_t>(socket)];
-}
-
 bool IsInFolder(std::string_view path) {
   return report != nullptr && (!path.starts_with('/') || path.starts_with(folder));
 }
@@ -127,16 +121,6 @@ int Open(int directory, const char* path, int flags, mode_t mode) {
   return file;
 }
 
-ssize_t Receive(int socket, void* data, std::size_t size, int flags) {
-  return syscall(SYS_recvfrom, socket, data, size, flags, nullptr, nullptr);
-}
-
-// Shut down, so that whoever waits for the socket is woken.
-void EndConnection(int socket) {
-  ended[static_cast<std::size_t>(socket)] = true;
-  syscall(SYS_shutdown, socket, SHUT_RDWR);
-}
-
 int NoteProgram(dl_phdr_info* info, std::size_t, void*) {
   programStart = UINTPTR_MAX;
   for (int i = 0; i < info->dlpi_phnum; ++i) {
@@ -150,8 +134,10 @@ int NoteProgram(dl_phdr_info* info, std::size_t, void*) {
 
 Effect ReadEffect(std::string_view text) {
   static constexpr std::pair<std::string_view, Effect> kEffects[] = {
-      {"half", Effect::kHalf}, {"end", Effect::kEnd},   {"cut", Effect::kCut},
-      {"full", Effect::kFull}, {"kill", Effect::kKill}, {"kill-half", Effect::kKillHalf}};
+      {"half", Effect::kHalf},
+      {"full", Effect::kFull},
+      {"kill", Effect::kKill},
+      {"kill-half", Effect::kKillHalf}};
   for (const auto& [name, kind] : kEffects) {
     if (name == text) return kind;
   }
@@ -231,10 +217,7 @@ ssize_t write(int file, const void* data, std::size_t size) {
 
 int close(int file) {
   const bool fails = IsOurs(file) && Meet("close", file) == Effect::kError;
-  if (file >= 0 && file < 1024) {
-    velmora::test::ours[static_cast<std::size_t>(file)] = false;
-    velmora::test::ended[static_cast<std::size_t>(file)] = false;
-  }
+  if (IsOurs(file)) velmora::test::ours[static_cast<std::size_t>(file)] = false;
   const int error = errno;
   const auto result = static_cast<int>(syscall(SYS_close, file));
   if (!fails) return result;
@@ -312,30 +295,6 @@ void* mmap(void* address, std::size_t size, int protection, int flags, int file,
   const bool counts = velmora::test::IsProgram(__builtin_return_address(0));
   if (counts && Meet("memory", "mmap") == Effect::kError) return MAP_FAILED;
   return reinterpret_cast<void*>(syscall(SYS_mmap, address, size, protection, flags, file, offset));
-}
-
-int connect(int socket, const sockaddr* address, socklen_t size) {
-  if (address->sa_family == AF_INET && Meet("connect", socket) == Effect::kError) return -1;
-  return static_cast<int>(syscall(SYS_connect, socket, address, size));
-}
-
-ssize_t recv(int socket, void* data, std::size_t size, int flags) {
-  if (velmora::test::HasEnded(socket)) return 0;
-  const ssize_t got = velmora::test::Receive(socket, data, size, flags);
-  // How often nothing is there yet depends on the moment; only what brings something counts.
-  if (got <= 0) return got;
-  switch (Meet("recv", socket)) {
-    case Effect::kError:
-      return -1;
-    case Effect::kEnd:
-      velmora::test::EndConnection(socket);
-      return 0;
-    case Effect::kCut:
-      velmora::test::EndConnection(socket);
-      return (got + 1) / 2;
-    default:
-      return got;
-  }
 }
 
 int execv(const char* path, char* const* arguments) {

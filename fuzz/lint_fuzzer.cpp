@@ -12,17 +12,6 @@ using namespace publish;
 
 constexpr std::string_view kSpaces = " \t\v\f\r";
 
-// Whether a printable UTF-8 character (RFC 3629) stands at `at`; moves past it.
-bool TakeUtf8Character(std::string_view text, std::size_t& at) {
-  const auto first = static_cast<unsigned char>(text[at++]);
-  if (first < 0x80) return first >= 0x20 && first != 0x7F;
-  if (first < 0xC2 || first > 0xF4) return false;
-  for (std::size_t i = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1; i > 0; --i) {
-    if (at == text.size() || (static_cast<unsigned char>(text[at++]) & 0xC0) != 0x80) return false;
-  }
-  return true;
-}
-
 void CheckFindings(const std::vector<LintFinding>& findings, std::string_view text) {
   const auto lines = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
   std::size_t last = 0;
@@ -30,9 +19,9 @@ void CheckFindings(const std::vector<LintFinding>& findings, std::string_view te
     Require(finding.line <= lines, "a finding's line is one of the text's", finding.subject);
     Require(finding.line >= last, "findings come in the order of lines", finding.subject);
     last = finding.line;
-    const std::string shown = ShownText(finding.subject) + ShownText(finding.detail);
-    for (std::size_t at = 0; at < shown.size();) {
-      Require(TakeUtf8Character(shown, at), "what is shown is UTF-8 on one line", shown);
+    for (const char c : ShownText(finding.subject) + ShownText(finding.detail)) {
+      const auto byte = static_cast<unsigned char>(c);
+      Require(byte >= 0x20 && byte != 0x7F, "what is shown stands on one line", finding.detail);
     }
   }
 }

@@ -23,6 +23,7 @@
 
 #include "engine/update_state.h"
 #include "engine/verify_cache.h"
+#include "platform/files.h"
 #include "support/recording_dialog.h"
 #include "support/workspace.h"
 
@@ -310,6 +311,12 @@ TEST_F(SmallDisk, ThatIsFullBesideALinkToAnother) {
   EXPECT_TRUE(EventsOf("box").empty());
   EXPECT_EQ(fs::file_size("../roomy/large"), 200000U);
   EXPECT_FALSE(fs::exists("../roomy/_VelmoraUpdate.new"));
+}
+
+TEST_F(SmallDisk, NobodyTakesHalfACopyForAWholeOne) {
+  WriteFile("../from", std::string(100000, 'x'));
+  EXPECT_FALSE(platform::CopyFileOver("../from", "to"));
+  EXPECT_FALSE(fs::exists("to"));
 }
 
 TEST_F(SmallDisk, CacheKeepsTheLinesThatWentIn) {

@@ -101,8 +101,11 @@ TEST_F(PosixPlatform, ReplacingKeepsTheModeAndRespectsIt) {
   EXPECT_TRUE(OutputFile("tool", OutputFile::Mode::kReplace).Write("new", 3));
   EXPECT_EQ(fs::status("tool").permissions(), fs::perms(0754));
 
-  EXPECT_TRUE(CopyFileOver("tool", "copy"));
-  EXPECT_EQ(fs::status("copy").permissions(), fs::perms(0754));
+  for (const mode_t before : {0, 0600}) {
+    ASSERT_TRUE(before == 0 || chmod("copy", before) == 0);
+    EXPECT_TRUE(CopyFileOver("tool", "copy"));
+    EXPECT_EQ(fs::status("copy").permissions(), fs::perms(0754));
+  }
 
   ASSERT_EQ(chmod("tool", 0555), 0);
   EXPECT_FALSE(OutputFile("tool", OutputFile::Mode::kReplace).IsOpen());

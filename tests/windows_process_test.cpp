@@ -312,27 +312,6 @@ TEST_F(WindowsChain, NewPatcherRunsWithThePlayersOptions) {
             "next edition: /C /D list2.dat /I id7\n");
 }
 
-TEST_F(WindowsChain, NewSettingsFileIsReadByTheNextProcess) {
-  const auto settings = std::make_shared<std::string>();
-  Serve([settings](const ServedRequest& request) {
-    if (request.path == "/other.dat") return Ok("");
-    return Ok(request.path == "/hashlist.dat" ? FileLine("./VelmoraUpdate.dat", *settings)
-                                              : *settings);
-  });
-  *settings = SettingsText() + "DataFile=other.dat\r\n";
-  chain_.Start(kPatcher);
-  const PatcherDialog old(chain_);
-  ASSERT_NO_FATAL_FAILURE(ExpectBox("VelmoraUpdate", kPatcherUpdated));
-  EXPECT_TRUE(old.WaitForClosed());
-
-  const PatcherDialog dialog(chain_);
-  ASSERT_TRUE(dialog.WaitForText(kStatusLine, kCompleted));
-  CloseAndExpectTheEnd(dialog);
-  EXPECT_EQ(ReadFile("VelmoraUpdate.dat"), *settings);
-  EXPECT_EQ(LogMessagesWith("requested information file"),
-            Lines{"requested information file : /other.dat"});
-}
-
 // The hidden button cancels a run, which ends in front of the next file, and starts another one.
 TEST_F(WindowsChain, UpdateCommandCancelsAndStartsAgain) {
   const auto goOn = std::make_shared<std::atomic<bool>>(false);

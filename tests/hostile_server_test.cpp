@@ -238,24 +238,17 @@ class HostileServer : public EngineTest, public testing::WithParamInterface<int>
     Dialog().onEvent = nullptr;
   }
 
-  // What the list gives a file, as the patcher got the list.
-  static std::string Listed(const FileRecord& record, const Publication& published) {
-    std::string path = record.path;
-    std::replace(path.begin(), path.end(), '\\', '/');
-    const auto found = published.after.find(path);
-    if (found == published.after.end()) return "(not published)";
-    std::string content = found->second;
-    const int size = std::max(ToNumber(record.contentSize), 0);
-    if (!record.compressed) content.resize(static_cast<std::size_t>(size));
-    return content;
-  }
-
   void Judge(const Case& hostile, const Publication& honest) {
+    // What the list gives each file, as the patcher got the list.
     Files listed;
     for (const FileRecord& record : UpdateSet) {
       std::string path = record.path;
       std::replace(path.begin(), path.end(), '\\', '/');
-      listed[path] = Listed(record, honest);
+      const auto found = honest.after.find(path);
+      listed[path] = found == honest.after.end() ? "(not published)" : found->second;
+      const int size = std::max(ToNumber(record.contentSize), 0);
+      if (found != honest.after.end() && !record.compressed)
+        listed[path].resize(static_cast<std::size_t>(size));
     }
     const Files files = FilesHere();
     for (const auto& [path, content] : files) {
@@ -301,11 +294,6 @@ class HostileServer : public EngineTest, public testing::WithParamInterface<int>
   int told_ = 0;
 };
 
-int Number(const char* variable, int fallback) {
-  const char* const text = std::getenv(variable);
-  return text == nullptr ? fallback : ToNumber(text);
-}
-
 // The most memory that the process has ever had, in MiB; 0 where that can't be told, as under a
 // sanitizer, which keeps what is freed.
 int MostMemory() {
@@ -321,8 +309,12 @@ int MostMemory() {
 // The cases of a shard: evenly spread over the thousand, or the one that is asked for.
 std::vector<int> NumbersOf(int shard) {
   std::vector<int> numbers;
-  const int single = Number("VELMORA_CASE", -1);
-  const int count = Number("VELMORA_CASES", 200);
+  const auto number = [](const char* variable, int fallback) {
+    const char* const text = std::getenv(variable);
+    return text == nullptr ? fallback : ToNumber(text);
+  };
+  const int single = number("VELMORA_CASE", -1);
+  const int count = number("VELMORA_CASES", 200);
   for (int i = shard; single < 0 && i < count; i += kShards) numbers.push_back(i * kCases / count);
   if (single >= 0 && single % kShards == shard) numbers.push_back(single);
   return numbers;

@@ -722,18 +722,6 @@ TEST(TerminalDialogKeys, SignalsThatEndLeaveTheTerminalAsItWas) {
   }
 }
 
-TEST(TerminalDialogKeys, AFaultInAWorkerLeavesTheTerminalAsItWas) {
-  auto child = TerminalChild::OnTerminal([] {
-    signal(SIGSEGV, SIG_DFL);
-    return RunProgram(
-        {.command = [](int) { StartWorker([] { std::thread([] { raise(SIGSEGV); }).join(); }); }});
-  });
-  ASSERT_TRUE(child.WaitFor("[q] close"));
-  child.Send("o");
-  EXPECT_EQ(child.Wait(), 1000 + SIGSEGV);
-  EXPECT_TRUE(child.IsTerminalNormal());
-}
-
 // A shell's part: runs the dialog as a job in front, and in front again after it was stopped.
 int RunAsJob() {
   signal(SIGTTOU, SIG_IGN);

@@ -1,8 +1,9 @@
-"""What the benchmarks share: timing, a web server, data, the table."""
+"""What the benchmarks share: measuring, a web server, data, the tables."""
 
 import hashlib
 import os
 import re
+import resource
 import shutil
 import statistics
 import subprocess
@@ -20,30 +21,63 @@ def sh(command, **options):
 
 
 class Usage:
-    """Wall seconds and peak memory of a command and of all that it started. time starts it, since a
-    process that Python starts begins with Python's own peak."""
+    """Wall seconds, processor seconds and peak memory of a command and of all that it started. time
+    starts it, since a process that Python starts begins with Python's own peak."""
+
+    under = []  # the words of a program that watches the command
 
     def __init__(self, command, cwd, script=None):
         if isinstance(command, str):
             command = ["bash", "-c", command]
         with tempfile.NamedTemporaryFile() as peak:
-            begin = time.monotonic()
-            process = subprocess.run(["/usr/bin/time", "-f", "%M", "-o", peak.name, *command], cwd=cwd,
-                                     input=(script or "").encode(), stdout=subprocess.DEVNULL,
-                                     stderr=subprocess.PIPE)
+            words = ["/usr/bin/time", "-f", "%M", "-o", peak.name, *Usage.under, *command]
+            begin, spent = time.monotonic(), processor_seconds()
+            process = subprocess.run(words, cwd=cwd, input=(script or "").encode(),
+                                     stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
             self.seconds = time.monotonic() - begin
+            self.processor = processor_seconds() - spent
             if process.returncode != 0:
                 sys.exit(f"{command}: {process.stderr.decode(errors='replace')}")
             self.bytes = int(peak.read()) * 1024
 
 
+def processor_seconds():
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return usage.ru_utime + usage.ru_stime
+
+
+def watched(run, words):
+    """What a watching program that takes the option -o writes about the run."""
+    with tempfile.NamedTemporaryFile("r") as output:
+        Usage.under = [*words, "-o", output.name]
+        try:
+            run()
+        finally:
+            Usage.under = []
+        return output.read()
+
+
+def system_calls(run):
+    return int(watched(run, ["strace", "-f", "-c"]).strip().splitlines()[-1].split()[3])
+
+
+def instructions(run):
+    """None where the machine doesn't count them, as many virtual ones."""
+    if not shutil.which("perf"):
+        return None
+    counted = re.search(r"^(\d+),", watched(run, ["perf", "stat", "-e", "instructions", "-x", ","]), re.M)
+    return int(counted.group(1)) if counted else None
+
+
 class Server:
     """nginx for /game/, in the configuration that the documentation recommends."""
 
-    def __init__(self, folder, publication):
+    def __init__(self, folder, publication, *configuration):
+        self.folder = folder
+        lines = " ".join(f"'{line}'" for line in configuration)
         self.process = subprocess.Popen(
             ["bash", "-c", f'source "{ROOT}/scripts/web_server.sh"; trap stop_web_server EXIT;'
-             f'start_web_server "{folder}" "{publication}" || exit 1; echo "$port"; read -r _'],
+             f'start_web_server "{folder}" "{publication}" {lines} || exit 1; echo "$port"; read -r _'],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         self.port = int(self.process.stdout.readline())
 
@@ -53,6 +87,22 @@ class Server:
     def __exit__(self, *_):
         self.process.stdin.close()
         self.process.wait()
+
+    def processor_seconds(self):
+        with open(os.path.join(self.folder, "pid")) as file:
+            master = file.read().strip()
+        with open(f"/proc/{master}/task/{master}/children") as file:
+            workers = file.read().split()
+        spent = 0
+        for worker in workers:
+            with open(f"/proc/{worker}/schedstat") as file:
+                spent += int(file.read().split()[0])
+        return spent / 1e9
+
+    def log(self):
+        """Connection and bytes sent of each request."""
+        with open(os.path.join(self.folder, "access.log")) as file:
+            return [tuple(map(int, line.split()[-2:])) for line in file]
 
 
 def settings(port):
@@ -96,37 +146,76 @@ def clean_installation(tree):
             os.remove(path)
 
 
-def alternate(runs, ours, peers, warm=True):
-    """Medians of ours and of each peer, their runs taking turns."""
-    times = [[] for _ in range(len(peers) + 1)]
-    memory = 0
-    for turn in range(runs + (1 if warm else 0)):
-        for place, run in enumerate([ours, *peers]):
-            usage = run()
-            if warm and turn == 0:
-                continue
-            times[place].append(usage.seconds)
-            if place == 0:
-                memory = max(memory, usage.bytes)
-    medians = [statistics.median(each) for each in times]
-    return medians[0], medians[1:], memory
+def alternate(turns, ours, peers, warm=True):
+    """The usages of ours and of each peer, their runs taking turns."""
+    runs = [ours, *peers]
+    if warm:
+        for run in runs:
+            run()
+    usages = [[run() for run in runs] for _ in range(turns)]
+    return [list(each) for each in zip(*usages)]
+
+
+def median_of(values, form):
+    """The median, and between which values it lies."""
+    return f"{statistics.median(values):{form}} ({min(values):{form}} to {max(values):{form}})"
+
+
+class Row:
+    """A work beside one peer: the medians of each round, and what one unit of the work costs."""
+
+    def __init__(self, work, peer, wanted, count, unit):
+        self.work, self.peer, self.wanted, self.count, self.unit = work, peer, wanted, count, unit
+        self.seconds, self.processor, self.calls, self.instructions = ([], []), ([], []), [], []
+        self.memory = 0
+
+    def add(self, ours, peers):
+        for side, usages in enumerate((ours, peers)):
+            self.seconds[side].append(statistics.median(usage.seconds for usage in usages))
+            self.processor[side].append(statistics.median(usage.processor for usage in usages))
+        self.memory = max(self.memory, *(usage.bytes for usage in ours))
+
+    def ratios(self):
+        return [mine / other for mine, other in zip(*self.seconds)]
+
+    def time_line(self):
+        ratio = statistics.median(self.ratios())
+        return (f"| {self.work} | {median_of(self.seconds[0], '.2f')} s | {self.peer} |"
+                f" {median_of(self.seconds[1], '.2f')} s | {median_of(self.ratios(), '.2f')} |"
+                f" {self.wanted:.2f} | {'yes' if ratio <= self.wanted else '**no**'} |"
+                f" {self.memory / 2**20:.0f} MiB |")
+
+    def cost_line(self):
+        processor = [f"{statistics.median(side) / self.count * 1e6:,.1f} µs" for side in self.processor]
+        calls = [f"{count / self.count:,.1f}" for count in self.calls]
+        executed = [f"{count / self.count:,.0f}" for count in self.instructions if count]
+        return f"| {self.work} | {self.unit} | {self.peer} | {' | '.join(processor + calls + executed)} |"
 
 
 class Table:
     def __init__(self):
-        self.rows = []
+        self.rows = {}
 
-    def add(self, work, ours, peer, peer_seconds, wanted, memory):
-        ratio = ours / peer_seconds
-        reached = "yes" if ratio <= wanted else "**no**"
-        self.rows.append(f"| {work} | {ours:.2f} s | {peer} | {peer_seconds:.2f} s | {ratio:.2f} |"
-                         f" {wanted:.2f} | {reached} | {memory / 2**20:.0f} MiB |")
-        print(self.rows[-1], flush=True)
+    def add(self, work, peer, wanted, usages, runs, count, unit):
+        """One round: usages of ours and of the peer, as alternate gives them, and the runs themselves."""
+        row = self.rows.setdefault((work, peer), Row(work, peer, wanted, count, unit))
+        row.add(*usages)
+        if not row.calls:
+            row.calls = [system_calls(run) for run in runs]
+            row.instructions = [instructions(run) for run in runs]
+        print(row.time_line(), flush=True)
 
-    def text(self):
+    def times(self):
         head = ("| Work | Ours | Peer | Peer's | Ratio | Wanted | Reached | Ours, peak memory |\n"
                 "|---|---|---|---|---|---|---|---|\n")
-        return head + "\n".join(self.rows) + "\n"
+        return head + "".join(row.time_line() + "\n" for row in self.rows.values())
+
+    def costs(self):
+        counted = any(any(row.instructions) for row in self.rows.values())
+        names = ["processor time", "system calls"] + ["instructions"] * counted
+        head = "| Work | For each | Peer |" + "".join(f" {name}, ours | peer's |" for name in names)
+        lines = [row.cost_line() for row in self.rows.values()]
+        return "\n".join([head, "|---" * (3 + 2 * len(names)) + "|", *lines]) + "\n"
 
 
 # --- Data.
@@ -190,6 +279,15 @@ def sums(tree, tool):
         sh(f"cd '{tree}' && find . -type f -name '*.[dp]a[tk]' ! -name 'VelmoraUpdate.*' -print0 |"
            f" sort -z | xargs -0 {tool} > '{path}'")
     return path
+
+
+def rounds_of(options):
+    """The folder of each round, empty."""
+    for _ in range(options.rounds):
+        shutil.rmtree(options.place, ignore_errors=True)
+        os.makedirs(options.place)
+        os.chmod(options.place, 0o755)
+        yield options.place
 
 
 # --- Document.

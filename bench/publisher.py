@@ -5,7 +5,7 @@ import os
 import shutil
 
 from common import (ROOT, TOOL, Server, Table, Usage, alternate, machine, make_small, publish, random_bytes,
-                    replace, sh)
+                    replace, rounds_of, sh)
 
 
 def make_mixed(place):
@@ -28,7 +28,7 @@ def make_mixed(place):
     return tree
 
 
-def build(place, runs, table):
+def build(place, turns, table):
     tree = make_mixed(place)
     target = os.path.join(place, "built")
 
@@ -43,13 +43,12 @@ def build(place, runs, table):
                      f"find . -type f -print0 | xargs -0 -n 500 sh -c 'for f; do pigz -z -c \"$f\" "
                      f">\"{target}/$f.z\"; done' sh", place)
 
-    mine, others, memory = alternate(runs, ours, [peer], warm=False)
-    table.add(f"`build`, 1 GiB in {len(os.listdir(tree)):,} files", mine, "`sha1sum`, `pigz -z`", others[0],
-              1.1, memory)
+    table.add(f"`build`, 1 GiB in {len(os.listdir(tree)):,} files", "`sha1sum`, `pigz -z`", 1.1,
+              alternate(turns, ours, [peer], warm=False), (ours, peer), 1024, "MiB")
     shutil.rmtree(target, ignore_errors=True)
 
 
-def build_one(place, runs, table):
+def build_one(place, turns, table):
     mixed = make_mixed(place)
     tree = os.path.join(place, "mixed-one")
     target = os.path.join(place, "built")
@@ -66,12 +65,12 @@ def build_one(place, runs, table):
         os.makedirs(target)
         return Usage(f"sha1sum '{tree}/data.pak' && pigz -z -c '{tree}/data.pak' >'{target}/data.z'", place)
 
-    mine, others, memory = alternate(runs, ours, [peer], warm=False)
-    table.add("`build`, 1 GiB in one file", mine, "`sha1sum`, `pigz -z`", others[0], 1.1, memory)
+    table.add("`build`, 1 GiB in one file", "`sha1sum`, `pigz -z`", 1.1,
+              alternate(turns, ours, [peer], warm=False), (ours, peer), 1024, "MiB")
     shutil.rmtree(target, ignore_errors=True)
 
 
-def verify(place, runs, table):
+def verify(place, turns, table):
     tree = make_small(place, 10_000, lambda i: random_bytes(8192, i), "ten-thousand")
     publication = publish(tree, place, "--compress", "never")
     config = os.path.join(place, "curl.config")
@@ -81,10 +80,10 @@ def verify(place, runs, table):
                 for name in sorted(names):
                     path = os.path.relpath(os.path.join(folder, name), tree)
                     file.write(f'url = "http://127.0.0.1:{server.port}/game/{path}"\noutput = "/dev/null"\n')
-        mine, others, memory = alternate(
-            runs, lambda: Usage([TOOL, "verify", f"http://127.0.0.1:{server.port}/game"], place),
-            [lambda: Usage(f"curl -s -Z --parallel-max 8 -K '{config}'", place)])
-        table.add("`verify`, 10,000 files of 8 KiB", mine, "`curl -Z`, 8 at once", others[0], 1.1, memory)
+        pair = (lambda: Usage([TOOL, "verify", f"http://127.0.0.1:{server.port}/game"], place),
+                lambda: Usage(f"curl -s -Z --parallel-max 8 -K '{config}'", place))
+        table.add("`verify`, 10,000 files of 8 KiB", "`curl -Z`, 8 at once", 1.1,
+                  alternate(turns, pair[0], [pair[1]]), pair, 10_000, "file")
 
 
 WORKS = {"build": build, "build-one": build_one, "verify": verify}
@@ -94,17 +93,21 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("works", nargs="*", help=f"of {', '.join(WORKS)}; default all")
     parser.add_argument("--place", default=os.path.join(ROOT, "build/bench"))
-    parser.add_argument("--runs", type=int, default=3)
+    parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--turns", type=int, default=1)
     parser.add_argument("--document", action="store_true")
     options = parser.parse_args()
-    os.makedirs(options.place, exist_ok=True)
     table = Table()
-    for name in options.works or WORKS:
-        WORKS[name](options.place, options.runs, table)
-    if options.document:
-        document = os.path.join(ROOT, "docs/performance.md")
-        replace(document, "publisher-machine", machine())
-        replace(document, "publisher", table.text())
+    for place in rounds_of(options):
+        for name in options.works or WORKS:
+            WORKS[name](place, options.turns, table)
+    if not options.document:
+        print("\n".join([table.times(), table.costs()]))
+        return
+    document = os.path.join(ROOT, "docs/performance.md")
+    replace(document, "publisher-machine", machine())
+    replace(document, "publisher", table.times())
+    replace(document, "publisher-costs", table.costs())
 
 
 if __name__ == "__main__":

@@ -1,8 +1,9 @@
 """Whole-process figures of the native patcher beside other programs that do the same work.
 
-Called by scripts/bench.sh, which installs what is needed. Makes its data below one folder, serves it
-with nginx on a loopback port, and alternates runs of ours and of the peer's, so that whatever else the
-machine does hits both. Prints one table; with --document it replaces the table in docs/performance.md.
+Called by scripts/bench.sh, which installs what is needed. A round makes all data anew below one folder,
+serves it with a fresh nginx on a loopback port, and alternates runs of ours and of the peer's, so that
+whatever else the machine does hits both. The tables tell the median of all rounds, and their lowest and
+highest. With --document they go into docs/performance.md.
 """
 
 import argparse
@@ -14,17 +15,16 @@ import statistics
 import sys
 
 from common import (ROOT, Server, Table, Usage, alternate, clean_installation, forget, install_patcher,
-                    machine, make_large, make_one, make_small, patch, publish, random_bytes, replace, sh,
-                    sums, three_to_one)
+                    machine, make_large, make_one, make_small, median_of, patch, publish, random_bytes,
+                    replace, rounds_of, sh, sums, three_to_one)
 
 
 # --- Works.
 
 
-def full_check(place, runs, table):
+def full_check(place, turns, table):
     tree = make_large(place)
-    peers = {"sha1": "SHA-1", "md5": "MD5"}
-    for digest, name in peers.items():
+    for digest, name in (("sha1", "SHA-1"), ("md5", "MD5")):
         publication = publish(tree, place, "--compress", "never", "--hash", digest)
         with Server(os.path.join(place, "nginx"), publication) as server:
             install_patcher(tree, server.port)
@@ -36,16 +36,15 @@ def full_check(place, runs, table):
             commands = [f"openssl dgst -{digest} *.pak"]
             if digest == "sha1":
                 commands.append(f"sha1sum -c --quiet '{sums(tree, 'sha1sum')}'")
-            mine, others, memory = alternate(
-                runs, ours, [lambda c=c: Usage(c, tree) for c in commands])
-            wanted = [1.05, 0.5]
-            for command, seconds, limit in zip(commands, others, wanted):
-                table.add(f"Full check, {name}, 1 GiB in 64 files", mine,
-                          f"`{' '.join(command.split()[:2])}`", seconds, limit, memory)
+            peers = [lambda c=c: Usage(c, tree) for c in commands]
+            usages = alternate(turns, ours, peers)
+            for command, peer, used, wanted in zip(commands, peers, usages[1:], [1.05, 0.5]):
+                table.add(f"Full check, {name}, 1 GiB in 64 files", f"`{' '.join(command.split()[:2])}`",
+                          wanted, (usages[0], used), (ours, peer), 1024, "MiB")
         clean_installation(tree)
 
 
-def many_files(place, runs, table):
+def many_files(place, turns, table):
     tree = make_small(place, 100_000, lambda i: (b"%09d\n" % i) * 10, "small")
     publication = publish(tree, place, "--compress", "never")
     copy = tree + "-copy"
@@ -59,16 +58,16 @@ def many_files(place, runs, table):
             forget(tree)
             return patch(tree)
 
-        mine, others, memory = alternate(
-            runs, check, [lambda: Usage(f"sha1sum -c --quiet '{listed}'", tree)])
-        table.add("Full check, 100,000 files of 100 bytes", mine, "`sha1sum -c`", others[0], 1.0, memory)
-        mine, others, memory = alternate(
-            runs, lambda: patch(tree), [lambda: Usage(f"rsync -an '{tree}/' '{copy}/'", place)])
-        table.add("Start with nothing to do, 100,000 records", mine, "`rsync -an`", others[0], 0.7, memory)
+        pair = check, lambda: Usage(f"sha1sum -c --quiet '{listed}'", tree)
+        table.add("Full check, 100,000 files of 100 bytes", "`sha1sum -c`", 1.0,
+                  alternate(turns, pair[0], [pair[1]]), pair, 100_000, "file")
+        pair = lambda: patch(tree), lambda: Usage(f"rsync -an '{tree}/' '{copy}/'", place)
+        table.add("Start with nothing to do, 100,000 records", "`rsync -an`", 0.7,
+                  alternate(turns, pair[0], [pair[1]]), pair, 100_000, "record")
     clean_installation(tree)
 
 
-def first_installation(place, runs, table):
+def first_installation(place, turns, table):
     tree = make_small(place, 5_000, lambda i: random_bytes(8192, i), "medium")
     publication = publish(tree, place, "--compress", "never")
     target = os.path.join(place, "installed")
@@ -91,12 +90,12 @@ def first_installation(place, runs, table):
             shutil.rmtree(os.path.join(place, "fetched"), ignore_errors=True)
             return Usage(f"curl -s --create-dirs -K '{config}'", place)
 
-        mine, others, memory = alternate(runs, ours, [curl])
-        table.add("First installation, 5,000 files of 8 KiB", mine, "`curl -K`", others[0], 1.0, memory)
+        table.add("First installation, 5,000 files of 8 KiB", "`curl -K`", 1.0,
+                  alternate(turns, ours, [curl]), (ours, curl), 5_000, "file")
     shutil.rmtree(target)
 
 
-def one_file(place, runs, table):
+def one_file(place, turns, table):
     plain = make_one(place, "plain", lambda: (random_bytes(1 << 20, i) for i in range(512)))
     packed = make_one(place, "packed", three_to_one)
     works = [(plain, "never", "One file of 512 MiB", "`curl`, `sha1sum`",
@@ -120,52 +119,78 @@ def one_file(place, runs, table):
                     os.remove(os.path.join(place, "fetched.bin"))
                 return Usage(command.format(url=url), place)
 
-            mine, others, memory = alternate(runs, ours, [others_way])
-            table.add(work, mine, peer, others[0], 0.8, memory)
+            table.add(work, peer, 0.8, alternate(turns, ours, [others_way]), (ours, others_way), 512, "MiB")
         shutil.rmtree(target)
 
 
-def crowd(place, runs, table):
-    """200 patchers, each of a user of its own, since those of one user keep each other out."""
-    if os.geteuid() != 0:
-        print("200 patchers at once: needs root, for 200 users; left out", file=sys.stderr)
-        return
-    tree = make_small(place, 10, lambda i: random_bytes(1 << 20, i), "ten")
-    publication = publish(tree, place, "--compress", "never")
-    folder = os.path.join(place, "crowd")
-    with Server(os.path.join(place, "nginx"), publication) as server:
-        urls = " ".join(f"-o f{i}.dat http://127.0.0.1:{server.port}/game/d000/f{i:07}.dat"
-                        for i in range(10))
+# --- What a crowd costs the server and the line.
 
-        def prepare():
-            shutil.rmtree(folder, ignore_errors=True)
-            for i in range(200):
-                install_patcher(os.path.join(folder, str(i)), server.port)
-                sh(f"chown -R {20000 + i} '{folder}/{i}'")
 
-        def all_at_once(command):
-            prepare()
-            return Usage(f"for i in $(seq 0 199); do (cd {folder}/$i && exec setpriv "
-                         f"--reuid $((20000 + i)) --clear-groups {command}) & done; wait", place)
+class Crowd:
+    """200 patchers, each of a user of its own, since those of one user keep each other out, and 200 curl
+    that fetch the same files. Also on port 80, where patchers ask for enable.cdn."""
 
-        def ours():
-            usage = all_at_once("bash -c 'printf \"wait\\nclose\\n\" | ./VelmoraUpdate.exe >/dev/null'")
-            for i in range(200):
-                with open(os.path.join(folder, str(i), "session.log"), "rb") as log:
-                    if b"Update Completed" not in log.read():
-                        sys.exit(f"patcher {i} of the crowd didn't complete")
-            return usage
+    def __init__(self):
+        self.costs = {}
 
-        mine, others, memory = alternate(
-            runs, ours, [lambda: all_at_once(f"curl -s {urls}")], warm=False)
-        table.add("200 at once on one nginx, 10 MiB each", mine, "200 `curl`", others[0], 1.2, memory)
-    shutil.rmtree(folder)
+    def measure(self, place):
+        if os.geteuid() != 0:
+            print("200 patchers at once: needs root, for 200 users; left out", file=sys.stderr)
+            return
+        tree = make_small(place, 10, lambda i: random_bytes(1 << 20, i), "ten")
+        publication = publish(tree, place, "--compress", "never")
+        folder = os.path.join(place, "crowd")
+        patcher = "bash -c 'printf \"wait\\nclose\\n\" | ./VelmoraUpdate.exe >/dev/null'"
+        # A server for each measurement, so that its log and its processor time are of this one alone.
+        for name in ("200 patchers", "200 `curl`"):
+            with Server(os.path.join(place, "nginx"), publication, "listen 127.0.0.1:80;") as server:
+                urls = " ".join(f"-o f{i}.dat http://127.0.0.1:{server.port}/game/d000/f{i:07}.dat"
+                                for i in range(10))
+                self.prepare(folder, server.port)
+                command = patcher if name == "200 patchers" else f"curl -s {urls}"
+                usage = Usage(f"for i in $(seq 0 199); do (cd {folder}/$i && exec setpriv --reuid "
+                              f"$((20000 + i)) --clear-groups {command}) & done; wait", place)
+                self.note(name, usage, server)
+            if name == "200 patchers":
+                self.expect_completion(folder)
+        shutil.rmtree(folder)
+
+    @staticmethod
+    def prepare(folder, port):
+        shutil.rmtree(folder, ignore_errors=True)
+        for i in range(200):
+            install_patcher(os.path.join(folder, str(i)), port)
+            sh(f"chown -R {20000 + i} '{folder}/{i}'")
+
+    @staticmethod
+    def expect_completion(folder):
+        for i in range(200):
+            with open(os.path.join(folder, str(i), "session.log"), "rb") as log:
+                if b"Update Completed" not in log.read():
+                    sys.exit(f"patcher {i} of the crowd didn't complete")
+
+    def note(self, name, usage, server):
+        log = server.log()
+        self.costs.setdefault(name, []).append(
+            (len(log), len({connection for connection, _ in log}), sum(sent for _, sent in log) / 2**20,
+             server.processor_seconds(), usage.processor, usage.seconds))
+        print(name, self.costs[name][-1], flush=True)
+
+    def text(self):
+        lines = ["| Each fetches 10 files of 1 MiB | Requests | Connections | MiB sent | nginx's processor time |"
+                 " Their own processor time | Until the last has ended |", "|---|---|---|---|---|---|---|"]
+        for name, costs in self.costs.items():
+            requests, connections, sent, server, own, seconds = zip(*costs)
+            lines.append(f"| {name} | {statistics.median(requests):,.0f} | {statistics.median(connections):,.0f} |"
+                         f" {statistics.median(sent):,.1f} | {median_of(server, '.2f')} s |"
+                         f" {median_of(own, '.2f')} s | {median_of(seconds, '.2f')} s |")
+        return "\n".join(lines) + "\n"
 
 
 # --- Growth.
 
 
-def growth(place, runs):
+def growth(place, turns):
     """Seconds per record of a start with nothing to do, by the number of records."""
     empty = hashlib.sha1(b"").hexdigest().upper()
     points = []
@@ -181,7 +206,7 @@ def growth(place, runs):
             install_patcher(tree, server.port)
             forget(tree)
             patch(tree)
-            usages = [patch(tree) for _ in range(runs)]
+            usages = [patch(tree) for _ in range(turns)]
         points.append((count, statistics.median(usage.seconds for usage in usages),
                        max(usage.bytes for usage in usages)))
         print(f"{count} records: {points[-1][1]:.3f} s, {points[-1][2] / 2**20:.0f} MiB", flush=True)
@@ -226,33 +251,38 @@ def growth_plot(points):
     return "\n".join(parts) + "\n"
 
 
-WORKS = {"check": full_check, "many": many_files, "install": first_installation, "one": one_file,
-         "crowd": crowd}
+WORKS = {"check": full_check, "many": many_files, "install": first_installation, "one": one_file}
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("works", nargs="*", help=f"of {', '.join([*WORKS, 'growth'])}; default all")
+    parser.add_argument("works", nargs="*", help=f"of {', '.join([*WORKS, 'crowd', 'growth'])}; default all")
     parser.add_argument("--place", default=os.path.join(ROOT, "build/bench"))
-    parser.add_argument("--runs", type=int, default=5)
+    parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--turns", type=int, default=3)
     parser.add_argument("--document", action="store_true")
     options = parser.parse_args()
-    works = options.works or [*WORKS, "growth"]
-    os.makedirs(options.place, exist_ok=True)
-    os.chmod(options.place, 0o755)
-    table = Table()
-    for name in works:
-        if name in WORKS:
-            WORKS[name](options.place, options.runs, table)
-    points = growth(options.place, options.runs) if "growth" in works else []
-    if options.document:
-        document = os.path.join(ROOT, "docs/performance.md")
-        replace(document, "machine", machine())
-        replace(document, "table", table.text())
-        if points:
-            replace(document, "growth", growth_text(points))
-            with open(os.path.join(ROOT, "docs/performance-growth.svg"), "w") as file:
-                file.write(growth_plot(points))
+    works = options.works or [*WORKS, "crowd", "growth"]
+    table, many = Table(), Crowd()
+    for place in rounds_of(options):
+        for name in works:
+            if name in WORKS:
+                WORKS[name](place, options.turns, table)
+        if "crowd" in works:
+            many.measure(place)
+    points = growth(place, options.turns) if "growth" in works else []
+    if not options.document:
+        print("\n".join([table.times(), table.costs(), many.text(), growth_text(points)]))
+        return
+    document = os.path.join(ROOT, "docs/performance.md")
+    replace(document, "machine", machine())
+    replace(document, "table", table.times())
+    replace(document, "costs", table.costs())
+    if many.costs:
+        replace(document, "crowd", many.text())
+    replace(document, "growth", growth_text(points))
+    with open(os.path.join(ROOT, "docs/performance-growth.svg"), "w") as file:
+        file.write(growth_plot(points))
 
 
 if __name__ == "__main__":

@@ -2,7 +2,7 @@
 # Measures the native programs beside other programs that do the same work, in the same run, and writes
 # the tables of docs/performance.md. Data and results go below build/bench (some 12 GiB).
 #
-#   bench.sh               all of it, half an hour or so
+#   bench.sh               all of it, in five rounds: an hour or so
 #   bench.sh patcher ...   works of the patcher: check, many, install, one, crowd, growth
 #   bench.sh publish ...   works of velmora-publish: build, build-one, verify
 #   bench.sh inner         the inner parts alone, with Google Benchmark

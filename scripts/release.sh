@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Makes the folder that players get, build/release/: the 32-bit program, a sample settings file, a text
-# for players in English and Japanese, and the checksums. The same commit gives the same bytes, wherever
-# it is built; the program is built twice, in two folders, and both must agree.
+# for players in Japanese and English, the notices of the libraries in the program, and the checksums. The
+# same commit gives the same bytes, wherever it is built with the same packages; the program is built
+# twice, in two folders, and both must agree.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -69,11 +70,49 @@ VELMORA アップデート  $version
 2. VelmoraUpdate.exe を起動すると、必要なファイルが自動的にダウンロードされます。
 3. 「アップデート完了」と表示されたら「ゲーム開始」を押してください。
 
+● インストール先
+・プレイヤーが書き込めるフォルダに置いてください。C:\\Program Files や C:\\Program Files (x86) の中では、
+  書き込みの権限がないと「既に動作中です。」と表示されて終了します。
+
+● 動作環境
+・Windows 7 から 11 で動作します。表示は、日本語以外の Windows でも日本語のままです。
+・Windows 7 から 10 では、日本語などのファイル名は「Unicode 対応ではないプログラムの言語」が日本語のときに
+  正しく扱われます。日本語以外の設定では、別の文字のファイル名になります。
+・Wine でも動作します。HTML エンジンがない場合、お知らせの欄は空白のままですが、アップデートはできます。
+  日本語のファイル名には ja_JP.UTF-8 のロケールが、日本語の表示には日本語フォントが必要です。
+
+● メッセージの意味
+・「既に動作中です。」
+  他のフォルダのものも含め、アップデートプログラムが既に起動しています。終了してから起動してください。
+  起動していない場合は、フォルダに書き込めないか、ディスクの空きがありません。書き込めるフォルダに移すか、
+  フォルダへの書き込みを許可してください。
+・「ゲームのフォルダを開けません。」
+  フォルダ名に使用できない文字があります。フォルダ名を半角英数字に変更してください。
+・「インターネット接続に問題があります。」
+  Windows のインターネット機能を使用できません。Windows を再起動してください。
+・「サーバに接続できません。」
+  VelmoraUpdate.dat が同じフォルダにないか、サーバーの指定がありません。運営者のものを置いてください。
+・「サーバー上のファイルが見つかりませんでした。」
+  サーバーに接続できないか、ファイルがありません。インターネット接続を確認し、時間を置いて起動してください。
+・「ダウンロードサーバとの接続が切れました。」
+  もう一度起動すると、続きから始まります。繰り返す場合は、回線と空きメモリを確認してください。
+・「ファイルデータが一致しません」「ファイルの展開に失敗しました」
+  受信したデータが運営者のものと違います。運営者が更新中の場合は、時間を置いて起動してください。続く場合は、
+  プロキシやウイルス対策ソフトが通信を書き換えていないか確認するか、別の回線で試してください。
+・「ファイル : …を処理中にエラーが発生しました。」
+  ファイルに書き込めません。続けて表示される理由に従い、ディスクの空きを増やす、そのファイルを使用中のゲームや
+  ウイルス対策ソフトを終了する、フォルダへの書き込みを許可する、のいずれかを行ってください。
+・「アップデートプログラムが更新されました。」
+  エラーではありません。OK を押すと、新しいプログラムが起動します。
+・「インフォメーションウインドウの初期化に失敗しました」
+  お知らせの欄を用意できません。Windows を更新してください。
+
 ● 困ったときは
 ・ファイルが壊れたと思われる場合は「再チェック」を押してください。全てのファイルを確認します。
 ・VelmoraUpdate.dat はサーバーの設定です。ゲームの運営者が配布するものをお使いください。
 ・問題を報告するときは、同じフォルダの session.log を添えてください。
 ・インストールは不要です。アンインストールはフォルダを削除するだけです。
+・使用しているライブラリの著作権表示とライセンスは、notices フォルダにあります。
 
 ----------------------------------------------------------------------
 
@@ -85,6 +124,54 @@ How to use
 3. When the update is complete, press the large button on the right to
    start the game.
 
+Where to put it
+- Into a folder that you may write to. In C:\\Program Files or
+  C:\\Program Files (x86) a player without that right reads that the
+  program runs already, and it ends.
+
+Systems
+- Windows 7 to 11. Its texts are Japanese, also on a Windows in another
+  language.
+- On Windows 7 to 10 names of files outside of ASCII come out right if
+  the "language for non-Unicode programs" is Japanese. With another one
+  such files get names of other characters.
+- Wine. Without an HTML engine the page's part of the window stays blank;
+  the update works. Japanese names of files need the locale ja_JP.UTF-8,
+  and Japanese texts a font that has them.
+
+What the messages mean
+- 既に動作中です。 (It runs already.)
+  An update program is open, maybe in another folder: close it first. If
+  there is none, the folder can't be written to, or the disk is full: move
+  the game to a folder of yours, or get the right to write to this one.
+- ゲームのフォルダを開けません。 (The game's folder can't be opened.)
+  Its name has characters that can't be used: rename it, to plain letters
+  and digits.
+- インターネット接続に問題があります。 (Trouble with the Internet connection.)
+  Windows gives no access to the Internet: restart Windows.
+- サーバに接続できません。 (The server can't be reached.)
+  VelmoraUpdate.dat is missing beside the program, or names no server: put
+  the operator's there.
+- サーバー上のファイルが見つかりませんでした。 (File not found on the server.)
+  The server doesn't answer, or doesn't have the file: check your Internet
+  connection, and start again later.
+- ダウンロードサーバとの接続が切れました。 (Connection lost.)
+  Start again: it goes on from there. If it comes again, check your line,
+  and whether memory is left.
+- ファイルデータが一致しません (The data doesn't match.)
+  ファイルの展開に失敗しました (The file couldn't be expanded.)
+  What came isn't what the operator published. Start again later: an update
+  may be on its way. If it stays, see whether a proxy or an antivirus
+  program changes what you receive, or try another line.
+- ファイル : …を処理中にエラーが発生しました。 (Error with the file …)
+  It can't be written. The reason follows: make room on the disk, close the
+  game or the antivirus program that holds the file, or get the right to
+  write to the folder. Then start again.
+- アップデートプログラムが更新されました。 (The update program was updated.)
+  No error: press OK, and the new one starts.
+- インフォメーションウインドウの初期化に失敗しました (No room for the page.)
+  The page's part of the window can't be made: update Windows.
+
 If something is wrong
 - If files seem to be damaged, press the upper button beside it: all files
   are checked again.
@@ -92,9 +179,16 @@ If something is wrong
   operator gives you.
 - When you report a problem, add the file session.log of that folder.
 - Nothing is installed. To remove the program, delete its files.
+- The folder notices holds the copyrights and licences of the libraries in it.
 TEXT
 
-(cd "$release" && sha256sum README.txt VelmoraUpdate.dat VelmoraUpdate.exe >SHA256SUMS)
+# What the libraries that are linked into the program ask to be passed on, as Debian tells it.
+mkdir "$release/notices"
+for notice in zlib:libz-mingw-w64-dev mingw-w64:mingw-w64-i686-dev gcc:gcc-mingw-w64-i686-posix; do
+  sed 's/$/\r/' "/usr/share/doc/${notice#*:}/copyright" >"$release/notices/${notice%%:*}.txt"
+done
+
+(cd "$release" && sha256sum README.txt VelmoraUpdate.dat VelmoraUpdate.exe notices/* >SHA256SUMS)
 find "$release" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
 echo "== build/release, the same bytes for every build of this commit"
 cat "$release/SHA256SUMS"

@@ -20,7 +20,9 @@ pid $folder/pid;
 error_log $folder/error.log;
 events { worker_connections 1024; }
 http {
-  access_log $folder/access.log;
+  log_format costs '\$remote_addr - \$remote_user [\$time_local] "\$request" \$status \$body_bytes_sent '
+                   '"\$http_referer" "\$http_user_agent" \$connection \$bytes_sent';
+  access_log $folder/access.log costs;
   client_body_temp_path $folder;
   proxy_temp_path $folder;
   fastcgi_temp_path $folder;

@@ -50,10 +50,9 @@ rm -rf "$release"
 mkdir -p "$release"
 cp "$built" "$release/"
 
-# for_windows FILE: takes UTF-8 and writes what Windows reads in Japan: code page 932, CR LF.
-for_windows() { sed 's/$/\r/' | iconv -f UTF-8 -t CP932 >"$1"; }
+with_line_ends() { sed 's/$/\r/'; }
 
-for_windows "$release/VelmoraUpdate.dat" <<'SETTINGS'
+with_line_ends >"$release/VelmoraUpdate.dat" <<'SETTINGS'
 [Setting]
 ServerAddress=www.example.com
 Data=/game
@@ -62,8 +61,10 @@ SETTINGS
 
 version=$(sed -nE 's/^project\(.* VERSION ([0-9.]+) .*/\1/p' "$work/first/CMakeLists.txt")
 [[ -n $version ]] || fail "CMakeLists.txt doesn't say the version"
-for_windows "$release/README.txt" <<TEXT
-VELMORA アップデート  $version
+# With this mark in front, a Windows in any language shows UTF-8 right.
+mark=$'\uFEFF'
+with_line_ends >"$release/README.txt" <<TEXT
+${mark}VELMORA アップデート  $version
 
 ● 使い方
 1. VelmoraUpdate.exe と VelmoraUpdate.dat をゲームのフォルダに置きます。
@@ -185,7 +186,7 @@ TEXT
 # What the libraries that are linked into the program ask to be passed on, as Debian tells it.
 mkdir "$release/notices"
 for notice in zlib:libz-mingw-w64-dev mingw-w64:mingw-w64-i686-dev gcc:gcc-mingw-w64-i686-posix; do
-  sed 's/$/\r/' "/usr/share/doc/${notice#*:}/copyright" >"$release/notices/${notice%%:*}.txt"
+  with_line_ends <"/usr/share/doc/${notice#*:}/copyright" >"$release/notices/${notice%%:*}.txt"
 done
 
 (cd "$release" && sha256sum README.txt VelmoraUpdate.dat VelmoraUpdate.exe notices/* >SHA256SUMS)

@@ -49,18 +49,18 @@ TEST_F(DialogHandlers, TellTheWorkAheadWithoutWhatIsVouchedFor) {
     Dialog().onEvent = [&](const std::string& event) {
       if (event == "stepit 1002") ahead.push_back(handlers_.bytesAhead());
     };
-    Serve({{"/hashlist.dat", list}, {"/a", "1"}, {"/bb", "22"}, {"/ccc", "333"}});
+    Serve({{"/hashlist.dat", list}, {"/a", "1"}, {"/bb", "22"}, {"/ccc", "333"}, {"/vouch", "5"}});
     EXPECT_TRUE(Run());
     return platform::bodyBytesReceived - before - static_cast<std::int64_t>(list.size());
   };
-  const std::string vouched = FileLine("a", "1");
-  EXPECT_EQ(run(vouched), 1);
-  EXPECT_EQ(ahead, (std::vector<std::int64_t>{0}));
+  const std::string vouched = FileLine("a", "1") + FileLine("vouch", "5");
+  EXPECT_EQ(run(vouched), 2);
+  EXPECT_EQ(ahead, (std::vector<std::int64_t>{1, 0}));
 
   WriteFile("dddd", "4444");
   EXPECT_EQ(run(vouched + FileLine("bb", "22") + FileLine("ccc", "333") + FileLine("dddd", "4444")),
             2 + 3);
-  EXPECT_EQ(ahead, (std::vector<std::int64_t>{-1, 3 + 4, 4, 0}));
+  EXPECT_EQ(ahead, (std::vector<std::int64_t>{-1, 3 + 4, 4, 0, 0}));
 }
 
 TEST_F(DialogHandlers, OpeningTestsButtonsOpensThePageAndStartsARun) {

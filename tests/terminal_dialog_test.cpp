@@ -27,6 +27,7 @@
 #include "platform/posix/terminal_script.h"
 #include "platform/posix/terminal_state.h"
 #include "platform/posix/terminal_text.h"
+#include "platform/posix/transfer_count.h"
 #include "platform/processes.h"
 #include "support/terminal_child.h"
 #include "support/terminal_picture.h"
@@ -154,7 +155,7 @@ TEST(TerminalBar, PercentStaysWithinItsBounds) {
 TEST(TerminalRender, FitsEveryWidth) {
   DialogModel model = RunningModel();
   model.status = std::string(texts::kConnecting) + std::string(300, 'x');
-  const Figures figures{123456789, 123456};
+  const Figures figures{123456789, 12345, 123456};
   const BoxText box{texts::kNoServer, texts::kErrorCaption, kBoxError};
   for (std::size_t columns = 1; columns <= 200; ++columns) {
     auto lines = RenderBlock(model, figures, columns);
@@ -168,13 +169,14 @@ TEST(TerminalRender, FitsEveryWidth) {
 }
 
 TEST(TerminalRender, ShowsAllOfTheDialog) {
-  const auto lines = RenderBlock(RunningModel(), {2048, 75}, 80);
+  const auto lines = RenderBlock(RunningModel(), {2048, 2, 75}, 80);
   ASSERT_GE(lines.size(), 6u);
   EXPECT_EQ(lines[0], Utf8(u8"VELMORA アップデート  1.12"));
   EXPECT_EQ(lines[1], Utf8(u8"確認中  3 / 12 "));
   EXPECT_EQ(lines[2], "data\\a.pak");
-  EXPECT_EQ(lines[3], "File  50 %  [###############---------------]  4.0 KiB / 8.0 KiB  2.0 KiB/s");
-  EXPECT_EQ(lines[4], "All   25 %  [#######-----------------------]  3 / 12  1:15 left");
+  EXPECT_EQ(lines[3],
+            "File  50 %  [##########----------]  4.0 KiB / 8.0 KiB  2.0 KiB/s  0:02 left");
+  EXPECT_EQ(lines[4], "All   25 %  [#####---------------]  3 / 12  1:15 left");
   EXPECT_TRUE(lines[5].starts_with(Utf8(u8"[u] CancelUpdate \x1b[2m(s) ゲーム開始\x1b[0m")));
 
   const struct {
@@ -189,7 +191,7 @@ TEST(TerminalRender, ShowsAllOfTheDialog) {
       {20, "File  50 %  [###---]", "All   25 %  3 / 12"},
       {7, "File  5", "All   2"}};
   for (const auto& c : kNarrow) {
-    const auto narrow = RenderBlock(RunningModel(), {2048, 4500}, c.columns);
+    const auto narrow = RenderBlock(RunningModel(), {2048, 2, 4500}, c.columns);
     EXPECT_EQ(narrow[3], c.file) << c.columns;
     EXPECT_EQ(narrow[4], c.all) << c.columns;
   }
@@ -220,17 +222,19 @@ TEST(TerminalFigures, TellRateAndTimeLeftOfDownloadsOnly) {
     std::int64_t fileLeft;
     std::int64_t ahead;
     std::optional<std::int64_t> rate;
-    std::optional<std::int64_t> timeLeft;
+    std::optional<std::int64_t> fileTime;
+    std::optional<std::int64_t> time;
     const char* why;
   } kMoments[] = {
-      {10, 500, 0, kNobodyKnows, kNone, kNone, "what the list took doesn't count"},
-      {10.1, 500, 8000, 20000, kNone, kNone, "too early to tell"},
-      {11.1, 1500, 7000, 20000, 909, kNone, "too early for the rest"},
-      {14.1, 4500, 4000, 20000, 1000, 24, "the first file, a large one"},
-      {18.1, 8500, 0, 20000, 1000, 20, "between two files"},
-      {22.1, 8500, 10000, 10000, kNone, kNone, "nothing has come for long"},
-      {26.1, 12500, 6000, 10000, 1000, 19, "the pause counts for the rest"},
-      {40, 18500, 0, 0, 432, kNone, "nothing is left"},
+      {10, 500, 0, kNobodyKnows, kNone, kNone, kNone, "what the list took doesn't count"},
+      {10.1, 500, 8000, 20000, kNone, kNone, kNone, "too early to tell"},
+      {11.1, 1500, 7000, 20000, 909, 8, kNone, "too early for the whole"},
+      {14.1, 4500, 4000, 20000, 1000, 4, 24, "the first file, a large one"},
+      {18.1, 8500, 0, 20000, 1000, kNone, 20, "between two files"},
+      {22.1, 8500, 10000, 10000, kNone, kNone, kNone, "nothing has come for long"},
+      {26.1, 12500, 6000, 10000, 1000, 6, 19, "the pause counts for the rest"},
+      {40, 28490, 10, 0, 1150, 1, 1, "almost done"},
+      {40.1, 28500, 0, 0, 1143, kNone, kNone, "nothing is left"},
   };
   FigureKeeper keeper;
   for (const auto& c : kMoments) {
@@ -238,14 +242,15 @@ TEST(TerminalFigures, TellRateAndTimeLeftOfDownloadsOnly) {
     if (c.ahead == kNobodyKnows) progress.ahead.reset();
     const Figures figures = keeper.Update(true, progress);
     EXPECT_EQ(figures.bytesPerSecond, c.rate) << c.why;
-    EXPECT_EQ(figures.secondsLeft, c.timeLeft) << c.why;
+    EXPECT_EQ(figures.fileSecondsLeft, c.fileTime) << c.why;
+    EXPECT_EQ(figures.secondsLeft, c.time) << c.why;
   }
   keeper.Update(false, {41, 20000, 0, 0});
   // A re-check: most of the files are there and good.
   keeper.Update(true, {50, 20000, 1000, 100000});
   EXPECT_FALSE(keeper.Update(true, {52, 20000, 1000, 50000}).bytesPerSecond);
   const Figures mixed = keeper.Update(true, {54, 20800, 200, 50000});
-  EXPECT_EQ(mixed.bytesPerSecond, 200);
+  EXPECT_EQ(mixed.fileSecondsLeft, 1);
   EXPECT_FALSE(mixed.secondsLeft) << "how many more are good?";
 }
 
@@ -672,6 +677,7 @@ TEST(TerminalDialogKeys, CtrlCCancelsFirstAndClosesThen) {
   ASSERT_TRUE(child.WaitFor("Ctrl-C again closes"));
   child.Send("\x03");
   EXPECT_EQ(child.Wait(), 7);
+  EXPECT_FALSE(Contains(ScreenAfter(child), "Cancelling"));
   EXPECT_TRUE(child.IsTerminalNormal());
 }
 
@@ -867,6 +873,33 @@ TEST(TerminalDialogScreen, IsRedrawnAFewTimesUnderAMillionMoves) {
   const int allowed = (static_cast<int>(after.tv_sec - before.tv_sec) + 1) * 15 + 2;
   EXPECT_LE(CountOf(child.output(), kRedraw), allowed);
   EXPECT_GE(CountOf(child.output(), kRedraw), 2);
+}
+
+TEST(TerminalDialogScreen, TellsHowLongADownloadTakes) {
+  constexpr std::int32_t kSize = 1'000'000'000;
+  auto child = TerminalChild::OnTerminal([] {
+    return RunOnTerminal([] {
+      OfferCancel();
+      SetBarRange(Control::kFileBar, 0, kSize);
+      SetBarPosition(Control::kFileBar, kSize);
+      SetBarRange(Control::kFileBar, 0, kSize);
+      StartWorker([] {
+        for (std::int32_t i = 1; true; ++i, Sleep(10)) {
+          bodyBytesReceived += 1000;
+          if (i > 100) SetBarPosition(Control::kFileBar, i * 1000);
+        }
+      });
+    });
+  });
+  ASSERT_TRUE(child.WaitFor(" left\r\r\n\x1b[KAll")) << "though the bar stands full from before";
+  ASSERT_TRUE(child.WaitFor(" left\r\r\n\x1b[K[u]"));
+  child.Send("u");
+  ASSERT_TRUE(child.WaitFor("Cancelling"));
+  child.Send("q");
+  EXPECT_EQ(child.Wait(), 7);
+  const std::string screen = ScreenAfter(child);
+  EXPECT_TRUE(Contains(screen, " left\nAll")) << screen;
+  EXPECT_FALSE(Contains(screen, " left\n(u)")) << "the rest won't be downloaded: " << screen;
 }
 
 TEST(TerminalDialogScreen, FitsSmallAndUnknownTerminals) {

@@ -1,5 +1,6 @@
 #include "platform/posix/terminal_figures.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace velmora::platform::terminal {
@@ -16,9 +17,15 @@ constexpr double kShareOfDownloads = 0.9;
 
 std::int64_t Left(const Progress& progress) { return progress.fileLeft + *progress.ahead; }
 
-std::optional<std::int64_t> Rounded(std::optional<double> value) {
-  if (!value) return std::nullopt;
-  return std::llround(*value);
+// What is still to come takes a second at least.
+std::optional<std::int64_t> Seconds(std::optional<double> time) {
+  if (!time) return std::nullopt;
+  return std::max(std::llround(*time), 1LL);
+}
+
+std::optional<double> FileTimeLeft(const Progress& progress, std::optional<std::int64_t> rate) {
+  if (!rate || progress.fileLeft == 0) return std::nullopt;
+  return static_cast<double>(progress.fileLeft) / static_cast<double>(*rate);
 }
 
 }  // namespace
@@ -29,23 +36,28 @@ Figures FigureKeeper::Update(bool isRunShown, const Progress& progress) {
     start_.reset();
     return {};
   }
-  const std::optional<double> rate = Rate(progress);
-  return {Rounded(rate), Rounded(TimeLeft(progress, rate))};
+  const std::optional<std::int64_t> rate = Rate(progress);
+  const std::optional<double> file = FileTimeLeft(progress, rate);
+  const std::optional<double> ahead = TimeAhead(progress);
+  std::optional<double> all;
+  if (ahead && file) all = *file + *ahead;
+  if (progress.fileLeft == 0) all = ahead;
+  return {rate, Seconds(file), Seconds(all)};
 }
 
-std::optional<double> FigureKeeper::Rate(const Progress& progress) {
+std::optional<std::int64_t> FigureKeeper::Rate(const Progress& progress) {
   samples_.push_back(progress);
   while (samples_.size() > 2 && samples_[1].now <= progress.now - kRateWindow) samples_.pop_front();
 
   const double elapsed = progress.now - samples_.front().now;
   const std::int64_t bytes = progress.received - samples_.front().received;
   if (elapsed < kShortestForRate || bytes <= 0) return std::nullopt;
-  return static_cast<double>(bytes) / elapsed;
+  return std::llround(static_cast<double>(bytes) / elapsed);
 }
 
-// The present file goes on at the present rate; those behind it take their time as those before
-// did.
-std::optional<double> FigureKeeper::TimeLeft(const Progress& progress, std::optional<double> rate) {
+// What lies behind the present file takes its time as what was before did. Empty if nothing is left
+// at all.
+std::optional<double> FigureKeeper::TimeAhead(const Progress& progress) {
   if (!progress.ahead) return std::nullopt;
   if (!start_) start_ = progress;
 
@@ -54,11 +66,7 @@ std::optional<double> FigureKeeper::TimeLeft(const Progress& progress, std::opti
   const auto received = static_cast<double>(progress.received - start_->received);
   const bool isTold = elapsed >= kShortestForTimeLeft && done > 0 && Left(progress) > 0;
   if (!isTold || received < done * kShareOfDownloads) return std::nullopt;
-
-  const double ahead = elapsed * static_cast<double>(*progress.ahead) / done;
-  if (progress.fileLeft == 0) return ahead;
-  if (!rate) return std::nullopt;
-  return static_cast<double>(progress.fileLeft) / *rate + ahead;
+  return elapsed * static_cast<double>(*progress.ahead) / done;
 }
 
 }  // namespace velmora::platform::terminal

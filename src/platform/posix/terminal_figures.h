@@ -11,7 +11,8 @@ namespace velmora::platform::terminal {
 // Empty: can't be told.
 struct Figures {
   std::optional<std::int64_t> bytesPerSecond;
-  std::optional<std::int64_t> secondsLeft;
+  std::optional<std::int64_t> fileSecondsLeft;  // of the present file
+  std::optional<std::int64_t> secondsLeft;      // of the whole run
 };
 
 // How far a run has come, as of one moment.
@@ -30,8 +31,8 @@ class FigureKeeper {
   Figures Update(bool isRunShown, const Progress& progress);
 
  private:
-  std::optional<double> Rate(const Progress& progress);
-  std::optional<double> TimeLeft(const Progress& progress, std::optional<double> rate);
+  std::optional<std::int64_t> Rate(const Progress& progress);
+  std::optional<double> TimeAhead(const Progress& progress);
 
   std::deque<Progress> samples_;
   std::optional<Progress> start_;  // since the work ahead is known

@@ -322,8 +322,8 @@ Figures DialogLoop::FiguresOf(const DialogModel& model) {
 std::vector<std::string> DialogLoop::BelowBlock(const DialogState::Picture& picture,
                                                 ScreenSize size) const {
   if (picture.box) return RenderBox(*picture.box, size.columns);
-  if (cancelAsked_ && CancelWaits(picture.model)) return RenderCancelNotice(size.columns);
-  return {};
+  const bool waits = cancelAsked_ && CancelWaits(picture.model) && state_.IsOpen();
+  return waits ? RenderCancelNotice(size.columns) : std::vector<std::string>{};
 }
 
 void DialogLoop::WriteLines() {

@@ -11,7 +11,8 @@ namespace velmora::platform::terminal {
 namespace {
 
 constexpr std::size_t kStatusLines = 2;
-constexpr std::size_t kWidestBar = 30;
+constexpr std::size_t kWidestBar = 20;
+constexpr std::size_t kWidestRule = 30;
 constexpr std::size_t kNarrowestBar = 5;
 constexpr char kGap[] = "  ";
 
@@ -27,10 +28,10 @@ std::string FormatBytes(std::int64_t bytes) {
   return FormatText("%.1f %s", amount, kUnits[unit]);
 }
 
-std::string FormatDuration(std::int64_t seconds) {
+std::string FormatTimeLeft(std::int64_t seconds) {
   const long long all = seconds;
-  if (all < 3600) return FormatText("%lld:%02lld", all / 60, all % 60);
-  return FormatText("%lld:%02lld:%02lld", all / 3600, all / 60 % 60, all % 60);
+  if (all < 3600) return FormatText("%lld:%02lld left", all / 60, all % 60);
+  return FormatText("%lld:%02lld:%02lld left", all / 3600, all / 60 % 60, all % 60);
 }
 
 using Details = std::vector<std::string>;  // the most important first
@@ -38,12 +39,13 @@ using Details = std::vector<std::string>;  // the most important first
 Details FileDetails(const Bar& bar, const Figures& figures) {
   Details details = {FormatBytes(bar.position) + " / " + FormatBytes(bar.highest)};
   if (figures.bytesPerSecond) details.push_back(FormatBytes(*figures.bytesPerSecond) + "/s");
+  if (figures.fileSecondsLeft) details.push_back(FormatTimeLeft(*figures.fileSecondsLeft));
   return details;
 }
 
 Details OverallDetails(const Bar& bar, const Figures& figures) {
   Details details = {FormatText("%d / %d", bar.position, bar.highest)};
-  if (figures.secondsLeft) details.push_back(FormatDuration(*figures.secondsLeft) + " left");
+  if (figures.secondsLeft) details.push_back(FormatTimeLeft(*figures.secondsLeft));
   return details;
 }
 
@@ -135,7 +137,7 @@ std::vector<std::string> RenderBlock(const DialogModel& model, const Figures& fi
 }
 
 std::vector<std::string> RenderBox(const BoxText& box, std::size_t columns) {
-  std::vector<std::string> lines = {std::string(std::min(columns, kWidestBar), '-')};
+  std::vector<std::string> lines = {std::string(std::min(columns, kWidestRule), '-')};
   lines.push_back(CutToCells(MarkOf(box.type) + ToUtf8(box.caption), columns));
   // A text is broken instead of cut: it may end in the name of the file that it is about.
   for (std::string& line : WrapToCells(ToUtf8(box.text), columns)) lines.push_back(std::move(line));

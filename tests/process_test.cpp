@@ -172,16 +172,6 @@ TEST_F(Chain, NewPatcherRunsWithThePlayersOptions) {
   EXPECT_TRUE(LogMessagesWith("Correct Hash : " + Sha1(next)).empty());
 }
 
-// The script goes on in the new patcher where the old one stopped.
-TEST_F(Chain, ScriptOutlivesTheOldPatcher) {
-  const std::string next = ReadFile(VELMORA_MARKED_PROGRAM);
-  Serve({{"/hashlist.dat", FileLine(kPatcher, next) + "EXE : NoSuchGame.exe\n"},
-         {"/VelmoraUpdate.exe", next}});
-  Play(kPatcher, {}, {"wait\nwait\nstart"});
-  EXPECT_EQ(LogMessagesWith("StartGame : Execute NoSuchGame.exe ").size(), 1U);
-  ExpectCompleteChain();
-}
-
 TEST_F(Chain, NewSettingsFileIsReadByTheNextProcess) {
   // The new settings name the server as the request did.
   const auto settings = [](const ServedRequest& request) {

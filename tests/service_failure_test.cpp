@@ -192,8 +192,11 @@ TEST_F(ServiceFailure, ListThatComesInPart) {
   EXPECT_EQ(paths, (Lines{"a", "b"}));
   EXPECT_EQ(RemoveSet.Count(), 0U);
 
+  // Whoever connects anew closes what the last connection left.
+  services.closed.clear();
   services.files["/hashlist.dat"] = {"100", {}, true};
   EXPECT_TRUE(ConnectServer());
+  EXPECT_EQ(services.closed, (std::vector<platform::HttpHandle>{kConnection, kSession, kRequest}));
   EXPECT_EQ(UpdateSet.Count(), 0U);
 }
 

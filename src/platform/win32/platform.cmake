@@ -24,10 +24,18 @@ target_link_libraries(velmora_platform PUBLIC velmora_base shlwapi advapi32 shel
 # not a "known" one (HKLM\System\CurrentControlSet\Control\Session Manager\KnownDLLs), or one that hands
 # calls on to such a one.
 function(delayed_library name)
-  list(JOIN ARGN "\n" functions)
+  set(functions ${ARGN})
+  set(prefix _)
   if(CMAKE_SIZEOF_VOID_P EQUAL 8)
-    string(REGEX REPLACE "@[0-9]+" "" functions "${functions}")
+    list(TRANSFORM functions REPLACE "@[0-9]+" "")
+    set(prefix "")
   endif()
+  # Calls don't go by a function's stub, and the 32-bit linker drops a stub that nobody asks for; its
+  # address is where the first call begins.
+  foreach(function ${functions})
+    target_link_options(velmora_platform INTERFACE -Wl,--undefined=${prefix}${function})
+  endforeach()
+  list(JOIN functions "\n" functions)
   file(GENERATE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/${name}.def
        CONTENT "LIBRARY ${name}.dll\nEXPORTS\n${functions}\n")
   add_custom_command(OUTPUT lib${name}_delayed.a

@@ -278,26 +278,33 @@ TEST_F(UpdateRun, FailuresAtTheConnection) {
   EXPECT_EQ(LogMessagesWith("STATUS_CODE").size(), 2U);
 }
 
-// A removal that was cut would name the directory of the file that it means.
-TEST_F(UpdateRun, ListThatEndsEarlyRemovesByWholeLines) {
-  const std::string list = "DEL : top.tmp\r\nDEL : data\\old.tmp\r\n";
-  for (std::size_t length = 0; length < list.size(); ++length) {
-    WriteFile("top.tmp", "x");
-    WriteFile("data/old.tmp", "x");
-    Serve([&](const ServedRequest&) {
-      return Raw("Content-Length: " + std::to_string(list.size()) + "\r\n", list.substr(0, length));
+// The records of what came count, also that of the last line, wherever it is cut.
+TEST_F(UpdateRun, ListThatEndsEarlyCountsAsFarAsItCame) {
+  const std::string files = FileLine("a.dat", "new") + FileLine("b.dat", "new");
+  const std::string removal = "DEL : data\\old.tmp\r\n";
+  const struct {
+    std::string came;
+    std::map<std::string, std::string> left;
+  } cases[] = {
+      {files.substr(0, files.size() - 2),
+       {{"a.dat", "new"}, {"b.dat", "new"}, {"data/kept", "x"}, {"data/old.tmp", "x"}}},
+      {removal.substr(0, 6), {{"data/kept", "x"}, {"data/old.tmp", "x"}}},
+      {removal.substr(0, 10), {}},
+      {removal.substr(0, 18), {{"data/kept", "x"}}},
+      {"DEL : data\\old.tmp" + std::string("\0x\r\n", 4) + removal, {{"data/kept", "x"}}},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.came);
+    for (const char* file : {"data/old.tmp", "data/kept"}) WriteFile(file, "x");
+    Serve([&](const ServedRequest& request) {
+      return request.path != "/hashlist.dat" ? Ok("new")
+                                             : Raw("Content-Length: 1000\r\n", test.came);
     });
     ASSERT_TRUE(Run());
-    EXPECT_EQ(ReadFile("top.tmp"), length > list.find('\n') ? "(none)" : "x") << length;
-    EXPECT_EQ(ReadFile("data/old.tmp"), "x") << length;
+    EXPECT_EQ(FilesHere(), test.left);
+    for (const auto& [file, content] : test.left) std::filesystem::remove(file);
+    std::filesystem::remove(kCacheFile);
   }
-  EXPECT_FALSE(LogMessagesWith("line refused, its end is missing : DEL : data").empty());
-
-  WriteFile("data/old.tmp", "x");
-  const std::string_view broken("DEL : top.tmp\r\nDEL : data\0old.tmp\r\n", 35);
-  Serve({{"/hashlist.dat", std::string(broken)}});
-  ASSERT_TRUE(Run());
-  EXPECT_EQ(ReadFile("data/old.tmp"), "x") << "a NUL byte ends the list";
 }
 
 // Each way in which a download can fail, with what the player and the log are told.

@@ -76,31 +76,19 @@ bool AllocateBody(DataBlock& body) {
   return false;
 }
 
-void LogRefused(const char* reason, std::string_view line) {
+void LogRefused(std::string_view line) {
   if (line.ends_with('\r')) line.remove_suffix(1);
-  LogMessage("Reference list : line refused, %s : %.*s\n", reason, static_cast<int>(line.size()),
-             line.data());
+  LogMessage("Reference list : line refused, a field is too long : %.*s\n",
+             static_cast<int>(line.size()), line.data());
 }
 
-// Of a body that ends early, the last line may end anywhere. A removal would then take another
-// file, or the directory that the file is in; the next run does it.
-std::string_view WithoutCutRemoval(std::string_view text) {
-  const std::size_t start = text.rfind('\n') + 1;
-  const std::string_view last = text.substr(start);
-  if (ScanListLine(last).keyword != "DEL") return text;
-  LogRefused("its end is missing", last);
-  return text.substr(0, start);
-}
-
+// What the one read delivers is the list, wherever it ends. Its last line may be cut then.
 void ParseBody(DataBlock& body) {
   std::uint32_t received = 0;
   static_cast<void>(platform::ReadHttp(RequestHandle, body.data(),
                                        static_cast<std::uint32_t>(body.size()), received));
-  std::string_view text(reinterpret_cast<const char*>(body.data()), received);
-  text = text.substr(0, text.find('\0'));
-  if (text.size() < body.size()) text = WithoutCutRemoval(text);
-  ParseReferenceList(text, UpdateSet, RemoveSet, Settings.ClientExe,
-                     [](std::string_view line) { LogRefused("a field is too long", line); });
+  const std::string_view text(reinterpret_cast<const char*>(body.data()), received);
+  ParseReferenceList(text, UpdateSet, RemoveSet, Settings.ClientExe, LogRefused);
 }
 
 }  // namespace

@@ -140,6 +140,7 @@ TEST_F(Probe, FollowsEnableCdn) {
   const struct {
     Reply reply;
     std::string place;
+    std::size_t requests = 1;  // at most
   } cases[] = {
       {Ok("http://cdn.invalid:8080/files?x"), "cdn.invalid:80/files"},
       {Raw("Content-Length: 300\r\n", url + "x"), "cdn.invalid:80/x"},  // less than was told
@@ -148,7 +149,8 @@ TEST_F(Probe, FollowsEnableCdn) {
       {Ok("error: not found"), none},
       {Ok("<html>"), none},
       {Raw("", url), none},
-      {Raw("Content-Length: -3\r\n", url), none},
+      {Raw("Content-Length: -3\r\n", url), none, 2},
+      {Raw("Content-Length: abc\r\n", url), none, 2},
       {Ok(url + std::string(1000, 'x')), none},
       {Raw("Content-Length: 30\r\n", "", Reply::End::kReset), none},
   };
@@ -158,7 +160,8 @@ TEST_F(Probe, FollowsEnableCdn) {
     Load("ServerAddress=127.0.0.80:8080\r\nData=/d\r\n");
     EXPECT_EQ(Settings.ServerHost + ":" + std::to_string(Settings.ServerPort) + Settings.DataPath,
               test.place);
-    ASSERT_EQ(redirector_->Requests().size(), 1U);
+    ASSERT_GE(redirector_->Requests().size(), 1U);
+    EXPECT_LE(redirector_->Requests().size(), test.requests);
     EXPECT_EQ(redirector_->Requests()[0].path, "/d/enable.cdn");
     EXPECT_NE(redirector_->Requests()[0].head.find("User-Agent: VelmoraUpdate_CDN\r\n"),
               std::string::npos);

@@ -278,6 +278,14 @@ TEST_F(UpdateRun, FailuresAtTheConnection) {
   EXPECT_EQ(LogMessagesWith("STATUS_CODE").size(), 2U);
 }
 
+TEST_F(UpdateRun, LengthOfTheListThatIsNoNumberIsAnEmptyList) {
+  Serve([](const ServedRequest&) { return Raw("Content-Length: abc\r\n", "EXE : never.exe\n"); });
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(UpdateState, kEnded);
+  EXPECT_TRUE(EventsOf("box").empty());
+  EXPECT_NE(Settings.ClientExe, "never.exe");
+}
+
 // The records of what came count, also that of the last line, wherever it is cut.
 TEST_F(UpdateRun, ListThatEndsEarlyCountsAsFarAsItCame) {
   const std::string files = FileLine("a.dat", "new") + FileLine("b.dat", "new");
@@ -333,6 +341,7 @@ TEST_F(UpdateRun, FailuresOfADownload) {
       {fileLine, Raw(length("10"), start, Reply::End::kReset), lost, tooLong + "10 ActualRead:"},
       {fileLine, Raw("", good), lost, tooLong},
       {fileLine, Raw(length("-10"), good), lost, tooLong},
+      {fileLine, Raw(length("abc"), good), lost, tooLong + "0 ActualRead:10"},
       {fileLine, Raw(length("2147483647"), good), lost, tooLong + "2147483647 ActualRead:10"},
       {fileLine, Ok("0123456780"), ErrorBox(texts::kWrongData),
        "Error Invalid Hash : file d\\f.dat Hash is " + Sha1(good) + " "},

@@ -1,7 +1,8 @@
 // HTTP access in pull form: the caller opens a session, a connection and one request after another,
 // asks for status and headers, and then takes the body as it becomes available. Plain GET over
 // HTTP/1.1 (RFC 9110, RFC 9112), proxies as the system has them, redirects followed, and the
-// connection's user and password given when the server asks for them (RFC 7617, RFC 7616).
+// connection's user and password given when the server asks for them (RFC 7617, RFC 7616), natively
+// without being asked again for each request.
 //
 // A handle is a number, 0 for none. A handle that was closed, or never was one, is harmless: every
 // operation on it fails in the way told below. Operations block the calling thread. A handle may be
@@ -44,8 +45,9 @@ void SetHttpTimeouts(HttpHandle session, std::uint32_t milliseconds);
 // read.
 void SendHttpRequest(HttpHandle request);
 
-// Decimal text of the answer's status code or Content-Length; nothing if the answer doesn't hold
-// it, if there was no answer, or if the text and its terminator need more than `bufferSize` bytes.
+// Decimal text of the answer's status code or Content-Length, or what a server sent in its place;
+// nothing if the answer doesn't hold it, if there was no answer, or if the text and its terminator
+// need more than `bufferSize` bytes.
 [[nodiscard]] std::optional<std::string> QueryHttpField(HttpHandle request, HttpField field,
                                                         std::size_t bufferSize);
 

@@ -41,11 +41,20 @@ struct Connection {
   std::string user;
   std::string password;
   CURLM* multi = nullptr;
+  // Waits for the next request. It knows what the server wants credentials by, once it was asked
+  // for some, so that they go out at once.
+  CURL* idle = nullptr;
+
+  [[nodiscard]] bool HasCredentials() const { return !user.empty() || !password.empty(); }
+  void Forget() { curl_easy_cleanup(std::exchange(idle, nullptr)); }
 
   Connection() = default;
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
-  ~Connection() { curl_multi_cleanup(multi); }
+  ~Connection() {
+    Forget();
+    curl_multi_cleanup(multi);
+  }
 };
 
 class Request {
@@ -69,6 +78,7 @@ class Request {
   static std::size_t OnBody(char* data, std::size_t, std::size_t size, void* request);
   static int OnConnected(void* request, char*, char*, int, int);
 
+  void Transfer(bool trustsLength);
   void Configure();
   void TakeHeader(std::string_view line);
   void DriveUntil(const std::function<bool()>& reached);
@@ -95,16 +105,37 @@ class Request {
 };
 
 void Request::Send() {
-  easy_ = curl_easy_init();
+  const bool isKnown = connection_->idle != nullptr && connection_->HasCredentials();
+  Transfer(true);
+  // It may want to be asked anew, as when it takes a nonce only once.
+  if (isKnown && status_ == "401") {
+    EndTransfer();
+    connection_->Forget();
+    Transfer(true);
+  }
+  // A length that is no number ends the answer for libcurl, before anyone gets to see it.
+  if (!headEnded_ && result_ == CURLE_WEIRD_SERVER_REPLY) Transfer(false);
+  if (headEnded_) return;
+  status_.reset();
+  contentLength_.reset();
+}
+
+// From the request to the end of the answer's head. A length that isn't trusted is given to the
+// caller all the same, and the body goes to the close of the connection.
+void Request::Transfer(bool trustsLength) {
+  EndTransfer();
+  result_ = CURLE_OK;
+  connected_ = paused_ = headEnded_ = headComplete_ = false;
+  status_.reset();
+  contentLength_.reset();
+  body_.clear();
+  easy_ = std::exchange(connection_->idle, nullptr);
+  if (easy_ == nullptr) easy_ = curl_easy_init();
   if (easy_ == nullptr) return;
   Configure();
+  curl_easy_setopt(easy_, CURLOPT_IGNORE_CONTENT_LENGTH, trustsLength ? 0L : 1L);
   done_ = curl_multi_add_handle(connection_->multi, easy_) != CURLM_OK;
   DriveUntil([this] { return headComplete_; });
-  if (headEnded_) return;
-  // A length that libcurl can't make sense of ends the answer there; its status counts all the
-  // same.
-  if (result_ != CURLE_WEIRD_SERVER_REPLY) status_.reset();
-  contentLength_.reset();
 }
 
 void Request::Configure() {
@@ -128,7 +159,7 @@ void Request::Configure() {
   curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
   curl_easy_setopt(easy_, CURLOPT_PREREQFUNCTION, &Request::OnConnected);
   curl_easy_setopt(easy_, CURLOPT_PREREQDATA, this);
-  if (!connection_->user.empty() || !connection_->password.empty()) {
+  if (connection_->HasCredentials()) {
     curl_easy_setopt(easy_, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_ANY));
     curl_easy_setopt(easy_, CURLOPT_USERNAME, connection_->user.c_str());
     curl_easy_setopt(easy_, CURLOPT_PASSWORD, connection_->password.c_str());
@@ -234,7 +265,7 @@ void Request::EndTransfer() {
   done_ = true;
   if (easy_ == nullptr) return;
   curl_multi_remove_handle(connection_->multi, easy_);
-  curl_easy_cleanup(std::exchange(easy_, nullptr));
+  curl_easy_cleanup(std::exchange(connection_->idle, std::exchange(easy_, nullptr)));
 }
 
 std::size_t Request::WaitForData() {

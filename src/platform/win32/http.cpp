@@ -32,11 +32,30 @@ bool IsHost(const std::string& host) {
 
 bool IsEscaped(char c) { return c == ' ' || c == '#' || static_cast<unsigned char>(c) > 0x7E; }
 
+// A path that begins with a slash, its "." and ".." elements worked out (RFC 3986, 5.2.4). WinINet
+// sends them. A query is no part of the path.
+std::string WithoutDotElements(const std::string& path) {
+  const std::size_t pathEnd = std::min(path.find('?'), path.size());
+  std::string result;
+  for (std::size_t start = 0; start < pathEnd;) {
+    const std::size_t end = std::min(path.find('/', start + 1), pathEnd);
+    const std::string element = path.substr(start, end - start);
+    if (element == "/..") result.resize(std::min(result.rfind('/'), result.size()));
+    if (element != "/." && element != "/..") {
+      result += element;
+    } else if (end == pathEnd) {
+      result += '/';
+    }
+    start = end;
+  }
+  return result + path.substr(pathEnd);
+}
+
 // The path as the request line carries it. What is escaped here can't stand for itself there: a
 // blank, the start of a fragment, and bytes that would be taken through the code page.
 std::string RequestTarget(const std::string& path) {
-  std::string target = path.starts_with('/') ? "" : "/";
-  for (const char c : path) {
+  std::string target;
+  for (const char c : WithoutDotElements(path.starts_with('/') ? path : "/" + path)) {
     if (IsEscaped(c)) {
       AppendEscaped(target, c);
     } else {

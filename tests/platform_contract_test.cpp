@@ -158,14 +158,22 @@ TEST_F(FilesContract, LinksAreRemovedThemselvesAndNeverReplaced) {
   fs::create_directory_symlink("elsewhere", "to folder", error);
   if (!error) fs::create_symlink("elsewhere/kept", "to file", error);
   if (error) GTEST_SKIP() << "no links can be made here: " << error.message();
+  DirectorySearch search(".\\*");
+  for (DirectoryEntry entry; search.Next(entry);) {
+    EXPECT_EQ(entry.isDirectoryLink, entry.name == "to folder") << entry.name;
+    EXPECT_FALSE(entry.isDirectory && entry.isDirectoryLink);
+  }
+  EXPECT_FALSE(IsLink("elsewhere\\"));
   EXPECT_FALSE(IsLink("elsewhere"));
   EXPECT_FALSE(IsLink("from"));
   EXPECT_FALSE(IsLink("missing"));
-  for (const char* link : {"to folder", "to file"}) {
+  EXPECT_FALSE(RemoveFile("to file\\") || RemoveFile("elsewhere\\"));
+  for (const std::string& link : std::vector<std::string>{"to folder\\", "to file", "again"}) {
+    if (link == "again") fs::create_directory_symlink("elsewhere", link);
     EXPECT_TRUE(IsLink(link)) << link;
     EXPECT_FALSE(MoveFileOver("from", link)) << link;
     EXPECT_TRUE(RemoveFile(link)) << link;
-    EXPECT_FALSE(fs::is_symlink(link)) << link;
+    EXPECT_FALSE(fs::is_symlink(link.substr(0, link.find('\\')))) << link;
   }
   EXPECT_EQ(Contents("elsewhere\\kept"), "kept");
   EXPECT_EQ(Contents("from"), "new");

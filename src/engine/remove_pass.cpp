@@ -71,12 +71,20 @@ bool RemoveFileEntry(const std::string& fullPath) {
   return removed;
 }
 
+// What a link leads to isn't the installation's, and no walk goes there. The log tells why files of
+// a player who put another disk in a folder's place have stayed.
+bool PassLink(const std::string& fullPath) {
+  LogMessage("[RemoveDir] %s is a link to a folder, left alone. \n", fullPath.c_str());
+  return true;
+}
+
 bool RemoveEntry(const std::string& directory, const platform::DirectoryEntry& entry,
                  const std::string& pattern) {
   if (entry.name == "." || entry.name == "..") return true;
   const std::optional<std::string> fullPath = platform::JoinPath(directory, entry.name);
   if (!fullPath) return RefusePath(directory + entry.name);
   if (entry.isDirectory) return RemoveDirectoryEntry(*fullPath, pattern);
+  if (entry.isDirectoryLink && pattern != kEverything) return PassLink(*fullPath);
   return !platform::MatchPathPattern(*fullPath, pattern) || RemoveFileEntry(*fullPath);
 }
 

@@ -18,7 +18,8 @@ namespace velmora {
 [[nodiscard]] bool RemoveItem(const std::string& path, const std::string& mode);
 
 // Walks the directory `searchPath`, which ends in an asterisk, and everything below it, and deletes
-// the files whose full path matches `pattern`; with the pattern "*.*", the directories too. False
+// the files whose full path matches `pattern`; with the pattern "*.*", the directories too, and
+// links to directories, which are otherwise passed over and logged. No walk goes through one. False
 // if the directory can't be listed, something that was tried failed, or a cancel was seen. An entry
 // whose full path has more than 259 bytes is passed over, logged, and counts as a failure.
 [[nodiscard]] bool RemoveFiles(const std::string& searchPath, const std::string& pattern);

@@ -19,11 +19,13 @@ namespace velmora::platform {
 [[nodiscard]] bool FileExists(const std::string& path);
 [[nodiscard]] bool IsDirectory(const std::string& path);
 
-// True if `path` names a link to somewhere else: a symbolic link, on Windows a junction as well.
+// True if `path` names a link to somewhere else, also with a separator at its end: a symbolic link,
+// on Windows a junction as well.
 [[nodiscard]] bool IsLink(const std::string& path);
 
-// Deletes a file, or a link itself, whatever it leads to. False if it is missing, a directory,
-// read-only, or the program of a running process; the file is then as it was.
+// Deletes a file, or a link itself, whatever it leads to; a trailing separator is allowed for a
+// link to a directory. False if it is missing, a directory, read-only, or the program of a running
+// process; the file is then as it was.
 [[nodiscard]] bool RemoveFile(const std::string& path);
 
 // Removes an empty directory; a trailing backslash is allowed. False for anything else.
@@ -110,6 +112,7 @@ class OutputFile {
 struct DirectoryEntry {
   std::string name;
   bool isDirectory = false;  // a link to a directory is none
+  bool isDirectoryLink = false;
 };
 
 // Lists a directory, hidden entries included, "." and ".." among them, in the system's order.

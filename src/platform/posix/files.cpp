@@ -65,6 +65,12 @@ bool IsNativeDirectory(const std::string& native) {
   return false;
 }
 
+// A separator at the end of a path leads through a link.
+std::string WithoutLastSeparator(std::string native) {
+  while (native.size() > 1 && native.back() == '/') native.pop_back();
+  return native;
+}
+
 // The system refuses to write a running program but not to unlink it, so asking for the one tells
 // whether to do the other.
 bool IsFreeToChange(const std::string& native, const struct stat& status) {
@@ -191,11 +197,13 @@ bool IsDirectory(const std::string& path) { return Remember(IsNativeDirectory(Na
 
 bool IsLink(const std::string& path) {
   struct stat status {};
-  return Remember(lstat(NativePath(path).c_str(), &status) == 0) && S_ISLNK(status.st_mode);
+  const std::string itself = WithoutLastSeparator(NativePath(path));
+  return Remember(lstat(itself.c_str(), &status) == 0) && S_ISLNK(status.st_mode);
 }
 
 bool RemoveFile(const std::string& path) {
-  const std::string native = NativePath(path);
+  std::string native = NativePath(path);
+  if (IsNativeDirectory(native)) native = WithoutLastSeparator(std::move(native));
   struct stat status {};
   if (lstat(native.c_str(), &status) != 0) return Remember(false);
   if (S_ISREG(status.st_mode) && !IsFreeToChange(native, status)) return Remember(false);
@@ -353,11 +361,21 @@ std::string_view SearchedDirectory(std::string_view searchPath) {
   return searchPath.substr(0, end + 1);
 }
 
+bool IsOfType(DIR* directory, const dirent& entry, int flags, mode_t type) {
+  struct stat status {};
+  return fstatat(dirfd(directory), entry.d_name, &status, flags) == 0 &&
+         (status.st_mode & S_IFMT) == type;
+}
+
 bool IsDirectoryItself(DIR* directory, const dirent& entry) {
   if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
-  struct stat status {};
-  return fstatat(dirfd(directory), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-         S_ISDIR(status.st_mode);
+  return IsOfType(directory, entry, AT_SYMLINK_NOFOLLOW, S_IFDIR);
+}
+
+bool IsDirectoryLink(DIR* directory, const dirent& entry) {
+  if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) return false;
+  return IsOfType(directory, entry, AT_SYMLINK_NOFOLLOW, S_IFLNK) &&
+         IsOfType(directory, entry, 0, S_IFDIR);
 }
 
 // Reads a directory whole and closes it, so that a walk down a deep tree holds no descriptors and
@@ -368,7 +386,8 @@ bool ReadEntries(const std::string& native, std::vector<DirectoryEntry>& entries
   if (directory == nullptr) return false;
   while (const dirent* const entry = readdir(directory.get())) {
     const bool isDirectory = IsDirectoryItself(directory.get(), *entry);
-    if (CanBeElement(entry->d_name, isDirectory)) entries.push_back({entry->d_name, isDirectory});
+    if (!CanBeElement(entry->d_name, isDirectory)) continue;
+    entries.push_back({entry->d_name, isDirectory, IsDirectoryLink(directory.get(), *entry)});
   }
   return true;
 }

@@ -93,6 +93,15 @@ bool IsLinkItself(const WIN32_FIND_DATAA& found) {
          IsReparseTagNameSurrogate(found.dwReserved0);
 }
 
+// A separator at the end of a path leads through a link.
+std::string WithoutLastSeparators(const std::string& path) {
+  std::size_t length = 0;
+  for (std::size_t i = 0; i < path.size(); i += CharacterLength(path, i)) {
+    if (path[i] != '\\' && path[i] != '/') length = i + CharacterLength(path, i);
+  }
+  return path.substr(0, length);
+}
+
 bool HasOtherNames(const std::string& path) {
   const HANDLE file =
       CreateFileA(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -170,7 +179,7 @@ bool IsDirectory(const std::string& path) {
 
 bool IsLink(const std::string& path) {
   WIN32_FIND_DATAA found{};
-  const HANDLE search = FindFirstFileA(path.c_str(), &found);
+  const HANDLE search = FindFirstFileA(WithoutLastSeparators(path).c_str(), &found);
   if (!Remember(search != INVALID_HANDLE_VALUE)) return false;
   FindClose(search);
   return IsLinkItself(found);
@@ -180,7 +189,7 @@ bool RemoveFile(const std::string& path) {
   if (DeleteFileA(path.c_str())) return true;
   // A link to a directory is one for the system, and goes like an empty one.
   const DWORD reason = GetLastError();
-  if (IsLink(path)) return Remember(RemoveDirectoryA(path.c_str()) != FALSE);
+  if (IsLink(path)) return Remember(RemoveDirectoryA(WithoutLastSeparators(path).c_str()) != FALSE);
   return Fail(reason);
 }
 
@@ -281,8 +290,10 @@ struct DirectorySearch::Listing {
 
 namespace {
 
-bool IsDirectoryItself(const WIN32_FIND_DATAA& found) {
-  return (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && !IsLinkItself(found);
+DirectoryEntry EntryOf(const WIN32_FIND_DATAA& found) {
+  const bool leadsDown = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  const bool isLink = IsLinkItself(found);
+  return {found.cFileName, leadsDown && !isLink, leadsDown && isLink};
 }
 
 // Reads a directory whole and closes the search, which would keep the directory from being removed.
@@ -292,7 +303,7 @@ bool ReadEntries(const std::string& searchPath, std::vector<DirectoryEntry>& ent
   const HANDLE search = FindFirstFileA(searchPath.c_str(), &found);
   if (!Remember(search != INVALID_HANDLE_VALUE)) return false;
   do {
-    entries.push_back({found.cFileName, IsDirectoryItself(found)});
+    entries.push_back(EntryOf(found));
   } while (FindNextFileA(search, &found));
   FindClose(search);
   return true;

@@ -7,12 +7,15 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <string>
 
 #include "platform/files.h"
 #include "platform/ini.h"
+#include "platform/memory.h"
 #include "platform/paths.h"
 #include "platform/posix/native_path.h"
 #include "platform/url.h"
@@ -210,6 +213,24 @@ TEST_F(PosixPlatform, AnIniFileOfAbsurdSizeReadsAsAbsent) {
   EXPECT_EQ(ReadIniValue("big", "Setting", "Data", 256), "x");
   fs::resize_file("big", (16 << 20) + 1);
   EXPECT_EQ(ReadIniValue("big", "Setting", "Data", 256), "");
+}
+
+// Behind a large file come many small ones, and behind those none that is read at all.
+TEST(PosixMemory, BlocksOfLargeFilesDontStay) {
+  const auto resident = [] {
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;
+    return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  };
+  constexpr std::size_t kMiB = std::size_t{1} << 20;
+  for (const std::size_t size : {60 * kMiB, 65 * kMiB}) {
+    const std::size_t before = resident();
+    void* const large = AllocateMemory(size, false);
+    std::memset(large, 1, size);
+    FreeMemory(large, size);
+    if (size == 60 * kMiB) FreeMemory(AllocateMemory(8192, false), 8192);
+    EXPECT_LT(resident(), before + 16 * kMiB) << size;
+  }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 
 #include <cstdlib>
+#include <utility>
 
 namespace velmora::platform {
 
@@ -18,9 +19,12 @@ constexpr std::size_t kMapped = std::size_t{4} << 20;
 [[maybe_unused]] const bool kKeepsSmallBlocks =
     mallopt(M_MMAP_THRESHOLD, kMapped) == 1 && mallopt(M_TRIM_THRESHOLD, 2 * kMapped) == 1;
 
-// The block that a thread gave back last. The next one takes its pages over, which is cheaper than
-// new ones, and never stands beside it. What has to be zero is better new: it may be large and
-// never written, where a server announces what it doesn't send.
+// A larger block is given back at once: it may be a long time until the next one of its kind.
+constexpr std::size_t kMaxKept = std::size_t{64} << 20;
+
+// The block that a thread gave back last. If the next one is mapped too, it takes the pages over,
+// which is cheaper than new ones; otherwise they go back. What has to be zero is better new: it may
+// be large and never written, where a server announces what it doesn't send.
 class LastBlock {
  public:
   LastBlock() = default;
@@ -30,6 +34,7 @@ class LastBlock {
 
   void Put(void* block, std::size_t size) {
     if (block_ != nullptr) munmap(block_, size_);
+    if (size > kMaxKept) munmap(std::exchange(block, nullptr), size);
     block_ = block;
     size_ = size;
   }
@@ -63,8 +68,8 @@ void* Map(std::size_t size) {
 }  // namespace
 
 void* AllocateMemory(std::size_t size, bool zeroed) {
+  if (zeroed || size < kMapped) lastBlock.Put(nullptr, 0);
   if (size < kMapped) return zeroed ? std::calloc(size, 1) : std::malloc(size);
-  if (zeroed) lastBlock.Put(nullptr, 0);
   void* const block = lastBlock.Take(size);
   return block != nullptr ? block : Map(size);
 }

@@ -1,4 +1,5 @@
-// Time, as the log's stamps, the choice of a mirror and repeated attempts need it. Safe from any thread.
+// Time, as the log's stamps, the choice of a mirror and repeated attempts need it. Safe from any
+// thread.
 #pragma once
 
 #include <cstdint>

@@ -96,6 +96,7 @@ bool MoveFileOver(const std::string& from, const std::string& to) {
 }
 bool CanBeWritten(const std::string& path) { return FileExists(path); }
 bool IsHeldByAnother(std::int32_t) { return false; }
+bool IsDiskTrouble(std::int32_t) { return false; }
 bool FlushFolders(const std::set<std::string>& directories) {
   if (!disk.flushes) return false;
   for (const auto& [path, file] : disk.files) {

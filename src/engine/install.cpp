@@ -17,6 +17,7 @@ namespace {
 std::set<std::string> foldersInUse;
 bool everyFlushWorked = true;
 bool leftUnfinishedFile = false;
+int waitsInVain = 0;
 
 InstallResult FailedAt(InstallStep step) { return {step, platform::LastSystemError()}; }
 
@@ -24,15 +25,21 @@ std::string FolderOf(const std::string& path) {
   return path.substr(0, path.size() - platform::LastPathElement(path).size());
 }
 
-// A scanner holds each new file for a moment, which is no reason to give up the step.
+// A scanner holds each new file for a moment, which is no reason to give up the step. What looks
+// like that may last, too: then a run doesn't wait for it again and again.
 template <typename Step>
 bool UntilNotHeld(const Step& step) {
   constexpr std::uint32_t kLongest = 2000;
   constexpr std::uint32_t kPause = 20;
+  constexpr int kMostInVain = 5;
   const std::uint32_t begin = platform::TickCount();
   while (!step()) {
     if (!platform::IsHeldByAnother(platform::LastSystemError())) return false;
-    if (platform::TickCount() - begin >= kLongest) return false;
+    if (waitsInVain >= kMostInVain) return false;
+    if (platform::TickCount() - begin >= kLongest) {
+      ++waitsInVain;
+      return false;
+    }
     platform::Pause(kPause);
   }
   return true;
@@ -48,7 +55,7 @@ bool Discard(const std::string& file) {
 void NoteFolder(const std::string& folder) {
   if (!foldersInUse.insert(folder).second || folder.empty()) return;
   platform::OutputFile note(kUnfinishedFolders, platform::OutputFile::Mode::kAppend);
-  const std::string line = folder + "\n";
+  const std::string line = "\n" + folder + "\n";  // the line before may have been cut
   if (note.IsOpen()) static_cast<void>(note.Write(line.data(), line.size()));
 }
 
@@ -60,11 +67,11 @@ std::string ReadNote() {
   return text;
 }
 
-// Whenever the process ends, the old file stands there or the new one, and each of them whole. The
-// cache may vouch for the path from before, so that half of a file would be believed.
+// Whenever the process ends, the path holds the old file or the new one, always whole. The cache
+// may vouch for the path from before, so that half of a file would be believed.
 //
-// A file that has gone while the cache still vouches for it would be believed as soon as its name
-// is back, so what it holds goes to the disk first.
+// A file that is missing while the cache still vouches for it would be believed as soon as its name
+// reappears, so what it holds goes to the disk first.
 //
 // A result of kCreate stands for a system that refuses this way.
 InstallResult InstallInOneStep(const FileRecord& record, const DataBlock& content,
@@ -97,12 +104,12 @@ InstallResult InstallInPlace(const FileRecord& record, const DataBlock& content,
     return FailedAt(InstallStep::kCreate);
   }
   const bool isVouchedFor = HasVerifiedEntry(path);
-  if (isVouchedFor && !SetCacheFileAside()) return FailedAt(InstallStep::kCreate);
+  if (isVouchedFor && !UntilNotHeld(SetCacheFileAside)) return FailedAt(InstallStep::kCreate);
 
   platform::OutputFile file(path, platform::OutputFile::Mode::kReplace);
   if (!file.IsOpen()) {
     const InstallResult result = FailedAt(InstallStep::kCreate);
-    if (isVouchedFor) BringCacheFileBack();
+    if (isVouchedFor) static_cast<void>(UntilNotHeld(BringCacheFileBack));
     return result;
   }
   if (!file.Write(content.data(), length) || !file.Flush() || !file.Close()) {
@@ -110,7 +117,7 @@ InstallResult InstallInPlace(const FileRecord& record, const DataBlock& content,
     DistrustFile(path);
     return result;
   }
-  if (isVouchedFor) BringCacheFileBack();
+  if (isVouchedFor) static_cast<void>(UntilNotHeld(BringCacheFileBack));
   return {InstallStep::kDone};
 }
 
@@ -119,12 +126,16 @@ InstallResult InstallInPlace(const FileRecord& record, const DataBlock& content,
 InstallResult InstallFile(const FileRecord& record, const DataBlock& content, std::size_t length) {
   if (!platform::MakeDirectoriesOf(record.path)) return FailedAt(InstallStep::kDirectory);
   const InstallResult result = InstallInOneStep(record, content, length);
-  return result.step == InstallStep::kCreate ? InstallInPlace(record, content, length) : result;
+  // On a disk that is full or broken the old file is worth more than another attempt.
+  const bool isRefused =
+      result.step == InstallStep::kCreate && !platform::IsDiskTrouble(result.error);
+  return isRefused ? InstallInPlace(record, content, length) : result;
 }
 
 void DiscardUnfinishedFiles() {
   foldersInUse.clear();
   everyFlushWorked = true;
+  waitsInVain = 0;
   leftUnfinishedFile = !Discard(kUnfinishedFile);
   const std::string note = ReadNote();
   for (std::string_view rest = note; !rest.empty();) {

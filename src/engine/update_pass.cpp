@@ -67,9 +67,9 @@ std::int64_t TransferSize(const FileRecord& record) {
   return std::max(ToNumber(record.transferSize), 0);
 }
 
-// What lies behind a record that the cache doesn't vouch for. It is summed up once in a run, and
+// What comes after a record that the cache doesn't vouch for. It is summed up once in a run, and
 // never where the cache vouches for all.
-std::int64_t BytesBehind(FileRecordSet::Iterator it, const FileRecordSet& updateSet) {
+std::int64_t BytesAfter(FileRecordSet::Iterator it, const FileRecordSet& updateSet) {
   if (BytesAhead != kUnknownBytes) {
     return std::max<std::int64_t>(BytesAhead - TransferSize(*it), 0);
   }
@@ -95,7 +95,7 @@ bool UpdatePass(const FileRecordSet& updateSet) {
     const std::int32_t transferSize = ToNumber(record.transferSize);
     platform::SetBarRange(Control::kFileBar, 0, transferSize);
     platform::SetBarStep(Control::kFileBar, 1);
-    if (!isVouchedFor) BytesAhead = BytesBehind(it, updateSet);
+    if (!isVouchedFor) BytesAhead = BytesAfter(it, updateSet);
     if (needUpdate && !DownloadFile(record)) return false;
 
     platform::SetBarPosition(Control::kFileBar, transferSize);

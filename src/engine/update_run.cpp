@@ -94,7 +94,7 @@ void RunPasses() {
 
 // What the cache vouches for is on the disk before the cache is.
 void SaveCache() {
-  if (!FlushInstalledFiles()) {
+  if (!FlushInstalledFiles() && VerifyCache.Count() > 0) {
     LogMessage(
         "The disk may not have kept what was installed, so it isn't remembered as verified\n");
     VerifyCache.Clear();

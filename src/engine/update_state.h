@@ -22,7 +22,7 @@ extern std::atomic<std::uint32_t> RestartRequested;
 // A re-check was asked, and no run has completed since.
 extern std::atomic<std::uint8_t> RecheckPending;
 
-// Bytes that the records behind the present one have on the server, without those that the cache
+// Bytes that the records after the current one have on the server, without those that the cache
 // vouches for; kUnknownBytes until a run meets a record that it doesn't vouch for.
 inline constexpr std::int64_t kUnknownBytes = -1;
 extern std::atomic<std::int64_t> BytesAhead;

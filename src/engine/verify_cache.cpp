@@ -108,7 +108,7 @@ std::string LineOf(const PackedRecord& record) {
                 record.contentSize(), record.compressed());
 }
 
-// False behind a line that is too long.
+// False after a line that is too long.
 bool AddEntries(std::string_view lines) {
   while (!lines.empty()) {
     const std::string_view line = TakeTextLine(lines);
@@ -178,11 +178,15 @@ void DistrustFile(const std::string& path) {
 
 bool SetCacheFileAside() {
   if (!platform::FileExists(kCacheFile)) return true;
-  return platform::MoveFileOver(kCacheFile, kCacheFileAside) && platform::FlushFolders({""});
+  if (!platform::MoveFileOver(kCacheFile, kCacheFileAside)) return false;
+  if (platform::FlushFolders({""})) return true;
+  static_cast<void>(BringCacheFileBack());
+  return false;
 }
 
-void BringCacheFileBack() {
-  static_cast<void>(platform::MoveFileOver(kCacheFileAside, kCacheFile));
+bool BringCacheFileBack() {
+  return !platform::FileExists(kCacheFileAside) ||
+         platform::MoveFileOver(kCacheFileAside, kCacheFile);
 }
 
 void DiscardCacheFileAside() { static_cast<void>(platform::RemoveFile(kCacheFileAside)); }

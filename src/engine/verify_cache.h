@@ -2,13 +2,14 @@
 // made good. A record that equals its entry is believed without reading the file.
 //
 // Kept in the file VelmoraUpdate.cvc in the working directory, in text mode (base/text_mode.h): one
-// entry a line, in the byte order of the paths, six fields with one blank between them: path,
+// entry a line, in the byte order of the paths, six fields with one space between them: path,
 // transferHash, transferSize, contentHash, contentSize, compressed as "1" or "0". The reader takes
-// any white space between fields. The format has no quoting, so a path with a blank doesn't come
+// any white space between fields. The format has no quoting, so a path with a space doesn't come
 // back: its file is hashed at every run.
 //
-// Worker thread only. No failure is reported: a damaged or missing file costs hashing and nothing
-// else, since what the cache doesn't vouch for is read in full.
+// Worker thread only. No failure is reported but those of setting the file aside: a damaged or
+// missing file costs hashing and nothing else, since what the cache doesn't vouch for is read in
+// full.
 #pragma once
 
 #include <cstddef>
@@ -80,14 +81,14 @@ void RememberVerified(const FileRecord& record);
 // Whether the cache holds an entry for the path, whatever it says.
 [[nodiscard]] bool HasVerifiedEntry(const std::string& path);
 
-// Refreshes the entry of a file that was just spoilt, if it has one, so that no record equals it.
+// Refreshes the entry of a file that was just damaged, if it has one, so that no record equals it.
 void DistrustFile(const std::string& path);
 
-// While a file that has an entry is written in place, the cache's file stands aside: should the
-// process or the machine end meanwhile, nothing vouches for any file. False if it can't be put
-// aside; it then stands where it was.
+// While a file that has an entry is written in place, the cache's file is kept under another name:
+// should the process or the machine end meanwhile, nothing vouches for any file. Both are true when
+// it is where it belongs, or if there is none; a failure leaves it where it was.
 [[nodiscard]] bool SetCacheFileAside();
-void BringCacheFileBack();
+[[nodiscard]] bool BringCacheFileBack();
 void DiscardCacheFileAside();
 
 }  // namespace velmora

@@ -54,8 +54,8 @@ struct DialogHandlers {
   void (*close)();              // the player, or AskToClose, wants the dialog closed
   void (*destroyed)();          // the dialog is gone
   bool (*runInProgress)();      // whether an update run lives; asked by dialogs that take scripts
-  // The bytes of work behind the present file, negative if unknown; asked by dialogs that show a
-  // time left.
+  // The bytes of work left after the current file, negative if unknown; asked by dialogs that show
+  // a time left.
   std::int64_t (*bytesAhead)();
 };
 

@@ -39,21 +39,27 @@ namespace velmora::platform {
 // Gives the file `from` the place of `to`: at every moment, even if the process is killed, the name
 // leads to one of them whole, or for an instant to none. The new file takes over what the old one
 // had of its own: owner and rights, extended attributes; on Windows access list, attributes and
-// streams. False if the system has something against it, as if `to` is read-only, hidden, a system
-// file, held open, the program of a running process, a link, of several names, or on another
-// volume; both are then as they were.
+// streams. On Windows what the file holds is on the disk before it is moved. False if the system
+// has something against it, as if `to` is read-only, hidden, a system file, held open, the program
+// of a running process, a link, of several names, or on another volume; both are then as they were.
+// (Should a replacement on Windows break off between its two steps, the old file may be gone by
+// then.)
 [[nodiscard]] bool MoveFileOver(const std::string& from, const std::string& to);
 
 // Whether an existing file can be opened for writing, which doesn't change it.
 [[nodiscard]] bool CanBeWritten(const std::string& path);
 
 // Whether a failure of that code may pass by itself within moments, as when a virus scanner holds a
-// file open. Never where an open file is in nobody's way.
+// file open. It may also last, so bound the wait. Never where an open file is in nobody's way.
 [[nodiscard]] bool IsHeldByAnother(std::int32_t code);
 
+// Whether a failure of that code comes from a disk that is full or broken.
+[[nodiscard]] bool IsDiskTrouble(std::int32_t code);
+
 // Returns when every file that was closed, and then moved by MoveFileOver, in one of the
-// directories would survive a loss of power, its name and what it holds. Each directory is given
-// with its last backslash; the working directory is "". False if the system can't promise it.
+// directories would survive a loss of power, its name and what it holds; on Windows, would
+// survive it before anything that is written later does. Each directory is given with its last
+// backslash; the working directory is "". False if the system fails to do that.
 [[nodiscard]] bool FlushFolders(const std::set<std::string>& directories);
 
 // Creates every directory that `path` names in front of its last backslash. True when they exist
@@ -99,8 +105,8 @@ class OutputFile {
   [[nodiscard]] bool IsOpen() const;
   // True when all `size` bytes were taken. A full disk gives false, and part of them may stand.
   [[nodiscard]] bool Write(const void* data, std::size_t size);
-  // Returns when what was written would survive a loss of power; false if the system failed to do
-  // that.
+  // Returns when what was written would survive a loss of power, as far as its volume can promise
+  // that; false if the system failed to do it.
   [[nodiscard]] bool Flush();
   // Closes the file before the destructor does, and says whether the system kept all of it.
   bool Close();

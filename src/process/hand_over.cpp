@@ -41,7 +41,7 @@ int StartAsInstalled(const std::string& modulePath) {
   if (!platform::CopyFileOver(modulePath, kTemporaryCopy)) {
     const std::int32_t error = platform::LastSystemError();
     LogMessage("Error CopyFile() : Already exists same application \n");
-    // Whether that is true: it may be a folder that the player can't write to, or a full disk.
+    // That may not be the cause: it may be a folder that the player can't write to, or a full disk.
     LogMessage("Reason of the system : %d %s\n", error, SystemErrorLine(error).c_str());
     TellAlreadyRunning();
     return 0;

@@ -224,7 +224,7 @@ bool CopyContent(InputFile& source, OutputFile& target) {
     if (!target.Write(piece.data(), count)) return false;
     copied += count;
   }
-  return copied == source.Size();  // or the source stopped to be readable half-way
+  return copied == source.Size();  // or the source stopped being readable half-way
 }
 
 bool CopyRights(const std::string& from, const std::string& to) {
@@ -266,6 +266,8 @@ bool CanBeWritten(const std::string& path) {
 // Here an open file can be replaced and removed.
 bool IsHeldByAnother(std::int32_t) { return false; }
 
+bool IsDiskTrouble(std::int32_t code) { return code == ENOSPC || code == EDQUOT || code == EIO; }
+
 // One call for each file system, whatever number of files it is about.
 bool FlushFolders(const std::set<std::string>& directories) {
   std::set<dev_t> flushed;
@@ -273,7 +275,11 @@ bool FlushFolders(const std::set<std::string>& directories) {
   for (const std::string& directory : directories) {
     const std::string native = directory.empty() ? "." : NativePath(directory);
     struct stat status {};
-    if (stat(native.c_str(), &status) != 0) continue;  // removed since
+    if (stat(native.c_str(), &status) != 0) {
+      const bool isRemoved = errno == ENOENT || errno == ENOTDIR;
+      if (!Remember(isRemoved)) result = false;
+      continue;
+    }
     if (!flushed.insert(status.st_dev).second) continue;
     if (!Remember(SyncFileSystem(native))) result = false;
   }
@@ -334,7 +340,10 @@ bool OutputFile::Write(const void* data, std::size_t size) {
   return IsOpen();
 }
 
-bool OutputFile::Flush() { return Remember(fsync(Descriptor(file_)) == 0); }
+bool OutputFile::Flush() {
+  const bool isFlushed = fsync(Descriptor(file_)) == 0;
+  return Remember(isFlushed || errno == EINVAL || errno == ENOTSUP);  // unknown to its volume
+}
 
 bool OutputFile::Close() {
   // The descriptor is gone even if the system then says that it lost something.

@@ -114,11 +114,20 @@ bool HasOtherNames(const std::string& path) {
 }
 
 // A file system journals its names and not what files hold, so that goes to the disk first.
+bool FlushHandle(HANDLE file) {
+  if (FlushFileBuffers(file)) return true;
+  const DWORD reason = GetLastError();
+  // Such a volume knows no flushing.
+  return reason == ERROR_INVALID_FUNCTION || reason == ERROR_NOT_SUPPORTED || Fail(reason);
+}
+
+// One that nobody may write has nothing to be flushed.
 bool FlushFile(const std::string& path) {
+  if (IsProtected(GetFileAttributesA(path.c_str()))) return true;
   const HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (!Remember(file != INVALID_HANDLE_VALUE)) return false;
-  const bool flushed = Remember(FlushFileBuffers(file) != FALSE);
+  const bool flushed = FlushHandle(file);
   CloseHandle(file);
   return flushed;
 }
@@ -130,15 +139,15 @@ std::string AsOnDisk(const std::string& path) {
   if (search == INVALID_HANDLE_VALUE) return path;
   FindClose(search);
   const std::string name = found.cFileName;
-  if (name.find('?') != std::string::npos) return path;  // not all of it is in the code page
   const auto* last = PathFindFileNameA(path.c_str());
+  if (lstrcmpiA(last, name.c_str()) != 0) return path;  // a short name, or one beyond the code page
   return path.substr(0, static_cast<std::size_t>(last - path.c_str())) + name;
 }
 
 // Whether somebody keeps the file from being replaced. Asked first, since Wine's replacement leaves
-// a temporary file behind each failure.
+// a temporary file after each failure, and Windows' may move a running program away.
 bool CanBeReplaced(const std::string& path) {
-  const HANDLE file = CreateFileA(path.c_str(), GENERIC_READ | DELETE,
+  const HANDLE file = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (!Remember(file != INVALID_HANDLE_VALUE)) return false;
@@ -153,6 +162,7 @@ bool ReplaceExisting(const std::string& from, const std::string& to) {
   if (ReplaceFileA(AsOnDisk(to).c_str(), from.c_str(), nullptr, 0, nullptr, nullptr)) return true;
   const DWORD reason = GetLastError();
   const bool isMoveDue = reason == ERROR_UNABLE_TO_MOVE_REPLACEMENT ||
+                         reason == ERROR_UNABLE_TO_MOVE_REPLACEMENT_2 ||
                          reason == ERROR_INVALID_FUNCTION || reason == ERROR_NOT_SUPPORTED;
   if (!isMoveDue) return Fail(reason);
   return Remember(MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE);
@@ -222,7 +232,18 @@ bool IsHeldByAnother(std::int32_t code) {
     case ERROR_LOCK_VIOLATION:
     case ERROR_USER_MAPPED_FILE:
     case ERROR_UNABLE_TO_REMOVE_REPLACED:
-    case ERROR_UNABLE_TO_MOVE_REPLACEMENT:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool IsDiskTrouble(std::int32_t code) {
+  switch (static_cast<DWORD>(code)) {
+    case ERROR_DISK_FULL:
+    case ERROR_HANDLE_DISK_FULL:
+    case ERROR_IO_DEVICE:
+    case ERROR_CRC:
       return true;
     default:
       return false;
@@ -279,7 +300,7 @@ bool OutputFile::Write(const void* data, std::size_t size) {
   return count == size || Fail(ERROR_DISK_FULL);
 }
 
-bool OutputFile::Flush() { return Remember(FlushFileBuffers(HandleOf(file_)) != FALSE); }
+bool OutputFile::Flush() { return FlushHandle(HandleOf(file_)); }
 
 bool OutputFile::Close() { return CloseIfOpen(std::exchange(file_, kNoFile)); }
 

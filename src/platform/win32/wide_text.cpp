@@ -7,15 +7,6 @@ namespace {
 
 constexpr UINT kCodePage = 932;
 
-std::string Converted(std::wstring_view text, DWORD flags, BOOL* lost) {
-  const int length = static_cast<int>(text.size());
-  const int size =
-      WideCharToMultiByte(kCodePage, flags, text.data(), length, nullptr, 0, nullptr, lost);
-  std::string converted(static_cast<std::size_t>(size), '\0');
-  WideCharToMultiByte(kCodePage, flags, text.data(), length, converted.data(), size, nullptr, lost);
-  return converted;
-}
-
 }  // namespace
 
 std::wstring WideText(std::string_view text) {
@@ -26,13 +17,13 @@ std::wstring WideText(std::string_view text) {
   return wide;
 }
 
-std::optional<std::string> ExactText(std::wstring_view text) {
-  BOOL lost = FALSE;
-  std::string exact = Converted(text, WC_NO_BEST_FIT_CHARS, &lost);
-  if (lost) return std::nullopt;
-  return exact;
+std::string ReadableText(std::wstring_view text) {
+  const int length = static_cast<int>(text.size());
+  const int size =
+      WideCharToMultiByte(kCodePage, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+  std::string readable(static_cast<std::size_t>(size), '\0');
+  WideCharToMultiByte(kCodePage, 0, text.data(), length, readable.data(), size, nullptr, nullptr);
+  return readable;
 }
-
-std::string ReadableText(std::wstring_view text) { return Converted(text, 0, nullptr); }
 
 }  // namespace velmora::platform

@@ -2,7 +2,6 @@
 // through the code page of the player's system, which may know no Japanese. Safe from any thread.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -10,10 +9,6 @@ namespace velmora::platform {
 
 // Bytes that are no character become one that shows so.
 [[nodiscard]] std::wstring WideText(std::string_view text);
-
-// Nothing if a character has no place in code page 932, so that no other one takes it: a path must
-// not become that of a neighbour.
-[[nodiscard]] std::optional<std::string> ExactText(std::wstring_view text);
 
 // For eyes only: a character without a place in code page 932 becomes one that looks like it, or a
 // question mark.

@@ -8,6 +8,7 @@ highest. With --document they go into docs/performance.md.
 
 import argparse
 import hashlib
+import itertools
 import math
 import os
 import shutil
@@ -70,29 +71,32 @@ def many_files(place, turns, table):
 def first_installation(place, turns, table):
     tree = make_small(place, 5_000, lambda i: random_bytes(8192, i), "medium")
     publication = publish(tree, place, "--compress", "never")
-    target = os.path.join(place, "installed")
     config = os.path.join(place, "curl.config")
+    numbers = itertools.count()
+
+    # A new folder for each run: a file system may take long to give away what was deleted just before.
+    def folder():
+        path = os.path.join(place, f"installed{next(numbers)}")
+        os.mkdir(path)
+        return path
+
     with Server(os.path.join(place, "nginx"), publication) as server:
-        shutil.rmtree(target, ignore_errors=True)
-        install_patcher(target, server.port)
         with open(config, "w") as file:
-            for folder, _, names in os.walk(tree):
+            for inner, _, names in os.walk(tree):
                 for name in sorted(names):
-                    path = os.path.relpath(os.path.join(folder, name), tree)
-                    file.write(f'url = "http://127.0.0.1:{server.port}/game/{path}"\n'
-                               f'output = "{place}/fetched/{path}"\n')
+                    path = os.path.relpath(os.path.join(inner, name), tree)
+                    file.write(f'url = "http://127.0.0.1:{server.port}/game/{path}"\noutput = "{path}"\n')
 
         def ours():
-            forget(target, keep_files=False)
+            target = folder()
+            install_patcher(target, server.port)
             return patch(target)
 
         def curl():
-            shutil.rmtree(os.path.join(place, "fetched"), ignore_errors=True)
-            return Usage(f"curl -s --create-dirs -K '{config}'", place)
+            return Usage(f"curl -s --create-dirs -K '{config}'", folder())
 
         table.add("First installation, 5,000 files of 8 KiB", "`curl -K`", 1.0,
                   alternate(turns, ours, [curl]), (ours, curl), 5_000, "file")
-    shutil.rmtree(target)
 
 
 def one_file(place, turns, table):

@@ -72,10 +72,9 @@ TerminalChild TerminalChild::WithPipes(const std::function<int()>& body) {
     }
     RunBody(body);
   }
-  close(in[0]);
   close(out[1]);
   close(err[1]);
-  return {child, {in[1], out[0], err[0]}, -1};
+  return {child, {in[1], out[0], err[0]}, in[0]};
 }
 
 TerminalChild TerminalChild::OnTerminal(const std::function<int()>& body, unsigned short columns,
@@ -98,14 +97,14 @@ TerminalChild TerminalChild::OnTerminal(const std::function<int()>& body, unsign
 TerminalChild::TerminalChild(TerminalChild&& other) noexcept
     : child_(std::exchange(other.child_, -1)),
       streams_(std::exchange(other.streams_, {-1, -1, -1})),
-      terminal_(std::exchange(other.terminal_, -1)) {}
+      childSide_(std::exchange(other.childSide_, -1)) {}
 
 TerminalChild::~TerminalChild() {
   if (child_ > 0) {
     kill(child_, SIGKILL);
     waitpid(child_, nullptr, 0);
   }
-  for (int* const descriptor : {&streams_.input, &streams_.output, &streams_.errors, &terminal_}) {
+  for (int* const descriptor : {&streams_.input, &streams_.output, &streams_.errors, &childSide_}) {
     Close(*descriptor);
   }
 }
@@ -162,7 +161,7 @@ int TerminalChild::Wait() {
 
 bool TerminalChild::IsTerminalNormal() const {
   termios modes = {};
-  tcgetattr(terminal_, &modes);
+  tcgetattr(childSide_, &modes);
   return (modes.c_lflag & ICANON) != 0 && (modes.c_lflag & ECHO) != 0;
 }
 

@@ -50,12 +50,13 @@ class TerminalChild {
   [[nodiscard]] bool IsTerminalNormal() const;
 
  private:
-  TerminalChild(pid_t child, Streams streams, int terminal)
-      : child_(child), streams_(streams), terminal_(terminal) {}
+  TerminalChild(pid_t child, Streams streams, int childSide)
+      : child_(child), streams_(streams), childSide_(childSide) {}
 
   pid_t child_;
   Streams streams_;
-  int terminal_;  // the child's side of it; -1 if there is none
+  int childSide_;  // of the terminal, or of the input: who sends to a child that is gone isn't
+                   // killed
   std::string output_;
   std::string errors_;
   std::size_t seen_ = 0;

@@ -86,6 +86,8 @@ void WaitForKey() {
   raw.c_cc[VMIN] = 1;
   raw.c_cc[VTIME] = 0;
   tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw);
+  // Not before: what is typed up to there is dropped.
+  std::fputs("[Enter]\n", stderr);
   char key = 0;
   while (read(STDIN_FILENO, &key, 1) < 0 && errno == EINTR) {
   }
@@ -252,9 +254,7 @@ void PumpUntilQuit() {
 void ShowStartBox(const std::string& text, const std::string& caption, std::uint32_t) {
   std::fprintf(stderr, "%s: %s\n", terminal::ToUtf8(caption).c_str(),
                terminal::ToUtf8(text).c_str());
-  if (!IsTerminal()) return;
-  std::fputs("[Enter]\n", stderr);
-  WaitForKey();
+  if (IsTerminal()) WaitForKey();
 }
 
 std::string ModulePath() {

@@ -290,6 +290,7 @@ bool MakeDirectoriesOf(const std::string& path) {
   const std::size_t end = FindLastCharacter(path, kBackslash);
   if (end == std::string::npos) return true;
   const std::string directory = NativePath(std::string_view(path).substr(0, end + 1));
+  if (IsNativeDirectory(directory)) return true;
   for (std::size_t i = directory.find('/', 1); i != std::string::npos;
        i = directory.find('/', i + 1)) {
     const std::string parent = directory.substr(0, i);

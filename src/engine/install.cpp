@@ -81,17 +81,16 @@ InstallResult InstallInOneStep(const FileRecord& record, const DataBlock& conten
   NoteFolder(folder);
   platform::OutputFile file(unfinished, platform::OutputFile::Mode::kReplace);
 
-  InstallResult result{InstallStep::kDone};
-  if (!file.IsOpen()) {
-    result = FailedAt(InstallStep::kCreate);
-  } else if (!file.Write(content.data(), length) ||
-             (IsVerifiedUnchanged(record) && !file.Flush()) || !file.Close()) {
-    result = FailedAt(InstallStep::kWrite);
-    file.Close();
-  } else if (!UntilNotHeld([&] { return platform::MoveFileOver(unfinished, record.path); })) {
-    result = FailedAt(InstallStep::kCreate);
-  }
-  if (result.step != InstallStep::kDone && !Discard(unfinished)) leftUnfinishedFile = true;
+  const bool isOpen = file.IsOpen();
+  const bool isWritten = isOpen && file.Write(content.data(), length) &&
+                         (!IsVerifiedUnchanged(record) || file.Flush()) && file.Close();
+  const auto move = [&] { return platform::MoveFileOver(unfinished, record.path); };
+  if (isWritten && UntilNotHeld(move)) return {InstallStep::kDone};
+
+  const bool isRefused = !isOpen || isWritten;
+  const auto result = FailedAt(isRefused ? InstallStep::kCreate : InstallStep::kWrite);
+  file.Close();
+  if (!Discard(unfinished)) leftUnfinishedFile = true;
   return result;
 }
 

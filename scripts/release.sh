@@ -170,7 +170,7 @@ What the messages mean
   write to the folder. Then start again.
 - アップデートプログラムが更新されました。 (The update program was updated.)
   No error: press OK, and the new one starts.
-- インフォメーションウインドウの初期化に失敗しました (No room for the page.)
+- インフォメーションウインドウの初期化に失敗しました (The window for the page couldn't be set up.)
   The page's part of the window can't be made: update Windows.
 
 If something is wrong

@@ -235,6 +235,8 @@ TEST(TerminalFigures, TellRateAndTimeLeftOfDownloadsOnly) {
       {26.1, 12500, 6000, 10000, 1000, 6, 19, "the pause counts for the rest"},
       {40, 28490, 10, 0, 1150, 1, 1, "almost done"},
       {40.1, 28500, 0, 0, 1143, kNone, kNone, "nothing is left"},
+      {60, 28500, 100000, 0, kNone, kNone, kNone, "the next file"},
+      {63.5, 28501, 99999, 0, kNone, kNone, kNone, "a byte now and then is no rate"},
   };
   FigureKeeper keeper;
   for (const auto& c : kMoments) {

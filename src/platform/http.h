@@ -37,8 +37,9 @@ void SetHttpTimeouts(HttpHandle session, std::uint32_t milliseconds);
                                      const std::string& password);
 
 // Prepares a GET of `path`, which goes out as it stands but for three things: "." and ".." elements
-// are worked out, what a request line can't hold (blanks, bytes above 0x7E) is escaped, and a path
-// without a leading slash gets one. 0 on failure, as for a path with control characters.
+// are worked out, what a request line can't hold for itself (spaces, "#", bytes above 0x7E) is
+// escaped, and a path without a leading slash gets one. 0 on failure, as for a path with control
+// characters.
 [[nodiscard]] HttpHandle OpenHttpGet(HttpHandle connection, const std::string& path);
 
 // Sends the request and waits for the head of the answer. A failure shows as a status that can't be

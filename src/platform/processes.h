@@ -59,8 +59,8 @@ void StartSuccessor(const std::string& file, const std::string& directory,
 
 // Starts another program and doesn't wait for it: `file` without a directory, looked for in
 // `directory`, the working directory and the system's search path; run in `directory`, or in the
-// working directory if there is none. Gives the reason if it can't be started; empty if it was, and
-// always where the system itself tells the player, as Windows' shell does.
+// working directory if there is none. Returns the reason if it can't be started; empty if it was,
+// and always where the system itself tells the player, as Windows' shell does.
 [[nodiscard]] std::string LaunchProgram(const std::string& file,
                                         const std::optional<std::string>& directory,
                                         const std::string& parameters);

@@ -27,8 +27,8 @@ inline constexpr std::array<const char*, 6> kPatchersOwnInRoot = {
     "session.log",        "velmoraupdate.cvc",   "_velmoraupdate.cvc",
     "_velmoraupdate.exe", "_velmoraupdate.dirs", "_velmoraupdate.new"};
 
-// Whether patchers write, run or remove a file of this path, which PlayersPath gave, themselves: a
-// published one would never stay as it is.
+// Whether patchers write, run or remove a file of this path, as PlayersPath returns it, themselves:
+// a published one would never stay as it is.
 [[nodiscard]] bool IsPatchersOwn(std::string_view playersPath);
 
 // Whether a name means a device on Windows, which it does in every folder and with any extension.

@@ -113,7 +113,10 @@ bool CopyAttributes(const std::string& from, const std::string& to) {
     if (Attribute(to, name) == value) continue;
     if (lsetxattr(to.c_str(), name, value->data(), value->size(), 0) != 0) return false;
   }
-  return true;
+  // What a folder gives to new files may be wider than what the old one had.
+  static constexpr char kAccessList[] = "system.posix_acl_access";
+  return Attribute(from, kAccessList) || lremovexattr(to.c_str(), kAccessList) == 0 ||
+         errno == ENODATA || errno == ENOTSUP;
 }
 
 // What `target` may be or, if there is none, what a file that is created there may be.
@@ -382,10 +385,12 @@ bool IsDirectoryItself(DIR* directory, const dirent& entry) {
   return IsOfType(directory, entry, AT_SYMLINK_NOFOLLOW, S_IFDIR);
 }
 
+// A link that leads nowhere may lead to a disk that isn't mounted.
 bool IsDirectoryLink(DIR* directory, const dirent& entry) {
   if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) return false;
+  struct stat status {};
   return IsOfType(directory, entry, AT_SYMLINK_NOFOLLOW, S_IFLNK) &&
-         IsOfType(directory, entry, 0, S_IFDIR);
+         (fstatat(dirfd(directory), entry.d_name, &status, 0) != 0 || S_ISDIR(status.st_mode));
 }
 
 // Reads a directory whole and closes it, so that a walk down a deep tree holds no descriptors and

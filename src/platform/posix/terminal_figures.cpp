@@ -12,7 +12,7 @@ constexpr double kShortestForRate = 0.5;
 constexpr double kShortestForTimeLeft = 2.0;
 
 // Files that are there and turn out to be good take a time that tells nothing of downloads, nor do
-// downloads tell how many more of the files behind them will be good.
+// downloads tell how many more of the files after them will be good.
 constexpr double kShareOfDownloads = 0.9;
 
 std::int64_t Left(const Progress& progress) { return progress.fileLeft + *progress.ahead; }
@@ -52,11 +52,12 @@ std::optional<std::int64_t> FigureKeeper::Rate(const Progress& progress) {
   const double elapsed = progress.now - samples_.front().now;
   const std::int64_t bytes = progress.received - samples_.front().received;
   if (elapsed < kShortestForRate || bytes <= 0) return std::nullopt;
-  return std::llround(static_cast<double>(bytes) / elapsed);
+  const std::int64_t rate = std::llround(static_cast<double>(bytes) / elapsed);
+  return rate > 0 ? std::optional(rate) : std::nullopt;
 }
 
-// What lies behind the present file takes its time as what was before did. Empty if nothing is left
-// at all.
+// What comes after the current file takes its time as what came before did. Empty if nothing is
+// left at all.
 std::optional<double> FigureKeeper::TimeAhead(const Progress& progress) {
   if (!progress.ahead) return std::nullopt;
   if (!start_) start_ = progress;

@@ -11,7 +11,7 @@ namespace velmora::platform::terminal {
 namespace {
 
 bool Begins(const char* capability, std::string_view sequence) {
-  // The library gives -1 as a pointer for what isn't of the kind asked for.
+  // The library returns -1 as a pointer for what isn't of the kind asked for.
   char* const text = tigetstr(capability);
   return text != nullptr && text != reinterpret_cast<char*>(-1) &&
          std::string_view(text).starts_with(sequence);

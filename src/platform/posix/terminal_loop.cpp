@@ -268,8 +268,8 @@ void DialogLoop::ServeKey(char key) {
 void DialogLoop::Press(Control control) {
   const bool cancels = control == Control::kUpdateButton && state_.CanCancel();
   Command(control);
+  cancelAsked_ = cancels;
   if (!cancels) return;
-  cancelAsked_ = true;
   if (!screenOn_) SayOnOutput(InOneLine(kCancelNotice));
 }
 

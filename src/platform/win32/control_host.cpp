@@ -491,7 +491,7 @@ class KeyFilter {
 };
 
 // A dialog template of the extended form is a row of 16-bit words: a head of fixed size, names and
-// texts, and behind them the controls, each aligned to 32 bits and shaped in the same way.
+// texts, and after them the controls, each aligned to 32 bits and shaped in the same way.
 
 constexpr std::size_t kStyleAt = 6;
 constexpr std::size_t kControlCountAt = 8;

@@ -19,18 +19,28 @@ void LoadLibrariesFromSystemFolder() {
   if (setDirectories != nullptr) setDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
 }
 
-constexpr bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+constexpr bool IsSpaceOrTab(wchar_t c) { return c == L' ' || c == L'\t'; }
 
 // What WinMain gets for it is wrong after bytes above 0x7F: mingw's start-up code takes the first
-// of them for the end of the name. No blank and no quote is part of a double-byte character.
-std::string BehindProgramName(std::string_view commandLine) {
+// of them for the end of the name. And in the system's code page a character of the name may have
+// become a space or a quote that looks like it, so the name's end is found before the conversion.
+std::wstring_view AfterProgramName(std::wstring_view commandLine) {
   bool quoted = false;
   std::size_t i = 0;
-  for (; i < commandLine.size() && (quoted || !IsBlank(commandLine[i])); ++i) {
-    if (commandLine[i] == '"') quoted = !quoted;
+  for (; i < commandLine.size() && (quoted || !IsSpaceOrTab(commandLine[i])); ++i) {
+    if (commandLine[i] == L'"') quoted = !quoted;
   }
-  while (i < commandLine.size() && IsBlank(commandLine[i])) ++i;
-  return std::string(commandLine.substr(i));
+  while (i < commandLine.size() && IsSpaceOrTab(commandLine[i])) ++i;
+  return commandLine.substr(i);
+}
+
+std::string InSystemCodePage(std::wstring_view text) {
+  const int length = static_cast<int>(text.size());
+  const int size =
+      WideCharToMultiByte(CP_ACP, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+  std::string bytes(static_cast<std::size_t>(size), '\0');
+  WideCharToMultiByte(CP_ACP, 0, text.data(), length, bytes.data(), size, nullptr, nullptr);
+  return bytes;
 }
 
 }  // namespace
@@ -38,7 +48,7 @@ std::string BehindProgramName(std::string_view commandLine) {
 std::string BeginProcess(HINSTANCE instance) {
   LoadLibrariesFromSystemFolder();
   SetProgramInstance(instance);
-  return BehindProgramName(GetCommandLineA());
+  return InSystemCodePage(AfterProgramName(GetCommandLineW()));
 }
 
 }  // namespace velmora::platform

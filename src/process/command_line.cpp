@@ -148,10 +148,11 @@ std::string WholeOptions(const std::string& line, std::size_t limit) {
   AddOptionSpans(line, kOptionsScan, spans);
   std::size_t length = 0;
   for (const OptionSpan& last : spans) {
+    if (last.end > limit) continue;
     const bool cutsNone = std::none_of(spans.begin(), spans.end(), [&last](const OptionSpan& span) {
       return span.slash < last.end && last.end < span.end;
     });
-    if (cutsNone && last.end <= limit) length = std::max(length, last.end);
+    if (cutsNone) length = std::max(length, last.end);
   }
   return line.substr(0, length);
 }

@@ -267,8 +267,9 @@ void DialogLoop::ServeKey(char key) {
 // By a player, who is told why a run goes on for a while after it was asked to end.
 void DialogLoop::Press(Control control) {
   const bool cancels = control == Control::kUpdateButton && state_.CanCancel();
+  const bool isAboutRun = control == Control::kUpdateButton || control == Control::kRecheckButton;
   Command(control);
-  cancelAsked_ = cancels;
+  if (isAboutRun) cancelAsked_ = cancels;
   if (!cancels) return;
   if (!screenOn_) SayOnOutput(InOneLine(kCancelNotice));
 }

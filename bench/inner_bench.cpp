@@ -13,7 +13,7 @@
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/url.h"
-#include "publish/lint.h"
+#include "publish/lint/lint.h"
 #include "settings/session_log.h"
 
 namespace velmora {

@@ -3,7 +3,7 @@
 #include <fnmatch.h>
 
 #include "harness.h"
-#include "publish/ignore_rules.h"
+#include "publish/build/ignore_rules.h"
 
 namespace velmora::fuzz {
 namespace {

@@ -1,9 +1,9 @@
 // Any bytes as a list for the linter: where its findings stand, what can be shown of them, and that
 // a list without errors is read by patchers as it stands.
 #include "harness.h"
-#include "publish/lint.h"
-#include "publish/published_list.h"
-#include "publish/shown_text.h"
+#include "publish/common/published_list.h"
+#include "publish/common/shown_text.h"
+#include "publish/lint/lint.h"
 
 namespace velmora::fuzz {
 namespace {

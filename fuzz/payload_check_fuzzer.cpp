@@ -3,7 +3,7 @@
 //   pieces N...       the body's chunks; the last size repeats
 //   broken            the transfer breaks off after the body
 #include "harness.h"
-#include "publish/payload_check.h"
+#include "publish/verify/payload_check.h"
 
 namespace velmora::fuzz {
 namespace {

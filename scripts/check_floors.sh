@@ -1,41 +1,48 @@
 #!/usr/bin/env bash
-# Checks that no source includes a floor above its own, and that nothing above the platform knows its
-# system. Prints what breaks the rule; exits non-zero if anything does.
+# Checks that no source includes a floor above its own, that the rooms of the publisher's tool keep to
+# themselves, and that nothing above the platform knows its system. Prints what breaks the rule; exits
+# non-zero if anything does.
 set -euo pipefail
 cd "$(dirname "$0")/../src"
 
 broken=0
 complain() { echo "$1"; broken=1; }
 
-# Floors from the lowest up, each with the floors it may include.
+# Floors and rooms, each with what it may include besides itself.
 declare -A may=(
-  [base]="base"
-  [platform]="base platform"
-  [settings]="base platform settings"
-  [engine]="base platform settings engine"
-  [ui]="base platform settings engine ui"
-  [process]="base platform settings engine ui process"
-  [publish]="base platform settings engine publish"
+  [base]=""
+  [platform]="base"
+  [settings]="base platform"
+  [engine]="base platform settings"
+  [ui]="base platform settings engine"
+  [process]="base platform settings engine ui"
+  [publish/common]="base platform settings engine"
+  [publish/build]="base platform settings engine publish/common publish/lint"
+  [publish/lint]="base platform settings engine publish/common"
+  [publish/diff]="base platform settings engine publish/common"
+  [publish/verify]="base platform settings engine publish/common"
+  [publish/commands]="base platform settings engine publish/common publish/build publish/lint publish/diff publish/verify"
+  [programs]="base platform process publish/commands"
 )
 
 for floor in "${!may[@]}"; do
-  [[ -d $floor ]] || continue
+  [[ -d $floor ]] || complain "src/$floor isn't there"
   while IFS=: read -r file _ line; do
-    target=$(sed -E 's/.*"([a-z_]+)\/.*/\1/' <<<"$line")
-    # The program's start belongs to the platform's folder and calls the entry, and nothing else.
-    [[ $file == platform/*/main.cpp && $line == *'"process/entry.h"'* ]] && continue
-    [[ " ${may[$floor]} " == *" $target "* ]] || complain "src/$file includes upward: $line"
-  done < <(grep -rnE '#include "[a-z_]+/' "$floor")
+    target=$(sed -E 's/.*"((publish\/)?[a-z_0-9]+)\/.*/\1/' <<<"$line")
+    [[ " $floor ${may[$floor]} " == *" $target "* ]] || complain "src/$file includes upward: $line"
+  done < <(grep -rnE '#include "[a-z_0-9]+/' "$floor")
 done
 
+# Sources that know their system are the platform's, and the starts of the programs.
+portable=(base settings engine ui process publish platform/*.h)
 systems='platform/(posix|win32)/|<(windows|wininet|shlwapi|unistd|fcntl|dirent|pthread|termios)\.h>|<sys/|<curl/|<openssl/'
 while IFS= read -r line; do
   complain "src/$line knows its system"
-done < <(grep -rnE "#include [\"<].*($systems)|#include ($systems)" base settings engine ui process publish platform/*.h |
-  grep -vE '^publish/(file_digest.cpp:.*<openssl/|progress_line.cpp:.*<unistd|shown_text.cpp:.*"platform/posix/terminal_text.h"|staging.cpp:.*"platform/posix/disk_sync.h")' || true)
+done < <(grep -rnE "#include [\"<].*($systems)|#include ($systems)" "${portable[@]}" |
+  grep -vE '^publish/(common/file_digest.cpp:.*<openssl/|verify/progress_line.cpp:.*<unistd|build/staging.cpp:.*"platform/posix/disk_sync.h")' || true)
 while IFS= read -r line; do
   complain "src/$line asks for its system"
-done < <(grep -rnE '^#\s*if.*(_WIN32|__linux__|__unix__)' base settings engine ui process publish platform/*.h || true)
+done < <(grep -rnE '^#\s*if.*(_WIN32|__linux__|__unix__)' "${portable[@]}" || true)
 
 [[ $broken -eq 0 ]] && echo "Floors: nothing includes upward."
 exit $broken

@@ -22,6 +22,7 @@
 #include "platform/paths.h"
 #include "platform/processes.h"
 #include "platform/url.h"
+#include "platform/utf8.h"
 #include "support/workspace.h"
 
 namespace velmora::platform {
@@ -630,6 +631,22 @@ TEST(ClockContract, LocalTimeIsTheCalendarsAndTicksAreMilliseconds) {
   EXPECT_LE(std::mktime(&calendar), std::time(nullptr));
   EXPECT_GE(passed, 100U);
   EXPECT_LE(passed, 60'000U);
+}
+
+TEST(Utf8, HasNoControlCharacterAndNothingThatIsNoText) {
+  const struct {
+    std::string text;
+    std::string utf8;
+  } kCases[] = {
+      {"abc\\~", "abc\\~"},
+      {"\x83\x5C\xB1", "\xE3\x82\xBD\xEF\xBD\xB1"},
+      {"a\x1b[2J\x07\x7F\r", "a?[2J???"},
+      {"a\tb\nc", "a b\nc"},
+      {"\x81", "?"},
+      {"\x81\x20x", "? x"},
+      {"\x80\xA0\xFD\xFE\xFF", "?????"},
+  };
+  for (const auto& c : kCases) EXPECT_EQ(ToUtf8(c.text), c.utf8);
 }
 
 }  // namespace

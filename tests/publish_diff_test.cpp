@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "publish/list_diff.h"
+#include "publish/diff/list_diff.h"
 
 namespace velmora::publish {
 namespace {

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "publish/lint.h"
-#include "publish/list_path.h"
-#include "publish/publication.h"
-#include "publish/publish_error.h"
+#include "publish/build/publication.h"
+#include "publish/common/list_path.h"
+#include "publish/common/publish_error.h"
+#include "publish/lint/lint.h"
 #include "support/workspace.h"
 
 namespace velmora::publish {

@@ -10,12 +10,12 @@
 
 #include "engine/record_set.h"
 #include "engine/reference_list.h"
-#include "publish/ignore_rules.h"
-#include "publish/list_text.h"
-#include "publish/publication.h"
-#include "publish/publish_error.h"
-#include "publish/source_tree.h"
-#include "publish/zlib_blocks.h"
+#include "publish/build/ignore_rules.h"
+#include "publish/build/list_text.h"
+#include "publish/build/publication.h"
+#include "publish/build/source_tree.h"
+#include "publish/build/zlib_blocks.h"
+#include "publish/common/publish_error.h"
 #include "support/workspace.h"
 
 namespace velmora::publish {

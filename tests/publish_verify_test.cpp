@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "publish/player_servers.h"
-#include "publish/progress_line.h"
-#include "publish/publish_error.h"
-#include "publish/verification.h"
+#include "publish/common/publish_error.h"
+#include "publish/verify/player_servers.h"
+#include "publish/verify/progress_line.h"
+#include "publish/verify/verification.h"
 #include "settings/patcher_settings.h"
 #include "support/workspace.h"
 

@@ -19,6 +19,7 @@ namespace velmora {
 [[nodiscard]] std::int32_t ToNumber(std::string_view text);
 
 // White space as the C locale's isspace sees it: blank, \t, \n, \v, \f, \r.
+inline constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 [[nodiscard]] constexpr bool IsWhiteSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 // True for a byte that starts a double-byte character of code page 932.
@@ -36,6 +37,37 @@ namespace velmora {
 // Length in bytes of the character at `position`, 1 or 2. A lead byte without a trail byte behind
 // it counts as a character of its own. `position` must be inside the text.
 [[nodiscard]] std::size_t CharacterLength(std::string_view text, std::size_t position);
+
+// The characters of `text`, for a loop: `for (const std::string_view character :
+// Characters(text))`. A character's place in the text is `character.data() - text.data()`.
+class Characters {
+ public:
+  explicit Characters(std::string_view text) : text_(text) {}
+
+  class Iterator {
+   public:
+    explicit Iterator(std::string_view rest) : rest_(rest) {}
+    [[nodiscard]] std::string_view operator*() const {
+      return rest_.substr(0, CharacterLength(rest_, 0));
+    }
+    Iterator& operator++() {
+      rest_.remove_prefix(CharacterLength(rest_, 0));
+      return *this;
+    }
+    [[nodiscard]] bool operator!=(const Iterator& other) const {
+      return rest_.size() != other.rest_.size();
+    }
+
+   private:
+    std::string_view rest_;
+  };
+
+  [[nodiscard]] Iterator begin() const { return Iterator(text_); }
+  [[nodiscard]] Iterator end() const { return Iterator({}); }
+
+ private:
+  std::string_view text_;
+};
 
 // The longest beginning of `text` that has at most `limit` bytes and ends between two characters.
 [[nodiscard]] std::string_view CutText(std::string_view text, std::size_t limit);

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "base/ascii.h"
 #include "platform/digest.h"
 #include "settings/session_log.h"
 
@@ -71,12 +72,11 @@ std::vector<std::uint8_t> ReadDigest(const Handles& handles) {
 }
 
 std::string HexadecimalText(const std::vector<std::uint8_t>& digest) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
   std::string text;
   text.reserve(digest.size() * 2);
   for (const std::uint8_t byte : digest) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xF];
+    text += kHexDigits[byte >> 4];
+    text += kHexDigits[byte & 0xF];
   }
   return text;
 }

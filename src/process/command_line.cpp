@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/ascii.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/processes.h"
@@ -18,8 +19,6 @@ namespace velmora {
 std::string ArgumentTail;
 
 namespace {
-
-char UpperCase(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
 // Steps from option letter to option letter.
 class OptionScan {

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/posix/terminal_text.h"
+#include "platform/posix/terminal/text.h"
 
 namespace velmora::test {
 

@@ -18,6 +18,7 @@
 #include <variant>
 #include <vector>
 
+#include "base/ascii.h"
 #include "base/text.h"
 #include "platform/clock.h"
 #include "platform/posix/transfer_count.h"
@@ -193,9 +194,8 @@ int Request::OnConnected(void* request, char*, char*, int, int) {
 
 bool StartsWithIgnoringCase(std::string_view text, std::string_view start) {
   return text.size() >= start.size() &&
-         std::equal(start.begin(), start.end(), text.begin(), [](char a, char b) {
-           return a == (b >= 'A' && b <= 'Z' ? static_cast<char>(b - 'A' + 'a') : b);
-         });
+         std::equal(start.begin(), start.end(), text.begin(),
+                    [](char a, char b) { return a == LowerCase(b); });
 }
 
 // An answer that libcurl acts on by itself, so that another answer follows.
@@ -338,16 +338,6 @@ bool IsOpenedBelow(const HandleObject& object, const HandleObject& parent) {
     return session != nullptr && (*connection)->session == *session;
   }
   return false;
-}
-
-bool IsControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 || byte == 0x7F;
-}
-
-bool IsHost(const std::string& host) {
-  return !host.empty() && host.find_first_of(" /\\?#@") == std::string::npos &&
-         std::none_of(host.begin(), host.end(), IsControl);
 }
 
 // The path as a part of a URL, where a blank and the start of a fragment can't stand for

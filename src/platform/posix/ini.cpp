@@ -4,9 +4,9 @@
 #include <optional>
 #include <string_view>
 
+#include "base/ascii.h"
 #include "base/text.h"
 #include "platform/files.h"
-#include "platform/posix/ascii.h"
 
 namespace velmora::platform {
 
@@ -15,8 +15,6 @@ namespace {
 // A settings file has some hundred bytes. What is larger than this is something else, and reads as
 // absent.
 constexpr std::uint32_t kMaxFileSize = 16 << 20;
-
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 std::string ReadWholeFile(const std::string& path) {
   InputFile file(path);
@@ -27,19 +25,13 @@ std::string ReadWholeFile(const std::string& path) {
 }
 
 // DOS programs close a text with Ctrl-Z.
-bool IsBlank(char c) { return IsWhiteSpace(c) || c == '\x1A'; }
-
-std::string_view Trimmed(std::string_view text) {
-  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
-  return text;
-}
+std::string_view WithoutBlanks(std::string_view text) { return Trimmed(text, " \t\n\v\f\r\x1A"); }
 
 // Takes the next line, without the blanks around it, off a non-empty text. CR and LF each end one;
 // that CR LF is then followed by an empty line does no harm.
 std::string_view TakeLine(std::string_view& text) {
   const std::size_t end = std::min(text.find_first_of("\r\n"), text.size());
-  const std::string_view line = Trimmed(text.substr(0, end));
+  const std::string_view line = WithoutBlanks(text.substr(0, end));
   text.remove_prefix(std::min(end + 1, text.size()));
   return line;
 }
@@ -48,7 +40,7 @@ std::string_view TakeLine(std::string_view& text) {
 std::optional<std::string_view> SectionName(std::string_view line) {
   const std::size_t end = line.rfind(']');
   if (line.empty() || line.front() != '[' || end == line.npos) return std::nullopt;
-  return Trimmed(line.substr(1, end - 1));
+  return WithoutBlanks(line.substr(1, end - 1));
 }
 
 // What stands behind the first line of that section.
@@ -66,8 +58,8 @@ std::string_view FindValue(std::string_view text, std::string_view key) {
     const std::string_view line = TakeLine(text);
     if (SectionName(line)) break;
     const std::size_t equals = std::min(line.find('='), line.size());
-    if (!EqualWithoutCase(Trimmed(line.substr(0, equals)), key)) continue;
-    return Trimmed(line.substr(std::min(equals + 1, line.size())));
+    if (!EqualWithoutCase(WithoutBlanks(line.substr(0, equals)), key)) continue;
+    return WithoutBlanks(line.substr(std::min(equals + 1, line.size())));
   }
   return {};
 }
@@ -84,7 +76,7 @@ std::string ReadIniValue(const std::string& path, const char* section, const std
                          std::size_t bufferSize) {
   const std::string file = ReadWholeFile(path);
   std::string_view text = file;
-  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
+  text = WithoutByteOrderMark(text);
   std::string_view value = FindValue(BehindSection(text, section), key);
   value = value.substr(0, value.find('\0'));
   return std::string(CutText(WithoutQuotes(value), bufferSize - 1));

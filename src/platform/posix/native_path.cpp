@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
 #include "base/text.h"
 
 namespace velmora::platform {
@@ -37,8 +38,6 @@ std::size_t LengthOfCharacter(std::string_view text, std::size_t position) {
   const std::size_t length = text.front() == '/' ? Utf8Length(text, position) : 0;
   return length != 0 ? length : CharacterLength(text, position);
 }
-
-bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 
 // A relative path of ASCII names between single separators, none of which begins with a dot: what
 // nearly all paths of a list are. Only its separators differ from the native path.

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
 #include "base/text.h"
-#include "platform/posix/ascii.h"
 #include "platform/posix/native_path.h"
 
 namespace velmora::platform {
@@ -53,8 +53,6 @@ std::string_view WithoutLeading(std::string_view text, char c) {
   while (!text.empty() && text.front() == c) text.remove_prefix(1);
   return text;
 }
-
-bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 
 // Length of the root in front of the elements: "D:\", "D:", "\\" or "\".
 std::size_t RootLength(std::string_view path) {

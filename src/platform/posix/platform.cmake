@@ -2,11 +2,9 @@ find_package(CURL REQUIRED)
 find_package(OpenSSL REQUIRED)
 find_library(TINFO_LIBRARY tinfo REQUIRED)
 
-file(GLOB terminal_sources CONFIGURE_DEPENDS platform/posix/terminal_*.cpp)
+file(GLOB terminal_sources CONFIGURE_DEPENDS platform/posix/terminal/*.cpp)
 add_library(velmora_platform STATIC
-  platform/posix/browser.cpp
   platform/posix/clock.cpp
-  platform/posix/dialog.cpp
   platform/posix/digest.cpp
   platform/posix/disk_sync.cpp
   platform/posix/files.cpp
@@ -18,12 +16,13 @@ add_library(velmora_platform STATIC
   platform/posix/processes.cpp
   platform/posix/threads.cpp
   platform/posix/url.cpp
+  platform/posix/utf8.cpp
   ${terminal_sources}
 )
 target_link_libraries(velmora_platform PUBLIC velmora_base CURL::libcurl OpenSSL::Crypto
                                               ${TINFO_LIBRARY} Threads::Threads)
 
 # The program file has this name on every system: its own name is part of its behaviour.
-add_executable(VelmoraUpdate platform/posix/main.cpp)
+add_executable(VelmoraUpdate programs/patcher_posix.cpp)
 set_target_properties(VelmoraUpdate PROPERTIES SUFFIX ".exe")
 target_link_libraries(VelmoraUpdate PRIVATE velmora_core velmora_platform)

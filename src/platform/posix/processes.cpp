@@ -24,7 +24,8 @@
 
 #include "platform/clock.h"
 #include "platform/posix/native_path.h"
-#include "platform/posix/terminal_text.h"
+#include "platform/posix/terminal/text.h"
+#include "platform/utf8.h"
 
 namespace velmora::platform {
 namespace {
@@ -252,8 +253,7 @@ void PumpUntilQuit() {
 }
 
 void ShowStartBox(const std::string& text, const std::string& caption, std::uint32_t) {
-  std::fprintf(stderr, "%s: %s\n", terminal::ToUtf8(caption).c_str(),
-               terminal::ToUtf8(text).c_str());
+  std::fprintf(stderr, "%s: %s\n", ToUtf8(caption).c_str(), ToUtf8(text).c_str());
   if (IsTerminal()) WaitForKey();
 }
 

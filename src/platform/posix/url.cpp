@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
 #include "base/text.h"
-#include "platform/posix/ascii.h"
 
 namespace velmora::platform {
 
@@ -83,9 +83,8 @@ void SplitAuthorityAndPath(std::string_view text, UrlParts& parts) {
 void CutAtLineFeed(std::string& path) { path.resize(std::min(path.find('\n'), path.size())); }
 
 void AppendEscaped(std::string& text, char c) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
   const auto byte = static_cast<unsigned char>(c);
-  text += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+  text += {'%', kHexDigits[byte >> 4], kHexDigits[byte & 15]};
 }
 
 }  // namespace

@@ -3,12 +3,13 @@
 
 #include <string>
 
+#include "base/ascii.h"
+
 namespace velmora::platform {
 
 inline void AppendEscaped(std::string& text, char c) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
   const auto byte = static_cast<unsigned char>(c);
-  text += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+  text += {'%', kHexDigits[byte >> 4], kHexDigits[byte & 15]};
 }
 
 }  // namespace velmora::platform

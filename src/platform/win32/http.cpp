@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
 #include "platform/win32/escape.h"
 
 namespace velmora::platform {
@@ -17,17 +18,8 @@ HINTERNET Internet(HttpHandle handle) { return reinterpret_cast<HINTERNET>(handl
 
 HttpHandle Number(HINTERNET handle) { return reinterpret_cast<HttpHandle>(handle); }
 
-bool IsControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte < 0x20 || byte == 0x7F;
-}
-
 bool HasControls(const std::string& text) {
   return std::any_of(text.begin(), text.end(), IsControl);
-}
-
-bool IsHost(const std::string& host) {
-  return !host.empty() && host.find_first_of(" /\\?#@") == std::string::npos && !HasControls(host);
 }
 
 bool IsEscaped(char c) { return c == ' ' || c == '#' || static_cast<unsigned char>(c) > 0x7E; }

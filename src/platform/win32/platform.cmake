@@ -13,6 +13,7 @@ add_library(velmora_platform STATIC
   platform/win32/start.cpp
   platform/win32/threads.cpp
   platform/win32/url.cpp
+  platform/win32/utf8.cpp
   platform/win32/wide_text.cpp
 )
 target_link_libraries(velmora_platform PUBLIC velmora_base shlwapi advapi32 shell32 ole32 oleaut32
@@ -67,5 +68,5 @@ delayed_library(wininet
 # The resource compiler's rules see only what it includes.
 set_source_files_properties(${CMAKE_SOURCE_DIR}/resources/velmora.rc PROPERTIES OBJECT_DEPENDS
   "${CMAKE_SOURCE_DIR}/resources/velmora.manifest;${CMAKE_SOURCE_DIR}/resources/velmora.ico")
-add_executable(VelmoraUpdate WIN32 platform/win32/main.cpp ${CMAKE_SOURCE_DIR}/resources/velmora.rc)
+add_executable(VelmoraUpdate WIN32 programs/patcher_win32.cpp ${CMAKE_SOURCE_DIR}/resources/velmora.rc)
 target_link_libraries(VelmoraUpdate PRIVATE velmora_core velmora_platform)

@@ -1,0 +1,73 @@
+#include "platform/posix/terminal/figures.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace velmora::platform::terminal {
+namespace {
+
+// The rate is that of the last seconds; one over less than half a second would jump about.
+constexpr double kRateWindow = 3.0;
+constexpr double kShortestForRate = 0.5;
+constexpr double kShortestForTimeLeft = 2.0;
+
+// Files that are there and turn out to be good take a time that tells nothing of downloads, nor do
+// downloads tell how many more of the files after them will be good.
+constexpr double kShareOfDownloads = 0.9;
+
+std::int64_t Left(const Progress& progress) { return progress.fileLeft + *progress.ahead; }
+
+// What is still to come takes a second at least.
+std::optional<std::int64_t> Seconds(std::optional<double> time) {
+  if (!time) return std::nullopt;
+  return std::max(std::llround(*time), 1LL);
+}
+
+std::optional<double> FileTimeLeft(const Progress& progress, std::optional<std::int64_t> rate) {
+  if (!rate || progress.fileLeft == 0) return std::nullopt;
+  return static_cast<double>(progress.fileLeft) / static_cast<double>(*rate);
+}
+
+}  // namespace
+
+Figures FigureKeeper::Update(bool isRunShown, const Progress& progress) {
+  if (!isRunShown) {
+    samples_.clear();
+    start_.reset();
+    return {};
+  }
+  const std::optional<std::int64_t> rate = Rate(progress);
+  const std::optional<double> file = FileTimeLeft(progress, rate);
+  const std::optional<double> ahead = TimeAhead(progress);
+  std::optional<double> all;
+  if (ahead && file) all = *file + *ahead;
+  if (progress.fileLeft == 0) all = ahead;
+  return {rate, Seconds(file), Seconds(all)};
+}
+
+std::optional<std::int64_t> FigureKeeper::Rate(const Progress& progress) {
+  samples_.push_back(progress);
+  while (samples_.size() > 2 && samples_[1].now <= progress.now - kRateWindow) samples_.pop_front();
+
+  const double elapsed = progress.now - samples_.front().now;
+  const std::int64_t bytes = progress.received - samples_.front().received;
+  if (elapsed < kShortestForRate || bytes <= 0) return std::nullopt;
+  const std::int64_t rate = std::llround(static_cast<double>(bytes) / elapsed);
+  return rate > 0 ? std::optional(rate) : std::nullopt;
+}
+
+// What comes after the current file takes its time as what came before did. Empty if nothing is
+// left at all.
+std::optional<double> FigureKeeper::TimeAhead(const Progress& progress) {
+  if (!progress.ahead) return std::nullopt;
+  if (!start_) start_ = progress;
+
+  const double elapsed = progress.now - start_->now;
+  const auto done = static_cast<double>(Left(*start_) - Left(progress));
+  const auto received = static_cast<double>(progress.received - start_->received);
+  const bool isTold = elapsed >= kShortestForTimeLeft && done > 0 && Left(progress) > 0;
+  if (!isTold || received < done * kShareOfDownloads) return std::nullopt;
+  return elapsed * static_cast<double>(*progress.ahead) / done;
+}
+
+}  // namespace velmora::platform::terminal

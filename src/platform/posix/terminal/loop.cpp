@@ -1,0 +1,409 @@
+#include "platform/posix/terminal/loop.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+
+#include "base/text.h"
+#include "platform/posix/terminal/device.h"
+#include "platform/posix/terminal/signals.h"
+#include "platform/posix/terminal/text.h"
+#include "platform/posix/transfer_count.h"
+#include "platform/utf8.h"
+
+namespace velmora::platform::terminal {
+namespace {
+
+// All in milliseconds.
+constexpr std::int64_t kDrawInterval = 67;  // at most 15 redraws a second
+constexpr std::int64_t kFigureInterval = 1000;
+
+// A script's wait looks often at first: many runs in scripts are short.
+constexpr std::int64_t kFirstWait = 200;
+constexpr std::int64_t kFirstWaitStep = 2;
+constexpr std::int64_t kLaterWaitStep = 10;
+
+constexpr std::int64_t kNever = -1;
+
+std::int64_t Now() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+constexpr char kQuitKey = 'q';
+
+bool AsksToEnd(int signal) { return signal == SIGINT || signal == SIGTERM || signal == SIGHUP; }
+
+// A script's encoding is unknown; what is shown of it is its ASCII part.
+std::string Printable(std::string text) {
+  for (char& c : text) {
+    if (c < ' ' || c > '~') c = '?';
+  }
+  return text;
+}
+
+void WriteError(const std::string& text) {
+  Output output;
+  output.Add(text);
+  output.WriteAll(STDERR_FILENO, SignalDescriptor());
+}
+
+}  // namespace
+
+DialogLoop::DialogLoop(DialogState& state, const DialogHandlers& handlers)
+    : state_(state), handlers_(handlers) {}
+
+bool DialogLoop::Open() {
+  FillStandardDescriptors();
+  screenOn_ = IsScreen();
+  keyboardOn_ = IsKeyboard();
+  if (!state_.Open(!screenOn_)) return false;
+  if (!WatchSignals()) {
+    state_.Close();
+    return false;
+  }
+  output_ = screenOn_ ? OpenScreen() : STDOUT_FILENO;
+  return true;
+}
+
+int DialogLoop::Run() {
+  TakeTerminal();
+  if (keyboardOn_ && !screenOn_) NameKeys();
+  handlers_.opened();
+  while (state_.IsOpen()) Turn();
+  const int result = state_.Close();
+  Finish();
+  return result;
+}
+
+void DialogLoop::ShowBox(const BoxText& box) {
+  if (!state_.IsOpen()) return;
+  const std::uint64_t number = state_.PutUpBox(box);
+  ++depth_;
+  while (!state_.IsAnswered(number) && state_.IsOpen()) Turn();
+  --depth_;
+}
+
+// One round. Each step may end the dialog, after which the others do nothing that counts. The wait
+// stands first, so that whoever loops until something has happened sees it before the next wait.
+void DialogLoop::Turn() {
+  WaitForEvent();
+  ServeSignals();
+  ServeCloseRequest();
+  ReportBoxes();
+  ServeScript();
+  DrawIfDue();
+}
+
+void DialogLoop::ServeSignals() {
+  while (const auto signal = NextSignal()) ServeSignal(*signal);
+}
+
+void DialogLoop::ServeSignal(int signal) {
+  if (AsksToEnd(signal)) isPatient_ = false;
+  switch (signal) {
+    case SIGINT:
+      Interrupt();
+      break;
+    case SIGTERM:
+    case SIGHUP:
+      state_.AnswerBox();
+      Close();
+      break;
+    case SIGTSTP:
+      Suspend();
+      break;
+    case SIGCONT:
+      // Whoever had the terminal meanwhile may have changed its modes and moved the cursor.
+      pending_.Add(screen_.Leave());
+      TakeTerminal();
+      state_.MarkChanged();
+      break;
+    default:
+      state_.MarkChanged();
+      break;
+  }
+}
+
+void DialogLoop::Interrupt() {
+  state_.AnswerBox();
+  if (state_.CanCancel()) {
+    Press(Control::kUpdateButton);
+  } else {
+    Close();
+  }
+}
+
+void DialogLoop::ServeCloseRequest() {
+  const auto request = state_.TakeCloseRequest();
+  if (!request) return;
+  Close();
+  state_.CloseDone(*request);
+}
+
+// Where nobody sits in front who could answer, a box is a line of its own.
+void DialogLoop::ReportBoxes() {
+  if (screenOn_ && keyboardOn_) return;
+  while (const auto box = state_.StandingBox()) {
+    SayOnError(ToUtf8(InOneLine(box->caption) + ": " + InOneLine(box->text)));
+    state_.AnswerBox();
+  }
+}
+
+void DialogLoop::ServeScript() {
+  if (depth_ > 0 || !state_.IsOpen()) return;
+  if (waitsForRun_ && handlers_.runInProgress()) return;
+  waitsForRun_ = false;
+  if (script_.HasLine()) Execute(script_.Next());
+}
+
+void DialogLoop::Execute(const ScriptLine& line) {
+  if (line.tooLong) {
+    SayOnError("command refused: longer than " + std::to_string(kLongestScriptLine) + " bytes");
+  } else if (line.text == kWaitCommand) {
+    BeginWait();
+  } else if (line.text == kCloseCommand) {
+    Close();
+  } else if (const ButtonKind* const button = FindByCommand(line.text)) {
+    ExecuteButton(*button);
+  } else {
+    SayOnError("unknown command: " + Printable(line.text));
+  }
+}
+
+void DialogLoop::ExecuteButton(const ButtonKind& button) {
+  // The Update button is one that programs press, too, by a message; such a message arrives
+  // whatever the button's state is.
+  const bool isAccepted =
+      button.control == Control::kUpdateButton || state_.IsEnabled(button.control);
+  if (isAccepted) {
+    Command(button.control);
+  } else {
+    SayOnOutput(std::string(button.command) + ": refused, the button is disabled");
+  }
+}
+
+void DialogLoop::BeginWait() {
+  waitsForRun_ = true;
+  waitBegan_ = Now();
+}
+
+void DialogLoop::WaitForEvent() {
+  pollfd waited[] = {{state_.wakeDescriptor(), POLLIN, 0},
+                     {SignalDescriptor(), POLLIN, 0},
+                     {WantsInput() ? STDIN_FILENO : -1, POLLIN, 0},
+                     {pending_.IsPending() ? output_ : -1, POLLOUT, 0}};
+  if (poll(waited, std::size(waited), Timeout(Now())) <= 0) return;
+  if (waited[0].revents != 0) state_.ClearWake();
+  if (waited[2].revents != 0) ReadInput();
+  if (waited[3].revents != 0) pending_.WriteReady(output_);
+}
+
+int DialogLoop::Timeout(Milliseconds now) {
+  const Milliseconds input = UntilInput(now);
+  const Milliseconds draw = UntilDraw(now);
+  if (input == kNever) return static_cast<int>(draw);
+  return static_cast<int>(draw == kNever ? input : std::min(input, draw));
+}
+
+DialogLoop::Milliseconds DialogLoop::UntilInput(Milliseconds now) const {
+  if (depth_ > 0) return kNever;
+  if (waitsForRun_) return now - waitBegan_ < kFirstWait ? kFirstWaitStep : kLaterWaitStep;
+  return script_.HasLine() ? 0 : kNever;
+}
+
+DialogLoop::Milliseconds DialogLoop::UntilDraw(Milliseconds now) {
+  const auto until = [&](Milliseconds interval) {
+    return std::max<Milliseconds>(lastDraw_ + interval - now, 0);
+  };
+  if (state_.HasChanged()) return until(kDrawInterval);
+  // Rate and time left go on changing while nothing moves.
+  return screenOn_ && state_.IsRunShown() ? until(kFigureInterval) : kNever;
+}
+
+// What can't be executed yet isn't read either, so that a long script needs no room.
+bool DialogLoop::WantsInput() const { return !inputEnded_ && !waitsForRun_ && !script_.HasLine(); }
+
+// Of a script no byte is taken beyond the line that comes next: when the patcher has replaced
+// itself, the new one goes on reading here.
+void DialogLoop::ReadInput() {
+  char bytes[4096];
+  const ssize_t count = read(STDIN_FILENO, bytes, keyboardOn_ ? sizeof bytes : 1);
+  const bool comesLater = count < 0 && (errno == EINTR || errno == EAGAIN);
+  if (comesLater) return;
+  if (count <= 0) {
+    inputEnded_ = true;
+    script_.End();
+  } else if (keyboardOn_) {
+    ServeKeys({bytes, static_cast<std::size_t>(count)});
+  } else {
+    script_.Feed({bytes, static_cast<std::size_t>(count)});
+  }
+}
+
+void DialogLoop::ServeKeys(std::string_view keys) {
+  while (!keys.empty()) {
+    ServeKey(keys[0]);
+    keys.remove_prefix(KeyLength(keys));
+  }
+}
+
+void DialogLoop::ServeKey(char key) {
+  if (!state_.IsOpen()) return;
+  if (state_.StandingBox()) {
+    state_.AnswerBox();
+  } else if (key == kQuitKey) {
+    Close();
+  } else if (const ButtonKind* const button = FindByKey(key)) {
+    if (state_.IsEnabled(button->control)) Press(button->control);
+  }
+}
+
+// By a player, who is told why a run goes on for a while after it was asked to end.
+void DialogLoop::Press(Control control) {
+  const bool cancels = control == Control::kUpdateButton && state_.CanCancel();
+  const bool isAboutRun = control == Control::kUpdateButton || control == Control::kRecheckButton;
+  Command(control);
+  if (isAboutRun) cancelAsked_ = cancels;
+  if (!cancels) return;
+  if (!screenOn_) SayOnOutput(InOneLine(kCancelNotice));
+}
+
+void DialogLoop::Command(Control control) {
+  if (!state_.IsOpen()) return;
+  BringOutLines();
+  static_cast<void>(handlers_.command(static_cast<int>(control)));
+}
+
+void DialogLoop::Close() {
+  if (!state_.IsOpen()) return;
+  BringOutLines();
+  handlers_.close();
+}
+
+void DialogLoop::DrawIfDue() {
+  if (state_.IsOpen() && UntilDraw(Now()) == 0) Draw();
+}
+
+void DialogLoop::Draw() {
+  lastDraw_ = Now();
+  if (screenOn_) {
+    DrawScreen();
+  } else {
+    WriteLines();
+  }
+}
+
+void DialogLoop::DrawScreen() {
+  // A terminal that doesn't take the last picture gets no further one.
+  if (!pending_.WriteReady(output_)) return;
+  const DialogState::Picture picture = state_.TakePicture();
+  const ScreenSize size = CurrentScreenSize();
+  const auto block = RenderBlock(picture.model, FiguresOf(picture.model), size.columns);
+  pending_.Add(screen_.Show(Arrange(block, BelowBlock(picture, size), size.rows), size));
+  pending_.WriteReady(output_);
+}
+
+Figures DialogLoop::FiguresOf(const DialogModel& model) {
+  Progress progress;
+  progress.now = static_cast<double>(lastDraw_) / 1000;
+  progress.received = bodyBytesReceived;
+  progress.fileLeft = RestOfFile(model);
+  const std::int64_t ahead = handlers_.bytesAhead();
+  // A run that is to be cancelled won't do what lies ahead.
+  if (ahead >= 0 && !CancelWaits(model)) progress.ahead = ahead;
+  return figures_.Update(ShowsRun(model), progress);
+}
+
+std::vector<std::string> DialogLoop::BelowBlock(const DialogState::Picture& picture,
+                                                ScreenSize size) const {
+  if (picture.box) return RenderBox(*picture.box, size.columns);
+  const bool waits = cancelAsked_ && CancelWaits(picture.model) && state_.IsOpen();
+  return waits ? RenderCancelNotice(size.columns) : std::vector<std::string>{};
+}
+
+void DialogLoop::WriteLines() {
+  pending_.Add(ToUtf8(state_.TakeLines()));
+  pending_.WriteReady(output_);
+}
+
+void DialogLoop::BringOutLines() {
+  if (screenOn_) return;
+  WriteLines();
+  BringOut();
+}
+
+void DialogLoop::SayOnOutput(const std::string& line) {
+  if (!screenOn_) {
+    state_.AddLine(line);
+    return;
+  }
+  ClearWay();
+  pending_.Add(line + "\r\n");
+}
+
+void DialogLoop::SayOnError(const std::string& utf8) {
+  ClearWay();
+  WriteError(utf8 + "\n");
+}
+
+// Before anything else is written: the lines up to here are out, and no block is in the way of what
+// may go to the same terminal.
+void DialogLoop::ClearWay() {
+  BringOutLines();
+  if (!screenOn_) return;
+  pending_.Add(screen_.Erase());
+  BringOut();
+  state_.MarkChanged();
+}
+
+// Which keys there are stands beside the buttons of a block alone.
+void DialogLoop::NameKeys() {
+  std::string keys = "keys:";
+  for (const ButtonKind& kind : kButtons) keys += FormatText(" %c %s,", kind.key, kind.command);
+  SayOnOutput(keys + FormatText(" %c %s", kQuitKey, kCloseCommand));
+}
+
+void DialogLoop::TakeTerminal() {
+  if (keyboardOn_) TakeKeyboard();
+  if (screenOn_) TakeScreen();
+}
+
+void DialogLoop::GiveBackTerminal() {
+  LeaveScreen();
+  RestoreTerminal();
+}
+
+void DialogLoop::Suspend() {
+  pending_.Add(screen_.Leave());
+  BringOut();
+  GiveBackTerminal();
+  StopProcess();
+  TakeTerminal();
+  state_.MarkChanged();
+}
+
+void DialogLoop::Finish() {
+  while (NextSignal()) {
+  }
+  Draw();
+  pending_.Add(screen_.Leave());
+  // A reader that has stopped reading holds this up; another request to end gives it up.
+  while (!pending_.WriteAll(output_, SignalDescriptor())) {
+    const auto signal = NextSignal();
+    if (signal && AsksToEnd(*signal)) break;
+  }
+  GiveBackTerminal();
+}
+
+void DialogLoop::BringOut() {
+  if (isPatient_) pending_.WriteAll(output_, SignalDescriptor());
+}
+
+}  // namespace velmora::platform::terminal

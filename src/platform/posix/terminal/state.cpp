@@ -1,0 +1,170 @@
+#include "platform/posix/terminal/state.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace velmora::platform::terminal {
+
+bool DialogState::Open(bool reportsLines) {
+  const std::lock_guard lock(mutex_);
+  if (phase_ != Phase::kBefore) return false;
+  wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (wake_ < 0) return false;
+  dialogThread_ = std::this_thread::get_id();
+  reportsLines_ = reportsLines;
+  changed_ = !reportsLines;
+  phase_ = Phase::kOpen;
+  return true;
+}
+
+void DialogState::End(int result) {
+  const std::lock_guard lock(mutex_);
+  if (phase_ != Phase::kOpen) return;
+  phase_ = Phase::kEnding;
+  result_ = result;
+}
+
+int DialogState::Close() {
+  const std::lock_guard lock(mutex_);
+  phase_ = Phase::kClosed;
+  boxes_.clear();
+  released_.notify_all();
+  return result_;
+}
+
+bool DialogState::IsOpen() {
+  const std::lock_guard lock(mutex_);
+  return phase_ == Phase::kOpen;
+}
+
+bool DialogState::IsDialogThread() {
+  const std::lock_guard lock(mutex_);
+  return dialogThread_ == std::this_thread::get_id();
+}
+
+void DialogState::ShowBox(const BoxText& box) {
+  std::unique_lock lock(mutex_);
+  if (phase_ != Phase::kOpen) return;
+  boxes_.push_back(box);
+  const std::uint64_t number = ++boxesPutUp_;
+  changed_ = true;
+  Wake();
+  released_.wait(lock, [&] { return boxesAnswered_ >= number || phase_ == Phase::kClosed; });
+}
+
+void DialogState::AskToClose() {
+  std::unique_lock lock(mutex_);
+  if (phase_ != Phase::kOpen) return;
+  const std::uint64_t number = ++closesAsked_;
+  Wake();
+  released_.wait(lock, [&] { return closesDone_ >= number || phase_ == Phase::kClosed; });
+}
+
+void DialogState::ClearWake() {
+  std::uint64_t count = 0;
+  static_cast<void>(!read(wake_, &count, sizeof count));
+}
+
+std::uint64_t DialogState::PutUpBox(const BoxText& box) {
+  const std::lock_guard lock(mutex_);
+  boxes_.push_back(box);
+  changed_ = true;
+  Wake();
+  return ++boxesPutUp_;
+}
+
+bool DialogState::IsAnswered(std::uint64_t box) {
+  const std::lock_guard lock(mutex_);
+  return boxesAnswered_ >= box;
+}
+
+std::optional<BoxText> DialogState::StandingBox() {
+  const std::lock_guard lock(mutex_);
+  if (boxes_.empty()) return std::nullopt;
+  return boxes_.front();
+}
+
+void DialogState::AnswerBox() {
+  const std::lock_guard lock(mutex_);
+  if (boxes_.empty()) return;
+  boxes_.pop_front();
+  ++boxesAnswered_;
+  changed_ = true;
+  released_.notify_all();
+}
+
+std::optional<std::uint64_t> DialogState::TakeCloseRequest() {
+  const std::lock_guard lock(mutex_);
+  if (closesTaken_ == closesAsked_) return std::nullopt;
+  closesTaken_ = closesAsked_;
+  return closesTaken_;
+}
+
+void DialogState::CloseDone(std::uint64_t request) {
+  const std::lock_guard lock(mutex_);
+  closesDone_ = std::max(closesDone_, request);
+  released_.notify_all();
+}
+
+bool DialogState::HasChanged() {
+  const std::lock_guard lock(mutex_);
+  return changed_;
+}
+
+void DialogState::MarkChanged() {
+  const std::lock_guard lock(mutex_);
+  changed_ = true;
+}
+
+DialogState::Picture DialogState::TakePicture() {
+  const std::lock_guard lock(mutex_);
+  changed_ = false;
+  Picture picture{model_, std::nullopt};
+  if (!boxes_.empty()) picture.box = boxes_.front();
+  return picture;
+}
+
+void DialogState::AddLine(std::string_view line) {
+  const std::lock_guard lock(mutex_);
+  lines_.NoteFigures(model_);
+  lines_.Add(line);
+  changed_ = true;
+}
+
+std::string DialogState::TakeLines() {
+  const std::lock_guard lock(mutex_);
+  changed_ = false;
+  lines_.NoteFigures(model_);
+  return lines_.Take();
+}
+
+bool DialogState::IsEnabled(Control button) {
+  const std::lock_guard lock(mutex_);
+  return model_.FindButton(button)->enabled;
+}
+
+bool DialogState::CanCancel() {
+  const std::lock_guard lock(mutex_);
+  return OffersCancel(model_);
+}
+
+bool DialogState::IsRunShown() {
+  const std::lock_guard lock(mutex_);
+  return ShowsRun(model_);
+}
+
+void DialogState::NoteChange() {
+  if (reportsLines_) lines_.Note(model_);
+  if (changed_) return;
+  changed_ = true;
+  Wake();
+}
+
+void DialogState::Wake() {
+  const std::uint64_t one = 1;
+  static_cast<void>(!write(wake_, &one, sizeof one));
+}
+
+}  // namespace velmora::platform::terminal

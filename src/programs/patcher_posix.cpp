@@ -1,0 +1,16 @@
+// The program's start on systems that hand the command line over in pieces.
+#include <string>
+
+#include "platform/posix/terminal/device.h"
+#include "platform/processes.h"
+#include "process/entry.h"
+
+int main(int count, char** arguments) {
+  velmora::platform::terminal::FillStandardDescriptors();
+  std::string commandLine;
+  for (int i = 1; i < count; ++i) {
+    if (i > 1) commandLine += ' ';
+    commandLine += arguments[i];
+  }
+  velmora::platform::EndProcess(velmora::RunProgram(commandLine));
+}

@@ -1,0 +1,48 @@
+// velmora-publish: makes, checks and compares what patchers read.
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include "publish/commands/commands.h"
+
+namespace velmora::publish {
+
+std::atomic<bool> stopAsked = false;
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+namespace {
+
+void StopOnSignals() {
+  for (const int number : {SIGINT, SIGTERM}) {
+    std::signal(number, [](int) { stopAsked = true; });
+  }
+}
+
+int RunTool(int count, char** arguments) {
+  CLI::App app("Makes, checks and compares what the patcher Velmora Update reads");
+  app.require_subcommand(1);
+  int status = kDone;
+  AddBuildCommand(app, status);
+  AddLintCommand(app, status);
+  AddDiffCommand(app, status);
+  AddVerifyCommand(app, status);
+  StopOnSignals();
+  try {
+    app.parse(count, arguments);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kDone : kBadCommand;
+  }
+  return status;
+}
+
+}  // namespace
+}  // namespace velmora::publish
+
+int main(int count, char** arguments) {
+  try {
+    return velmora::publish::RunTool(count, arguments);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "velmora-publish: %s\n", error.what());
+    return velmora::publish::kFailed;
+  }
+}

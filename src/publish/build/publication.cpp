@@ -1,0 +1,181 @@
+#include "publish/build/publication.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "engine/reference_list.h"
+#include "publish/build/earlier_publication.h"
+#include "publish/build/list_text.h"
+#include "publish/build/removals.h"
+#include "publish/build/staging.h"
+#include "publish/common/crew.h"
+#include "publish/common/publish_error.h"
+#include "publish/common/published_list.h"
+
+namespace velmora::publish {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool Holds(const fs::path& outer, const fs::path& inner) {
+  return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
+// Of two folders one within the other, the publication would publish itself or replace its source.
+void RequireApart(const fs::path& tree, const fs::path& output) {
+  const fs::path from = fs::weakly_canonical(tree);
+  const fs::path to = fs::weakly_canonical(output);
+  if (Holds(from, to) || Holds(to, from)) {
+    throw PublishError("the tree and the publication must lie beside each other: " + from.native() +
+                       ", " + to.native());
+  }
+}
+
+// Below the data path, it sends every player elsewhere.
+constexpr char kRedirectionName[] = "enable.cdn";
+
+// Patchers escape nothing of the list's name.
+void RequireListName(const std::string& name) {
+  const bool isPlain =
+      name.find_first_of("/\\ ?#%") == std::string::npos && name != "." && name != "..";
+  const bool isTaken =
+      name == Staging::kFolder || name == kSettingsName || name == kRedirectionName;
+  if (name.empty() || !isPlain || isTaken || name.find(kCompressedMark) != std::string::npos) {
+    throw PublishError("the list can't have the name \"" + name + "\"");
+  }
+}
+
+IgnoreRules RulesOf(const BuildOptions& options) {
+  const fs::path ofTree = options.tree / kIgnoreName;
+  const fs::path& file = options.ignoreFile.empty() ? ofTree : options.ignoreFile;
+  if (options.ignoreFile.empty() && !fs::exists(fs::symlink_status(file))) return {};
+  IgnoreRules rules(ReadWholeFile(file));
+  // Nor are rules published that lie in the tree under another name.
+  rules.Add(fs::weakly_canonical(file).lexically_relative(fs::weakly_canonical(options.tree)));
+  return rules;
+}
+
+std::vector<FileRecord> AllRemovals(const BuildOptions& options,
+                                    const std::vector<SourceFile>& files) {
+  if (options.removeFrom.empty()) return Removals(options.removals, nullptr, files);
+  const fs::path file = ListFile(options.removeFrom, options.listName);
+  const std::string text = ReadWholeFile(file);
+  const PublishedList earlier(text);
+  const bool isList = text.empty() || earlier.files.Count() + earlier.removals.Count() > 0;
+  if (!isList || !earlier.isReadWhole || !earlier.refused.empty()) {
+    throw PublishError(file.native() + ": is no list, or not one that patchers read to its end");
+  }
+  return Removals(options.removals, &earlier, files);
+}
+
+// The files of a tree can't meet each other below the output, but the list, and what is at work
+// there.
+void RequireOwnPlaces(const std::vector<SourceFile>& files, const std::string& listName) {
+  for (const SourceFile& file : files) {
+    FileRecord record;
+    record.path = file.listPath;
+    const fs::path first = *PayloadPlace(record).begin();
+    if (first == listName || first == Staging::kFolder || first == kSettingsName ||
+        first == kRedirectionName) {
+      throw PublishError(file.path.native() + ": \"" + first.native() +
+                         "\" is taken in the publication");
+    }
+  }
+}
+
+// The records of the files whose earlier payloads stay as they are; none for the others.
+std::vector<std::optional<FileRecord>> UnchangedRecords(const std::vector<SourceFile>& files,
+                                                        const BuildOptions& options) {
+  const EarlierPublication earlier(options.output, options.listName, options.payload);
+  std::vector<std::optional<FileRecord>> records(files.size());
+  Crew().ForEach(files.size(), [&](std::size_t i) { records[i] = earlier.Unchanged(files[i]); });
+  return records;
+}
+
+// What is staged, by the numbers of its files there, on its way to its places.
+class NewFiles {
+ public:
+  NewFiles(const Staging& staging, const fs::path& output) : staging_(staging), output_(output) {}
+
+  void Add(std::size_t number, const fs::path& place) {
+    files_.emplace_back(number, output_ / place);
+  }
+  void AddText(std::size_t number, const std::string& text, const fs::path& place) {
+    NewFile file(staging_.At(number));
+    file.Write(text.data(), text.size());
+    file.Keep();
+    Add(number, place);
+  }
+  // In the order in which they were added, the last one, the list, when all others are safe.
+  void Publish() const {
+    for (const auto& [number, target] : files_) staging_.MakeRoom(target);
+    staging_.Sync();
+    for (const auto& [number, target] : files_) {
+      if (number == files_.back().first) staging_.Sync();
+      staging_.Publish(number, target);
+    }
+    staging_.Sync();
+  }
+
+ private:
+  const Staging& staging_;
+  const fs::path& output_;
+  std::vector<std::pair<std::size_t, fs::path>> files_;
+};
+
+// Writes the payloads that can't stay as they are, each under its file's number, and adds them to
+// `newFiles`. Gives the records of all files.
+std::vector<FileRecord> WriteNewPayloads(const std::vector<SourceFile>& files,
+                                         const BuildOptions& options, const Staging& staging,
+                                         NewFiles& newFiles) {
+  const auto unchanged = UnchangedRecords(files, options);
+  std::vector<PayloadTask> tasks;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (!unchanged[i]) tasks.push_back({&files[i], staging.At(i)});
+  }
+  const std::vector<FileRecord> written = WritePayloads(tasks, options.payload);
+  auto next = written.begin();
+  std::vector<FileRecord> records;
+  records.reserve(files.size());
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    records.push_back(unchanged[i] ? *unchanged[i] : *next++);
+    if (!unchanged[i]) newFiles.Add(i, PayloadPlace(records.back()));
+  }
+  return records;
+}
+
+BuildSummary Sum(const std::vector<FileRecord>& records) {
+  BuildSummary summary;
+  summary.files = records.size();
+  for (const FileRecord& record : records) {
+    summary.compressed += record.compressed ? 1 : 0;
+    summary.contentBytes += std::stoull(record.contentSize);
+    summary.transferBytes += std::stoull(record.transferSize);
+  }
+  return summary;
+}
+
+}  // namespace
+
+BuildSummary BuildPublication(const BuildOptions& options) {
+  RequireApart(options.tree, options.output);
+  RequireListName(options.listName);
+  const std::vector<SourceFile> files = ScanTree(options.tree, RulesOf(options));
+  RequireOwnPlaces(files, options.listName);
+  const std::vector<FileRecord> removals = AllRemovals(options, files);
+  // What the list can't say is refused before the long work begins.
+  static_cast<void>(ListText({}, removals, options.clientExe));
+
+  const Staging staging(options.output);
+  NewFiles newFiles(staging, options.output);
+  const std::vector<FileRecord> records = WriteNewPayloads(files, options, staging, newFiles);
+  const std::string list = ListText(records, removals, options.clientExe);
+  // The settings name the list that they belong to: beside another one they mean nothing.
+  newFiles.AddText(files.size(), SettingsText(options.payload, list), kSettingsName);
+  newFiles.AddText(files.size() + 1, list, options.listName);
+  StopIfAsked(options.payload);
+  newFiles.Publish();
+  return Sum(records);
+}
+
+}  // namespace velmora::publish

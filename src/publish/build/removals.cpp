@@ -1,0 +1,144 @@
+#include "publish/build/removals.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
+#include <utility>
+
+#include "platform/paths.h"
+#include "publish/common/list_path.h"
+#include "publish/common/publish_error.h"
+#include "publish/common/removal_reach.h"
+#include "publish/common/shown_text.h"
+
+namespace velmora::publish {
+namespace {
+
+// In the root of the installation, and as PlayersPath gives them.
+const std::set<std::string> kPatcher = {"velmoraupdate.exe", "velmoraupdate.dat"};
+
+std::string Key(const FileRecord& removal) {
+  return PlayersPath(removal.path) + (IsPatternRemoval(removal) ? "\n" : "");
+}
+
+// The published files, as removals see them, and with them the patcher, which every player has.
+class PublishedFiles {
+ public:
+  explicit PublishedFiles(const std::vector<SourceFile>& files) : files_(kPatcher) {
+    for (const SourceFile& file : files) {
+      const std::string path = PlayersPath(file.listPath);
+      files_.emplace(path);
+      for (const std::string_view folder : FoldersAbove(path)) {
+        directories_.emplace(folder, path);
+      }
+    }
+  }
+
+  // Whether players who have this file can't have all of the new ones.
+  [[nodiscard]] bool IsInTheWay(const std::string& path) const {
+    const auto folders = FoldersAbove(path);
+    return directories_.contains(path) ||
+           std::any_of(folders.begin(), folders.end(), [this](std::string_view folder) {
+             return files_.contains(std::string(folder));
+           });
+  }
+
+  // One of the files that the removal would delete.
+  [[nodiscard]] std::optional<std::string> HitBy(const FileRecord& removal) const {
+    if (IsPatternRemoval(removal)) {
+      const auto hit = std::find_if(files_.begin(), files_.end(), [&](const std::string& path) {
+        return platform::MatchPathPattern(path, removal.path);
+      });
+      return hit == files_.end() ? std::nullopt : std::optional(*hit);
+    }
+    const std::string path = PlayersPath(removal.path);
+    if (files_.contains(path)) return path;
+    const auto directory = directories_.find(path);
+    return directory == directories_.end() ? std::nullopt : std::optional(directory->second);
+  }
+
+ private:
+  std::set<std::string> files_;
+  std::map<std::string, std::string> directories_;  // each with a file somewhere in it
+};
+
+void RequireWithin(const FileRecord& removal) {
+  // A pattern is tried on paths within the installation alone.
+  if (!IsPatternRemoval(removal) && LeavesInstallation(removal.path)) {
+    throw PublishError("a removal leads out of the installation: " + ShownText(removal.path));
+  }
+  if (!IsPatternRemoval(removal) && removal.path.find_first_of("*?") != std::string::npos) {
+    throw PublishError("a removal by its name can't hold * or ?: " + ShownText(removal.path) +
+                       "; --remove-pattern takes patterns");
+  }
+  if (RemovesEverything(removal)) {
+    throw PublishError("a removal names the whole installation: " + ShownText(removal.path));
+  }
+}
+
+FileRecord Removal(const FileRecord& gone) {
+  FileRecord removal;
+  removal.path = gone.path;
+  return removal;
+}
+
+// A list can't make room: what takes the old file or folder away would take the new one as well.
+void RequireSameKind(const PublishedList& earlier, const PublishedFiles& files) {
+  for (const FileRecord& file : earlier.files) {
+    const std::string path = PlayersPath(file.path);
+    if (!files.IsInTheWay(path)) continue;
+    throw PublishError(ShownText(file.path) +
+                       ": a file of the earlier publication is a folder now, or lies in what is a "
+                       "file now; players of that one could never update: choose another name");
+  }
+}
+
+std::vector<FileRecord> NecessaryAfter(const PublishedList& earlier, const PublishedFiles& files) {
+  std::vector<FileRecord> removals;
+  for (const FileRecord& file : earlier.files) {
+    if (!kPatcher.contains(PlayersPath(file.path))) removals.push_back(Removal(file));
+  }
+  for (const FileRecord& removal : earlier.removals) removals.push_back(removal);
+  std::erase_if(removals, [&files](const FileRecord& removal) {
+    if (removal.path.empty()) return true;  // patchers do nothing for it
+    RequireWithin(removal);
+    return files.HitBy(removal).has_value();
+  });
+  std::sort(removals.begin(), removals.end(), [](const FileRecord& a, const FileRecord& b) {
+    return std::pair(a.path, a.transferHash) < std::pair(b.path, b.transferHash);
+  });
+  return removals;
+}
+
+}  // namespace
+
+std::vector<FileRecord> Removals(const std::vector<FileRecord>& asked, const PublishedList* earlier,
+                                 const std::vector<SourceFile>& files) {
+  const PublishedFiles published(files);
+  for (const FileRecord& removal : asked) {
+    RequireWithin(removal);
+    if (const auto hit = published.HitBy(removal)) {
+      throw PublishError(
+          "the removal of " + ShownText(removal.path) +
+          " would delete a file that players need, at each start: " + ShownText(*hit));
+    }
+  }
+  std::vector<FileRecord> removals = asked;
+  if (earlier != nullptr) {
+    RequireSameKind(*earlier, published);
+    for (FileRecord& removal : NecessaryAfter(*earlier, published)) {
+      removals.push_back(std::move(removal));
+    }
+  }
+  // Patchers tell removals apart by their paths alone, whatever their modes.
+  std::set<std::string> keys;
+  std::set<std::string> paths;
+  std::erase_if(removals, [&](const FileRecord& removal) {
+    const bool isNew = keys.insert(Key(removal)).second;
+    return !paths.insert(removal.path).second || !isNew;
+  });
+  return removals;
+}
+
+}  // namespace velmora::publish

@@ -1,0 +1,110 @@
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "publish/build/publication.h"
+#include "publish/build/removals.h"
+#include "publish/commands/commands.h"
+#include "publish/common/list_path.h"
+
+namespace velmora::publish {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+void AddRemovals(std::vector<FileRecord>& removals, const Texts& paths, const char* mode) {
+  for (const std::string& path : paths) {
+    FileRecord& removal = removals.emplace_back();
+    removal.path = path;
+    removal.transferHash = mode;
+  }
+}
+
+void AddPlainTypes(std::set<std::string>& plain, const Texts& types) {
+  for (const std::string& type : types) {
+    const std::string name = PlayersPath(type.starts_with('.') ? type.substr(1) : type);
+    if (name.empty() || name.find_first_of("./\\ \n") != std::string::npos) {
+      throw CLI::ValidationError("--plain", "\"" + type + "\" is no extension");
+    }
+    plain.insert(name);
+  }
+}
+
+void AddCompressionOptions(CLI::App& build, PayloadOptions& options) {
+  build.add_option("--compress", options.compress, "always, never, or where it pays (default)")
+      ->transform(CLI::CheckedTransformer(std::map<std::string, Compress>{
+          {"always", Compress::kAlways}, {"never", Compress::kNever}, {"pays", Compress::kPays}}));
+  build.add_option("--pays-from", options.paysFrom, "Percent that a file has to lose for that")
+      ->check(CLI::Range(0U, 99U))
+      ->capture_default_str();
+  build.add_flag_callback(
+      "--try-all", [&options] { options.plainTypes.clear(); },
+      "Try files of every type, also of those known to be compressed already");
+  // Parsed in the order of their adding: what is named here counts also behind --try-all.
+  build
+      .add_option_function<Texts>(
+          "--plain", [&options](const Texts& types) { AddPlainTypes(options.plainTypes, types); },
+          "Extensions of files that aren't even tried, besides the known ones")
+      ->delimiter(',')
+      ->allow_extra_args(false);
+}
+
+void AddOptions(CLI::App& build, BuildOptions& options) {
+  build.add_option("TREE", options.tree, "The game as players shall have it")
+      ->required()
+      ->check(CLI::ExistingDirectory);
+  build.add_option("OUT", options.output, "The folder that the web server offers")->required();
+  AddCompressionOptions(build, options.payload);
+  build.add_option("--hash", options.payload.hash, "sha1 (default) or md5")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, HashKind>{{"sha1", HashKind::kSha1}, {"md5", HashKind::kMd5}}));
+  build.add_option("--exe", options.clientExe, "Name of the game client");
+  build.add_option("--list", options.listName, "File name of the reference list")
+      ->capture_default_str();
+  build
+      .add_option_function<Texts>(
+          "--remove", [&](const Texts& paths) { AddRemovals(options.removals, paths, ""); },
+          "A file or directory that players shall lose; can be given again")
+      ->allow_extra_args(false);
+  build
+      .add_option_function<Texts>(
+          "--remove-pattern",
+          [&](const Texts& patterns) { AddRemovals(options.removals, patterns, kPatternMode); },
+          "The same for all files whose path matches, as in \"*.tmp\"")
+      ->allow_extra_args(false);
+  build.add_option("--remove-from", options.removeFrom,
+                   "An earlier list, or its publication's folder, whose files players shall lose "
+                   "if they are gone");
+  build.add_option(
+      "--ignore", options.ignoreFile,
+      "Rules for what isn't published, as in .gitignore; default: TREE/.publishignore");
+}
+
+void Build(const BuildOptions& options) {
+  const auto start = std::chrono::steady_clock::now();
+  const BuildSummary summary = BuildPublication(options);
+  const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+  std::printf("%zu files, %llu bytes; to download: %llu bytes, %zu files compressed; %.1f s\n",
+              summary.files, static_cast<unsigned long long>(summary.contentBytes),
+              static_cast<unsigned long long>(summary.transferBytes), summary.compressed,
+              time.count());
+}
+
+}  // namespace
+
+void AddBuildCommand(CLI::App& app, int& status) {
+  CLI::App* build = app.add_subcommand("build", "Makes a publication of a tree of files");
+  const auto options = std::make_shared<BuildOptions>();
+  options->payload.stop = &stopAsked;
+  AddOptions(*build, *options);
+  build->callback([options, &status] {
+    Build(*options);
+    status = kDone;
+  });
+}
+
+}  // namespace velmora::publish

@@ -1,0 +1,162 @@
+#include <cstdio>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "publish/commands/commands.h"
+#include "publish/common/publish_error.h"
+#include "publish/common/published_list.h"
+#include "publish/common/shown_text.h"
+#include "publish/diff/list_diff.h"
+
+namespace velmora::publish {
+namespace {
+
+struct DiffCommand {
+  std::string before;
+  std::string after;
+  std::string listName = "hashlist.dat";
+  std::vector<double> rates = {10, 50, 100};  // Mbit/s
+  double latency = 30;                        // ms for each request
+  bool json = false;
+  bool files = false;
+};
+
+using Json = nlohmann::ordered_json;
+using Entries = std::vector<DiffEntry>;
+
+struct Costs {
+  ListDiff diff;
+  std::uint64_t bytes;  // with the list, as often as it is fetched
+};
+
+std::string ReadList(const DiffCommand& command, const std::string& place) {
+  return ReadWholeFile(ListFile(place, command.listName));
+}
+
+void RequireReadable(const PublishedList& list, const std::string& place) {
+  if (list.isReadWhole && list.refused.empty()) return;
+  throw PublishError(place + ": patchers don't read all of it: see velmora-publish lint");
+}
+
+Costs CostsOf(const DiffCommand& command) {
+  const std::string newText = ReadList(command, command.after);
+  const PublishedList before(ReadList(command, command.before));
+  const PublishedList after(newText);
+  RequireReadable(before, command.before);
+  RequireReadable(after, command.after);
+  Costs costs{CompareLists(before, after), 0};
+  costs.bytes = costs.diff.DownloadBytes() + newText.size() * (1 + costs.diff.restarts);
+  return costs;
+}
+
+// One request after another: nothing of a wait is hidden behind another transfer.
+double Seconds(const DiffCommand& command, const Costs& costs, double rate) {
+  return static_cast<double>(costs.bytes) * 8 / (rate * 1e6) +
+         static_cast<double>(costs.diff.Requests()) * command.latency / 1e3;
+}
+
+void PrintEntries(const char* what, const Entries& entries) {
+  for (const DiffEntry& entry : entries) {
+    std::printf("%-8s %12llu  %s\n", what, static_cast<unsigned long long>(entry.bytes),
+                ShownText(entry.path).c_str());
+  }
+}
+
+void PrintText(const DiffCommand& command, const Costs& costs) {
+  const ListDiff& diff = costs.diff;
+  if (command.files) {
+    PrintEntries("delete", diff.deletions);
+    PrintEntries("download", diff.downloads);
+    PrintEntries("check", diff.checks);
+    PrintEntries("leave", diff.leftBehind);
+  }
+  PrintEntries("BLOCKED", diff.inTheWay);
+  if (!diff.inTheWay.empty()) {
+    std::printf("A file can't become a folder, nor a folder a file: players' updates will fail.\n");
+  }
+  std::printf("to download:  %zu files, %llu bytes\n", diff.downloads.size(),
+              static_cast<unsigned long long>(diff.DownloadBytes()));
+  std::printf("to delete:    %zu files\n", diff.deletions.size());
+  std::printf("to check:     %zu files, read and hashed once\n", diff.checks.size());
+  if (diff.uncertain > 0) {
+    std::printf(
+        "              (%zu of them by another digest: equal in size is all that is known)\n",
+        diff.uncertain);
+  }
+  if (!diff.leftBehind.empty()) {
+    std::printf("left behind:  %zu files, neither listed nor deleted\n", diff.leftBehind.size());
+  }
+  std::printf("restarts:     %zu\n", diff.restarts);
+  std::printf("requests:     %zu, %llu bytes with the list\n", diff.Requests(),
+              static_cast<unsigned long long>(costs.bytes));
+  for (const double rate : command.rates) {
+    std::printf("at %g Mbit/s and %g ms a request: %.1f s\n", rate, command.latency,
+                Seconds(command, costs, rate));
+  }
+}
+
+Json JsonOf(const Entries& entries) {
+  Json list = Json::array();
+  for (const DiffEntry& entry : entries) {
+    list.push_back({{"path", ShownText(entry.path)}, {"bytes", entry.bytes}});
+  }
+  return list;
+}
+
+void PrintJson(const DiffCommand& command, const Costs& costs) {
+  const ListDiff& diff = costs.diff;
+  Json report = {{"download", JsonOf(diff.downloads)},
+                 {"delete", JsonOf(diff.deletions)},
+                 {"check", JsonOf(diff.checks)},
+                 {"left", JsonOf(diff.leftBehind)},
+                 {"blocked", JsonOf(diff.inTheWay)},
+                 {"uncertain", diff.uncertain},
+                 {"restarts", diff.restarts},
+                 {"requests", diff.Requests()},
+                 {"bytes", costs.bytes},
+                 {"times", Json::array()}};
+  for (const double rate : command.rates) {
+    report["times"].push_back({{"mbitPerSecond", rate},
+                               {"millisecondsPerRequest", command.latency},
+                               {"seconds", Seconds(command, costs, rate)}});
+  }
+  std::printf("%s\n", report.dump(2).c_str());
+}
+
+// False if players can't get from the one to the other.
+bool Diff(const DiffCommand& command) {
+  const Costs costs = CostsOf(command);
+  if (command.json) {
+    PrintJson(command, costs);
+  } else {
+    PrintText(command, costs);
+  }
+  return costs.diff.inTheWay.empty();
+}
+
+}  // namespace
+
+void AddDiffCommand(CLI::App& app, int& status) {
+  CLI::App* diff = app.add_subcommand(
+      "diff", "Tells what players of an old list download and delete for a new one");
+  const auto command = std::make_shared<DiffCommand>();
+  diff->add_option("OLD", command->before, "A reference list, or a publication's folder")
+      ->required();
+  diff->add_option("NEW", command->after, "The same, of the new publication")->required();
+  diff->add_option("--list", command->listName, "File name of the list in a folder")
+      ->capture_default_str();
+  diff->add_option("--rate", command->rates, "Players' line in Mbit/s; several with commas")
+      ->delimiter(',')
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  diff->add_option("--latency", command->latency, "Milliseconds that a request takes besides")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  diff->add_flag("--files", command->files, "Name all files");
+  diff->add_flag("--json", command->json, "Print everything as JSON");
+  diff->callback([command, &status] { status = Diff(*command) ? kDone : kFailed; });
+}
+
+}  // namespace velmora::publish

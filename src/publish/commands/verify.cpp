@@ -1,0 +1,275 @@
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "publish/commands/commands.h"
+#include "publish/common/publish_error.h"
+#include "publish/common/shown_text.h"
+#include "publish/verify/player_servers.h"
+#include "publish/verify/progress_line.h"
+#include "publish/verify/verification.h"
+
+namespace velmora::publish {
+namespace {
+
+using nlohmann::json;
+
+constexpr char kStopped[] = "velmora-publish: stopped before the end\n";
+
+struct VerifyArguments {
+  std::string where;     // or
+  std::string settings;  // a player's file
+  std::string listName;  // empty: the settings' own, or the usual one
+  unsigned connections = 8;
+  bool asJson = false;
+  bool showsProgress = false;
+};
+
+// One server or folder, and what came of it.
+struct SiteReport {
+  std::string name;
+  std::string redirectedTo;  // empty: nowhere
+  bool isVerified = false;   // false: its redirection leads to what another report is about
+  SiteSummary summary;
+  double seconds = 0;
+};
+
+bool IsUrl(const std::string& where) { return where.find("://") != std::string::npos; }
+
+std::string CheckWhere(const std::string& where) {
+  if (!IsUrl(where)) return CLI::ExistingDirectory(where);
+  try {
+    static_cast<void>(ServerOf(where));
+    return "";
+  } catch (const PublishError& error) {
+    return error.what();
+  }
+}
+
+void AddOptions(CLI::App& verify, VerifyArguments& arguments) {
+  CLI::Option_group* place = verify.add_option_group("What is verified");
+  place->add_option("WHERE", arguments.where, "http://host:port/path of a publication, or a folder")
+      ->check(CheckWhere);
+  place
+      ->add_option("--settings", arguments.settings,
+                   "A player's settings file: all servers that it leads to")
+      ->check(CLI::ExistingFile);
+  place->require_option(1);
+  verify.add_option("--list", arguments.listName,
+                    "File name of the reference list, if not the settings' or hashlist.dat");
+  verify.add_option("--connections", arguments.connections, "So many at once")
+      ->check(CLI::Range(1, 64))
+      ->capture_default_str();
+  verify.add_flag("--json", arguments.asJson, "Tell it as one JSON object");
+  verify.add_flag("--progress", arguments.showsProgress, "Show it, terminal or not");
+}
+
+// As long as it lives, sees to it that the user can stop the work: if a server that doesn't answer
+// holds that up, the process ends here. Nothing is left half done by it.
+class StopGuard {
+ public:
+  explicit StopGuard(bool hasLine)
+      : hasLine_(hasLine), thread_([this](const std::stop_token& end) { Watch(end); }) {}
+
+ private:
+  void Watch(const std::stop_token& workIsDone);
+
+  const bool hasLine_;
+  std::mutex mutex_;
+  std::condition_variable_any end_;
+  std::jthread thread_;
+};
+
+void StopGuard::Watch(const std::stop_token& workIsDone) {
+  constexpr std::chrono::milliseconds kPause(50);
+  constexpr int kPatience = 20;  // pauses
+  std::unique_lock lock(mutex_);
+  for (int waited = 0; waited < kPatience; waited += stopAsked ? 1 : 0) {
+    end_.wait_for(lock, workIsDone, kPause, [] { return false; });
+    if (workIsDone.stop_requested()) return;
+  }
+  std::fprintf(stderr, "%s%s", hasLine_ ? kEraseLine : "", kStopped);
+  std::_Exit(kFailed);
+}
+
+const char* Severity(const Finding& finding) {
+  return finding.problem.isWarning ? "warning" : "error";
+}
+
+// The command's work, and how it tells what it finds.
+class Verifier {
+ public:
+  explicit Verifier(const VerifyArguments& arguments)
+      : arguments_(arguments), hasLine_(arguments.showsProgress || IsErrorStreamATerminal()) {}
+
+  // Gives the exit status.
+  int Run();
+
+ private:
+  void VerifyServer(const Server& server, const std::string& listName);
+  void Verify(const Site& site, SiteReport& report);
+  void Tell(const Finding& finding);
+  void TellSummary(const SiteReport& report) const;
+  [[nodiscard]] json Everything() const;
+
+  const VerifyArguments& arguments_;
+  const bool hasLine_;
+  std::vector<SiteReport> reports_;
+  std::vector<Finding> findings_;
+};
+
+void Verifier::Tell(const Finding& finding) {
+  findings_.push_back(finding);
+  if (arguments_.asJson) return;
+  std::printf("%s: %s %s: %s\n", Severity(finding), finding.site.c_str(),
+              ShownText(finding.path).c_str(), ShownText(finding.problem.what).c_str());
+  std::fflush(stdout);
+}
+
+void Verifier::TellSummary(const SiteReport& report) const {
+  const SiteSummary& summary = report.summary;
+  if (!arguments_.asJson) {
+    const std::string rate =
+        ByteText(static_cast<double>(summary.bytes) / std::max(report.seconds, 1e-3));
+    std::printf(
+        "%s: %zu of %zu files, %llu bytes, %.1f s, %s/s, %zu requests; %zu errors, %zu warnings\n",
+        report.name.c_str(), summary.checked, summary.files,
+        static_cast<unsigned long long>(summary.bytes), report.seconds, rate.c_str(),
+        summary.requests, summary.errors, summary.warnings);
+    std::fflush(stdout);
+  }
+  if (summary.isStopped) std::fputs(kStopped, stderr);
+}
+
+void Verifier::Verify(const Site& site, SiteReport& report) {
+  const auto start = std::chrono::steady_clock::now();
+  const auto before = static_cast<std::ptrdiff_t>(findings_.size());
+  Progress progress;
+  {
+    ProgressLine line(progress, hasLine_);
+    VerifyOptions options;
+    options.connections = arguments_.connections;
+    options.stop = &stopAsked;
+    options.progress = &progress;
+    options.found = [&](const Finding& finding) { line.WriteAbove([&] { Tell(finding); }); };
+    report.summary = VerifySite(site, options);
+  }
+  // They came as the connections made them; programs compare reports.
+  std::stable_sort(findings_.begin() + before, findings_.end(),
+                   [](const Finding& a, const Finding& b) { return a.path < b.path; });
+  report.isVerified = true;
+  report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  TellSummary(report);
+}
+
+// Whoever comes to the server asks first where it sends him.
+void Verifier::VerifyServer(const Server& server, const std::string& listName) {
+  const Server target = RedirectedServer(server);
+  Site site = ServerSite(target, listName);
+  site.name = ShownText(site.name);
+  SiteReport report;
+  report.name = ShownText(ServerName(server));
+  const bool isRedirected = site.name != report.name;
+  if (isRedirected) report.redirectedTo = site.name;
+  if (isRedirected && !arguments_.asJson) {
+    std::printf("%s: redirected to %s\n", report.name.c_str(), site.name.c_str());
+    std::fflush(stdout);
+  }
+  const bool isKnown =
+      std::any_of(reports_.begin(), reports_.end(), [&site](const SiteReport& other) {
+        return other.isVerified &&
+               site.name == (other.redirectedTo.empty() ? other.name : other.redirectedTo);
+      });
+  if (!isKnown) Verify(site, report);
+  reports_.push_back(report);
+}
+
+json Verifier::Everything() const {
+  json servers = json::array();
+  for (const SiteReport& report : reports_) {
+    json& server = servers.emplace_back(json{{"server", report.name}});
+    if (!report.redirectedTo.empty()) server["redirectedTo"] = report.redirectedTo;
+    if (!report.isVerified) continue;
+    server.update({{"files", report.summary.files},
+                   {"checked", report.summary.checked},
+                   {"bytes", report.summary.bytes},
+                   {"requests", report.summary.requests},
+                   {"seconds", report.seconds},
+                   {"errors", report.summary.errors},
+                   {"warnings", report.summary.warnings}});
+  }
+  json findings = json::array();
+  for (const Finding& finding : findings_) {
+    findings.push_back({{"severity", Severity(finding)},
+                        {"server", finding.site},
+                        {"path", ShownText(finding.path)},
+                        {"kind", KindName(finding.problem.kind)},
+                        {"what", ShownText(finding.problem.what)}});
+  }
+  const auto sum = [this](auto SiteSummary::*figure) {
+    std::uint64_t total = 0;
+    for (const SiteReport& report : reports_) total += report.summary.*figure;
+    return total;
+  };
+  return {{"servers", servers},
+          {"findings", findings},
+          {"files", sum(&SiteSummary::files)},
+          {"checked", sum(&SiteSummary::checked)},
+          {"bytes", sum(&SiteSummary::bytes)},
+          {"errors", sum(&SiteSummary::errors)},
+          {"warnings", sum(&SiteSummary::warnings)},
+          {"stopped", stopAsked.load()}};
+}
+
+int Verifier::Run() {
+  const StopGuard guard(hasLine_);
+  constexpr char kUsualList[] = "hashlist.dat";
+  PlayerServers players;
+  players.listName = kUsualList;
+  if (!arguments_.settings.empty()) {
+    players = ReadPlayerServers(arguments_.settings);
+  } else if (IsUrl(arguments_.where)) {
+    players.servers = {ServerOf(arguments_.where)};
+  }
+  const std::string& listName =
+      arguments_.listName.empty() ? players.listName : arguments_.listName;
+  if (players.servers.empty()) {
+    const Site site = FolderSite(arguments_.where, listName);
+    SiteReport report;
+    report.name = site.name;
+    Verify(site, report);
+    reports_.push_back(report);
+  }
+  for (const Server& server : players.servers) {
+    if (!stopAsked) VerifyServer(server, listName);
+  }
+  if (arguments_.asJson) {
+    // Names of folders needn't be UTF-8.
+    std::printf("%s\n", Everything().dump(2, ' ', false, json::error_handler_t::replace).c_str());
+  }
+  const bool hasErrors = std::any_of(findings_.begin(), findings_.end(),
+                                     [](const Finding& f) { return !f.problem.isWarning; });
+  if (hasErrors || stopAsked) return kFailed;
+  return findings_.empty() ? kDone : kWarned;
+}
+
+}  // namespace
+
+void AddVerifyCommand(CLI::App& app, int& status) {
+  CLI::App* verify =
+      app.add_subcommand("verify", "Proves that what stands on a server is what players accept");
+  const auto arguments = std::make_shared<VerifyArguments>();
+  AddOptions(*verify, *arguments);
+  verify->callback([arguments, &status] { status = Verifier(*arguments).Run(); });
+}
+
+}  // namespace velmora::publish

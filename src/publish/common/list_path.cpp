@@ -1,0 +1,135 @@
+#include "publish/common/list_path.h"
+
+#include <algorithm>
+#include <array>
+
+#include "base/ascii.h"
+#include "base/text.h"
+
+namespace velmora::publish {
+namespace {
+
+void AppendFolded(std::string& folded, std::string_view character) {
+  constexpr char kFullWidth = '\x82';  // A to Z at 60 to 79, a to z at 81 to 9A
+  if (character.size() == 1) {
+    folded += LowerCase(character[0]);
+  } else if (character[0] == kFullWidth && character[1] >= 0x60 && character[1] <= 0x79) {
+    constexpr int kToSmall = 0x21;
+    folded += kFullWidth;
+    folded += static_cast<char>(character[1] + kToSmall);
+  } else {
+    folded += character;
+  }
+}
+
+std::string Folded(std::string_view text) {
+  std::string folded;
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t length = CharacterLength(text, i);
+    AppendFolded(folded, text.substr(i, length));
+    i += length;
+  }
+  return folded;
+}
+
+std::string_view WithoutTrailingDots(std::string_view element) {
+  const std::size_t last = element.find_last_not_of(". ");
+  return last == std::string_view::npos ? std::string_view() : element.substr(0, last + 1);
+}
+
+bool IsDangerous(std::string_view element) {
+  if (element.empty() || element == ".") return false;
+  return element == ".." || element.back() == '.' || element.back() == ' ' || NamesDevice(element);
+}
+
+}  // namespace
+
+std::vector<std::string_view> PathElements(std::string_view path) {
+  std::vector<std::string_view> elements;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < path.size(); i += CharacterLength(path, i)) {
+    if (!IsSeparator(path[i])) continue;
+    elements.push_back(path.substr(start, i - start));
+    start = i + 1;
+  }
+  elements.push_back(path.substr(start));
+  return elements;
+}
+
+std::string PlayersPath(std::string_view path) {
+  std::string folded;
+  for (const std::string_view element : PathElements(path)) {
+    const std::string_view name = element == ".." ? element : WithoutTrailingDots(element);
+    if (name.empty()) continue;
+    if (!folded.empty()) folded += '\\';
+    folded += Folded(name);
+  }
+  return folded;
+}
+
+std::vector<std::string_view> FoldersAbove(std::string_view playersPath) {
+  std::vector<std::string_view> folders;
+  for (std::size_t i = 0; i < playersPath.size(); i += CharacterLength(playersPath, i)) {
+    if (playersPath[i] == '\\') folders.push_back(playersPath.substr(0, i));
+  }
+  return folders;
+}
+
+bool IsPatchersOwn(std::string_view playersPath) {
+  const auto& inRoot = kPatchersOwnInRoot;
+  return std::find(inRoot.begin(), inRoot.end(), playersPath) != inRoot.end() ||
+         PathElements(playersPath).back() == "_velmoraupdate.new";
+}
+
+bool NamesDevice(std::string_view element) {
+  static constexpr std::array<std::string_view, 6> kDevices = {"con", "prn",    "aux",
+                                                               "nul", "conin$", "conout$"};
+  const std::string name =
+      Folded(WithoutTrailingDots(element.substr(0, std::min(element.find('.'), element.size()))));
+  if (std::find(kDevices.begin(), kDevices.end(), name) != kDevices.end()) return true;
+  return name.size() == 4 && (name.starts_with("com") || name.starts_with("lpt")) &&
+         name[3] >= '1' && name[3] <= '9';
+}
+
+bool HoldsForbiddenCharacter(std::string_view path) {
+  // The second byte of a double-byte character may look like one.
+  for (std::size_t i = 0; i < path.size(); i += CharacterLength(path, i)) {
+    if (std::string_view("<>:\"|*?").find(path[i]) != std::string_view::npos) return true;
+  }
+  return false;
+}
+
+bool LeavesInstallation(std::string_view path) {
+  if (path.find(':') != std::string_view::npos) return true;
+  const auto elements = PathElements(path);
+  if (elements.size() > 1 && elements.front().empty()) return true;
+  return std::any_of(elements.begin(), elements.end(), IsDangerous);
+}
+
+bool IsCodePageText(std::string_view text) {
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t length = CharacterLength(text, i);
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const bool isHalf = length == 1 && IsLeadByte(text[i]);
+    if (isHalf || byte == 0x80 || byte == 0xA0 || byte > 0xFC) return false;
+    i += length;
+  }
+  return true;
+}
+
+bool HoldsBackslashInCharacter(std::string_view path) {
+  for (std::size_t i = 0; i < path.size();) {
+    const std::size_t length = CharacterLength(path, i);
+    if (length == 2 && path[i + 1] == '\\') return true;
+    i += length;
+  }
+  return false;
+}
+
+std::string ServedPath(const std::string& listPath) {
+  std::string served = listPath;
+  std::replace(served.begin(), served.end(), '\\', '/');
+  return served;
+}
+
+}  // namespace velmora::publish

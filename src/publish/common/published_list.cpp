@@ -1,0 +1,64 @@
+#include "publish/common/published_list.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+#include "base/text.h"
+#include "engine/reference_list.h"
+#include "publish/common/publish_error.h"
+
+namespace velmora::publish {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool PatchersReadAllOf(std::string_view text) {
+  if (text.find('\0') != std::string_view::npos) return false;
+  while (!text.empty()) {
+    const std::size_t length = std::min(text.find('\n'), text.size());
+    if (length > kMaxListLine) return false;
+    text.remove_prefix(std::min(length + 1, text.size()));
+  }
+  return true;
+}
+
+}  // namespace
+
+PublishedList::PublishedList(std::string_view text) : isReadWhole(PatchersReadAllOf(text)) {
+  ParseReferenceList(text, files, removals, clientExe,
+                     [this](std::string_view line) { refused.emplace_back(line); });
+}
+
+std::optional<std::int32_t> ListedSize(std::string_view digits) {
+  const bool isPlain = !digits.empty() && std::all_of(digits.begin(), digits.end(),
+                                                      [](char c) { return c >= '0' && c <= '9'; });
+  if (!isPlain) return std::nullopt;
+  digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
+  constexpr std::string_view kLargest = "2147483647";
+  const bool fits =
+      digits.size() < kLargest.size() || (digits.size() == kLargest.size() && digits <= kLargest);
+  if (!fits) return std::nullopt;
+  return ToNumber(digits);
+}
+
+std::string ReadWholeFile(const fs::path& path) {
+  errno = 0;
+  std::ifstream stream(path, std::ios::binary);
+  std::string bytes{std::istreambuf_iterator<char>(stream), {}};
+  if (!stream.is_open() || stream.bad() || fs::is_directory(path)) {
+    throw PublishError(
+        path.native() + ": can't be read: " +
+        std::error_code(errno == 0 ? EISDIR : errno, std::generic_category()).message());
+  }
+  return bytes;
+}
+
+fs::path ListFile(const fs::path& listOrFolder, const std::string& listName) {
+  return fs::is_directory(listOrFolder) ? listOrFolder / listName : listOrFolder;
+}
+
+}  // namespace velmora::publish

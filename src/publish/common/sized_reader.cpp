@@ -1,0 +1,34 @@
+#include "publish/common/sized_reader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "publish/common/publish_error.h"
+
+namespace velmora::publish {
+
+SizedReader::SizedReader(std::filesystem::path path, std::uint64_t size)
+    : path_(std::move(path)), left_(size) {
+  errno = 0;
+  stream_.open(path_, std::ios::binary);
+  if (!stream_) {
+    const std::error_code reason(errno == 0 ? EIO : errno, std::generic_category());
+    throw PublishError(path_.native() + ": can't be read: " + reason.message());
+  }
+}
+
+std::size_t SizedReader::Read(std::uint8_t* buffer, std::size_t count) {
+  const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(count, left_));
+  stream_.read(reinterpret_cast<char*>(buffer), static_cast<std::streamsize>(wanted));
+  left_ -= wanted;
+  const bool isWhole = stream_.good() && static_cast<std::size_t>(stream_.gcount()) == wanted;
+  const bool endsThere = left_ > 0 || stream_.peek() == std::ifstream::traits_type::eof();
+  if (!isWhole || !endsThere || stream_.bad()) {
+    throw PublishError(path_.native() + ": can't be read, or changed while it was read");
+  }
+  return wanted;
+}
+
+}  // namespace velmora::publish

@@ -1,0 +1,130 @@
+#include "publish/diff/list_diff.h"
+
+#include <algorithm>
+#include <map>
+#include <numeric>
+#include <optional>
+#include <set>
+
+#include "base/text.h"
+#include "engine/verify_cache.h"
+#include "publish/common/list_path.h"
+#include "publish/common/removal_reach.h"
+
+namespace velmora::publish {
+namespace {
+
+using ByFolded = std::map<std::string, FileRecord>;
+
+std::uint64_t SizeOf(const std::string& text) {
+  return static_cast<std::uint64_t>(std::max(ToNumber(text), 0));
+}
+
+// Of two records of one file the first counts.
+ByFolded FilesOf(const PublishedList& list) {
+  ByFolded files;
+  for (const FileRecord& record : list.files) files.emplace(PlayersPath(record.path), record);
+  return files;
+}
+
+RemovalReach ReachOf(const PublishedList& list) {
+  RemovalReach reach;
+  for (const FileRecord& removal : list.removals) reach.Add(removal);
+  return reach;
+}
+
+// The first path, in the cache's order, whose line a cache can't be read beyond; nothing if there
+// is none.
+std::optional<std::string> EndOfCache(const PublishedList& list) {
+  std::optional<std::string> end;
+  for (const FileRecord& record : list.files) {
+    const bool endsReading = CacheLine(record).size() - 1 > kMaxCacheLine;
+    if (endsReading && (!end || record.path < *end)) end = record.path;
+  }
+  return end;
+}
+
+// Whether a patcher finds the record in its cache as it was.
+bool IsKnownToCache(const FileRecord& before, const FileRecord& after,
+                    const std::optional<std::string>& end) {
+  return CacheLine(before) == CacheLine(after) && after.path.find(' ') == std::string::npos &&
+         (!end || after.path < *end);
+}
+
+bool HasSameContent(const FileRecord& before, const FileRecord& after, bool& isUncertain) {
+  isUncertain = before.contentHash.size() != after.contentHash.size();
+  return ToNumber(before.contentSize) == ToNumber(after.contentSize) &&
+         (isUncertain || before.contentHash == after.contentHash);
+}
+
+// Whether an old file stands where a new one needs a folder, or in a folder where a new one stands.
+bool IsInTheWay(const std::string& old, const std::set<std::string>& listed) {
+  const auto folders = FoldersAbove(old);
+  const auto below = listed.lower_bound(old + "\\");
+  return (below != listed.end() && below->starts_with(old + "\\")) ||
+         std::any_of(folders.begin(), folders.end(), [&listed](std::string_view folder) {
+           return listed.contains(std::string(folder));
+         });
+}
+
+bool AsksForRestart(const std::string& path) {
+  return path.find("VelmoraUpdate.exe") != std::string::npos ||
+         path.find("./VelmoraUpdate.dat") != std::string::npos;
+}
+
+void AddDownload(ListDiff& diff, const FileRecord& record) {
+  diff.downloads.push_back({record.path, SizeOf(record.transferSize)});
+  if (AsksForRestart(record.path)) ++diff.restarts;
+}
+
+void CompareFile(ListDiff& diff, const FileRecord* before, const FileRecord& after,
+                 const std::optional<std::string>& end) {
+  bool isUncertain = false;
+  if (before == nullptr || !HasSameContent(*before, after, isUncertain)) {
+    AddDownload(diff, after);
+  } else if (!IsKnownToCache(*before, after, end)) {
+    diff.checks.push_back({after.path, SizeOf(after.contentSize)});
+    diff.uncertain += isUncertain ? 1 : 0;
+  }
+}
+
+}  // namespace
+
+std::uint64_t ListDiff::DownloadBytes() const {
+  return std::accumulate(
+      downloads.begin(), downloads.end(), std::uint64_t{0},
+      [](std::uint64_t sum, const DiffEntry& entry) { return sum + entry.bytes; });
+}
+
+std::size_t ListDiff::Requests() const {
+  constexpr std::size_t kProcesses = 3;  // installed patcher, its copy, the one that cleans up
+  constexpr std::size_t kRestarted = 2;  // the one that cleans up and begins anew, its copy
+  return kProcesses + restarts * kRestarted + 1 + restarts + downloads.size();
+}
+
+ListDiff CompareLists(const PublishedList& before, const PublishedList& after) {
+  ListDiff diff;
+  const ByFolded old = FilesOf(before);
+  const RemovalReach reach = ReachOf(after);
+  const std::optional<std::string> end = EndOfCache(before);
+  std::set<std::string> seen;
+  for (const FileRecord& record : after.files) {
+    const std::string folded = PlayersPath(record.path);
+    if (!seen.insert(folded).second) continue;
+    const auto found = old.find(folded);
+    const bool isThere = found != old.end() && reach.Taking(folded).empty();
+    CompareFile(diff, isThere ? &found->second : nullptr, record, end);
+  }
+  for (const auto& [folded, record] : old) {
+    const DiffEntry entry{record.path, SizeOf(record.contentSize)};
+    if (IsInTheWay(folded, seen)) diff.inTheWay.push_back(entry);
+    if (!reach.Taking(folded).empty()) {
+      diff.deletions.push_back(entry);
+    } else if (!seen.contains(folded)) {
+      diff.leftBehind.push_back(entry);
+    }
+  }
+  return diff;
+}
+
+}  // namespace velmora::publish

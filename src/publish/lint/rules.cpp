@@ -1,0 +1,202 @@
+#include "publish/lint/rules.h"
+
+#include <algorithm>
+#include <array>
+
+namespace velmora::publish {
+namespace {
+
+constexpr Severity kError = Severity::kError;
+constexpr Severity kWarning = Severity::kWarning;
+
+constexpr std::array kRules = {
+    LintRule{101, kError, "line over 511 bytes",
+             "The reading ends here: this line and all behind it don't exist for patchers.",
+             "Shorten the path, or split what the line holds."},
+    LintRule{102, kError, "NUL byte", "The list ends here for patchers, in the middle of the line.",
+             "Write the list as plain text of code page 932, not as UTF-16."},
+    LintRule{103, kError, "field over its limit",
+             "A hash has at most 40 bytes, a size 31: patchers refuse the line.",
+             "Make the list with the tool, or count the line's fields."},
+    LintRule{104, kError, "keyword that is nearly right",
+             "FILE, DEL and EXE are read in capitals and with a blank in front of the colon; "
+             "anything else is passed over without a word.",
+             "Spell it \"FILE : \", \"DEL : \" or \"EXE : \"."},
+    LintRule{105, kWarning, "line that means nothing", "Patchers pass over it without a word.",
+             "Remove it, unless it is a remark of yours."},
+    LintRule{106, kError, "carriage return within the line",
+             "The field ends here, and so does all that is read of the line.",
+             "End lines by LF or CR LF alone."},
+    LintRule{107, kError, "field missing",
+             "Fields from the first missing one on count as empty: without a transfer hash the "
+             "download fails, without a content size the file is emptied at each start.",
+             "Give path, transfer hash, transfer size, content hash and content size."},
+    LintRule{108, kWarning, "text that nothing reads", "What follows the last field is lost.",
+             "Remove it."},
+    LintRule{
+        109, kError, "blank at the end of a field",
+        "It belongs to the field: a hash never matches, and players' disks drop the blank of a "
+        "name.",
+        "Write each comma directly behind its field."},
+    LintRule{110, kError, "nothing named",
+             "A removal without a path removes nothing; a client without a name can't be started.",
+             "Name it, or remove the line."},
+
+    LintRule{201, kError, "not a digest",
+             "Hashes are compared as text with upper-case hexadecimal digits, 40 of SHA-1 or 32 of "
+             "MD5. A transfer hash that never matches fails the download; a content hash brings "
+             "the file anew whenever the cache doesn't know it, as at each re-check.",
+             "Write the digest in capitals and whole."},
+    LintRule{202, kError, "size that is no number from 0 to 2147483647",
+             "Sizes are signed 32-bit numbers of bytes; anything else is read as another size.",
+             "Keep files below 2 GiB and write the size in decimal digits."},
+    LintRule{203, kWarning, "size with leading zeros",
+             "The cache compares sizes as text, so players hash the file again for a new spelling.",
+             "Write the number without them."},
+    LintRule{204, kError, "transfer and content differ without compression",
+             "What comes from the server is stored as it is: it can't be right by both.",
+             "Repeat hash and size, or mark the path with \".compressed\"."},
+    LintRule{205, kWarning, "compressed, and not smaller for it",
+             "Players download more than the file and expand it besides.", "Store it plain."},
+
+    LintRule{301, kError, "path or name over 259 bytes", "Patchers refuse the line.",
+             "Shorten the path."},
+    LintRule{302, kWarning, "line of the cache over 255 bytes",
+             "A patcher's cache can't be read beyond this record's line: this file, and all whose "
+             "paths stand behind it in byte order, are hashed at every start.",
+             "Shorten the path: with SHA-1 and large files it has 149 bytes at most."},
+    LintRule{303, kWarning, "blank in the path",
+             "The cache can't hold the path, so players hash the file at every start.",
+             "Rename the file without blanks."},
+    LintRule{304, kError, "more commas than fields need",
+             "A path can't hold a comma: it ends there, and all fields move.",
+             "Rename the file without commas."},
+    LintRule{305, kError, "control character in the path", "Windows can't create such a file.",
+             "Rename the file."},
+    LintRule{
+        306, kError, "request over 259 bytes",
+        "The settings' Data value, a slash, the path (a blank or a byte outside of ASCII counts "
+        "three) and \".compressed\" don't fit: patchers can't ask for the file.",
+        "Shorten the path."},
+    LintRule{
+        307, kWarning, "double-byte character that ends in 5C",
+        "Patchers ask for a slash in its place, so the file must stand elsewhere on the server.",
+        "Rename the file, or let the tool build the publication."},
+    LintRule{308, kError, "path that leaves the installation, or names something else",
+             "Patchers trust the list: \"..\", a drive or colon, a separator in front, a device's "
+             "name, and a dot or blank at the end of a name reach what the list doesn't say.",
+             "Name files relative to the installation."},
+    LintRule{309, kWarning, "not a text of code page 932",
+             "Players' systems read names in code page 932 and show, or store, other ones.",
+             "Rename the file in ASCII, or encode the list in code page 932."},
+    LintRule{310, kError, "character that no Windows name holds",
+             "< > \" | * ? can't stand in a name: the file can't be created.", "Rename the file."},
+    LintRule{311, kError, "percent or number sign in the path",
+             "A web server reads it as an escape or as the end of the path, and finds another file "
+             "or none.",
+             "Rename the file."},
+    LintRule{
+        312, kError, "\".compressed\" within the path",
+        "The path is cut off there; what follows is lost, and players get a file of the shorter "
+        "name.",
+        "Let the mark stand at the very end, once."},
+    LintRule{313, kError, "slash in the path",
+             "Patchers create only folders in front of backslashes, and compare paths as text.",
+             "Separate folders by backslashes."},
+    LintRule{314, kWarning, "path with empty or \".\" elements",
+             "It is the same file on disk, but another one to cache, order and restart.",
+             "Write the plain relative path."},
+
+    LintRule{401, kWarning, "same line twice", "The first one counts.", "Remove the second."},
+    LintRule{402, kError, "same path, other fields",
+             "One of the two counts, usually the first; the other one is dropped without a word.",
+             "Keep one."},
+    LintRule{403, kError, "path of the patcher's twice",
+             "Both count: if they differ, the file is downloaded in turn for ever.", "Keep one."},
+    LintRule{
+        404, kError, "paths that differ only in case or spelling",
+        "They are one file on players' disks: the one dealt with last stays, the other is never "
+        "right.",
+        "Keep one."},
+    LintRule{405, kError, "file and folder of one name",
+             "Only one of them can exist: the run ends at the other.", "Rename one."},
+    LintRule{406, kError, "listed, and removed as well",
+             "Removals come first: each start deletes the file and downloads it again.",
+             "Take it out of the removal, or out of the list."},
+    LintRule{407, kWarning, "same removal twice", "The second one does nothing.", "Remove it."},
+    LintRule{408, kWarning, "more than one client", "The last one counts.", "Keep one."},
+    LintRule{409, kWarning, "client that isn't listed",
+             "A name with a backslash in front is a program of the installation, which no line of "
+             "the list brings there.",
+             "List it, or drop the backslash for a program of the folder above."},
+    LintRule{410, kWarning, "no file listed", "Players' runs complete at once, whatever they have.",
+             "Check that this is the list you mean."},
+
+    LintRule{501, kWarning, "removes a file that isn't listed",
+             "It lies in the tree and the list doesn't bring it back.",
+             "Make sure that players are meant to lose it."},
+    LintRule{
+        502, kError, "removes the whole installation",
+        "All its files, the settings included, and by any form but the pattern * the folders too, "
+        "before each check.",
+        "Name what shall go."},
+    LintRule{503, kError, "removes the patcher or its settings",
+             "Without the settings file no patcher finds its server again.",
+             "Narrow the removal down."},
+    LintRule{504, kWarning, "removes what the patcher writes",
+             "Its log, its cache, the copy that it runs from, or a file on its way to its place.",
+             "Narrow the removal down."},
+    LintRule{505, kError, "wildcard without the mode R",
+             "Taken as the name of one file, which can't exist.",
+             "Add the mode: \"DEL : PATTERN, R\"."},
+    LintRule{506, kWarning, "mode that isn't R",
+             "Only an R in front, in capitals, makes a pattern of the path; any other mode means "
+             "nothing.",
+             "Drop the mode, or write R."},
+    LintRule{507, kWarning, "removal over 255 bytes",
+             "A file of this path can be removed, a folder can't.", "Remove a folder above it."},
+    LintRule{508, kWarning, "\".compressed\" in a removal",
+             "It means nothing there: players never have a file of that name.",
+             "Name the file without it."},
+    LintRule{509, kError, "same removal in another mode",
+             "Patchers tell removals apart by their paths alone: the second one is dropped.",
+             "Keep one."},
+
+    LintRule{601, kError, "settings file that brings no restart",
+             "Patchers start again for new settings only if the list spells them "
+             "\"./VelmoraUpdate.dat\".",
+             "Spell it that way."},
+    LintRule{602, kError, "patcher that brings no restart",
+             "Patchers start again, and look at their own records first, only for the spelling "
+             "\"VelmoraUpdate.exe\".",
+             "Spell it that way."},
+    LintRule{603, kError, "patcher's record isn't in front",
+             "Records are placed as they come, and a shorter path behind a patcher's gets in front "
+             "of it: old patchers then work through a list made for new ones.",
+             "Let the patcher's records be the last lines, its program the very last."},
+    LintRule{604, kWarning, "path that holds the patcher's name",
+             "It counts as the patcher's: it goes in front of all others, and one that holds "
+             "\"VelmoraUpdate.exe\" restarts the patcher when it is replaced.",
+             "Rename the file if it isn't the patcher's."},
+    LintRule{605, kError, "file that patchers write themselves",
+             "Log, cache, temporary copy and unfinished file never stay as the list wants them.",
+             "Take it out of the list."},
+    LintRule{606, kError, "redirection among the files",
+             "A file enable.cdn below the data path sends every player to the address in it.",
+             "Take it out of the list, and put it on the server by itself if that is meant."},
+};
+
+}  // namespace
+
+std::span<const LintRule> LintRules() { return kRules; }
+
+const LintRule& LintRuleOf(int number) {
+  return *std::find_if(kRules.begin(), kRules.end(),
+                       [number](const LintRule& rule) { return rule.number == number; });
+}
+
+const char* SeverityName(Severity severity) {
+  return severity == Severity::kError ? "error" : "warning";
+}
+
+}  // namespace velmora::publish

@@ -1,0 +1,285 @@
+#include "publish/verify/payload_check.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "base/ascii.h"
+#include "base/text.h"
+#include "publish/common/file_digest.h"
+#include "publish/common/publish_error.h"
+#include "publish/common/published_list.h"
+
+namespace velmora::publish {
+namespace {
+
+// A body that is of no use is taken up to here, as a connection whose body isn't taken is lost.
+constexpr std::uint64_t kUselessBody = std::uint64_t{1} << 16;
+
+// A page is known by its first bytes.
+constexpr std::size_t kPageStart = 256;
+
+constexpr std::size_t kExpandPiece = std::size_t{1} << 16;
+
+constexpr std::int32_t kMaxSize = std::numeric_limits<std::int32_t>::max();
+
+std::optional<std::int32_t> SizeOf(std::string_view text) {
+  return ListedSize(Trimmed(text, kWhiteSpace));
+}
+
+// The kind of a hash text that patchers can find equal to one of their own.
+std::optional<HashKind> KindOf(std::string_view hash) {
+  const bool isHexadecimal = std::all_of(hash.begin(), hash.end(), [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
+  });
+  if (!isHexadecimal) return std::nullopt;
+  if (hash.size() == 40) return HashKind::kSha1;
+  if (hash.size() == 32) return HashKind::kMd5;
+  return std::nullopt;
+}
+
+bool StartsWithoutCase(std::string_view text, std::string_view lowerCase) {
+  return text.size() >= lowerCase.size() &&
+         std::equal(lowerCase.begin(), lowerCase.end(), text.begin(),
+                    [](char lower, char c) { return lower == LowerCase(c); });
+}
+
+// A digest if the list has a hash text to compare with.
+class Proof {
+ public:
+  explicit Proof(std::string hash) : hash_(std::move(hash)) {
+    if (const auto kind = KindOf(hash_)) digest_.emplace(*kind);
+  }
+  void Add(const std::uint8_t* bytes, std::size_t count) {
+    if (digest_) digest_->Add(bytes, count);
+  }
+  // The hash text of all bytes if it isn't the list's. Once.
+  std::optional<std::string> Difference() {
+    if (!digest_) return std::nullopt;
+    std::string text = digest_->Text();
+    return text == hash_ ? std::nullopt : std::optional(std::move(text));
+  }
+
+ private:
+  std::string hash_;
+  std::optional<FileDigest> digest_;
+};
+
+// A zlib stream (RFC 1950) on its way to the content, which is looked at and let go.
+class Expansion {
+ public:
+  explicit Expansion(const FileRecord& record)
+      : size_(SizeOf(record.contentSize)), content_(record.contentHash) {
+    if (inflateInit(&stream_) != Z_OK) throw PublishError("the expansion can't be started");
+  }
+  ~Expansion() { inflateEnd(&stream_); }
+  Expansion(const Expansion&) = delete;
+  Expansion& operator=(const Expansion&) = delete;
+
+  void Add(const std::uint8_t* bytes, std::size_t count);
+  std::optional<Problem> Result();
+
+ private:
+  enum class State { kWithin, kEnded, kDamaged, kTooMuch };
+
+  State Step();
+  std::optional<Problem> ContentProblem();
+
+  std::optional<std::int32_t> size_;
+  Proof content_;
+  z_stream stream_{};
+  State state_ = State::kWithin;
+  std::uint64_t produced_ = 0;
+  std::uint64_t behind_ = 0;  // bytes behind the stream's end
+  std::unique_ptr<std::uint8_t[]> piece_ =
+      std::make_unique_for_overwrite<std::uint8_t[]>(kExpandPiece);
+};
+
+void Expansion::Add(const std::uint8_t* bytes, std::size_t count) {
+  stream_.next_in = const_cast<Bytef*>(bytes);
+  stream_.avail_in = static_cast<uInt>(count);
+  while (state_ == State::kWithin) {
+    state_ = Step();
+    if (stream_.avail_out > 0) break;
+  }
+  if (state_ == State::kEnded) behind_ += stream_.avail_in;
+}
+
+Expansion::State Expansion::Step() {
+  stream_.next_out = piece_.get();
+  stream_.avail_out = static_cast<uInt>(kExpandPiece);
+  const int result = inflate(&stream_, Z_NO_FLUSH);
+  const std::size_t count = kExpandPiece - stream_.avail_out;
+  content_.Add(piece_.get(), count);
+  produced_ += count;
+  if (produced_ > static_cast<std::uint64_t>(size_.value_or(kMaxSize))) return State::kTooMuch;
+  if (result == Z_STREAM_END) return State::kEnded;
+  return result == Z_OK || result == Z_BUF_ERROR ? State::kWithin : State::kDamaged;
+}
+
+std::optional<Problem> Expansion::ContentProblem() {
+  const auto wrong = [](const std::string& what) {
+    return Problem{ProblemKind::kWrongContent, "expands to " + what};
+  };
+  const std::string size = std::to_string(size_.value_or(kMaxSize));
+  if (state_ == State::kTooMuch) return wrong("more than " + size + " bytes");
+  if (size_ && produced_ != static_cast<std::uint64_t>(*size_)) {
+    return wrong(std::to_string(produced_) + " bytes, the list says " + size);
+  }
+  const auto difference = content_.Difference();
+  if (difference) return wrong("another content than the list's, of hash " + *difference);
+  return std::nullopt;
+}
+
+std::optional<Problem> Expansion::Result() {
+  if (state_ == State::kDamaged || state_ == State::kWithin) {
+    return Problem{ProblemKind::kDamaged,
+                   state_ == State::kDamaged
+                       ? "damaged stream, behind " + std::to_string(produced_) + " expanded bytes"
+                       : "damaged stream, it has no end"};
+  }
+  if (auto problem = ContentProblem()) return problem;
+  if (behind_ == 0) return std::nullopt;
+  return Problem{ProblemKind::kTrailing,
+                 std::to_string(behind_) + " bytes stand behind the end of the stream", true};
+}
+
+Problem PageProblem() { return {ProblemKind::kPage, "a page instead of the file"}; }
+
+std::optional<Problem> Difference(const FileRecord& record, const AnswerCheck& answer,
+                                  Proof& transfer) {
+  const auto hash = transfer.Difference();
+  if (hash && answer.IsPage()) return PageProblem();
+  const auto size = SizeOf(record.transferSize);
+  if (size && answer.Announced() != *size) {
+    return Problem{ProblemKind::kStale, "stale: its length is " +
+                                            std::to_string(answer.Announced()) +
+                                            ", the list says " + std::to_string(*size)};
+  }
+  if (hash) return Problem{ProblemKind::kStale, "stale: its hash is " + *hash};
+  return std::nullopt;
+}
+
+}  // namespace
+
+const char* KindName(ProblemKind kind) {
+  static constexpr std::array kNames = {
+      "list",    "record",        "path-too-long", "missing",  "status", "unreachable",
+      "broken",  "no-length",     "truncated",     "longer",   "page",   "stale",
+      "damaged", "wrong-content", "trailing",      "given-up",
+  };
+  static_assert(kNames.size() == static_cast<std::size_t>(ProblemKind::kGivenUp) + 1);
+  return kNames[static_cast<std::size_t>(kind)];
+}
+
+bool AnswerCheck::TakeHead(const AnswerHead& head) {
+  head_ = head;
+  if (head.length) announced_ = SizeOf(*head.length);
+  return head.status != 0;
+}
+
+bool AnswerCheck::TakePiece(const std::uint8_t* bytes, std::size_t count) {
+  received_ += count;
+  if (start_.size() < kPageStart) {
+    start_.append(reinterpret_cast<const char*>(bytes), std::min(count, kPageStart));
+  }
+  if (head_.status != 200 || !announced_) return received_ <= kUselessBody;
+  if (received_ > static_cast<std::uint64_t>(*announced_)) return false;
+  take_(bytes, count);
+  return true;
+}
+
+std::optional<Problem> AnswerCheck::Result(DeliveryEnd end) const {
+  if (head_.status == 0) return Problem{ProblemKind::kUnreachable, head_.trouble};
+  if (head_.status == 404 || head_.status == 410) return Problem{ProblemKind::kMissing, "missing"};
+  if (head_.status != 200) {
+    const std::string status = "status " + std::to_string(head_.status);
+    return Problem{ProblemKind::kStatus, head_.trouble.empty() ? status : head_.trouble};
+  }
+  if (!announced_ && IsPage()) return PageProblem();
+  if (!announced_) {
+    return Problem{ProblemKind::kNoLength, head_.length
+                                               ? "no usable Content-Length: " + *head_.length
+                                               : "no Content-Length"};
+  }
+  const std::string count = std::to_string(received_);
+  const std::string announced = std::to_string(*announced_);
+  if (end == DeliveryEnd::kBroken) {
+    return Problem{ProblemKind::kBroken,
+                   "broken transfer, " + count + " of " + announced + " bytes came"};
+  }
+  const auto expected = static_cast<std::uint64_t>(*announced_);
+  if (received_ > expected) {
+    return Problem{ProblemKind::kLonger, "longer than the announced " + announced + " bytes"};
+  }
+  if (received_ < expected) {
+    return Problem{ProblemKind::kTruncated,
+                   "truncated, " + count + " of " + announced + " bytes came"};
+  }
+  return std::nullopt;
+}
+
+bool AnswerCheck::IsPage() const {
+  std::string_view text = start_;
+  text = Trimmed(WithoutByteOrderMark(text), kWhiteSpace);
+  return StartsWithoutCase(text, "<!doctype html") || StartsWithoutCase(text, "<html");
+}
+
+std::vector<Problem> CheckRecord(const FileRecord& record) {
+  std::vector<Problem> problems;
+  const auto complain = [&problems](const std::string& what) {
+    problems.push_back({ProblemKind::kRecord, what});
+  };
+  const auto checkHash = [&](const char* name, const std::string& hash) {
+    if (!KindOf(hash)) {
+      complain(std::string("the list's ") + name + " hash \"" + hash + "\" is none");
+    }
+  };
+  const auto checkSize = [&](const char* name, const std::string& size) {
+    if (!SizeOf(size)) {
+      complain(std::string("the list's ") + name + " size \"" + size + "\" is none");
+    }
+  };
+  checkHash("transfer", record.transferHash);
+  checkSize("transfer", record.transferSize);
+  checkHash("content", record.contentHash);
+  checkSize("content", record.contentSize);
+  if (!problems.empty() || record.compressed) return problems;
+  const bool isOneKind = KindOf(record.transferHash) == KindOf(record.contentHash);
+  if (isOneKind && record.transferHash != record.contentHash) {
+    complain("the list has two different hashes for what isn't compressed");
+  }
+  if (SizeOf(record.transferSize) != SizeOf(record.contentSize)) {
+    complain("the list has two different sizes for what isn't compressed");
+  }
+  return problems;
+}
+
+std::vector<Problem> CheckPayload(const FileRecord& record, const Deliver& deliver) {
+  Proof transfer(record.transferHash);
+  // Of what isn't compressed one hash is enough, unless the list has it by both digests.
+  const bool hasOne = record.compressed || record.contentHash == record.transferHash;
+  Proof content(hasOne ? "" : record.contentHash);
+  std::optional<Expansion> expansion;
+  if (record.compressed) expansion.emplace(record);
+  AnswerCheck answer([&](const std::uint8_t* bytes, std::size_t count) {
+    transfer.Add(bytes, count);
+    content.Add(bytes, count);
+    if (expansion) expansion->Add(bytes, count);
+  });
+  auto problem = answer.Result(deliver(answer));
+  if (!problem) problem = Difference(record, answer, transfer);
+  if (!problem && expansion) problem = expansion->Result();
+  if (const auto hash = problem ? std::nullopt : content.Difference()) {
+    problem = Problem{ProblemKind::kWrongContent, "wrong content, its hash is " + *hash};
+  }
+  if (!problem) return {};
+  return {*std::move(problem)};
+}
+
+}  // namespace velmora::publish

@@ -1,0 +1,108 @@
+#include "publish/verify/progress_line.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <mutex>
+#include <thread>
+
+#include "base/text.h"
+
+namespace velmora::publish {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kPause(100);
+constexpr std::size_t kBarCells = 16;
+constexpr std::size_t kMaxCells = 79;
+
+// By bytes, as files differ in size; by files where all of them are empty.
+double PartDone(const Progress& progress) {
+  const bool hasBytes = progress.bytesTotal > 0;
+  const auto done = static_cast<double>(hasBytes ? progress.bytes : progress.files);
+  const auto total = static_cast<double>(hasBytes ? progress.bytesTotal : progress.filesTotal);
+  return total > 0 ? std::min(done / total, 1.0) : 0;
+}
+
+std::string TimeText(double seconds) {
+  const auto whole = static_cast<unsigned long>(std::min(seconds, 359999.0));
+  if (whole < 3600) return FormatText("%lu:%02lu", whole / 60, whole % 60);
+  return FormatText("%lu:%02lu:%02lu", whole / 3600, whole / 60 % 60, whole % 60);
+}
+
+}  // namespace
+
+std::string ByteText(double bytes) {
+  static constexpr std::array kUnits = {"kB", "MB", "GB", "TB"};
+  std::size_t unit = 0;
+  double figure = bytes / 1000;
+  for (; figure >= 999.95 && unit + 1 < kUnits.size(); ++unit) figure /= 1000;
+  return FormatText("%.1f %s", figure, kUnits[unit]);
+}
+
+std::string ProgressText(const Progress& progress, double seconds) {
+  const double part = PartDone(progress);
+  const auto cells = static_cast<std::size_t>(part * kBarCells);
+  std::string text = "[" + std::string(cells, '#') + std::string(kBarCells - cells, '-') + "] " +
+                     std::to_string(progress.files) + "/" + std::to_string(progress.filesTotal) +
+                     " files, " + ByteText(static_cast<double>(progress.bytes));
+  if (seconds > 0) text += ", " + ByteText(static_cast<double>(progress.bytes) / seconds) + "/s";
+  if (part > 0) text += ", " + TimeText(seconds / part - seconds) + " left";
+  if (text.size() > kMaxCells) text.resize(kMaxCells);
+  return text;
+}
+
+bool IsErrorStreamATerminal() { return isatty(STDERR_FILENO) == 1; }
+
+struct ProgressLine::Drawing {
+  explicit Drawing(const Progress& watched) : progress(watched) {}
+
+  void Run(const std::stop_token& end);
+  void Draw() const;
+
+  const Progress& progress;
+  const Clock::time_point start = Clock::now();
+  std::mutex mutex;  // of the terminal
+  std::condition_variable_any ending;
+  std::jthread thread;
+};
+
+void ProgressLine::Drawing::Draw() const {
+  const std::chrono::duration<double> time = Clock::now() - start;
+  std::fputs((kEraseLine + ProgressText(progress, time.count())).c_str(), stderr);
+}
+
+void ProgressLine::Drawing::Run(const std::stop_token& end) {
+  std::unique_lock lock(mutex);
+  do {
+    Draw();
+    ending.wait_for(lock, end, kPause, [] { return false; });
+  } while (!end.stop_requested());
+  std::fputs(kEraseLine, stderr);
+}
+
+ProgressLine::ProgressLine(const Progress& progress, bool shown) {
+  if (!shown) return;
+  drawing_ = std::make_unique<Drawing>(progress);
+  drawing_->thread =
+      std::jthread([drawing = drawing_.get()](const std::stop_token& end) { drawing->Run(end); });
+}
+
+ProgressLine::~ProgressLine() = default;
+
+void ProgressLine::WriteAbove(const std::function<void()>& print) {
+  if (drawing_ == nullptr) {
+    print();
+    return;
+  }
+  const std::lock_guard lock(drawing_->mutex);
+  std::fputs(kEraseLine, stderr);
+  print();
+}
+
+}  // namespace velmora::publish

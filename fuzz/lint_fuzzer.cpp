@@ -31,7 +31,7 @@ void CheckFindings(const std::vector<LintFinding>& findings, std::string_view te
 void CheckCleanIsRead(const std::vector<LintFinding>& findings, std::string_view text) {
   bool isPlain = text.find("VelmoraUpdate") == std::string_view::npos;
   for (const LintFinding& finding : findings) {
-    const int rule = finding.rule->number;
+    const int rule = finding.rule->Number();
     if (rule < 200 ? rule != 105 && rule != 108 : rule == 301 || rule == 304) return;
     isPlain = isPlain && rule / 100 != 4;
   }

@@ -81,20 +81,27 @@ FileRecord RemoveRecord(const ListLine& line) {
   return record;
 }
 
-void ParseReferenceList(std::string_view text, FileRecordSet& updateSet, FileRecordSet& removeSet,
-                        std::string& clientExe, const RefusedLine& refused) {
-  text = text.substr(0, text.find('\0'));
-  while (!text.empty()) {
-    const std::size_t length = text.find('\n');
-    const std::string_view line = text.substr(0, length);
-    if (line.size() > kMaxListLine) return;
-    text.remove_prefix(length == std::string_view::npos ? text.size() : length + 1);
+std::string_view ForEachListLine(std::string_view text, const TakeLine& take) {
+  const std::size_t end = std::min(text.find('\0'), text.size());
+  std::size_t at = 0;
+  while (at < end) {
+    const std::size_t lineEnd = std::min(text.find('\n', at), end);
+    if (lineEnd - at > kMaxListLine) break;
+    take(text.substr(at, lineEnd - at));
+    at = std::min(lineEnd + 1, end);
+  }
+  return text.substr(at);
+}
 
+std::string_view ParseReferenceList(std::string_view text, FileRecordSet& updateSet,
+                                    FileRecordSet& removeSet, std::string& clientExe,
+                                    const TakeLine& refused) {
+  return ForEachListLine(text, [&](std::string_view line) {
     const ListLine scanned = ScanListLine(line);
     const bool isFile = scanned.keyword == "FILE";
     const bool isRemoval = scanned.keyword == "DEL";
     const bool isClient = scanned.keyword == "EXE";
-    if (!isFile && !isRemoval && !isClient) continue;
+    if (!isFile && !isRemoval && !isClient) return;
 
     if (!IsWithinLimits(scanned)) {
       refused(line);
@@ -105,7 +112,7 @@ void ParseReferenceList(std::string_view text, FileRecordSet& updateSet, FileRec
     } else {
       clientExe = scanned.fields[0];
     }
-  }
+  });
 }
 
 }  // namespace velmora

@@ -39,41 +39,41 @@ int StatusOf(const LintFindings& findings) {
 }
 
 void PrintRule(const LintRule& rule) {
-  std::printf("%d %s (%s)\n    %s\n    %s\n", rule.number, rule.what, SeverityName(rule.severity),
+  std::printf("%d %s (%s)\n    %s\n    %s\n", rule.Number(), rule.what, SeverityName(rule.severity),
               rule.reason, rule.remedy);
 }
 
-// As compilers print, so that editors find the line.
+// In the format of compilers, so that editors can jump to the line.
 void PrintFinding(const std::string& list, const LintFinding& finding) {
   std::string text = list + ":";
   if (finding.line > 0) text += std::to_string(finding.line) + ":";
   text += std::string(" ") + SeverityName(finding.rule->severity) + " " +
-          std::to_string(finding.rule->number) + ": " + finding.rule->what;
+          std::to_string(finding.rule->Number()) + ": " + finding.rule->what;
   if (!finding.subject.empty()) text += ": " + ShownText(finding.subject);
   if (!finding.detail.empty()) text += " (" + ShownText(finding.detail) + ")";
   std::printf("%s\n", text.c_str());
 }
 
 void PrintText(const std::string& list, const LintFindings& findings) {
-  std::set<int> numbers;
+  std::set<Rule> broken;
   for (const LintFinding& finding : findings) {
     PrintFinding(list, finding);
-    numbers.insert(finding.rule->number);
+    broken.insert(finding.rule->id);
   }
-  if (!numbers.empty()) std::printf("\n");
-  for (const int number : numbers) PrintRule(LintRuleOf(number));
+  if (!broken.empty()) std::printf("\n");
+  for (const Rule rule : broken) PrintRule(LintRuleOf(rule));
   std::printf("%zu errors, %zu warnings\n", CountOf(findings, Severity::kError),
               CountOf(findings, Severity::kWarning));
 }
 
 void PrintJson(const std::string& list, const LintFindings& findings) {
-  nlohmann::ordered_json report;
+  Json report;
   report["list"] = list;
   report["errors"] = CountOf(findings, Severity::kError);
   report["warnings"] = CountOf(findings, Severity::kWarning);
-  report["findings"] = nlohmann::ordered_json::array();
+  report["findings"] = Json::array();
   for (const LintFinding& finding : findings) {
-    report["findings"].push_back({{"rule", finding.rule->number},
+    report["findings"].push_back({{"rule", finding.rule->Number()},
                                   {"severity", SeverityName(finding.rule->severity)},
                                   {"line", finding.line},
                                   {"what", finding.rule->what},
@@ -109,21 +109,22 @@ void AddLintCommand(CLI::App& app, int& status) {
   CLI::App* lint =
       app.add_subcommand("lint", "Finds what patchers would stumble over in a reference list");
   const auto command = std::make_shared<LintCommand>();
-  CLI::Option* rules = lint->add_flag("--rules", command->rules, "Print all rules, and end");
+  CLI::Option* rules = lint->add_flag("--rules", command->rules, "Print all rules and exit");
   CLI::Option* list =
       lint->add_option("LIST", command->list, "A reference list, or a publication's folder");
   lint->add_option("--list", command->listName, "File name of the list in a folder")
       ->capture_default_str();
   lint->add_option("--data", command->dataPath,
-                   "The settings' Data value, which stands in front of each request");
-  lint->add_option("--tree", command->tree, "What players have: names the files that removals take")
+                   "The settings' Data value, with which each request begins");
+  lint->add_option("--tree", command->tree,
+                   "What players have: names the files that the removals delete")
       ->check(CLI::ExistingDirectory);
   lint->add_flag("--json", command->json, "Print the findings as JSON");
   lint->callback([=, &status] {
     if (rules->count() == 0 && list->count() == 0) throw CLI::RequiredError("LIST");
     status = Lint(*command);
   });
-  lint->footer("Exit status: 0 clean, 1 errors, 3 warnings alone, 2 a bad command line.");
+  lint->footer("Exit status: 0 clean, 1 errors, 3 only warnings, 2 bad command line.");
 }
 
 }  // namespace velmora::publish

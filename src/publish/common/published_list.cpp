@@ -14,23 +14,20 @@ namespace velmora::publish {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-bool PatchersReadAllOf(std::string_view text) {
-  if (text.find('\0') != std::string_view::npos) return false;
-  while (!text.empty()) {
-    const std::size_t length = std::min(text.find('\n'), text.size());
-    if (length > kMaxListLine) return false;
-    text.remove_prefix(std::min(length + 1, text.size()));
-  }
-  return true;
+PublishedList::PublishedList(std::string_view text) {
+  const std::string_view unread =
+      ParseReferenceList(text, files, removals, clientExe,
+                         [this](std::string_view line) { refused.emplace_back(line); });
+  isReadWhole = unread.empty();
 }
 
-}  // namespace
-
-PublishedList::PublishedList(std::string_view text) : isReadWhole(PatchersReadAllOf(text)) {
-  ParseReferenceList(text, files, removals, clientExe,
-                     [this](std::string_view line) { refused.emplace_back(line); });
+std::optional<HashKind> ListedHash(std::string_view hash) {
+  const bool isHexadecimal = std::all_of(hash.begin(), hash.end(), [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
+  });
+  if (isHexadecimal && hash.size() == 40) return HashKind::kSha1;
+  if (isHexadecimal && hash.size() == 32) return HashKind::kMd5;
+  return std::nullopt;
 }
 
 std::optional<std::int32_t> ListedSize(std::string_view digits) {
@@ -43,6 +40,10 @@ std::optional<std::int32_t> ListedSize(std::string_view digits) {
       digits.size() < kLargest.size() || (digits.size() == kLargest.size() && digits <= kLargest);
   if (!fits) return std::nullopt;
   return ToNumber(digits);
+}
+
+std::uint64_t ByteCount(std::string_view size) {
+  return static_cast<std::uint64_t>(std::max(ToNumber(size), 0));
 }
 
 std::string ReadWholeFile(const fs::path& path) {

@@ -9,10 +9,11 @@
 #include <vector>
 
 #include "engine/record_set.h"
+#include "publish/common/file_digest.h"
 
 namespace velmora::publish {
 
-// Taken in by the patcher's own parser, into the patcher's own sets.
+// Parsed by the patcher's own parser, into its own sets.
 struct PublishedList {
   explicit PublishedList(std::string_view text);
 
@@ -20,17 +21,24 @@ struct PublishedList {
   FileRecordSet removals;
   std::string clientExe;             // empty: patchers keep the name they know
   std::vector<std::string> refused;  // lines with a field over its limit
-  // False if a line that is too long, or a NUL byte, ends the reading before the text ends.
+  // False if a NUL byte, or a line over its limit, ends the reading before the end of the text.
   bool isReadWhole = true;
 };
 
-// A number of bytes in decimal digits, if patchers read it as what it is: at most 2,147,483,647.
+// The digest of which `hash` is the text: 40 or 32 upper-case hexadecimal digits. Nothing for any
+// other text, which never equals the one that a patcher computes.
+[[nodiscard]] std::optional<HashKind> ListedHash(std::string_view hash);
+
+// A size in decimal digits, if patchers read it as what it says: at most 2,147,483,647.
 [[nodiscard]] std::optional<std::int32_t> ListedSize(std::string_view digits);
+
+// The bytes that patchers take any text of a size field for; 0 if that is a negative number.
+[[nodiscard]] std::uint64_t ByteCount(std::string_view size);
 
 // The whole file. Throws PublishError if it can't be read.
 [[nodiscard]] std::string ReadWholeFile(const std::filesystem::path& path);
 
-// The list's file, if `listOrFolder` is a publication's folder the one of name `listName` in it.
+// The list's file: `listOrFolder` itself, or the file `listName` in it if it is a folder.
 [[nodiscard]] std::filesystem::path ListFile(const std::filesystem::path& listOrFolder,
                                              const std::string& listName);
 

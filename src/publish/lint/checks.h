@@ -1,4 +1,5 @@
-// The checks of a linter, by what they look at. Each adds what it finds. Pure but for CheckTree.
+// The linter's checks, grouped by what they look at. Each adds what it finds. Pure, apart from
+// CheckTree.
 #pragma once
 
 #include <cstddef>
@@ -14,26 +15,29 @@
 
 namespace velmora::publish {
 
+// A record with the line that it came from.
+struct ListedRecord {
+  std::size_t line;
+  FileRecord record;
+  std::string folded;  // its path, as PlayersPath returns it
+};
+
 class Findings {
  public:
-  void Add(int rule, std::size_t line, std::string_view subject, std::string detail = {}) {
+  void Add(Rule rule, std::size_t line, std::string_view subject, std::string detail = {}) {
     found_.push_back({&LintRuleOf(rule), line, std::string(subject), std::move(detail)});
   }
-  // In the order of lines, and of their finding within one.
+  void Add(Rule rule, const ListedRecord& listed, std::string detail = {}) {
+    Add(rule, listed.line, listed.record.path, std::move(detail));
+  }
+  // By line; the findings of one line keep the order in which they were added.
   [[nodiscard]] std::vector<LintFinding> Sorted() &&;
 
  private:
   std::vector<LintFinding> found_;
 };
 
-// A record with the line it came from.
-struct ListedRecord {
-  std::size_t line;
-  FileRecord record;
-  std::string folded;  // its path, as PlayersPath gives it
-};
-
-// What patchers read of a list, line by line.
+// The records that patchers read from a list, in the order of the lines.
 struct ListedRecords {
   std::vector<ListedRecord> files;
   std::vector<ListedRecord> removals;
@@ -41,10 +45,14 @@ struct ListedRecords {
   std::vector<ListedRecord> clients;  // the path is the client's name
 };
 
-// What patchers make of a line. The fields of a broken record aren't those that were meant.
+// What patchers make of a line. The fields of a broken record aren't the intended ones.
 enum class LineUse { kNone, kRecord, kBrokenRecord };
 
-// The shape of one line: keyword, fields, what stands around them.
+// Where the reading ends, if that is before the end of the list. `unread` is the part of `text`
+// that patchers don't read.
+void CheckEnd(std::string_view text, std::string_view unread, Findings& findings);
+
+// The form of one line: its keyword, its fields, and any text around them.
 [[nodiscard]] LineUse CheckLine(std::string_view line, const ListLine& scanned, std::size_t number,
                                 Findings& findings);
 
@@ -53,13 +61,13 @@ void CheckPath(const ListedRecord& listed, std::string_view listedPath, const Li
                Findings& findings);
 void CheckRemovalPath(const ListedRecord& removal, Findings& findings);
 
-// What only shows when records are held beside each other.
+// What only shows when records are compared with each other.
 void CheckFilesTogether(const ListedRecords& records, Findings& findings);
 void CheckRemovals(const ListedRecords& records, Findings& findings);
 void CheckClients(const ListedRecords& records, Findings& findings);
 void CheckOrder(std::string_view text, const ListedRecords& records, Findings& findings);
 
-// Which files of the tree the removals take that the list doesn't bring back.
+// The files of the tree that the removals delete and the list doesn't bring back.
 void CheckTree(const std::filesystem::path& tree, const ListedRecords& records, Findings& findings);
 
 }  // namespace velmora::publish

@@ -31,24 +31,14 @@ void TakeLine(std::string_view line, std::size_t number, const LintOptions& opti
   }
 }
 
-// Goes as far as patchers read.
 void TakeLines(std::string_view text, const LintOptions& options, ListedRecords& records,
                Findings& findings) {
-  std::size_t number = 0;
-  while (!text.empty()) {
-    ++number;
-    const std::string_view line = text.substr(0, text.find('\n'));
-    const std::size_t nul = line.find('\0');
-    if (nul != std::string_view::npos) findings.Add(102, number, line.substr(0, nul));
-    if (nul == std::string_view::npos && line.size() > kMaxListLine) {
-      findings.Add(101, number, line.substr(0, 40), std::to_string(line.size()) + " bytes");
-    }
-    const bool readsOn = nul == std::string_view::npos && line.size() <= kMaxListLine;
-    if (nul != std::string_view::npos || readsOn) {
-      TakeLine(line.substr(0, nul), number, options, records, findings);
-    }
-    if (!readsOn) return;
-    text.remove_prefix(std::min(line.size() + 1, text.size()));
+  std::vector<std::string_view> lines;
+  const std::string_view unread =
+      ForEachListLine(text, [&lines](std::string_view line) { lines.push_back(line); });
+  CheckEnd(text, unread, findings);
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    TakeLine(lines[i], i + 1, options, records, findings);
   }
 }
 

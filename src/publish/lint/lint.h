@@ -1,4 +1,4 @@
-// Finds what patchers would stumble over in a reference list, before they do.
+// Finds what patchers would stumble over in a reference list before they do.
 #pragma once
 
 #include <cstddef>
@@ -13,21 +13,21 @@
 namespace velmora::publish {
 
 struct LintOptions {
-  // The settings' Data value, which stands in front of every request's path.
+  // The settings' Data value, with which the path of every request begins.
   std::string dataPath;
-  // What players have on their disks: patterns are tried on its files.
+  // What players have on their disks. Removals are tried on its files.
   std::optional<std::filesystem::path> tree;
 };
 
 struct LintFinding {
   const LintRule* rule;
-  std::size_t line;     // from 1; 0 for what concerns the whole list
-  std::string subject;  // the path, or what else the line is about
-  std::string detail;   // what the rule's own text can't say; may be empty
+  std::size_t line;     // from 1; 0 for the list as a whole
+  std::string subject;  // the path, or whatever else the line is about
+  std::string detail;   // what the rule's own text doesn't say; may be empty
 };
 
-// All findings, in the order of lines. Any text is taken, and gives findings at worst. Throws
-// PublishError if the tree can't be read.
+// All findings, in the order of the lines. Accepts any text. Throws PublishError if the tree can't
+// be read.
 [[nodiscard]] std::vector<LintFinding> LintList(std::string_view text, const LintOptions& options);
 
 }  // namespace velmora::publish

@@ -1,27 +1,90 @@
-// What can be wrong with a reference list: every limit and trap of the format as a numbered rule. A
-// number stays what it is for ever, since pipelines name it.
+// What can be wrong with a reference list: every limit and trap of the format is a numbered rule.
 #pragma once
 
 #include <span>
 
 namespace velmora::publish {
 
+// Pipelines refer to rules by these numbers, so they never change.
+enum class Rule {
+  // Lines.
+  kLineTooLong = 101,
+  kNulByte = 102,
+  kFieldTooLong = 103,
+  kMisspelledKeyword = 104,
+  kMeaninglessLine = 105,
+  kCarriageReturn = 106,
+  kMissingField = 107,
+  kUnreadText = 108,
+  kTrailingSpace = 109,
+  kNothingNamed = 110,
+  // Hashes and sizes.
+  kNotADigest = 201,
+  kNotASize = 202,
+  kLeadingZeros = 203,
+  kContentDiffers = 204,
+  kCompressedIsLarger = 205,
+  // Paths.
+  kPathTooLong = 301,
+  kCacheLineTooLong = 302,
+  kSpaceInPath = 303,
+  kTooManyCommas = 304,
+  kControlCharacter = 305,
+  kRequestTooLong = 306,
+  kBackslashInCharacter = 307,
+  kLeavesInstallation = 308,
+  kNotInCodePage = 309,
+  kForbiddenCharacter = 310,
+  kPercentOrNumberSign = 311,
+  kMarkWithinPath = 312,
+  kSlashInPath = 313,
+  kNotPlainPath = 314,
+  // Records that conflict.
+  kSameLine = 401,
+  kSamePath = 402,
+  kSamePatcherPath = 403,
+  kSameFile = 404,
+  kFileIsFolder = 405,
+  kListedAndRemoved = 406,
+  kSameRemoval = 407,
+  kSeveralClients = 408,
+  kClientNotListed = 409,
+  kNoFiles = 410,
+  // Removals.
+  kRemovesUnlisted = 501,
+  kRemovesEverything = 502,
+  kRemovesPatcher = 503,
+  kRemovesPatcherFiles = 504,
+  kWildcardWithoutMode = 505,
+  kUnknownMode = 506,
+  kRemovalTooLong = 507,
+  kMarkInRemoval = 508,
+  kRemovalInOtherMode = 509,
+  // The patcher's own files.
+  kSettingsWithoutRestart = 601,
+  kProgramWithoutRestart = 602,
+  kPatcherNotFirst = 603,
+  kPatcherNameInPath = 604,
+  kPatcherFile = 605,
+  kRedirection = 606,
+};
+
 enum class Severity { kWarning, kError };
 
 struct LintRule {
-  int number;
+  Rule id;
   Severity severity;
   const char* what;    // is wrong, in a few words
   const char* reason;  // what patchers make of it
   const char* remedy;
+
+  [[nodiscard]] int Number() const { return static_cast<int>(id); }
 };
 
-// All rules, by number: 1xx lines, 2xx hashes and sizes, 3xx paths, 4xx records beside each other,
-// 5xx removals, 6xx the patcher's own files.
+// All rules, in the order of their numbers.
 [[nodiscard]] std::span<const LintRule> LintRules();
 
-// The rule of this number, which must be one.
-[[nodiscard]] const LintRule& LintRuleOf(int number);
+[[nodiscard]] const LintRule& LintRuleOf(Rule id);
 
 [[nodiscard]] const char* SeverityName(Severity severity);
 

@@ -1,12 +1,10 @@
 #include <algorithm>
-#include <array>
 #include <map>
 #include <set>
 #include <system_error>
 #include <tuple>
 
 #include "engine/record_set.h"
-#include "engine/verify_cache.h"
 #include "publish/common/list_path.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
@@ -34,62 +32,46 @@ std::string SeeLine(std::size_t line) { return "see line " + std::to_string(line
 
 using ByFolded = std::map<std::string, const ListedRecord*>;
 
-// Two records that are one file to players.
-void CheckSameFile(const ListedRecord& first, const ListedRecord& second, Findings& findings) {
-  int rule = 404;
-  if (first.record.path == second.record.path) {
-    const bool same = Fields(first.record) == Fields(second.record);
-    rule = IsPatchers(second.record) ? 403 : same ? 401 : 402;
-  }
-  findings.Add(rule, second.line, second.record.path, SeeLine(first.line));
+Rule RuleAgainstBoth(const FileRecord& first, const FileRecord& second) {
+  if (first.path != second.path) return Rule::kSameFile;
+  if (IsPatchers(second)) return Rule::kSamePatcherPath;
+  return Fields(first) == Fields(second) ? Rule::kSameLine : Rule::kSamePath;
 }
 
-// Whether a record's file is a folder of this one's.
+// Whether the list also has a file of the name of one of this file's folders.
 void CheckFoldersOf(const ListedRecord& listed, const ByFolded& files, Findings& findings) {
   for (const std::string_view folder : FoldersAbove(listed.folded)) {
     const auto file = files.find(std::string(folder));
     if (file == files.end()) continue;
-    findings.Add(405, listed.line, listed.record.path, SeeLine(file->second->line));
+    findings.Add(Rule::kFileIsFolder, listed, SeeLine(file->second->line));
     return;
   }
 }
 
 void CheckPatchersOwn(const ListedRecord& listed, Findings& findings) {
-  const std::string& path = listed.record.path;
-  const auto holds = [&path](const char* part) { return path.find(part) != std::string::npos; };
+  const auto holds = [&listed](const char* part) {
+    return listed.record.path.find(part) != std::string::npos;
+  };
   if (IsPatchersOwn(listed.folded)) {
-    findings.Add(605, listed.line, path);
+    findings.Add(Rule::kPatcherFile, listed);
   } else if (listed.folded == kSettings) {
-    if (!holds("./VelmoraUpdate.dat")) findings.Add(601, listed.line, path);
+    if (!holds("./VelmoraUpdate.dat")) findings.Add(Rule::kSettingsWithoutRestart, listed);
   } else if (listed.folded == kProgram) {
-    if (!holds("VelmoraUpdate.exe")) findings.Add(602, listed.line, path);
+    if (!holds("VelmoraUpdate.exe")) findings.Add(Rule::kProgramWithoutRestart, listed);
   } else if (listed.folded == kRedirection) {
-    findings.Add(606, listed.line, path);
+    findings.Add(Rule::kRedirection, listed);
   } else if (IsPatchers(listed.record)) {
-    findings.Add(604, listed.line, path);
+    findings.Add(Rule::kPatcherNameInPath, listed);
   }
 }
 
-// Whether a removal of one name, as opposed to one of everything, takes the file.
-void CheckListedFiles(const ListedRecords& records, Findings& findings) {
-  for (const ListedRecord& file : records.files) {
-    for (const std::size_t i : records.reach.Taking(file.folded)) {
-      const ListedRecord& removal = records.removals[i];
-      if (RemovesEverything(removal.record)) continue;
-      findings.Add(406, removal.line, removal.record.path,
-                   file.record.path + ", " + SeeLine(file.line));
-    }
-  }
-}
-
-// Adds a finding of `rule` for each removal that takes the patcher's file.
-void CheckPatchersFile(const std::string& file, int rule, const ListedRecords& records,
-                       Findings& findings) {
-  for (const std::size_t i : records.reach.Taking(file)) {
+// Adds a finding of `rule` for each removal that deletes the file. A removal of the whole
+// installation has a rule of its own.
+void CheckRemovalsOf(const std::string& folded, Rule rule, const std::string& detail,
+                     const ListedRecords& records, Findings& findings) {
+  for (const std::size_t i : records.reach.Taking(folded)) {
     const ListedRecord& removal = records.removals[i];
-    if (!RemovesEverything(removal.record)) {
-      findings.Add(rule, removal.line, removal.record.path, file);
-    }
+    if (!RemovesEverything(removal.record)) findings.Add(rule, removal, detail);
   }
 }
 
@@ -109,11 +91,14 @@ bool IsPatchersOwnFile(const std::string& folded) {
 }  // namespace
 
 void CheckFilesTogether(const ListedRecords& records, Findings& findings) {
-  if (records.files.empty()) findings.Add(410, 0, "");
+  if (records.files.empty()) findings.Add(Rule::kNoFiles, 0, "");
   ByFolded files;
   for (const ListedRecord& listed : records.files) {
     const auto [at, isFirst] = files.emplace(listed.folded, &listed);
-    if (!isFirst) CheckSameFile(*at->second, listed, findings);
+    if (!isFirst) {
+      findings.Add(RuleAgainstBoth(at->second->record, listed.record), listed,
+                   SeeLine(at->second->line));
+    }
     CheckPatchersOwn(listed, findings);
   }
   for (const ListedRecord& listed : records.files) CheckFoldersOf(listed, files, findings);
@@ -122,22 +107,29 @@ void CheckFilesTogether(const ListedRecords& records, Findings& findings) {
 void CheckRemovals(const ListedRecords& records, Findings& findings) {
   std::map<std::string, bool> seen;  // whether it was a pattern
   for (const ListedRecord& removal : records.removals) {
-    const FileRecord& record = removal.record;
-    const auto [at, isFirst] = seen.emplace(removal.folded, IsPatternRemoval(record));
+    const bool isPattern = IsPatternRemoval(removal.record);
+    const auto [at, isFirst] = seen.emplace(removal.folded, isPattern);
     if (!isFirst) {
-      const bool sameMode = at->second == IsPatternRemoval(record);
-      findings.Add(sameMode ? 407 : 509, removal.line, record.path);
+      const bool isSameMode = at->second == isPattern;
+      findings.Add(isSameMode ? Rule::kSameRemoval : Rule::kRemovalInOtherMode, removal);
     }
-    if (RemovesEverything(record)) findings.Add(502, removal.line, record.path);
+    if (RemovesEverything(removal.record)) findings.Add(Rule::kRemovesEverything, removal);
   }
-  CheckListedFiles(records, findings);
-  for (const char* own : {kProgram, kSettings}) CheckPatchersFile(own, 503, records, findings);
-  for (const char* own : kPatchersOwnInRoot) CheckPatchersFile(own, 504, records, findings);
+  for (const ListedRecord& file : records.files) {
+    CheckRemovalsOf(file.folded, Rule::kListedAndRemoved,
+                    file.record.path + ", " + SeeLine(file.line), records, findings);
+  }
+  for (const char* own : {kProgram, kSettings}) {
+    CheckRemovalsOf(own, Rule::kRemovesPatcher, own, records, findings);
+  }
+  for (const char* own : kPatchersOwnInRoot) {
+    CheckRemovalsOf(own, Rule::kRemovesPatcherFiles, own, records, findings);
+  }
 }
 
 void CheckClients(const ListedRecords& records, Findings& findings) {
   for (std::size_t i = 1; i < records.clients.size(); ++i) {
-    findings.Add(408, records.clients[i].line, records.clients[i].record.path);
+    findings.Add(Rule::kSeveralClients, records.clients[i]);
   }
   if (records.clients.empty()) return;
   const ListedRecord& client = records.clients.back();
@@ -145,19 +137,19 @@ void CheckClients(const ListedRecords& records, Findings& findings) {
   const bool isListed =
       std::any_of(records.files.begin(), records.files.end(),
                   [&client](const ListedRecord& file) { return file.folded == client.folded; });
-  if (isInside && !isListed) findings.Add(409, client.line, client.record.path);
+  if (isInside && !isListed) findings.Add(Rule::kClientNotListed, client);
 }
 
 void CheckOrder(std::string_view text, const ListedRecords& records, Findings& findings) {
   const PublishedList list(text);
   bool isFront = true;
-  std::set<std::string> behind;
+  std::set<std::string> notInFront;
   for (const FileRecord& record : list.files) {
     if (!IsPatchers(record)) isFront = false;
-    if (IsPatchers(record) && !isFront) behind.insert(record.path);
+    if (IsPatchers(record) && !isFront) notInFront.insert(record.path);
   }
   for (const ListedRecord& listed : records.files) {
-    if (behind.count(listed.record.path) > 0) findings.Add(603, listed.line, listed.record.path);
+    if (notInFront.contains(listed.record.path)) findings.Add(Rule::kPatcherNotFirst, listed);
   }
 }
 
@@ -168,9 +160,9 @@ void CheckTree(const fs::path& tree, const ListedRecords& records, Findings& fin
     if (entry.is_directory()) continue;
     const std::string path = TreePath(entry.path(), tree);
     const std::string folded = PlayersPath(path);
-    if (listed.count(folded) > 0 || IsPatchersOwnFile(folded)) continue;
+    if (listed.contains(folded) || IsPatchersOwnFile(folded)) continue;
     for (const std::size_t i : records.reach.Taking(folded)) {
-      findings.Add(501, records.removals[i].line, records.removals[i].record.path, path);
+      findings.Add(Rule::kRemovesUnlisted, records.removals[i], path);
     }
   }
 } catch (const fs::filesystem_error& error) {

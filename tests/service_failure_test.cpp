@@ -113,7 +113,7 @@ TEST_F(ServiceFailure, NoThread) {
   EXPECT_EQ(handlers.command(1000), -1);
   EXPECT_EQ(handlers.command(1007), -1);
   EXPECT_EQ(UpdateState, kNotRunning);
-  EXPECT_FALSE(IsRunInProgress());
+  EXPECT_EQ(CurrentRunPhase(), platform::RunPhase::kNone);
   EXPECT_TRUE(EventsOf("box").empty());
   services.startsThread = true;
   ServeList("");

@@ -383,7 +383,7 @@ struct Program {
 };
 
 Program* program = nullptr;
-std::atomic<bool> isRunning = false;
+std::atomic<RunPhase> phase = RunPhase::kNone;
 
 int RunProgram(Program runs) {
   program = &runs;
@@ -393,14 +393,14 @@ int RunProgram(Program runs) {
                             return 0;
                           },
                           [] { program->close(); }, [] { program->destroyed(); },
-                          [] { return isRunning.load(); }, [] { return std::int64_t{0}; }});
+                          [] { return phase.load(); }, [] { return std::int64_t{0}; }});
 }
 
 void StartWorker(const std::function<void()>& work) {
-  isRunning = true;
+  if (phase == RunPhase::kNone) phase = RunPhase::kPreparing;
   std::thread([work] {
     work();
-    isRunning = false;
+    phase = RunPhase::kNone;
   }).detach();
 }
 
@@ -414,6 +414,7 @@ void Sleep(int milliseconds) {
 void OfferCancel() {
   SetButtonCaption(Control::kUpdateButton, "CancelUpdate");
   EnableControl(Control::kUpdateButton, true);
+  phase = RunPhase::kUpdating;
 }
 
 TEST(TerminalDialog, OperationsDoNothingWithoutADialog) {
@@ -781,10 +782,10 @@ TEST(TerminalDialogBox, OfAHandlerServesTheDialogMeanwhile) {
     return RunProgram({.opened =
                            [] {
                              StartWorker([] {
-                               while (isRunning) StepBar(Control::kOverallBar);
+                               while (phase != RunPhase::kNone) StepBar(Control::kOverallBar);
                              });
                              ShowMessageBox("from opened", "box", kBoxPlain);
-                             isRunning = false;
+                             phase = RunPhase::kNone;
                            },
                        .command =
                            [](int) {
@@ -828,6 +829,7 @@ TEST(TerminalDialogBox, IsAnsweredByCtrlCWhichCancelsThen) {
       StartWorker([] {
         ShowMessageBox("text", "box", kBoxPlain);
         SetBarRange(Control::kOverallBar, 0, 77);
+        Sleep(1'000'000);
       });
     });
   });

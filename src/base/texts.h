@@ -54,6 +54,8 @@ inline constexpr char kRecheckButton[] = "再チェック";
 inline constexpr char kOptionsButton[] = "ゲームオプション設定";
 inline constexpr char kDirectXButton[] = "DirectX診断";
 inline constexpr char kScreenshotsButton[] = "スクリーンショット";
-inline constexpr char kUpdateButton[] = "Update";
+inline constexpr char kUpdateButton[] = "Update";  // until the first run
+inline constexpr char kCancelUpdateButton[] = "CancelUpdate";
+inline constexpr char kUpdateFilesButton[] = "UpdateFiles";
 
 }  // namespace velmora::texts

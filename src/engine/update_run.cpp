@@ -28,34 +28,32 @@ platform::ThreadHandle WorkerHandle = 0;
 namespace {
 
 using platform::Control;
-
-// A worker that has told the dialog all it has to tell, and only its cache left to save, is
-// closing: the dialog's thread can wait for it, since it won't ask anything of that thread any
-// more.
-enum class Worker { kNone, kRunning, kClosing };
+using platform::RunPhase;
 
 // A lock and a condition, and no atomic that is waited for: where the system has no support for
 // those, as on Windows, g++ 12 makes them so that a wake-up can be lost.
-std::mutex workerMutex;
-std::condition_variable workerChanged;
-Worker worker = Worker::kNone;
+std::mutex phaseMutex;
+std::condition_variable phaseChanged;
+RunPhase phase = RunPhase::kNone;
 
-void SetWorker(Worker state) {
-  const std::lock_guard lock(workerMutex);
-  worker = state;
-  workerChanged.notify_all();
+void SetPhase(RunPhase next) {
+  const std::lock_guard lock(phaseMutex);
+  phase = next;
+  phaseChanged.notify_all();
 }
 
-std::unique_lock<std::mutex> WaitWhileClosing() {
-  std::unique_lock lock(workerMutex);
-  workerChanged.wait(lock, [] { return worker != Worker::kClosing; });
+// The dialog's thread can wait for a worker that is saving: it asks nothing of that thread any
+// more.
+std::unique_lock<std::mutex> LockUnlessSaving() {
+  std::unique_lock lock(phaseMutex);
+  phaseChanged.wait(lock, [] { return phase != RunPhase::kSaving; });
   return lock;
 }
 
 bool ClaimWorker() {
-  const auto lock = WaitWhileClosing();
-  if (worker != Worker::kNone) return false;
-  worker = Worker::kRunning;
+  const auto lock = LockUnlessSaving();
+  if (phase != RunPhase::kNone) return false;
+  phase = RunPhase::kPreparing;
   return true;
 }
 
@@ -69,7 +67,8 @@ void EnterPasses() {
   BytesAhead = kUnknownBytes;
   platform::SetBarPosition(Control::kOverallBar, 0);
   platform::EnableControl(Control::kUpdateButton, true);
-  platform::SetButtonCaption(Control::kUpdateButton, "CancelUpdate");
+  platform::SetButtonCaption(Control::kUpdateButton, texts::kCancelUpdateButton);
+  SetPhase(RunPhase::kUpdating);
   if (UpdateSet.Count() == 0) {
     platform::MoveBarPosition(Control::kOverallBar, 1);
     return;
@@ -121,9 +120,9 @@ void HandleEndedPass() {
 }
 
 void CloseRun() {
-  platform::SetButtonCaption(Control::kUpdateButton, "UpdateFiles");
+  platform::SetButtonCaption(Control::kUpdateButton, texts::kUpdateFilesButton);
   platform::EnableControl(Control::kUpdateButton, true);
-  SetWorker(Worker::kClosing);
+  SetPhase(RunPhase::kSaving);
   CloseIfOpen(ConnectionHandle);
   CloseIfOpen(SessionHandle);
   SaveCache();
@@ -142,7 +141,7 @@ void FileUpdate() {
     }
   }
   CloseRun();
-  SetWorker(Worker::kNone);
+  SetPhase(RunPhase::kNone);
 }
 
 }  // namespace
@@ -158,18 +157,20 @@ bool UpdateFiles() {
   platform::SetBarPosition(Control::kOverallBar, 0);
 
   WorkerHandle = platform::StartThread(FileUpdate);
-  if (WorkerHandle == 0) SetWorker(Worker::kNone);
+  if (WorkerHandle == 0) SetPhase(RunPhase::kNone);
   return WorkerHandle != 0;
 }
 
-bool IsRunInProgress() {
-  const auto lock = WaitWhileClosing();
-  return worker != Worker::kNone;
+RunPhase CurrentRunPhase() {
+  const std::lock_guard lock(phaseMutex);
+  return phase;
 }
 
+void WaitWhileSaving() { static_cast<void>(LockUnlessSaving()); }
+
 void WaitForRunEnd() {
-  std::unique_lock lock(workerMutex);
-  workerChanged.wait(lock, [] { return worker == Worker::kNone; });
+  std::unique_lock lock(phaseMutex);
+  phaseChanged.wait(lock, [] { return phase == RunPhase::kNone; });
 }
 
 }  // namespace velmora

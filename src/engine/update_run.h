@@ -3,6 +3,8 @@
 // with it.
 #pragma once
 
+#include "platform/dialog.h"
+
 namespace velmora {
 
 // Prepares and starts a run. True when its worker thread started. A run that lives keeps another
@@ -10,8 +12,11 @@ namespace velmora {
 // that its buttons serve already, is waited for. Dialog thread.
 bool UpdateFiles();
 
-// Whether a run's worker lives; waits like UpdateFiles. Any thread but the worker.
-[[nodiscard]] bool IsRunInProgress();
+// The phase of the latest run. Never waits. Any thread.
+[[nodiscard]] platform::RunPhase CurrentRunPhase();
+
+// Returns when no run is saving its cache. Any thread but the worker.
+void WaitWhileSaving();
 
 // Returns when no run's worker lives. Not for the worker itself.
 void WaitForRunEnd();

@@ -47,13 +47,21 @@ void ShowMessageBox(const std::string& text, const std::string& caption, std::ui
 // Has `DialogHandlers::close` carried out on the dialog's thread and returns when that is over.
 void AskToClose();
 
+// How far an update run has come.
+enum class RunPhase {
+  kNone,       // no run, or it has ended
+  kPreparing,  // up to the list
+  kUpdating,   // the Update button cancels the run
+  kSaving,     // only its cache is left to save, and its buttons serve the next run
+};
+
 // What the dialog calls, all of it on the thread that runs the dialog.
 struct DialogHandlers {
   void (*opened)();             // the controls exist, none is shown yet
   int (*command)(int control);  // a button's command, by the number of its control; 0 or -1
   void (*close)();              // the player, or AskToClose, wants the dialog closed
   void (*destroyed)();          // the dialog is gone
-  bool (*runInProgress)();      // whether an update run lives; asked by dialogs that take scripts
+  RunPhase (*runPhase)();       // of the latest run; never waits. Asked by the terminal dialog
   // The bytes of work left after the current file, negative if unknown; asked by dialogs that show
   // a time left.
   std::int64_t (*bytesAhead)();

@@ -85,7 +85,7 @@ void RunDialog() {
   if (RestartRequested != 0) {
     WaitForRunEnd();
   } else {
-    static_cast<void>(IsRunInProgress());
+    WaitWhileSaving();
   }
   if (WorkerHandle != 0) platform::CloseThreadHandle(WorkerHandle);
   CloseIfOpen(ConnectionHandle);

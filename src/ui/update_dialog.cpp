@@ -41,7 +41,8 @@ int CancelOrStartRun() {
 }
 
 int Recheck() {
-  if (IsRunInProgress()) return kNotStarted;
+  WaitWhileSaving();
+  if (CurrentRunPhase() != platform::RunPhase::kNone) return kNotStarted;
   static_cast<void>(platform::RemoveFile(kCacheFile));
   RecheckPending = 1;
   return StartRun();
@@ -83,7 +84,7 @@ platform::DialogHandlers UpdateDialogHandlers() {
           .command = OnCommand,
           .close = OnClose,
           .destroyed = CloseInformationPane,
-          .runInProgress = IsRunInProgress,
+          .runPhase = CurrentRunPhase,
           .bytesAhead = [] { return BytesAhead.load(); }};
 }
 

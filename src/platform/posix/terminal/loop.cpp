@@ -133,7 +133,7 @@ void DialogLoop::ServeSignal(int signal) {
 
 void DialogLoop::Interrupt() {
   state_.AnswerBox();
-  if (state_.CanCancel()) {
+  if (CanCancel()) {
     Press(Control::kUpdateButton);
   } else {
     Close();
@@ -158,7 +158,7 @@ void DialogLoop::ReportBoxes() {
 
 void DialogLoop::ServeScript() {
   if (depth_ > 0 || !state_.IsOpen()) return;
-  if (waitsForRun_ && handlers_.runInProgress()) return;
+  if (waitsForRun_ && handlers_.runPhase() != RunPhase::kNone) return;
   waitsForRun_ = false;
   if (script_.HasLine()) Execute(script_.Next());
 }
@@ -224,7 +224,7 @@ DialogLoop::Milliseconds DialogLoop::UntilDraw(Milliseconds now) {
   };
   if (state_.HasChanged()) return until(kDrawInterval);
   // Rate and time left go on changing while nothing moves.
-  return screenOn_ && state_.IsRunShown() ? until(kFigureInterval) : kNever;
+  return screenOn_ && IsUpdating() ? until(kFigureInterval) : kNever;
 }
 
 // What can't be executed yet isn't read either, so that a long script needs no room.
@@ -265,9 +265,15 @@ void DialogLoop::ServeKey(char key) {
   }
 }
 
+bool DialogLoop::IsUpdating() const { return handlers_.runPhase() == RunPhase::kUpdating; }
+
+bool DialogLoop::CanCancel() { return IsUpdating() && state_.IsEnabled(Control::kUpdateButton); }
+
+bool DialogLoop::CancelWaits() { return IsUpdating() && !state_.IsEnabled(Control::kUpdateButton); }
+
 // By a player, who is told why a run goes on for a while after it was asked to end.
 void DialogLoop::Press(Control control) {
-  const bool cancels = control == Control::kUpdateButton && state_.CanCancel();
+  const bool cancels = control == Control::kUpdateButton && CanCancel();
   const bool isAboutRun = control == Control::kUpdateButton || control == Control::kRecheckButton;
   Command(control);
   if (isAboutRun) cancelAsked_ = cancels;
@@ -317,14 +323,14 @@ Figures DialogLoop::FiguresOf(const DialogModel& model) {
   progress.fileLeft = RestOfFile(model);
   const std::int64_t ahead = handlers_.bytesAhead();
   // A run that is to be cancelled won't do what lies ahead.
-  if (ahead >= 0 && !CancelWaits(model)) progress.ahead = ahead;
-  return figures_.Update(ShowsRun(model), progress);
+  if (ahead >= 0 && !CancelWaits()) progress.ahead = ahead;
+  return figures_.Update(IsUpdating(), progress);
 }
 
 std::vector<std::string> DialogLoop::BelowBlock(const DialogState::Picture& picture,
-                                                ScreenSize size) const {
+                                                ScreenSize size) {
   if (picture.box) return RenderBox(*picture.box, size.columns);
-  const bool waits = cancelAsked_ && CancelWaits(picture.model) && state_.IsOpen();
+  const bool waits = cancelAsked_ && CancelWaits() && state_.IsOpen();
   return waits ? RenderCancelNotice(size.columns) : std::vector<std::string>{};
 }
 

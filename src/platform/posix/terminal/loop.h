@@ -53,6 +53,10 @@ class DialogLoop {
   void ServeKeys(std::string_view keys);
   void ServeKey(char key);
 
+  [[nodiscard]] bool IsUpdating() const;
+  [[nodiscard]] bool CanCancel();
+  // Whether a run was asked to stop and still goes on.
+  [[nodiscard]] bool CancelWaits();
   void Press(Control control);
   void Command(Control control);
 
@@ -61,7 +65,7 @@ class DialogLoop {
   void DrawScreen();
   [[nodiscard]] Figures FiguresOf(const DialogModel& model);
   [[nodiscard]] std::vector<std::string> BelowBlock(const DialogState::Picture& picture,
-                                                    ScreenSize size) const;
+                                                    ScreenSize size);
   void WriteLines();
   void BringOutLines();
   void SayOnOutput(const std::string& line);
@@ -87,7 +91,7 @@ class DialogLoop {
   Screen screen_;
   FigureKeeper figures_;
   Milliseconds lastDraw_ = 0;
-  bool cancelAsked_ = false;  // by a player; waits as long as the model shows it
+  bool cancelAsked_ = false;  // by a player
 
   ScriptInput script_;
   bool inputEnded_ = false;

@@ -5,14 +5,6 @@
 #include "base/texts.h"
 
 namespace velmora::platform::terminal {
-namespace {
-
-constexpr std::size_t kUpdate = 0;
-static_assert(kButtons[kUpdate].control == Control::kUpdateButton);
-
-constexpr char kCancelCaption[] = "CancelUpdate";
-
-}  // namespace
 
 void SetRange(Bar& bar, std::int32_t lowest, std::int32_t highest) {
   bar.lowest = lowest;
@@ -64,19 +56,9 @@ ButtonState* DialogModel::FindButton(Control control) {
   return nullptr;
 }
 
-bool ShowsRun(const DialogModel& model) { return model.buttons[kUpdate].caption == kCancelCaption; }
-
 std::int64_t RestOfFile(const DialogModel& model) {
   const Bar& bar = model.fileBar;
   return std::int64_t{bar.highest} - (model.fileBarMoved ? bar.position : bar.lowest);
-}
-
-bool OffersCancel(const DialogModel& model) {
-  return ShowsRun(model) && model.buttons[kUpdate].enabled;
-}
-
-bool CancelWaits(const DialogModel& model) {
-  return ShowsRun(model) && !model.buttons[kUpdate].enabled;
 }
 
 }  // namespace velmora::platform::terminal

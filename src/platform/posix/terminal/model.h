@@ -67,14 +67,8 @@ struct DialogModel {
   std::array<ButtonState, kButtons.size()> buttons;  // in the order of kButtons
 };
 
-// Whether an update is at work, going by what the Update button offers.
-[[nodiscard]] bool ShowsRun(const DialogModel& model);
 // The bytes of the present file that are still to come.
 [[nodiscard]] std::int64_t RestOfFile(const DialogModel& model);
-// Whether the Update button can be pressed and asks for a cancel then.
-[[nodiscard]] bool OffersCancel(const DialogModel& model);
-// Whether it was pressed for that, while the run goes on.
-[[nodiscard]] bool CancelWaits(const DialogModel& model);
 
 // A message box; texts in code page 932.
 struct BoxText {

@@ -145,16 +145,6 @@ bool DialogState::IsEnabled(Control button) {
   return model_.FindButton(button)->enabled;
 }
 
-bool DialogState::CanCancel() {
-  const std::lock_guard lock(mutex_);
-  return OffersCancel(model_);
-}
-
-bool DialogState::IsRunShown() {
-  const std::lock_guard lock(mutex_);
-  return ShowsRun(model_);
-}
-
 void DialogState::NoteChange() {
   if (reportsLines_) lines_.Note(model_);
   if (changed_) return;

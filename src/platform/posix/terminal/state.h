@@ -75,8 +75,6 @@ class DialogState {
   void AddLine(std::string_view line);
   [[nodiscard]] std::string TakeLines();
   [[nodiscard]] bool IsEnabled(Control button);
-  [[nodiscard]] bool CanCancel();
-  [[nodiscard]] bool IsRunShown();
 
  private:
   enum class Phase { kBefore, kOpen, kEnding, kClosed };

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs the patcher against a server that misbehaves in a thousand generated ways, natively, under both
-# sanitizers and as a Windows program under Wine. The tests run a fifth of them, a tenth under Wine. VELMORA_CASE=n carries out
-# one of the thousand alone.
+# sanitizers and as a Windows program under Wine. The tests run a fifth of them, a tenth under Wine.
+# VELMORA_CASE=n runs one of the thousand alone.
 #
 #   scripts/hostile.sh [PRESET...]       native asan tsan win64, if none is named
 set -euo pipefail

@@ -1,11 +1,9 @@
-// What a server can do wrong with one answer. A number decides all of it, so that a case comes
-// again.
+// What a server can do wrong with one reply. A number decides all of it, so that a case can be
+// repeated.
 #pragma once
 
-#include <cstddef>
 #include <random>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "support/loopback_server.h"
@@ -18,11 +16,14 @@ class Random {
 
   std::size_t Below(std::size_t bound) { return engine_() % bound; }
   bool Chance(int percent) { return Below(100) < static_cast<std::size_t>(percent); }
-  // One of the choices that stand between bars; "@" is a zero byte in them.
-  std::string PickOf(std::string_view choices);
   std::string Bytes(std::size_t count) {
     std::string bytes(count, '\0');
     for (char& byte : bytes) byte = static_cast<char>(engine_());
+    return bytes;
+  }
+  // `bytes` with one bit changed.
+  std::string Damaged(std::string bytes) {
+    bytes[Below(bytes.size())] ^= static_cast<char>(1U << Below(8));
     return bytes;
   }
   template <typename Item>
@@ -37,19 +38,11 @@ class Random {
 // `text`, `count` times.
 [[nodiscard]] std::string Times(std::size_t count, const std::string& text);
 
-// What was asked for, and what an honest server would give.
-struct Honest {
-  std::string path;
-  std::string body;
-};
+// The kinds of replies, by name.
+[[nodiscard]] std::vector<std::string> HostileKinds();
 
-struct HostileKind {
-  std::string name;
-  Reply (*reply)(Random&, const Honest&);
-};
-
-// All the ways: "status line", "status code", "interim", "redirect", "headers", "length", "chunks",
-// "early end", "body", "endless", "kept" and "stall".
-[[nodiscard]] const std::vector<HostileKind>& HostileKinds();
+// A reply of that kind to a request for `path`, where an honest server would send `body`.
+[[nodiscard]] Reply HostileReply(const std::string& kind, Random& random, const std::string& path,
+                                 const std::string& body);
 
 }  // namespace velmora::test

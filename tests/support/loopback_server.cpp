@@ -15,8 +15,8 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
-#include <set>
 #include <thread>
+#include <utility>
 
 namespace velmora::test {
 namespace {
@@ -42,8 +42,6 @@ using Length = socklen_t;
 void CloseSocket(Socket socket) { close(socket); }
 void StartSockets() {}
 #endif
-
-enum Direction { kRead, kWrite };
 
 void ResetSocket(Socket socket) {
   const linger now{1, 0};
@@ -83,62 +81,46 @@ struct LoopbackServer::State {
   Answer answer;
   Socket listener = kNoSocket;
   std::uint16_t port = 0;
-  mutable std::mutex mutex;
+  std::mutex mutex;
   std::atomic<bool> ending = false;
   std::vector<ServedRequest> requests;
-  std::set<Socket> open;
-  std::vector<std::thread> threads;  // the first one accepts
-
-  sockaddr_in name{};  // where it listens
+  std::vector<std::thread> threads;  // one for each connection
+  std::thread acceptor;
 
   void Listen(std::uint16_t wanted, const char* address);
-  void WakeAccept() const;
   void Accept();
   void Serve(Socket socket, int connection);
   bool ServeOne(Socket socket, int connection, std::string& pending);
-  bool IsReady(Socket socket, Direction direction) const;
+  bool IsReady(Socket socket, bool forWriting) const;
   int Receive(Socket socket, char* buffer, int size) const;
   bool Send(Socket socket, const std::string& bytes) const;
   bool Send(Socket socket, const Reply& reply) const;
-  void Finish(Socket socket);
 };
 
 void LoopbackServer::State::Listen(std::uint16_t wanted, const char* address) {
+  sockaddr_in name{};
   name.sin_family = AF_INET;
   name.sin_port = htons(wanted);
   inet_pton(AF_INET, address, &name.sin_addr);
-  Socket socketHere = socket(AF_INET, SOCK_STREAM, 0);
+  listener = socket(AF_INET, SOCK_STREAM, 0);
   const int yes = 1;
-  setsockopt(socketHere, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&yes), sizeof yes);
-  if (bind(socketHere, reinterpret_cast<sockaddr*>(&name), sizeof name) != 0 ||
-      listen(socketHere, 64) != 0) {
-    CloseSocket(socketHere);
+  setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&yes), sizeof yes);
+  if (bind(listener, reinterpret_cast<sockaddr*>(&name), sizeof name) != 0 ||
+      listen(listener, 64) != 0) {
+    CloseSocket(std::exchange(listener, kNoSocket));
     return;
   }
   Length length = sizeof name;
-  getsockname(socketHere, reinterpret_cast<sockaddr*>(&name), &length);
+  getsockname(listener, reinterpret_cast<sockaddr*>(&name), &length);
   port = ntohs(name.sin_port);
-  listener = socketHere;
-}
-
-// Not every system ends a waiting accept when its socket is closed; a visitor does everywhere.
-void LoopbackServer::State::WakeAccept() const {
-  const Socket visitor = socket(AF_INET, SOCK_STREAM, 0);
-  connect(visitor, reinterpret_cast<const sockaddr*>(&name), sizeof name);
-  CloseSocket(visitor);
 }
 
 void LoopbackServer::State::Accept() {
-  for (int connection = 1;; ++connection) {
+  for (int connection = 1; IsReady(listener, false); ++connection) {
     const Socket client = accept(listener, nullptr, nullptr);
-    const std::lock_guard lock(mutex);
-    if (ending || client == kNoSocket) {
-      if (client != kNoSocket) CloseSocket(client);
-      return;
-    }
+    if (client == kNoSocket) continue;
     const int yes = 1;
     setsockopt(client, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&yes), sizeof yes);
-    open.insert(client);
     threads.emplace_back([this, client, connection] { Serve(client, connection); });
   }
 }
@@ -147,25 +129,19 @@ void LoopbackServer::State::Serve(Socket socket, int connection) {
   std::string pending;
   while (ServeOne(socket, connection, pending)) {
   }
-  Finish(socket);
+  CloseSocket(socket);
 }
 
-void LoopbackServer::State::Finish(Socket socket) {
-  const std::lock_guard lock(mutex);
-  if (open.erase(socket) != 0) CloseSocket(socket);
-}
-
-// Waits until the socket can be read or written, false if the server ends before: a waiting call
-// can't be woken on every system.
-bool LoopbackServer::State::IsReady(Socket socket, Direction direction) const {
+// Waits until the socket can be read or written; false if the server ends first. No call that waits
+// for ever can be woken on every system.
+bool LoopbackServer::State::IsReady(Socket socket, bool forWriting) const {
   while (!ending) {
-    fd_set waiting;
-    FD_ZERO(&waiting);
-    FD_SET(socket, &waiting);
+    fd_set sockets;
+    FD_ZERO(&sockets);
+    FD_SET(socket, &sockets);
     timeval step{0, 20000};
-    const bool reads = direction == kRead;
-    if (select(static_cast<int>(socket) + 1, reads ? &waiting : nullptr, reads ? nullptr : &waiting,
-               nullptr, &step) > 0) {
+    if (select(static_cast<int>(socket) + 1, forWriting ? nullptr : &sockets,
+               forWriting ? &sockets : nullptr, nullptr, &step) > 0) {
       return true;
     }
   }
@@ -173,16 +149,15 @@ bool LoopbackServer::State::IsReady(Socket socket, Direction direction) const {
 }
 
 int LoopbackServer::State::Receive(Socket socket, char* buffer, int size) const {
-  if (!IsReady(socket, kRead)) return 0;
+  if (!IsReady(socket, false)) return 0;
   return static_cast<int>(recv(socket, buffer, static_cast<Length>(size), 0));
 }
 
-// As send, all of it, but also over when the server ends.
 bool LoopbackServer::State::Send(Socket socket, const std::string& bytes) const {
-  constexpr std::size_t kPiece = 4096;  // a socket that takes any takes so much without waiting
+  constexpr std::size_t kChunk = 4096;  // a socket that takes any byte takes so many at once
   for (std::size_t sent = 0; sent < bytes.size();) {
-    if (!IsReady(socket, kWrite)) return false;
-    const std::size_t length = std::min(kPiece, bytes.size() - sent);
+    if (!IsReady(socket, true)) return false;
+    const std::size_t length = std::min(kChunk, bytes.size() - sent);
     const auto count = send(socket, bytes.data() + sent, static_cast<Length>(length), kNoSignal);
     if (count <= 0) return false;
     sent += static_cast<std::size_t>(count);
@@ -192,40 +167,35 @@ bool LoopbackServer::State::Send(Socket socket, const std::string& bytes) const 
 
 bool LoopbackServer::State::Send(Socket socket, const Reply& reply) const {
   constexpr std::size_t kRepeated = std::size_t{16} << 20;
-  bool sent = Send(socket, reply.bytes);
-  for (std::size_t i = 0; sent && !reply.repeated.empty() && i < kRepeated;
-       i += reply.repeated.size()) {
-    sent = Send(socket, reply.repeated);
+  if (!Send(socket, reply.bytes)) return false;
+  for (std::size_t sent = 0; sent < kRepeated && !reply.repeated.empty();
+       sent += reply.repeated.size()) {
+    if (!Send(socket, reply.repeated)) return false;
   }
-  return sent;
+  return true;
 }
 
 // False when the connection is over.
 bool LoopbackServer::State::ServeOne(Socket socket, int connection, std::string& pending) {
-  std::size_t end = pending.find("\r\n\r\n");
-  while (end == std::string::npos) {
-    char buffer[4096];
-    const auto count = Receive(socket, buffer, sizeof buffer);
+  char buffer[4096];
+  std::size_t end = std::string::npos;
+  while ((end = pending.find("\r\n\r\n")) == std::string::npos) {
+    const int count = Receive(socket, buffer, sizeof buffer);
     if (count <= 0) return false;
     pending.append(buffer, static_cast<std::size_t>(count));
-    end = pending.find("\r\n\r\n");
   }
-  ServedRequest request{"", pending.substr(0, end + 2), connection};
-  request.path = TargetOf(request.head);
+  const std::string head = pending.substr(0, end + 2);
   pending.erase(0, end + 4);
 
   Reply reply;
   {
     const std::lock_guard lock(mutex);
-    requests.push_back(request);
-    reply = answer(request);
+    requests.push_back({TargetOf(head), head, connection});
+    reply = answer(requests.back());
   }
   if (!Send(socket, reply)) return false;
   if (reply.end == Reply::End::kReset) ResetSocket(socket);
-  if (reply.end == Reply::End::kStall) {
-    char byte = 0;
-    while (Receive(socket, &byte, 1) > 0) {
-    }
+  while (reply.end == Reply::End::kStall && Receive(socket, buffer, sizeof buffer) > 0) {
   }
   return reply.end == Reply::End::kKeep;
 }
@@ -235,21 +205,14 @@ LoopbackServer::LoopbackServer(Answer answer, std::uint16_t port, const char* ad
   StartSockets();
   state_->answer = std::move(answer);
   state_->Listen(port, address);
-  if (!IsListening()) return;
-  const std::lock_guard lock(state_->mutex);
-  state_->threads.emplace_back([state = state_.get()] { state->Accept(); });
+  if (IsListening()) state_->acceptor = std::thread([state = state_.get()] { state->Accept(); });
 }
 
 LoopbackServer::~LoopbackServer() {
   if (!IsListening()) return;
-  std::vector<std::thread> threads;
-  {
-    const std::lock_guard lock(state_->mutex);
-    state_->ending = true;
-    threads = std::move(state_->threads);
-  }
-  state_->WakeAccept();
-  for (std::thread& thread : threads) thread.join();
+  state_->ending = true;
+  state_->acceptor.join();
+  for (std::thread& thread : state_->threads) thread.join();
   CloseSocket(state_->listener);
 }
 

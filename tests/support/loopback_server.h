@@ -1,4 +1,5 @@
-// An HTTP server on 127.0.0.1 that does exactly what a test tells it, misbehaviour included.
+// An HTTP server on the loopback interface that does exactly what a test tells it, misbehaviour
+// included.
 #pragma once
 
 #include <cstdint>
@@ -26,7 +27,7 @@ struct Reply {
 
   std::string bytes;  // status line, headers, body: all that is sent
   End end = End::kKeep;
-  std::string repeated = {};  // sent behind `bytes` again and again, 16 MiB in all
+  std::string repeated = {};  // sent after `bytes` again and again, 16 MiB in all
 };
 
 // 200 with Content-Length.
@@ -34,7 +35,7 @@ struct Reply {
 // Any status, with a body and Content-Length.
 [[nodiscard]] Reply Status(int code, const std::string& headers = "",
                            const std::string& body = "gone");
-// 200 with the headers given, each ending in CR LF, and a body that needn't keep to them.
+// 200 with the headers given, each ending in CR LF, and a body that needn't agree with them.
 [[nodiscard]] Reply Raw(const std::string& headers, const std::string& body,
                         Reply::End end = Reply::End::kClose);
 
@@ -43,7 +44,7 @@ class LoopbackServer {
   using Answer = std::function<Reply(const ServedRequest&)>;
 
   // Serves on a free port, or on `port` of `address`; `answer` is called on the server's threads,
-  // one at a time. IsListening is false if the port can't be had.
+  // one at a time. IsListening returns false if the port is unavailable.
   explicit LoopbackServer(Answer answer, std::uint16_t port = 0, const char* address = "127.0.0.1");
   ~LoopbackServer();
   LoopbackServer(const LoopbackServer&) = delete;

@@ -1,19 +1,8 @@
-// What a test and the shim inside the patcher's processes share: the plan of one fault, and what
-// came of it.
+// One fault for a chain of the patcher's processes, and what came of it: a file that the test and
+// all these processes map. The environment variable kFaultPlan names it; without one nothing fails.
 //
-// The plan stands in environment variables: kFaultOperation names the operations that count,
-// kFaultEffect says what happens to the one of them that has the number kFaultNumber, counted from
-// 1 over all processes of a chain. Operations count that concern the folder kFaultFolder, its
-// descriptors, or blocks of memory that the program itself asks for. The log is most
-// of what a run does to a disk: of the operations on it, each kFaultLogStride-th counts.
-//
-//   operation   open read write close unlink rmdir mkdir rename ftruncate chmod status
-//               memory thread exec; "change" stands for all that change the disk
-//   effect      a number: the operation fails with that error
-//               half:      half of the bytes are taken or given
-//               full:      (write) half of the bytes are taken, and no byte from then on
-//               kill:      the process is killed in front of the operation
-//               kill-half: (write) the process is killed after half of the bytes
+// Operations count, from 1 and over all processes of the chain, if they are of the kind that the
+// plan names and concern its folder, or blocks of memory that the program itself asks for.
 #pragma once
 
 #include <atomic>
@@ -21,19 +10,29 @@
 
 namespace velmora::test {
 
-inline constexpr char kFaultOperation[] = "VELMORA_FAULT_OPERATION";
-inline constexpr char kFaultEffect[] = "VELMORA_FAULT_EFFECT";
-inline constexpr char kFaultNumber[] = "VELMORA_FAULT_NUMBER";
-inline constexpr char kFaultFolder[] = "VELMORA_FAULT_FOLDER";
-inline constexpr char kFaultLogStride[] = "VELMORA_FAULT_LOG_STRIDE";
-inline constexpr char kFaultReport[] = "VELMORA_FAULT_REPORT";
+inline constexpr char kFaultPlan[] = "VELMORA_FAULT_PLAN";
 
-// The file kFaultReport, which all processes of the chain map.
-struct FaultReport {
-  std::atomic<std::uint32_t> counted;  // operations so far
-  std::atomic<std::uint32_t> logged;   // operations on the log
-  std::atomic<std::uint32_t> struck;   // whether the fault has happened
-  char operation[240];                 // and to what
+// What happens to an operation: it fails with an error of errno.h, or one of these.
+enum FaultEffect : int {
+  kNoFault = 0,
+  kHalf = -1,      // half of the bytes are read or written
+  kFullDisk = -2,  // half of the bytes are written, and none from then on
+  kKill = -3,      // the process is killed before the operation
+  kKillHalf = -4,  // the process is killed after half of the bytes
+};
+
+struct FaultPlan {
+  // open read write close unlink rmdir mkdir rename ftruncate chmod status memory thread exec;
+  // "change" is everything that changes the disk.
+  char operation[16];
+  char folder[200];
+  int effect;
+  std::uint32_t number;     // of the operation that is struck
+  std::uint32_t logStride;  // of the operations on the log, which are most, every so many counts
+  std::atomic<std::uint32_t> counted;
+  std::atomic<std::uint32_t> logged;
+  std::atomic<std::uint32_t> struck;  // whether the fault has happened,
+  char struckOperation[240];          // and to what
 };
 
 }  // namespace velmora::test

@@ -1,70 +1,45 @@
-// Loaded in front of the C library: lets the operation that the plan names fail, or kills the
-// process at it. What it needs itself it asks of the kernel, so that it never meets its own
-// functions.
+// Stands between a patcher and the C library: the linker's --wrap=NAME sends the program's calls of
+// NAME to __wrap_NAME, and those of __real_NAME to the library. Lets the operation that the plan
+// names fail, or kills the process at it.
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <link.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 #include "support/faults.h"
-
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-}
 
 namespace velmora::test {
 namespace {
 
 constexpr std::size_t kBigBlock = 4096;
 
-enum class Effect { kNone, kError, kHalf, kFull, kKill, kKillHalf };
-
-// The plan. There is none until the report is mapped.
-FaultReport* report = nullptr;
-std::string_view operation;
-std::string_view folder;
-Effect effect = Effect::kNone;
-int errorCode = 0;
-std::uint32_t number = 0;
-std::uint32_t logStride = 1;
-
-// Descriptors of the folder's files.
-std::array<std::atomic<bool>, 1024> ours{};
-
-// Where the program itself stands in memory, without its libraries.
-std::uintptr_t programStart = 0;
-std::uintptr_t programEnd = 0;
-
-bool IsOurs(int file) { return file >= 0 && file < 1024 && ours[static_cast<std::size_t>(file)]; }
-bool IsInFolder(std::string_view path) {
-  return report != nullptr && (!path.starts_with('/') || path.starts_with(folder));
+FaultPlan* MapPlan() {
+  const char* const path = std::getenv(kFaultPlan);
+  if (path == nullptr) return nullptr;
+  const int file = open(path, O_RDWR | O_CLOEXEC);
+  void* const map = mmap(nullptr, sizeof(FaultPlan), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  close(file);
+  return map == MAP_FAILED ? nullptr : static_cast<FaultPlan*>(map);
 }
 
-bool IsProgram(const void* caller) {
-  const auto address = reinterpret_cast<std::uintptr_t>(caller);
-  return report != nullptr && address >= programStart && address < programEnd;
-}
+FaultPlan* const plan = MapPlan();  // null up to here, so that these calls aren't counted
 
-bool ChangesDisk(std::string_view name) {
+bool Counts(std::string_view operation) {
   static constexpr std::string_view kChanges[] = {"create", "write",     "unlink", "rmdir",
                                                   "mkdir",  "ftruncate", "chmod",  "rename"};
-  return std::find(std::begin(kChanges), std::end(kChanges), name) != std::end(kChanges);
+  const std::string_view wanted = plan->operation;
+  return wanted == operation || (wanted == "open" && operation == "create") ||
+         (wanted == "change" && std::ranges::find(kChanges, operation) != std::end(kChanges));
 }
 
 [[noreturn]] void Kill() {
@@ -72,242 +47,123 @@ bool ChangesDisk(std::string_view name) {
   for (;;) pause();
 }
 
-void Report(std::string_view name, const char* object) {
-  std::snprintf(report->operation, sizeof report->operation, "%.*s %s",
-                static_cast<int>(name.size()), name.data(), object);
-  report->struck = 1;
+// Counts an operation and returns what is to happen to it; an error is in errno, too.
+int Meet(const char* operation, const char* object) {
+  if (plan == nullptr || !Counts(operation)) return kNoFault;
+  const bool isLog = std::string_view(object).ends_with("session.log");
+  if (isLog && ++plan->logged % plan->logStride != 0 && plan->effect != kFullDisk) return kNoFault;
+  const std::uint32_t count = ++plan->counted;
+  if (plan->effect == kFullDisk && count > plan->number && plan->struck != 0) return errno = ENOSPC;
+  if (count != plan->number) return kNoFault;
+  std::snprintf(plan->struckOperation, sizeof plan->struckOperation, "%s %s", operation, object);
+  plan->struck = 1;
+  if (plan->effect == kKill) Kill();
+  if (plan->effect > 0) errno = plan->effect;
+  return plan->effect;
 }
 
-// Counts an operation, and gives what is to happen to it.
-Effect Meet(std::string_view name, const char* object) {
-  const bool counts = operation == name || (operation == "change" && ChangesDisk(name)) ||
-                      (operation == "open" && name == "create");
-  if (report == nullptr || !counts) return Effect::kNone;
-  if (std::string_view(object).ends_with("session.log") && ++report->logged % logStride != 0 &&
-      effect != Effect::kFull) {
-    return Effect::kNone;
-  }
-  const std::uint32_t count = ++report->counted;
-  if (effect == Effect::kFull && count > number && report->struck != 0) {
-    errno = ENOSPC;
-    return Effect::kError;
-  }
-  if (count != number) return Effect::kNone;
-  Report(name, object);
-  if (effect == Effect::kKill) Kill();
-  errno = errorCode;
-  return effect;
-}
-
-// The same for an operation on a descriptor.
-Effect Meet(std::string_view name, int file) {
+int Meet(const char* operation, int file) {
   char link[40];
-  char object[200] = {};
+  char path[200] = {};
   std::snprintf(link, sizeof link, "/proc/self/fd/%d", file);
-  syscall(SYS_readlink, link, object, sizeof object - 1);
-  return Meet(name, object);
+  const bool isOurs = plan != nullptr && readlink(link, path, sizeof path - 1) > 0 &&
+                      std::string_view(path).starts_with(plan->folder);
+  return isOurs ? Meet(operation, path) : kNoFault;
 }
 
-bool Fails(std::string_view name, const char* path) {
-  return IsInFolder(path) && Meet(name, path) == Effect::kError;
+bool Fails(const char* operation, int file) { return Meet(operation, file) > 0; }
+
+bool Fails(const char* operation, const char* path) {
+  const bool isOurs =
+      plan != nullptr && (*path != '/' || std::string_view(path).starts_with(plan->folder));
+  return isOurs && Meet(operation, path) > 0;
 }
 
-int Open(int directory, const char* path, int flags, mode_t mode) {
-  const bool counts = IsInFolder(path);
-  const bool changes = (flags & (O_CREAT | O_TRUNC)) != 0;
-  if (counts && Meet(changes ? "create" : "open", path) == Effect::kError) return -1;
-  const int file = static_cast<int>(syscall(SYS_openat, directory, path, flags, mode));
-  if (file >= 0 && file < 1024) ours[static_cast<std::size_t>(file)] = counts;
-  return file;
-}
-
-int NoteProgram(dl_phdr_info* info, std::size_t, void*) {
-  programStart = UINTPTR_MAX;
-  for (int i = 0; i < info->dlpi_phnum; ++i) {
-    if (info->dlpi_phdr[i].p_type != PT_LOAD) continue;
-    const std::uintptr_t start = info->dlpi_addr + info->dlpi_phdr[i].p_vaddr;
-    programStart = std::min(programStart, start);
-    programEnd = std::max(programEnd, start + info->dlpi_phdr[i].p_memsz);
-  }
-  return 1;  // the first one is the program
-}
-
-Effect ReadEffect(std::string_view text) {
-  static constexpr std::pair<std::string_view, Effect> kEffects[] = {
-      {"half", Effect::kHalf},
-      {"full", Effect::kFull},
-      {"kill", Effect::kKill},
-      {"kill-half", Effect::kKillHalf}};
-  for (const auto& [name, kind] : kEffects) {
-    if (name == text) return kind;
-  }
-  return Effect::kError;
-}
-
-const char* Variable(const char* name) {
-  const char* value = std::getenv(name);
-  return value == nullptr ? "" : value;
-}
-
-__attribute__((constructor)) void TakePlan() {
-  operation = Variable(kFaultOperation);
-  folder = Variable(kFaultFolder);
-  effect = ReadEffect(Variable(kFaultEffect));
-  errorCode = std::atoi(Variable(kFaultEffect));
-  number = static_cast<std::uint32_t>(std::atoi(Variable(kFaultNumber)));
-  logStride = std::max(1U, static_cast<std::uint32_t>(std::atoi(Variable(kFaultLogStride))));
-  dl_iterate_phdr(NoteProgram, nullptr);
-  const auto file =
-      static_cast<int>(syscall(SYS_openat, AT_FDCWD, Variable(kFaultReport), O_RDWR | O_CLOEXEC));
-  if (file < 0) return;
-  void* const map = reinterpret_cast<void*>(
-      syscall(SYS_mmap, nullptr, sizeof(FaultReport), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
-  syscall(SYS_close, file);
-  if (map != MAP_FAILED) report = static_cast<FaultReport*>(map);
+bool FailsBlock(std::size_t size, const char* function) {
+  return size >= kBigBlock && Meet("memory", function) > 0;
 }
 
 }  // namespace
 }  // namespace velmora::test
 
-using velmora::test::Effect;
-using velmora::test::Fails;
-using velmora::test::IsOurs;
-using velmora::test::Meet;
+using namespace velmora::test;
+
+#define WRAPPED(result, name, ...)   \
+  result __real_##name(__VA_ARGS__); \
+  result __wrap_##name(__VA_ARGS__)
+
+// A function that returns -1 when its operation, on the object given, has to fail.
+#define FAILING(name, operation, object, parameters, arguments) \
+  int __real_##name parameters;                                 \
+  int __wrap_##name parameters { return Fails(operation, object) ? -1 : __real_##name arguments; }
 
 extern "C" {
 
-int openat(int directory, const char* path, int flags, ...) {
+FAILING(access, "status", path, (const char* path, int mode), (path, mode))
+FAILING(chmod, "chmod", path, (const char* path, mode_t mode), (path, mode))
+FAILING(execv, "exec", path, (const char* path, char* const* words), (path, words))
+FAILING(fstat, "status", file, (int file, struct stat* status), (file, status))
+FAILING(ftruncate, "ftruncate", file, (int file, off_t size), (file, size))
+FAILING(lstat, "status", path, (const char* path, struct stat* status), (path, status))
+FAILING(mkdir, "mkdir", path, (const char* path, mode_t mode), (path, mode))
+FAILING(rename, "rename", to, (const char* from, const char* to), (from, to))
+FAILING(rmdir, "rmdir", path, (const char* path), (path))
+FAILING(stat, "status", path, (const char* path, struct stat* status), (path, status))
+FAILING(unlink, "unlink", path, (const char* path), (path))
+
+WRAPPED(int, open, const char* path, int flags, ...) {
   std::va_list arguments;
   va_start(arguments, flags);
-  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  return velmora::test::Open(directory, path, flags, mode);
+  const bool changes = (flags & (O_CREAT | O_TRUNC)) != 0;
+  return Fails(changes ? "create" : "open", path) ? -1 : __real_open(path, flags, mode);
 }
 
-int open(const char* path, int flags, ...) {
-  std::va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
-  va_end(arguments);
-  return velmora::test::Open(AT_FDCWD, path, flags, mode);
+WRAPPED(DIR*, opendir, const char* path) {
+  return Fails("open", path) ? nullptr : __real_opendir(path);
 }
 
-int open64(const char* path, int flags, ...) __attribute__((alias("open")));
-int openat64(int directory, const char* path, int flags, ...) __attribute__((alias("openat")));
-
-DIR* opendir(const char* path) {
-  static const auto real = reinterpret_cast<DIR* (*)(const char*)>(dlsym(RTLD_NEXT, "opendir"));
-  return Fails("open", path) ? nullptr : real(path);
+WRAPPED(ssize_t, read, int file, void* data, std::size_t size) {
+  const int effect = Meet("read", file);
+  return effect > 0 ? -1 : __real_read(file, data, effect == kHalf ? (size + 1) / 2 : size);
 }
 
-ssize_t read(int file, void* data, std::size_t size) {
-  const Effect effect = IsOurs(file) ? Meet("read", file) : Effect::kNone;
-  if (effect == Effect::kError) return -1;
-  return syscall(SYS_read, file, data, effect == Effect::kHalf ? (size + 1) / 2 : size);
-}
-
-ssize_t write(int file, const void* data, std::size_t size) {
-  const Effect effect = IsOurs(file) ? Meet("write", file) : Effect::kNone;
-  if (effect == Effect::kError) return -1;
-  if (effect == Effect::kNone) return syscall(SYS_write, file, data, size);
-  const ssize_t taken = syscall(SYS_write, file, data, (size + 1) / 2);
-  if (effect == Effect::kKillHalf) velmora::test::Kill();
+WRAPPED(ssize_t, write, int file, const void* data, std::size_t size) {
+  const int effect = Meet("write", file);
+  if (effect > 0) return -1;
+  if (effect == kNoFault) return __real_write(file, data, size);
+  const ssize_t taken = __real_write(file, data, (size + 1) / 2);
+  if (effect == kKillHalf) Kill();
   return taken;
 }
 
-int close(int file) {
-  const bool fails = IsOurs(file) && Meet("close", file) == Effect::kError;
-  if (IsOurs(file)) velmora::test::ours[static_cast<std::size_t>(file)] = false;
-  const int error = errno;
-  const auto result = static_cast<int>(syscall(SYS_close, file));
-  if (!fails) return result;
+WRAPPED(int, close, int file) {
+  const int error = Meet("close", file);
+  const int result = __real_close(file);
+  if (error <= 0) return result;
   errno = error;
   return -1;
 }
 
-int unlink(const char* path) {
-  return Fails("unlink", path) ? -1 : static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
+WRAPPED(void*, malloc, std::size_t size) {
+  return FailsBlock(size, "malloc") ? nullptr : __real_malloc(size);
 }
 
-int rmdir(const char* path) {
-  if (Fails("rmdir", path)) return -1;
-  return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, AT_REMOVEDIR));
+WRAPPED(void*, calloc, std::size_t count, std::size_t size) {
+  return FailsBlock(count * size, "calloc") ? nullptr : __real_calloc(count, size);
 }
 
-int mkdir(const char* path, mode_t mode) {
-  return Fails("mkdir", path) ? -1 : static_cast<int>(syscall(SYS_mkdirat, AT_FDCWD, path, mode));
+WRAPPED(void*, mmap, void* address, std::size_t size, int protection, int flags, int file,
+        off_t offset) {
+  if (FailsBlock(size, "mmap")) return MAP_FAILED;
+  return __real_mmap(address, size, protection, flags, file, offset);
 }
 
-int rename(const char* from, const char* to) {
-  if (Fails("rename", to)) return -1;
-  return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
-}
-
-int ftruncate(int file, off_t size) {
-  if (IsOurs(file) && Meet("ftruncate", file) == Effect::kError) return -1;
-  return static_cast<int>(syscall(SYS_ftruncate, file, size));
-}
-
-int ftruncate64(int file, off_t size) __attribute__((alias("ftruncate")));
-
-int chmod(const char* path, mode_t mode) {
-  return Fails("chmod", path) ? -1 : static_cast<int>(syscall(SYS_fchmodat, AT_FDCWD, path, mode));
-}
-
-int fchmod(int file, mode_t mode) {
-  if (IsOurs(file) && Meet("chmod", file) == Effect::kError) return -1;
-  return static_cast<int>(syscall(SYS_fchmod, file, mode));
-}
-
-int access(const char* path, int mode) {
-  if (Fails("status", path)) return -1;
-  return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, path, mode));
-}
-
-int stat(const char* path, struct stat* status) {
-  return Fails("status", path) ? -1 : fstatat(AT_FDCWD, path, status, 0);
-}
-
-int lstat(const char* path, struct stat* status) {
-  return Fails("status", path) ? -1 : fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
-}
-
-int fstat(int file, struct stat* status) {
-  if (IsOurs(file) && Meet("status", file) == Effect::kError) return -1;
-  return fstatat(file, "", status, AT_EMPTY_PATH);
-}
-
-void* malloc(std::size_t size) {
-  const bool counts =
-      size >= velmora::test::kBigBlock && velmora::test::IsProgram(__builtin_return_address(0));
-  if (counts && Meet("memory", "malloc") == Effect::kError) return nullptr;
-  return __libc_malloc(size);
-}
-
-void* calloc(std::size_t count, std::size_t size) {
-  const bool counts = count * size >= velmora::test::kBigBlock &&
-                      velmora::test::IsProgram(__builtin_return_address(0));
-  if (counts && Meet("memory", "calloc") == Effect::kError) return nullptr;
-  return __libc_calloc(count, size);
-}
-
-void* mmap(void* address, std::size_t size, int protection, int flags, int file, off_t offset) {
-  const bool counts = velmora::test::IsProgram(__builtin_return_address(0));
-  if (counts && Meet("memory", "mmap") == Effect::kError) return MAP_FAILED;
-  return reinterpret_cast<void*>(syscall(SYS_mmap, address, size, protection, flags, file, offset));
-}
-
-int execv(const char* path, char* const* arguments) {
-  if (Fails("exec", path)) return -1;
-  return static_cast<int>(syscall(SYS_execve, path, arguments, environ));
-}
-
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
-                   void* argument) {
-  static const auto real =
-      reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-  if (Meet("thread", "pthread_create") == Effect::kError) return EAGAIN;
-  return real(thread, attributes, entry, argument);
+WRAPPED(int, pthread_create, pthread_t* thread, const pthread_attr_t* attributes,
+        void* (*entry)(void*), void* argument) {
+  const int error = Meet("thread", "pthread_create");
+  return error > 0 ? error : __real_pthread_create(thread, attributes, entry, argument);
 }
 
 }  // extern "C"

@@ -18,9 +18,9 @@ using test::Reply;
 using test::ServedRequest;
 using test::Status;
 
-// Where the tests run as a Windows program, the HTTP service is Wine's: it follows redirects
-// without end, gives more of a body than was announced, and takes dots in a query for parts of
-// the path.
+// The tests of the Windows program run under Wine, whose HTTP service follows redirects without
+// end, returns more of a body than was announced, and takes dots in a query for elements of the
+// path.
 #ifdef _WIN32
 constexpr bool kUnderWine = true;
 #else
@@ -50,17 +50,24 @@ class Http : public testing::Test {
   static std::string Text(HttpHandle request, HttpField field = HttpField::kStatusCode) {
     return QueryHttpField(request, field, 32).value_or("(none)");
   }
-  // The body by pieces, "!" behind it if a read failed.
+  // The body as it becomes available, with "!" after it if a read failed.
   static std::string Body(HttpHandle request) {
     std::string body;
     while (const std::uint32_t available = QueryHttpDataAvailable(request)) {
-      std::string piece(available, '\0');
+      std::string chunk(available, '\0');
       std::uint32_t read = 0;
-      const bool succeeded = ReadHttp(request, piece.data(), available, read);
-      body.append(piece, 0, read);
+      const bool succeeded = ReadHttp(request, chunk.data(), available, read);
+      body.append(chunk, 0, read);
       if (!succeeded) return body + "!";
     }
     return body;
+  }
+  // Status and body of one request.
+  [[nodiscard]] std::string Fetch(const std::string& path) const {
+    const HttpHandle request = Get(path);
+    const std::string seen = Text(request) + " " + Body(request);
+    CloseHttpHandle(request);
+    return seen;
   }
 
   std::unique_ptr<LoopbackServer> server_;
@@ -87,18 +94,17 @@ TEST_F(Http, PlainAnswer) {
   EXPECT_EQ(served.head.find("Accept-Encoding"), std::string::npos);
 }
 
-TEST_F(Http, PathsGoOutAsTheyStand) {
+TEST_F(Http, PathsGoOutAsTheyAre) {
   Connect([](const ServedRequest&) { return Ok(""); });
-  for (const char* path : {"/a%20b", "/a?b=c", "//a", "/"}) {
-    CloseHttpHandle(Get(path));
-    EXPECT_EQ(server_->Requests().back().path, path);
-  }
-  CloseHttpHandle(Get("/\x83\x65.dat"));
-  EXPECT_EQ(server_->Requests().back().path, "/%83e.dat");
   const struct {
-    const char* path;
-    const char* target;
-  } changed[] = {
+    std::string path;
+    std::string target;
+  } cases[] = {
+      {"/a%20b", "/a%20b"},
+      {"/a?b=c", "/a?b=c"},
+      {"//a", "//a"},
+      {"/", "/"},
+      {"/\x83\x65.dat", "/%83e.dat"},
       {"no-slash", "/no-slash"},
       {"/./x.dat", "/x.dat"},
       {"./x", "/x"},
@@ -117,35 +123,27 @@ TEST_F(Http, PathsGoOutAsTheyStand) {
       {"/a../b.", "/a../b."},
       {"/a#/../b", "/b"},
       {"/%2e%2E/b/%2e", "/%2e%2E/b/%2e"},
+      {"/a?b=/../c", "/a?b=/../c"},
       {"/...", "/..."},
   };
-  for (const auto& test : changed) {
-    CloseHttpHandle(Get(test.path));
-    EXPECT_EQ(server_->Requests().back().path, test.target) << test.path;
+  for (const auto& c : cases) {
+    if (kUnderWine && c.path.find("?b=/..") != std::string::npos) continue;
+    EXPECT_EQ(Fetch(c.path), "200 ");
+    EXPECT_EQ(server_->Requests().back().path, c.target) << c.path;
   }
-  if (!kUnderWine) {
-    CloseHttpHandle(Get("/a?b=/../c"));
-    EXPECT_EQ(server_->Requests().back().path, "/a?b=/../c");
-  }
-  const std::size_t count = server_->Requests().size();
-  EXPECT_EQ(Text(Get("/a\r\nX: y")), "(none)");
-  EXPECT_EQ(server_->Requests().size(), count);
+  EXPECT_EQ(Fetch("/a\r\nX: y"), "(none) ");
+  EXPECT_EQ(server_->Requests().back().path, "/...");
 }
 
 TEST_F(Http, OneConnectionIsKeptAndReplaced) {
   int answered = 0;
   Connect([&answered](const ServedRequest&) {
     Reply reply = Ok("x");
-    // Every third answer is the last one on its connection, and doesn't say so.
+    // Every third reply is the last one on its connection, and doesn't say so.
     if (++answered % 3 == 0) reply.end = Reply::End::kClose;
     return reply;
   });
-  for (int i = 0; i < 12; ++i) {
-    const HttpHandle request = Get("/x");
-    EXPECT_EQ(Text(request), "200") << i;
-    EXPECT_EQ(Body(request), "x");
-    CloseHttpHandle(request);
-  }
+  for (int i = 0; i < 12; ++i) EXPECT_EQ(Fetch("/x"), "200 x") << i;
   EXPECT_EQ(server_->Requests().size(), 12U);
   EXPECT_EQ(server_->Requests().back().connection, 4);
 }
@@ -161,20 +159,16 @@ TEST_F(Http, RedirectsAndCredentials) {
         return knows ? Ok("secret") : Status(401, "WWW-Authenticate: Basic realm=\"x\"\r\n");
       },
       "user", "pw");
-  const HttpHandle moved = Get("/moved");
-  EXPECT_EQ(Text(moved), "200");
-  EXPECT_EQ(Body(moved), "found");
-  const HttpHandle secret = Get("/secret");
-  EXPECT_EQ(Text(secret), "200");
-  EXPECT_EQ(Body(secret), "secret");
+  EXPECT_EQ(Fetch("/moved"), "200 found");
+  EXPECT_EQ(Fetch("/secret"), "200 secret");
   if (!kUnderWine) {
-    EXPECT_NE(Text(Get("/loop")), "200");
+    EXPECT_FALSE(Fetch("/loop").starts_with("200"));
   }
-  // Credentials go out only when they are asked for.
+  // Credentials are sent only when they are asked for.
   EXPECT_EQ(server_->Requests().at(0).head.find("Authorization"), std::string::npos);
 }
 
-// What a server wants credentials by is found out once; it is never told to another server.
+// How a server wants to be told the credentials is found out once. No other server is told them.
 TEST_F(Http, CredentialsAreAskedForOnce) {
   if (kUnderWine) GTEST_SKIP() << "Wine keeps nothing, knows no Digest, and tells other servers";
   LoopbackServer other([](const ServedRequest&) { return Ok("other"); });
@@ -190,50 +184,49 @@ TEST_F(Http, CredentialsAreAskedForOnce) {
     }
     return request.path.ends_with("away") ? Status(302, away) : Ok(request.path);
   };
-  const auto bodyOf = [this](const std::string& path) {
-    const HttpHandle request = Get(path);
-    const std::string body = Body(request);
-    CloseHttpHandle(request);
-    return body;
-  };
   for (const std::string& kind : {std::string("/basic"), std::string("/digest")}) {
     SCOPED_TRACE(kind);
     Connect(serve, "user", "pw");
-    for (const char* name : {"1", "2", "3"}) EXPECT_EQ(bodyOf(kind + name), kind + name);
+    for (const char* name : {"1", "2", "3"}) EXPECT_EQ(Fetch(kind + name), "200 " + kind + name);
     EXPECT_EQ(server_->Requests().size(), 4U);
     EXPECT_EQ(server_->Requests().back().connection, 1);
-    EXPECT_EQ(bodyOf(kind + "-away"), "other");
+    EXPECT_EQ(Fetch(kind + "-away"), "200 other");
     EXPECT_EQ(other.Requests().back().head.find("Authorization"), std::string::npos);
-    // Where another part of the server wants something else, it gets that.
-    for (const char* path : {"/digest-again", "/digest-once", "/basic-again"})
-      EXPECT_EQ(bodyOf(path), path);
+    // Another part of the server may want them in another way.
+    for (const std::string path : {"/digest-again", "/digest-once", "/basic-again"}) {
+      EXPECT_EQ(Fetch(path), "200 " + path);
+    }
   }
 }
 
-// A body by chunks, and by one read for all of it: an early end is an end, a broken transfer isn't.
+// A body as it becomes available, and by one read for all of it. An early close is an end; a broken
+// transfer is a failure.
 TEST_F(Http, BodiesThatEndEarlyBreakOrStall) {
   const std::string length = "Content-Length: 10\r\n";
   const std::string digits = "0123456789";
-  const std::string more = kUnderWine ? digits + "and more" : digits;
+  std::string large(20 << 20, '\0');
+  for (std::size_t i = 0; i < large.size(); ++i) {
+    large[i] = static_cast<char>(i * 2654435761U >> 13);
+  }
   const struct {
     const char* name;
     Reply reply;
     std::string body;
-    bool isWhole;
-    std::string length = "10";
+    std::string length;
+    bool isWhole = true;
   } cases[] = {
-      {"whole", Raw(length, digits), digits, true},
-      {"closed early", Raw(length, "01234"), "01234", true},
-      {"stalled", Raw(length, "01234", Reply::End::kStall), "01234", false},
-      {"chunked", Raw("Transfer-Encoding: chunked\r\n", "3\r\nabc\r\n0\r\n\r\n"), "abc", true,
-       "(none)"},
-      {"until the close", Raw("", "abc"), "abc", true, "(none)"},
-      // Text that is no length: the caller converts it, and the body goes to the close.
-      {"no number", Raw("Content-Length: abc\r\n", "body"), "body", true, "abc"},
-      {"no text", Raw("Content-Length: \r\n", ""), "", true, ""},
-      {"negative", Raw("Content-Length: -5\r\n", "body"), "body", true, "-5"},
-      {"too much", Raw(length, digits + "and more"), more, true},
-      {"empty", Ok(""), "", true, "0"},
+      {"whole", Raw(length, digits), digits, "10"},
+      {"large", Ok(large), large, std::to_string(large.size())},
+      {"closed early", Raw(length, "01234"), "01234", "10"},
+      {"stalled", Raw(length, "01234", Reply::End::kStall), "01234", "10", false},
+      {"chunked", Raw("Transfer-Encoding: chunked\r\n", "3\r\nabc\r\n0\r\n\r\n"), "abc", "(none)"},
+      {"until the close", Raw("", "abc"), "abc", "(none)"},
+      // Text that is no length: the caller converts it, and the body lasts until the close.
+      {"no number", Raw("Content-Length: abc\r\n", "body"), "body", "abc"},
+      {"no text", Raw("Content-Length: \r\n", ""), "", ""},
+      {"negative", Raw("Content-Length: -5\r\n", "body"), "body", "-5"},
+      {"too much", Raw(length, digits + "more"), kUnderWine ? digits + "more" : digits, "10"},
+      {"empty", Ok(""), "", "0"},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);
@@ -242,7 +235,7 @@ TEST_F(Http, BodiesThatEndEarlyBreakOrStall) {
     const HttpHandle request = Get("/x");
     EXPECT_EQ(Text(request), "200");
     EXPECT_EQ(Text(request, HttpField::kContentLength), test.length);
-    EXPECT_EQ(Body(request), test.body);
+    EXPECT_TRUE(Body(request) == test.body);
     CloseHttpHandle(request);
     const HttpHandle again = Get("/x");
     char buffer[10];
@@ -254,17 +247,21 @@ TEST_F(Http, BodiesThatEndEarlyBreakOrStall) {
   }
 }
 
-// An answer whose head breaks off is none, whatever it has said by then.
+// A reply whose head breaks off is none, whatever it has said by then. A silent server is given up
+// after the time-out of a second.
 TEST_F(Http, HeadsThatBreakOff) {
-  if (kUnderWine) GTEST_SKIP() << "Wine takes such a head for a whole one";
-  for (const Reply::End end : {Reply::End::kClose, Reply::End::kReset, Reply::End::kStall}) {
-    Connect([end](const ServedRequest&) {
-      return Reply{"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n", end};
-    });
+  const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n";
+  for (const Reply& reply : {Reply{"", Reply::End::kStall}, Reply{head, Reply::End::kClose},
+                             Reply{head, Reply::End::kReset}, Reply{head, Reply::End::kStall}}) {
+    if (kUnderWine && !reply.bytes.empty()) break;  // it takes such a head for a whole one
+    Connect([reply](const ServedRequest&) { return reply; });
+    const std::uint32_t start = TickCount();
     const HttpHandle request = Get("/x");
     EXPECT_EQ(Text(request), "(none)");
     EXPECT_EQ(Text(request, HttpField::kContentLength), "(none)");
     EXPECT_EQ(Body(request), "");
+    EXPECT_GE(TickCount() - start, reply.end == Reply::End::kStall ? 900U : 0U);
+    EXPECT_LT(TickCount() - start, 3000U);
     CloseHttpHandle(request);
   }
 }
@@ -276,16 +273,6 @@ TEST_F(Http, ClosingAHandleClosesWhatWasOpenedOnIt) {
   CloseHttpHandle(session_);
   EXPECT_EQ(Text(request), "(none)");
   EXPECT_EQ(OpenHttpGet(connection_, "/x"), kNoHttpHandle);
-}
-
-TEST_F(Http, LargeBodyArrivesWhole) {
-  std::string large(20 << 20, '\0');
-  for (std::size_t i = 0; i < large.size(); ++i)
-    large[i] = static_cast<char>(i * 2654435761U >> 13);
-  Connect([&large](const ServedRequest&) { return Ok(large); });
-  const HttpHandle request = Get("/large");
-  EXPECT_TRUE(Body(request) == large);
-  CloseHttpHandle(request);
 }
 
 TEST_F(Http, HandlesAndHostsThatAreNone) {
@@ -303,14 +290,6 @@ TEST_F(Http, HandlesAndHostsThatAreNone) {
   EXPECT_EQ(QueryHttpDataAvailable(kNoHttpHandle), 0U);
   SendHttpRequest(kNoHttpHandle);
   CloseHttpHandle(kNoHttpHandle);
-}
-
-TEST_F(Http, SilentServerIsGivenUp) {
-  Connect([](const ServedRequest&) { return Reply{"", Reply::End::kStall}; });
-  const std::uint32_t start = TickCount();
-  EXPECT_EQ(Text(Get("/x")), "(none)");
-  EXPECT_GE(TickCount() - start, 900U);
-  EXPECT_LT(TickCount() - start, 3000U);
 }
 
 }  // namespace

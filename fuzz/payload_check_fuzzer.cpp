@@ -12,26 +12,25 @@ using namespace publish;
 
 using Sizes = std::vector<std::int32_t>;
 
-DeliveryEnd Give(const Delivery& answer, const Sizes& pieces, Receiver& receiver) {
-  AnswerHead head;
+DeliveryEnd Give(const Delivery& answer, const Sizes& pieces, Sink& sink) {
+  ResponseHead head;
   head.status = ToNumber(answer.status);
   head.length = answer.length;
-  if (!receiver.TakeHead(head)) return DeliveryEnd::kUnwanted;
+  if (!sink.TakeHead(head)) return DeliveryEnd::kUnwanted;
   std::size_t at = 0;
   for (std::size_t i = 0; at < answer.body.size(); ++i) {
     const std::int32_t wanted = pieces.empty() ? 0 : pieces[std::min(i, pieces.size() - 1)];
     const std::size_t left = answer.body.size() - at;
     const std::size_t count = wanted > 0 ? std::min(left, static_cast<std::size_t>(wanted)) : left;
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(answer.body.data()) + at;
-    if (!receiver.TakePiece(bytes, count)) return DeliveryEnd::kUnwanted;
+    if (!sink.TakeBytes(bytes, count)) return DeliveryEnd::kUnwanted;
     at += count;
   }
   return answer.Has("broken") ? DeliveryEnd::kBroken : DeliveryEnd::kEnded;
 }
 
 std::vector<Problem> Check(const Delivery& answer, const Sizes& pieces) {
-  return CheckPayload(answer.record,
-                      [&](Receiver& receiver) { return Give(answer, pieces, receiver); });
+  return CheckPayload(answer.record, [&](Sink& sink) { return Give(answer, pieces, sink); });
 }
 
 // Whether nothing is wrong with the answer, for a record that nothing is wrong with.

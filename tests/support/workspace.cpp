@@ -99,11 +99,6 @@ std::string DigestText(platform::DigestKind kind, const std::string& bytes) {
   return text;
 }
 
-std::string Line(const std::string& path, const std::string& transfer, const std::string& content) {
-  return "FILE : " + path + ", " + Sha1(transfer) + ", " + std::to_string(transfer.size()) + ", " +
-         Sha1(content) + ", " + std::to_string(content.size()) + "\r\n";
-}
-
 }  // namespace
 
 std::string Sha1(const std::string& bytes) {
@@ -123,12 +118,18 @@ std::string Compressed(const std::string& bytes) {
   return stream;
 }
 
+std::string FileLine(const std::string& path, const std::string& transfer,
+                     const std::string& content) {
+  return "FILE : " + path + ", " + Sha1(transfer) + ", " + std::to_string(transfer.size()) + ", " +
+         Sha1(content) + ", " + std::to_string(content.size()) + "\r\n";
+}
+
 std::string FileLine(const std::string& path, const std::string& content) {
-  return Line(path, content, content);
+  return FileLine(path, content, content);
 }
 
 std::string CompressedLine(const std::string& path, const std::string& content) {
-  return Line(path + ".compressed", Compressed(content), content);
+  return FileLine(path + ".compressed", Compressed(content), content);
 }
 
 EngineTest::EngineTest() {

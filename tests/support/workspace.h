@@ -43,8 +43,10 @@ void WriteFile(const std::filesystem::path& path, const std::string& content);
 [[nodiscard]] std::string Md5(const std::string& bytes);
 [[nodiscard]] std::string Compressed(const std::string& bytes);
 
-// The FILE line of a file that the server holds as it is, or compressed.
+// The FILE line of a file that the server holds as it is, compressed, or as `transfer`.
 [[nodiscard]] std::string FileLine(const std::string& path, const std::string& content);
+[[nodiscard]] std::string FileLine(const std::string& path, const std::string& transfer,
+                                   const std::string& content);
 [[nodiscard]] std::string CompressedLine(const std::string& path, const std::string& content);
 
 // Working directory, settings, state words and dialog record as at the start of a process.

@@ -18,7 +18,7 @@ struct DiffCommand {
   std::string after;
   std::string listName = "hashlist.dat";
   std::vector<double> rates = {10, 50, 100};  // Mbit/s
-  double latency = 30;                        // ms for each request
+  double latency = 30;                        // in ms, for each request
   bool json = false;
   bool files = false;
 };
@@ -28,7 +28,7 @@ using Entries = std::vector<DiffEntry>;
 
 struct Costs {
   ListDiff diff;
-  std::uint64_t bytes;  // with the list, as often as it is fetched
+  std::uint64_t bytes;  // including the list, as often as it is fetched
 };
 
 std::string ReadList(const DiffCommand& command, const std::string& place) {
@@ -51,7 +51,7 @@ Costs CostsOf(const DiffCommand& command) {
   return costs;
 }
 
-// One request after another: nothing of a wait is hidden behind another transfer.
+// Patchers make one request after another, so no wait overlaps with a transfer.
 double Seconds(const DiffCommand& command, const Costs& costs, double rate) {
   return static_cast<double>(costs.bytes) * 8 / (rate * 1e6) +
          static_cast<double>(costs.diff.Requests()) * command.latency / 1e3;
@@ -125,7 +125,7 @@ void PrintJson(const DiffCommand& command, const Costs& costs) {
   std::printf("%s\n", report.dump(2).c_str());
 }
 
-// False if players can't get from the one to the other.
+// Returns false if players can't update from the old list to the new one.
 bool Diff(const DiffCommand& command) {
   const Costs costs = CostsOf(command);
   if (command.json) {
@@ -140,21 +140,22 @@ bool Diff(const DiffCommand& command) {
 
 void AddDiffCommand(CLI::App& app, int& status) {
   CLI::App* diff = app.add_subcommand(
-      "diff", "Tells what players of an old list download and delete for a new one");
+      "diff", "Shows what players of an old list download and delete for a new one");
   const auto command = std::make_shared<DiffCommand>();
   diff->add_option("OLD", command->before, "A reference list, or a publication's folder")
       ->required();
-  diff->add_option("NEW", command->after, "The same, of the new publication")->required();
+  diff->add_option("NEW", command->after, "The same for the new publication")->required();
   diff->add_option("--list", command->listName, "File name of the list in a folder")
       ->capture_default_str();
-  diff->add_option("--rate", command->rates, "Players' line in Mbit/s; several with commas")
+  diff->add_option("--rate", command->rates,
+                   "Players' bandwidth in Mbit/s; separate several by commas")
       ->delimiter(',')
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
-  diff->add_option("--latency", command->latency, "Milliseconds that a request takes besides")
+  diff->add_option("--latency", command->latency, "Additional milliseconds for each request")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
-  diff->add_flag("--files", command->files, "Name all files");
+  diff->add_flag("--files", command->files, "List all files");
   diff->add_flag("--json", command->json, "Print everything as JSON");
   diff->callback([command, &status] { status = Diff(*command) ? kDone : kFailed; });
 }

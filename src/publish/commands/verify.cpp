@@ -28,18 +28,18 @@ constexpr char kStopped[] = "velmora-publish: stopped before the end\n";
 struct VerifyArguments {
   std::string where;     // or
   std::string settings;  // a player's file
-  std::string listName;  // empty: the settings' own, or the usual one
+  std::string listName;  // empty: the one of the settings, or the default
   unsigned connections = 8;
   bool asJson = false;
   bool showsProgress = false;
 };
 
-// One server or folder, and what came of it.
-struct SiteReport {
+// The outcome for one server or folder.
+struct OriginReport {
   std::string name;
   std::string redirectedTo;  // empty: nowhere
-  bool isVerified = false;   // false: its redirection leads to what another report is about
-  SiteSummary summary;
+  bool isVerified = false;   // false: it redirects to a server that has a report already
+  VerifySummary summary;
   double seconds = 0;
 };
 
@@ -61,16 +61,18 @@ void AddOptions(CLI::App& verify, VerifyArguments& arguments) {
       ->check(CheckWhere);
   place
       ->add_option("--settings", arguments.settings,
-                   "A player's settings file: all servers that it leads to")
+                   "A player's settings file: verifies all of its servers")
       ->check(CLI::ExistingFile);
   place->require_option(1);
-  verify.add_option("--list", arguments.listName,
-                    "File name of the reference list, if not the settings' or hashlist.dat");
-  verify.add_option("--connections", arguments.connections, "So many at once")
+  verify.add_option(
+      "--list", arguments.listName,
+      "File name of the reference list, if it isn't the one of the settings or hashlist.dat");
+  verify.add_option("--connections", arguments.connections, "Number of connections at a time")
       ->check(CLI::Range(1, 64))
       ->capture_default_str();
-  verify.add_flag("--json", arguments.asJson, "Tell it as one JSON object");
-  verify.add_flag("--progress", arguments.showsProgress, "Show it, terminal or not");
+  verify.add_flag("--json", arguments.asJson, "Print everything as one JSON object");
+  verify.add_flag("--progress", arguments.showsProgress,
+                  "Show the progress even without a terminal");
 }
 
 // As long as it lives, sees to it that the user can stop the work: if a server that doesn't answer
@@ -105,38 +107,38 @@ const char* Severity(const Finding& finding) {
   return finding.problem.isWarning ? "warning" : "error";
 }
 
-// The command's work, and how it tells what it finds.
+// Carries out the command and prints what it finds.
 class Verifier {
  public:
   explicit Verifier(const VerifyArguments& arguments)
       : arguments_(arguments), hasLine_(arguments.showsProgress || IsErrorStreamATerminal()) {}
 
-  // Gives the exit status.
+  // Returns the exit status.
   int Run();
 
  private:
   void VerifyServer(const Server& server, const std::string& listName);
-  void Verify(const Site& site, SiteReport& report);
-  void Tell(const Finding& finding);
-  void TellSummary(const SiteReport& report) const;
-  [[nodiscard]] json Everything() const;
+  void Verify(const Origin& origin, OriginReport& report);
+  void Print(const Finding& finding);
+  void PrintSummary(const OriginReport& report) const;
+  [[nodiscard]] json Report() const;
 
   const VerifyArguments& arguments_;
   const bool hasLine_;
-  std::vector<SiteReport> reports_;
+  std::vector<OriginReport> reports_;
   std::vector<Finding> findings_;
 };
 
-void Verifier::Tell(const Finding& finding) {
+void Verifier::Print(const Finding& finding) {
   findings_.push_back(finding);
   if (arguments_.asJson) return;
-  std::printf("%s: %s %s: %s\n", Severity(finding), finding.site.c_str(),
+  std::printf("%s: %s %s: %s\n", Severity(finding), finding.origin.c_str(),
               ShownText(finding.path).c_str(), ShownText(finding.problem.what).c_str());
   std::fflush(stdout);
 }
 
-void Verifier::TellSummary(const SiteReport& report) const {
-  const SiteSummary& summary = report.summary;
+void Verifier::PrintSummary(const OriginReport& report) const {
+  const VerifySummary& summary = report.summary;
   if (!arguments_.asJson) {
     const std::string rate =
         ByteText(static_cast<double>(summary.bytes) / std::max(report.seconds, 1e-3));
@@ -150,7 +152,7 @@ void Verifier::TellSummary(const SiteReport& report) const {
   if (summary.isStopped) std::fputs(kStopped, stderr);
 }
 
-void Verifier::Verify(const Site& site, SiteReport& report) {
+void Verifier::Verify(const Origin& origin, OriginReport& report) {
   const auto start = std::chrono::steady_clock::now();
   const auto before = static_cast<std::ptrdiff_t>(findings_.size());
   Progress progress;
@@ -160,42 +162,42 @@ void Verifier::Verify(const Site& site, SiteReport& report) {
     options.connections = arguments_.connections;
     options.stop = &stopAsked;
     options.progress = &progress;
-    options.found = [&](const Finding& finding) { line.WriteAbove([&] { Tell(finding); }); };
-    report.summary = VerifySite(site, options);
+    options.found = [&](const Finding& finding) { line.WriteAbove([&] { Print(finding); }); };
+    report.summary = VerifyOrigin(origin, options);
   }
-  // They came as the connections made them; programs compare reports.
+  // The connections made them in any order, but programs compare reports.
   std::stable_sort(findings_.begin() + before, findings_.end(),
                    [](const Finding& a, const Finding& b) { return a.path < b.path; });
   report.isVerified = true;
   report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  TellSummary(report);
+  PrintSummary(report);
 }
 
-// Whoever comes to the server asks first where it sends him.
+// Asks first where the server redirects its players, as patchers do.
 void Verifier::VerifyServer(const Server& server, const std::string& listName) {
   const Server target = RedirectedServer(server);
-  Site site = ServerSite(target, listName);
-  site.name = ShownText(site.name);
-  SiteReport report;
+  Origin origin = ServerOrigin(target, listName);
+  origin.name = ShownText(origin.name);
+  OriginReport report;
   report.name = ShownText(ServerName(server));
-  const bool isRedirected = site.name != report.name;
-  if (isRedirected) report.redirectedTo = site.name;
+  const bool isRedirected = origin.name != report.name;
+  if (isRedirected) report.redirectedTo = origin.name;
   if (isRedirected && !arguments_.asJson) {
-    std::printf("%s: redirected to %s\n", report.name.c_str(), site.name.c_str());
+    std::printf("%s: redirected to %s\n", report.name.c_str(), origin.name.c_str());
     std::fflush(stdout);
   }
   const bool isKnown =
-      std::any_of(reports_.begin(), reports_.end(), [&site](const SiteReport& other) {
+      std::any_of(reports_.begin(), reports_.end(), [&origin](const OriginReport& other) {
         return other.isVerified &&
-               site.name == (other.redirectedTo.empty() ? other.name : other.redirectedTo);
+               origin.name == (other.redirectedTo.empty() ? other.name : other.redirectedTo);
       });
-  if (!isKnown) Verify(site, report);
+  if (!isKnown) Verify(origin, report);
   reports_.push_back(report);
 }
 
-json Verifier::Everything() const {
+json Verifier::Report() const {
   json servers = json::array();
-  for (const SiteReport& report : reports_) {
+  for (const OriginReport& report : reports_) {
     json& server = servers.emplace_back(json{{"server", report.name}});
     if (!report.redirectedTo.empty()) server["redirectedTo"] = report.redirectedTo;
     if (!report.isVerified) continue;
@@ -210,31 +212,31 @@ json Verifier::Everything() const {
   json findings = json::array();
   for (const Finding& finding : findings_) {
     findings.push_back({{"severity", Severity(finding)},
-                        {"server", finding.site},
+                        {"server", finding.origin},
                         {"path", ShownText(finding.path)},
                         {"kind", KindName(finding.problem.kind)},
                         {"what", ShownText(finding.problem.what)}});
   }
-  const auto sum = [this](auto SiteSummary::*figure) {
+  const auto sum = [this](auto VerifySummary::*figure) {
     std::uint64_t total = 0;
-    for (const SiteReport& report : reports_) total += report.summary.*figure;
+    for (const OriginReport& report : reports_) total += report.summary.*figure;
     return total;
   };
   return {{"servers", servers},
           {"findings", findings},
-          {"files", sum(&SiteSummary::files)},
-          {"checked", sum(&SiteSummary::checked)},
-          {"bytes", sum(&SiteSummary::bytes)},
-          {"errors", sum(&SiteSummary::errors)},
-          {"warnings", sum(&SiteSummary::warnings)},
+          {"files", sum(&VerifySummary::files)},
+          {"checked", sum(&VerifySummary::checked)},
+          {"bytes", sum(&VerifySummary::bytes)},
+          {"errors", sum(&VerifySummary::errors)},
+          {"warnings", sum(&VerifySummary::warnings)},
           {"stopped", stopAsked.load()}};
 }
 
 int Verifier::Run() {
   const StopGuard guard(hasLine_);
-  constexpr char kUsualList[] = "hashlist.dat";
+  constexpr char kDefaultList[] = "hashlist.dat";
   PlayerServers players;
-  players.listName = kUsualList;
+  players.listName = kDefaultList;
   if (!arguments_.settings.empty()) {
     players = ReadPlayerServers(arguments_.settings);
   } else if (IsUrl(arguments_.where)) {
@@ -243,18 +245,18 @@ int Verifier::Run() {
   const std::string& listName =
       arguments_.listName.empty() ? players.listName : arguments_.listName;
   if (players.servers.empty()) {
-    const Site site = FolderSite(arguments_.where, listName);
-    SiteReport report;
-    report.name = site.name;
-    Verify(site, report);
+    const Origin origin = FolderOrigin(arguments_.where, listName);
+    OriginReport report;
+    report.name = origin.name;
+    Verify(origin, report);
     reports_.push_back(report);
   }
   for (const Server& server : players.servers) {
     if (!stopAsked) VerifyServer(server, listName);
   }
   if (arguments_.asJson) {
-    // Names of folders needn't be UTF-8.
-    std::printf("%s\n", Everything().dump(2, ' ', false, json::error_handler_t::replace).c_str());
+    // The name of a folder may not be UTF-8.
+    std::printf("%s\n", Report().dump(2, ' ', false, json::error_handler_t::replace).c_str());
   }
   const bool hasErrors = std::any_of(findings_.begin(), findings_.end(),
                                      [](const Finding& f) { return !f.problem.isWarning; });
@@ -266,7 +268,7 @@ int Verifier::Run() {
 
 void AddVerifyCommand(CLI::App& app, int& status) {
   CLI::App* verify =
-      app.add_subcommand("verify", "Proves that what stands on a server is what players accept");
+      app.add_subcommand("verify", "Verifies that players will accept what a server offers");
   const auto arguments = std::make_shared<VerifyArguments>();
   AddOptions(*verify, *arguments);
   verify->callback([arguments, &status] { status = Verifier(*arguments).Run(); });

@@ -16,11 +16,7 @@ namespace {
 
 using ByFolded = std::map<std::string, FileRecord>;
 
-std::uint64_t SizeOf(const std::string& text) {
-  return static_cast<std::uint64_t>(std::max(ToNumber(text), 0));
-}
-
-// Of two records of one file the first counts.
+// By folded path. Of several records of one file the first counts.
 ByFolded FilesOf(const PublishedList& list) {
   ByFolded files;
   for (const FileRecord& record : list.files) files.emplace(PlayersPath(record.path), record);
@@ -33,8 +29,7 @@ RemovalReach ReachOf(const PublishedList& list) {
   return reach;
 }
 
-// The first path, in the cache's order, whose line a cache can't be read beyond; nothing if there
-// is none.
+// The path of the line at which the reading of the cache ends, if one is too long.
 std::optional<std::string> EndOfCache(const PublishedList& list) {
   std::optional<std::string> end;
   for (const FileRecord& record : list.files) {
@@ -44,7 +39,7 @@ std::optional<std::string> EndOfCache(const PublishedList& list) {
   return end;
 }
 
-// Whether a patcher finds the record in its cache as it was.
+// Whether a patcher finds the new record in its cache.
 bool IsKnownToCache(const FileRecord& before, const FileRecord& after,
                     const std::optional<std::string>& end) {
   return CacheLine(before) == CacheLine(after) && after.path.find(' ') == std::string::npos &&
@@ -57,7 +52,7 @@ bool HasSameContent(const FileRecord& before, const FileRecord& after, bool& isU
          (isUncertain || before.contentHash == after.contentHash);
 }
 
-// Whether an old file stands where a new one needs a folder, or in a folder where a new one stands.
+// Whether an old file has the path of a folder of a listed one, or the other way round.
 bool IsInTheWay(const std::string& old, const std::set<std::string>& listed) {
   const auto folders = FoldersAbove(old);
   const auto below = listed.lower_bound(old + "\\");
@@ -73,7 +68,7 @@ bool AsksForRestart(const std::string& path) {
 }
 
 void AddDownload(ListDiff& diff, const FileRecord& record) {
-  diff.downloads.push_back({record.path, SizeOf(record.transferSize)});
+  diff.downloads.push_back({record.path, ByteCount(record.transferSize)});
   if (AsksForRestart(record.path)) ++diff.restarts;
 }
 
@@ -83,7 +78,7 @@ void CompareFile(ListDiff& diff, const FileRecord* before, const FileRecord& aft
   if (before == nullptr || !HasSameContent(*before, after, isUncertain)) {
     AddDownload(diff, after);
   } else if (!IsKnownToCache(*before, after, end)) {
-    diff.checks.push_back({after.path, SizeOf(after.contentSize)});
+    diff.checks.push_back({after.path, ByteCount(after.contentSize)});
     diff.uncertain += isUncertain ? 1 : 0;
   }
 }
@@ -97,8 +92,8 @@ std::uint64_t ListDiff::DownloadBytes() const {
 }
 
 std::size_t ListDiff::Requests() const {
-  constexpr std::size_t kProcesses = 3;  // installed patcher, its copy, the one that cleans up
-  constexpr std::size_t kRestarted = 2;  // the one that cleans up and begins anew, its copy
+  constexpr std::size_t kProcesses = 3;  // the patcher, its copy, the one that cleans up
+  constexpr std::size_t kRestarted = 2;  // the one that cleans up and restarts, its copy
   return kProcesses + restarts * kRestarted + 1 + restarts + downloads.size();
 }
 
@@ -116,7 +111,7 @@ ListDiff CompareLists(const PublishedList& before, const PublishedList& after) {
     CompareFile(diff, isThere ? &found->second : nullptr, record, end);
   }
   for (const auto& [folded, record] : old) {
-    const DiffEntry entry{record.path, SizeOf(record.contentSize)};
+    const DiffEntry entry{record.path, ByteCount(record.contentSize)};
     if (IsInTheWay(folded, seen)) diff.inTheWay.push_back(entry);
     if (!reach.Taking(folded).empty()) {
       diff.deletions.push_back(entry);

@@ -1,4 +1,4 @@
-// What a new publication costs the players of an old one.
+// What it costs players of an old publication to update to a new one.
 #pragma once
 
 #include <cstddef>
@@ -12,30 +12,30 @@ namespace velmora::publish {
 
 struct DiffEntry {
   std::string path;
-  std::uint64_t bytes;  // that come from the server, or lie on the player's disk
+  std::uint64_t bytes;  // to download, or on the player's disk
 };
 
-// For a player who has all of the old list, and a cache that knows it. All in the order in which a
-// patcher works; paths as the lists spell them.
+// For a player who has all files of the old list, and a cache of them. Entries stand in the order
+// in which a patcher works, with paths as the lists spell them.
 struct ListDiff {
   std::vector<DiffEntry> downloads;
-  // Stay as they are, but are read and hashed once, since the cache knows another record of them.
+  // Unchanged, but read and hashed once, since the cache has a different record of them.
   std::vector<DiffEntry> checks;
-  // Among the checks: hashed by another digest than before, so that only their sizes are known to
-  // be equal. They count as unchanged.
+  // Those of the checks that have another kind of hash than before. They count as unchanged, but
+  // only their sizes can be compared.
   std::size_t uncertain = 0;
   std::vector<DiffEntry> deletions;
-  // Neither listed nor deleted any more: they stay on players' disks for ever.
+  // Neither listed nor deleted any more: they stay on players' disks forever.
   std::vector<DiffEntry> leftBehind;
-  // Files of the old list where the new one needs a folder, and files of folders that are files
-  // now: no list can make room, so that these players' updates fail.
+  // Old files where the new list needs a folder, and old files in folders that have become files.
+  // Patchers can't replace one by the other, so these players' updates fail.
   std::vector<DiffEntry> inTheWay;
-  // Starts of the patcher anew, one for each replaced program and settings file of its own.
+  // Restarts of the patcher: one for each new file that is its program or its settings.
   std::size_t restarts = 0;
 
   [[nodiscard]] std::uint64_t DownloadBytes() const;
-  // All that a start asks the server for: enable.cdn from each process of the start, the list from
-  // each that updates, the files. The information page comes on top.
+  // The number of requests: enable.cdn from each process of the start, the list from each process
+  // that updates, and the files. Without the information page.
   [[nodiscard]] std::size_t Requests() const;
 };
 

@@ -18,47 +18,34 @@
 namespace velmora::publish {
 namespace {
 
-// A body that is of no use is taken up to here, as a connection whose body isn't taken is lost.
-constexpr std::uint64_t kUselessBody = std::uint64_t{1} << 16;
+// A useless body is read up to here, since a connection whose body isn't read is lost.
+constexpr std::uint64_t kMaxUselessBody = std::uint64_t{1} << 16;
 
-// A page is known by its first bytes.
+// How much of a body tells whether it is a web page.
 constexpr std::size_t kPageStart = 256;
 
-constexpr std::size_t kExpandPiece = std::size_t{1} << 16;
+constexpr std::size_t kInflateBuffer = std::size_t{1} << 16;
 
 constexpr std::int32_t kMaxSize = std::numeric_limits<std::int32_t>::max();
 
-std::optional<std::int32_t> SizeOf(std::string_view text) {
+std::optional<std::int32_t> ParseSize(std::string_view text) {
   return ListedSize(Trimmed(text, kWhiteSpace));
 }
 
-// The kind of a hash text that patchers can find equal to one of their own.
-std::optional<HashKind> KindOf(std::string_view hash) {
-  const bool isHexadecimal = std::all_of(hash.begin(), hash.end(), [](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
-  });
-  if (!isHexadecimal) return std::nullopt;
-  if (hash.size() == 40) return HashKind::kSha1;
-  if (hash.size() == 32) return HashKind::kMd5;
-  return std::nullopt;
+bool StartsWithoutCase(std::string_view text, std::string_view start) {
+  return EqualWithoutCase(text.substr(0, start.size()), start);
 }
 
-bool StartsWithoutCase(std::string_view text, std::string_view lowerCase) {
-  return text.size() >= lowerCase.size() &&
-         std::equal(lowerCase.begin(), lowerCase.end(), text.begin(),
-                    [](char lower, char c) { return lower == LowerCase(c); });
-}
-
-// A digest if the list has a hash text to compare with.
-class Proof {
+// Computes the digest of some bytes, if the list has a valid hash text to compare it with.
+class DigestCheck {
  public:
-  explicit Proof(std::string hash) : hash_(std::move(hash)) {
-    if (const auto kind = KindOf(hash_)) digest_.emplace(*kind);
+  explicit DigestCheck(std::string hash) : hash_(std::move(hash)) {
+    if (const auto kind = ListedHash(hash_)) digest_.emplace(*kind);
   }
   void Add(const std::uint8_t* bytes, std::size_t count) {
     if (digest_) digest_->Add(bytes, count);
   }
-  // The hash text of all bytes if it isn't the list's. Once.
+  // The hash text of all bytes if it differs from the list's. To be called once.
   std::optional<std::string> Difference() {
     if (!digest_) return std::nullopt;
     std::string text = digest_->Text();
@@ -70,16 +57,16 @@ class Proof {
   std::optional<FileDigest> digest_;
 };
 
-// A zlib stream (RFC 1950) on its way to the content, which is looked at and let go.
-class Expansion {
+// Expands a zlib stream (RFC 1950) and checks the content without keeping it.
+class Inflater {
  public:
-  explicit Expansion(const FileRecord& record)
-      : size_(SizeOf(record.contentSize)), content_(record.contentHash) {
+  explicit Inflater(const FileRecord& record)
+      : size_(ParseSize(record.contentSize)), content_(record.contentHash) {
     if (inflateInit(&stream_) != Z_OK) throw PublishError("the expansion can't be started");
   }
-  ~Expansion() { inflateEnd(&stream_); }
-  Expansion(const Expansion&) = delete;
-  Expansion& operator=(const Expansion&) = delete;
+  ~Inflater() { inflateEnd(&stream_); }
+  Inflater(const Inflater&) = delete;
+  Inflater& operator=(const Inflater&) = delete;
 
   void Add(const std::uint8_t* bytes, std::size_t count);
   std::optional<Problem> Result();
@@ -91,38 +78,38 @@ class Expansion {
   std::optional<Problem> ContentProblem();
 
   std::optional<std::int32_t> size_;
-  Proof content_;
+  DigestCheck content_;
   z_stream stream_{};
   State state_ = State::kWithin;
   std::uint64_t produced_ = 0;
-  std::uint64_t behind_ = 0;  // bytes behind the stream's end
-  std::unique_ptr<std::uint8_t[]> piece_ =
-      std::make_unique_for_overwrite<std::uint8_t[]>(kExpandPiece);
+  std::uint64_t trailing_ = 0;  // bytes after the end of the stream
+  std::unique_ptr<std::uint8_t[]> buffer_ =
+      std::make_unique_for_overwrite<std::uint8_t[]>(kInflateBuffer);
 };
 
-void Expansion::Add(const std::uint8_t* bytes, std::size_t count) {
+void Inflater::Add(const std::uint8_t* bytes, std::size_t count) {
   stream_.next_in = const_cast<Bytef*>(bytes);
   stream_.avail_in = static_cast<uInt>(count);
   while (state_ == State::kWithin) {
     state_ = Step();
     if (stream_.avail_out > 0) break;
   }
-  if (state_ == State::kEnded) behind_ += stream_.avail_in;
+  if (state_ == State::kEnded) trailing_ += stream_.avail_in;
 }
 
-Expansion::State Expansion::Step() {
-  stream_.next_out = piece_.get();
-  stream_.avail_out = static_cast<uInt>(kExpandPiece);
+Inflater::State Inflater::Step() {
+  stream_.next_out = buffer_.get();
+  stream_.avail_out = static_cast<uInt>(kInflateBuffer);
   const int result = inflate(&stream_, Z_NO_FLUSH);
-  const std::size_t count = kExpandPiece - stream_.avail_out;
-  content_.Add(piece_.get(), count);
+  const std::size_t count = kInflateBuffer - stream_.avail_out;
+  content_.Add(buffer_.get(), count);
   produced_ += count;
   if (produced_ > static_cast<std::uint64_t>(size_.value_or(kMaxSize))) return State::kTooMuch;
   if (result == Z_STREAM_END) return State::kEnded;
   return result == Z_OK || result == Z_BUF_ERROR ? State::kWithin : State::kDamaged;
 }
 
-std::optional<Problem> Expansion::ContentProblem() {
+std::optional<Problem> Inflater::ContentProblem() {
   const auto wrong = [](const std::string& what) {
     return Problem{ProblemKind::kWrongContent, "expands to " + what};
   };
@@ -136,7 +123,7 @@ std::optional<Problem> Expansion::ContentProblem() {
   return std::nullopt;
 }
 
-std::optional<Problem> Expansion::Result() {
+std::optional<Problem> Inflater::Result() {
   if (state_ == State::kDamaged || state_ == State::kWithin) {
     return Problem{ProblemKind::kDamaged,
                    state_ == State::kDamaged
@@ -144,21 +131,21 @@ std::optional<Problem> Expansion::Result() {
                        : "damaged stream, it has no end"};
   }
   if (auto problem = ContentProblem()) return problem;
-  if (behind_ == 0) return std::nullopt;
+  if (trailing_ == 0) return std::nullopt;
   return Problem{ProblemKind::kTrailing,
-                 std::to_string(behind_) + " bytes stand behind the end of the stream", true};
+                 std::to_string(trailing_) + " bytes stand behind the end of the stream", true};
 }
 
 Problem PageProblem() { return {ProblemKind::kPage, "a page instead of the file"}; }
 
-std::optional<Problem> Difference(const FileRecord& record, const AnswerCheck& answer,
-                                  Proof& transfer) {
+std::optional<Problem> Difference(const FileRecord& record, const ResponseCheck& response,
+                                  DigestCheck& transfer) {
   const auto hash = transfer.Difference();
-  if (hash && answer.IsPage()) return PageProblem();
-  const auto size = SizeOf(record.transferSize);
-  if (size && answer.Announced() != *size) {
+  if (hash && response.IsPage()) return PageProblem();
+  const auto size = ParseSize(record.transferSize);
+  if (size && response.Announced() != *size) {
     return Problem{ProblemKind::kStale, "stale: its length is " +
-                                            std::to_string(answer.Announced()) +
+                                            std::to_string(response.Announced()) +
                                             ", the list says " + std::to_string(*size)};
   }
   if (hash) return Problem{ProblemKind::kStale, "stale: its hash is " + *hash};
@@ -177,24 +164,24 @@ const char* KindName(ProblemKind kind) {
   return kNames[static_cast<std::size_t>(kind)];
 }
 
-bool AnswerCheck::TakeHead(const AnswerHead& head) {
+bool ResponseCheck::TakeHead(const ResponseHead& head) {
   head_ = head;
-  if (head.length) announced_ = SizeOf(*head.length);
+  if (head.length) announced_ = ParseSize(*head.length);
   return head.status != 0;
 }
 
-bool AnswerCheck::TakePiece(const std::uint8_t* bytes, std::size_t count) {
+bool ResponseCheck::TakeBytes(const std::uint8_t* bytes, std::size_t count) {
   received_ += count;
   if (start_.size() < kPageStart) {
     start_.append(reinterpret_cast<const char*>(bytes), std::min(count, kPageStart));
   }
-  if (head_.status != 200 || !announced_) return received_ <= kUselessBody;
+  if (head_.status != 200 || !announced_) return received_ <= kMaxUselessBody;
   if (received_ > static_cast<std::uint64_t>(*announced_)) return false;
   take_(bytes, count);
   return true;
 }
 
-std::optional<Problem> AnswerCheck::Result(DeliveryEnd end) const {
+std::optional<Problem> ResponseCheck::Result(DeliveryEnd end) const {
   if (head_.status == 0) return Problem{ProblemKind::kUnreachable, head_.trouble};
   if (head_.status == 404 || head_.status == 410) return Problem{ProblemKind::kMissing, "missing"};
   if (head_.status != 200) {
@@ -224,7 +211,7 @@ std::optional<Problem> AnswerCheck::Result(DeliveryEnd end) const {
   return std::nullopt;
 }
 
-bool AnswerCheck::IsPage() const {
+bool ResponseCheck::IsPage() const {
   std::string_view text = start_;
   text = Trimmed(WithoutByteOrderMark(text), kWhiteSpace);
   return StartsWithoutCase(text, "<!doctype html") || StartsWithoutCase(text, "<html");
@@ -236,12 +223,12 @@ std::vector<Problem> CheckRecord(const FileRecord& record) {
     problems.push_back({ProblemKind::kRecord, what});
   };
   const auto checkHash = [&](const char* name, const std::string& hash) {
-    if (!KindOf(hash)) {
+    if (!ListedHash(hash)) {
       complain(std::string("the list's ") + name + " hash \"" + hash + "\" is none");
     }
   };
   const auto checkSize = [&](const char* name, const std::string& size) {
-    if (!SizeOf(size)) {
+    if (!ParseSize(size)) {
       complain(std::string("the list's ") + name + " size \"" + size + "\" is none");
     }
   };
@@ -250,31 +237,31 @@ std::vector<Problem> CheckRecord(const FileRecord& record) {
   checkHash("content", record.contentHash);
   checkSize("content", record.contentSize);
   if (!problems.empty() || record.compressed) return problems;
-  const bool isOneKind = KindOf(record.transferHash) == KindOf(record.contentHash);
+  const bool isOneKind = ListedHash(record.transferHash) == ListedHash(record.contentHash);
   if (isOneKind && record.transferHash != record.contentHash) {
     complain("the list has two different hashes for what isn't compressed");
   }
-  if (SizeOf(record.transferSize) != SizeOf(record.contentSize)) {
+  if (ParseSize(record.transferSize) != ParseSize(record.contentSize)) {
     complain("the list has two different sizes for what isn't compressed");
   }
   return problems;
 }
 
 std::vector<Problem> CheckPayload(const FileRecord& record, const Deliver& deliver) {
-  Proof transfer(record.transferHash);
-  // Of what isn't compressed one hash is enough, unless the list has it by both digests.
-  const bool hasOne = record.compressed || record.contentHash == record.transferHash;
-  Proof content(hasOne ? "" : record.contentHash);
-  std::optional<Expansion> expansion;
-  if (record.compressed) expansion.emplace(record);
-  AnswerCheck answer([&](const std::uint8_t* bytes, std::size_t count) {
+  DigestCheck transfer(record.transferHash);
+  // Without compression one hash is enough, unless the list has one of each digest.
+  const bool isOneEnough = record.compressed || record.contentHash == record.transferHash;
+  DigestCheck content(isOneEnough ? "" : record.contentHash);
+  std::optional<Inflater> inflater;
+  if (record.compressed) inflater.emplace(record);
+  ResponseCheck response([&](const std::uint8_t* bytes, std::size_t count) {
     transfer.Add(bytes, count);
     content.Add(bytes, count);
-    if (expansion) expansion->Add(bytes, count);
+    if (inflater) inflater->Add(bytes, count);
   });
-  auto problem = answer.Result(deliver(answer));
-  if (!problem) problem = Difference(record, answer, transfer);
-  if (!problem && expansion) problem = expansion->Result();
+  auto problem = response.Result(deliver(response));
+  if (!problem) problem = Difference(record, response, transfer);
+  if (!problem && inflater) problem = inflater->Result();
   if (const auto hash = problem ? std::nullopt : content.Difference()) {
     problem = Problem{ProblemKind::kWrongContent, "wrong content, its hash is " + *hash};
   }

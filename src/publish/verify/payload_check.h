@@ -1,4 +1,5 @@
-// What is wrong with one answer, or with one file of a publication, from a patcher's point of view.
+// What is wrong with one response, or with one file of a publication, from a patcher's point of
+// view.
 #pragma once
 
 #include <cstddef>
@@ -9,70 +10,70 @@
 #include <vector>
 
 #include "engine/file_record.h"
-#include "publish/verify/site.h"
+#include "publish/verify/origin.h"
 
 namespace velmora::publish {
 
 enum class ProblemKind {
-  kList,          // the list has a line or an end that patchers refuse
+  kList,          // the list has a line that patchers refuse, or ends early for them
   kRecord,        // the record can't be right, whatever is served
-  kPathTooLong,   // patchers can't ask for the file
+  kPathTooLong,   // patchers can't request the file
   kMissing,       // 404, 410
   kStatus,        // any other status but 200; of a folder: it can't be read
-  kUnreachable,   // no answer
+  kUnreachable,   // no response
   kBroken,        // the transfer broke off
   kNoLength,      // no usable Content-Length
   kTruncated,     // fewer bytes than announced
   kLonger,        // more bytes than announced
   kPage,          // a web page instead of the file
   kStale,         // other bytes than the list's
-  kDamaged,       // no sound zlib stream
+  kDamaged,       // not a valid zlib stream
   kWrongContent,  // expands to something else than the list says
-  kTrailing,      // bytes behind the stream
+  kTrailing,      // bytes after the stream
   kGivenUp,       // the server fails again and again
 };
 
-// A word for programs, as in "wrong-content".
+// A word for programs, such as "wrong-content".
 [[nodiscard]] const char* KindName(ProblemKind kind);
 
 struct Problem {
   ProblemKind kind;
-  std::string what;  // ASCII but for quotes from lists and answers
+  std::string what;  // ASCII, apart from quotes from lists and responses
   bool isWarning = false;
 };
 
-// Follows an answer and passes its body on, up to the announced length.
-class AnswerCheck : public Receiver {
+// Follows a response and passes its body on, up to the announced length.
+class ResponseCheck : public Sink {
  public:
   using TakeBody = std::function<void(const std::uint8_t* bytes, std::size_t count)>;
 
-  explicit AnswerCheck(TakeBody take) : take_(std::move(take)) {}
-  bool TakeHead(const AnswerHead& head) override;
-  bool TakePiece(const std::uint8_t* bytes, std::size_t count) override;
+  explicit ResponseCheck(TakeBody take) : take_(std::move(take)) {}
+  bool TakeHead(const ResponseHead& head) override;
+  bool TakeBytes(const std::uint8_t* bytes, std::size_t count) override;
 
-  // What patchers wouldn't take, whatever the body holds.
+  // Why patchers would reject the response, whatever the body holds.
   [[nodiscard]] std::optional<Problem> Result(DeliveryEnd end) const;
-  // Announced length, in bytes; of an answer without a problem also the length of the body.
+  // The announced length in bytes, which is the body's length if Result has no problem.
   [[nodiscard]] std::int32_t Announced() const { return announced_.value_or(0); }
-  // Whether the body starts as a web page does.
+  // Whether the body begins like a web page.
   [[nodiscard]] bool IsPage() const;
 
  private:
   TakeBody take_;
-  AnswerHead head_;
+  ResponseHead head_;
   std::optional<std::int32_t> announced_;
   std::uint64_t received_ = 0;
   std::string start_;
 };
 
-// What can be said of a record without its file. Empty if all is well.
+// What is wrong with a record by itself, without its file.
 [[nodiscard]] std::vector<Problem> CheckRecord(const FileRecord& record);
 
-// Lets the file be delivered and checks it against its record; a field of the record that
-// CheckRecord complains of is left aside. At most one error, which names the reason rather than
-// what follows from it. Memory: a fixed buffer, whatever the sizes. Throws PublishError when the
-// digest or zlib can't be had.
-using Deliver = std::function<DeliveryEnd(Receiver& receiver)>;
+// Calls `deliver` for the file and checks what comes against its record, apart from fields that
+// CheckRecord complains about. Returns at most one problem: the cause rather than its consequences.
+// Needs a fixed buffer, whatever the sizes. Throws PublishError if the digest service or zlib is
+// unavailable.
+using Deliver = std::function<DeliveryEnd(Sink& sink)>;
 [[nodiscard]] std::vector<Problem> CheckPayload(const FileRecord& record, const Deliver& deliver);
 
 }  // namespace velmora::publish

@@ -1,10 +1,10 @@
-// The servers that players come to by a settings file.
+// The servers to which a settings file leads players.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "publish/verify/site.h"
+#include "publish/verify/origin.h"
 
 namespace velmora::publish {
 
@@ -13,15 +13,16 @@ struct PlayerServers {
   std::string listName;
 };
 
-// All mirrors of the file, of which each player gets one; without mirrors its one server. Throws
-// PublishError if there is none. Main thread: the patcher's own settings are filled on the way.
+// All mirrors of the file, of which each player gets one, or its single server if it has no
+// mirrors. Throws PublishError if there is none. For the main thread, since this fills the
+// patcher's settings.
 [[nodiscard]] PlayerServers ReadPlayerServers(const std::string& settingsPath);
 
-// The server of a URL as BaseURL1 would hold it. Throws PublishError for any other text.
+// The server of a URL, in the form that BaseURL1 takes. Throws PublishError for any other text.
 [[nodiscard]] Server ServerOf(const std::string& url);
 
-// Where the server's file enable.cdn sends its players, which is the server itself if there is no
-// such file. One request.
+// The server to which the server's file enable.cdn redirects its players, or the server itself if
+// there is no such file. Takes one request.
 [[nodiscard]] Server RedirectedServer(const Server& server);
 
 }  // namespace velmora::publish

@@ -21,7 +21,7 @@ constexpr std::chrono::milliseconds kPause(100);
 constexpr std::size_t kBarCells = 16;
 constexpr std::size_t kMaxCells = 79;
 
-// By bytes, as files differ in size; by files where all of them are empty.
+// By bytes, since files differ in size, or by files if all of them are empty.
 double PartDone(const Progress& progress) {
   const bool hasBytes = progress.bytesTotal > 0;
   const auto done = static_cast<double>(hasBytes ? progress.bytes : progress.files);

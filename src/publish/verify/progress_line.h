@@ -1,4 +1,4 @@
-// The line that shows, on the error stream, how far a long work has come.
+// A line on the error stream that shows the progress of a long task.
 #pragma once
 
 #include <atomic>
@@ -9,7 +9,7 @@
 
 namespace velmora::publish {
 
-// Written by the threads that work, read by the line.
+// Written by the working threads, read by the line.
 struct Progress {
   std::atomic<std::uint64_t> files = 0;
   std::atomic<std::uint64_t> filesTotal = 0;
@@ -25,11 +25,11 @@ struct Progress {
 
 [[nodiscard]] bool IsErrorStreamATerminal();
 
-// Back to the start of the terminal's line, which is cleared from there (ECMA-48, EL).
+// Returns to the beginning of the terminal's line and erases it (ECMA-48, EL).
 inline constexpr char kEraseLine[] = "\r\x1B[K";
 
-// Draws the line ten times a second at most, as long as the object lives, and takes it away at the
-// end; does nothing if it isn't `shown`. `progress` must outlive it.
+// Draws the line ten times a second as long as the object lives, and erases it at the end. Does
+// nothing unless `shown`. `progress` must outlive it.
 class ProgressLine {
  public:
   ProgressLine(const Progress& progress, bool shown);
@@ -37,7 +37,7 @@ class ProgressLine {
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
 
-  // Lets `print` write whole lines to the same terminal. Any thread.
+  // Lets `print` write whole lines to the same terminal. Safe from any thread.
   void WriteAbove(const std::function<void()>& print);
 
  private:

@@ -20,13 +20,9 @@ namespace {
 
 using Records = std::vector<FileRecord>;
 
-std::uint64_t TransferSize(const FileRecord& record) {
-  return static_cast<std::uint64_t>(std::max(ToNumber(record.transferSize), 0));
-}
-
-// All records of the set but those that say the same again, the largest first: begun last, one of
-// them would keep a single connection busy at the end.
-Records WorkOf(const FileRecordSet& files) {
+// All different records of the set, the largest first: a large file that is begun last would keep
+// one connection busy while the others have nothing left to do.
+Records RecordsToCheck(const FileRecordSet& files) {
   Records records;
   std::set<std::tuple<std::string, bool, std::string, std::string, std::string, std::string>> seen;
   for (const FileRecord& record : files) {
@@ -36,7 +32,7 @@ Records WorkOf(const FileRecordSet& files) {
     if (isNew) records.push_back(record);
   }
   std::stable_sort(records.begin(), records.end(), [](const FileRecord& a, const FileRecord& b) {
-    return TransferSize(a) > TransferSize(b);
+    return ByteCount(a.transferSize) > ByteCount(b.transferSize);
   });
   return records;
 }
@@ -45,26 +41,27 @@ std::string ShownPath(const FileRecord& record) {
   return record.compressed ? record.path + std::string(kCompressedMark) : record.path;
 }
 
-// The work on one site. Its threads share it.
-class SiteCheck {
+// The work on one origin. Its threads share it.
+class Verification {
  public:
-  SiteCheck(const Site& site, const VerifyOptions& options) : site_(site), options_(options) {}
+  Verification(const Origin& origin, const VerifyOptions& options)
+      : origin_(origin), options_(options) {}
 
-  SiteSummary Run();
+  VerifySummary Run();
 
  private:
-  DeliveryEnd Fetch(const Source& source, const std::string& path, Receiver& receiver);
-  std::optional<std::string> FetchList(const Source& source);
+  DeliveryEnd FetchFile(const Fetch& fetch, const std::string& path, Sink& sink);
+  std::optional<std::string> FetchList(const Fetch& fetch);
   void CheckList(const PublishedList& list);
-  void CheckAll(const Records& records, Source first);
-  void Work(const Records& records, const Source& source);
-  bool CheckFile(const FileRecord& record, const Source& source);
+  void CheckAll(const Records& records, Fetch first);
+  void Work(const Records& records, const Fetch& fetch);
+  bool CheckFile(const FileRecord& record, const Fetch& fetch);
   void CountFailure(bool failed, std::size_t total);
   void Report(const std::string& path, Problem problem);
   void Count(std::atomic<std::uint64_t> Progress::*figure, std::uint64_t count) const;
   [[nodiscard]] bool IsStopped() const { return options_.stop != nullptr && *options_.stop; }
 
-  const Site& site_;
+  const Origin& origin_;
   const VerifyOptions& options_;
   std::atomic<std::size_t> next_ = 0;
   std::atomic<std::size_t> checked_ = 0;
@@ -77,87 +74,86 @@ class SiteCheck {
   std::size_t warnings_ = 0;
 };
 
-// Counts what comes on its way to another receiver, and ends the delivery when the work stops.
-class WatchedReceiver : public Receiver {
+// Counts the bytes that it passes on to another sink, and ends the delivery when the work stops.
+class CountingSink : public Sink {
  public:
   using TakeCount = std::function<bool(std::size_t count)>;
 
-  WatchedReceiver(Receiver& receiver, TakeCount takeCount)
-      : receiver_(receiver), takeCount_(std::move(takeCount)) {}
-  bool TakeHead(const AnswerHead& head) override { return receiver_.TakeHead(head); }
-  bool TakePiece(const std::uint8_t* bytes, std::size_t count) override {
-    return takeCount_(count) && receiver_.TakePiece(bytes, count);
+  CountingSink(Sink& sink, TakeCount takeCount) : sink_(sink), takeCount_(std::move(takeCount)) {}
+  bool TakeHead(const ResponseHead& head) override { return sink_.TakeHead(head); }
+  bool TakeBytes(const std::uint8_t* bytes, std::size_t count) override {
+    return takeCount_(count) && sink_.TakeBytes(bytes, count);
   }
 
  private:
-  Receiver& receiver_;
+  Sink& sink_;
   TakeCount takeCount_;
 };
 
-void SiteCheck::Count(std::atomic<std::uint64_t> Progress::*figure, std::uint64_t count) const {
+void Verification::Count(std::atomic<std::uint64_t> Progress::*figure, std::uint64_t count) const {
   if (options_.progress != nullptr) options_.progress->*figure += count;
 }
 
-DeliveryEnd SiteCheck::Fetch(const Source& source, const std::string& path, Receiver& receiver) {
+DeliveryEnd Verification::FetchFile(const Fetch& fetch, const std::string& path, Sink& sink) {
   ++requests_;
-  WatchedReceiver watched(receiver, [this](std::size_t count) {
+  CountingSink watched(sink, [this](std::size_t count) {
     bytes_ += count;
     Count(&Progress::bytes, count);
     return !IsStopped();
   });
-  return source(path, watched);
+  return fetch(path, watched);
 }
 
-void SiteCheck::Report(const std::string& path, Problem problem) {
+void Verification::Report(const std::string& path, Problem problem) {
   const std::lock_guard lock(mutex_);
   ++(problem.isWarning ? warnings_ : errors_);
-  options_.found({site_.name, path, std::move(problem)});
+  options_.found({origin_.name, path, std::move(problem)});
 }
 
-// The list's text; nothing if patchers don't get it.
-std::optional<std::string> SiteCheck::FetchList(const Source& source) {
+// The list's text; nothing if patchers can't get it.
+std::optional<std::string> Verification::FetchList(const Fetch& fetch) {
   std::string text;
-  AnswerCheck answer([&text](const std::uint8_t* bytes, std::size_t count) {
+  ResponseCheck response([&text](const std::uint8_t* bytes, std::size_t count) {
     text.append(reinterpret_cast<const char*>(bytes), count);
   });
-  auto problem = answer.Result(Fetch(source, site_.listPath, answer));
+  auto problem = response.Result(FetchFile(fetch, origin_.listPath, response));
   if (IsStopped()) return std::nullopt;
-  if (!problem && answer.IsPage()) {
+  if (!problem && response.IsPage()) {
     problem = Problem{ProblemKind::kPage, "a page instead of the list"};
   }
   if (!problem) return text;
-  Report(site_.listName, *std::move(problem));
+  Report(origin_.listName, *std::move(problem));
   return std::nullopt;
 }
 
-void SiteCheck::CheckList(const PublishedList& list) {
+void Verification::CheckList(const PublishedList& list) {
   for (const std::string& line : list.refused) {
     const std::string shown = line.substr(0, line.find('\r'));
-    Report(site_.listName,
+    Report(origin_.listName,
            {ProblemKind::kList, "patchers refuse the line, a field is too long: " + shown});
   }
   if (!list.isReadWhole) {
-    Report(site_.listName, {ProblemKind::kList,
-                            "a line that is too long, or a zero byte, ends the list before its "
-                            "end"});
+    Report(origin_.listName, {ProblemKind::kList,
+                              "a line that is too long, or a zero byte, ends the list before its "
+                              "end"});
   }
   if (list.files.Count() == 0) {
-    Report(site_.listName, {ProblemKind::kList, "the list names no file", true});
+    Report(origin_.listName, {ProblemKind::kList, "the list names no file", true});
   }
 }
 
-// False if nothing came of it but a failure of the site.
-bool SiteCheck::CheckFile(const FileRecord& record, const Source& source) {
+// Returns false if the origin failed to deliver the file.
+bool Verification::CheckFile(const FileRecord& record, const Fetch& fetch) {
   const std::string shown = ShownPath(record);
   for (Problem& problem : CheckRecord(record)) Report(shown, std::move(problem));
-  const auto path = site_.pathOf(record);
+  const auto path = origin_.pathOf(record);
   if (!path) {
     Report(shown, {ProblemKind::kPathTooLong, "the path is too long for a request"});
     return true;
   }
   std::vector<Problem> problems =
-      CheckPayload(record, [&](Receiver& receiver) { return Fetch(source, *path, receiver); });
-  if (IsStopped()) return true;  // what is missing isn't the site's fault
+      CheckPayload(record, [&](Sink& sink) { return FetchFile(fetch, *path, sink); });
+  if (IsStopped()) return true;  // what is missing isn't the origin's fault
   ++checked_;
   bool failed = false;
   for (Problem& problem : problems) {
@@ -167,7 +163,7 @@ bool SiteCheck::CheckFile(const FileRecord& record, const Source& source) {
   return !failed;
 }
 
-void SiteCheck::CountFailure(bool failed, std::size_t total) {
+void Verification::CountFailure(bool failed, std::size_t total) {
   if (!failed) {
     failuresInARow_ = 0;
   } else if (++failuresInARow_ >= kMostFailuresInARow) {
@@ -176,9 +172,9 @@ void SiteCheck::CountFailure(bool failed, std::size_t total) {
   }
 }
 
-void SiteCheck::Work(const Records& records, const Source& source) {
+void Verification::Work(const Records& records, const Fetch& fetch) {
   for (std::size_t i = next_++; i < records.size() && !IsStopped(); i = next_++) {
-    const bool succeeded = CheckFile(records[i], source);
+    const bool succeeded = CheckFile(records[i], fetch);
     Count(&Progress::files, 1);
     CountFailure(!succeeded, records.size());
   }
@@ -186,9 +182,9 @@ void SiteCheck::Work(const Records& records, const Source& source) {
 
 // By as many threads as there are connections. The first of them goes on with the connection that
 // brought the list, as a patcher does.
-void SiteCheck::CheckAll(const Records& records, Source first) {
+void Verification::CheckAll(const Records& records, Fetch first) {
   std::exception_ptr failure;
-  const auto guarded = [&](const std::function<Source()>& open) {
+  const auto guarded = [&](const std::function<Fetch()>& open) {
     try {
       Work(records, open());
     } catch (...) {
@@ -202,7 +198,7 @@ void SiteCheck::CheckAll(const Records& records, Source first) {
     std::vector<std::jthread> others(std::max<std::size_t>(wanted, 1) - 1);
     try {
       for (std::jthread& other : others) {
-        other = std::jthread([&] { guarded(site_.open); });
+        other = std::jthread([&] { guarded(origin_.open); });
       }
     } catch (const std::system_error&) {
       // The system has no thread left to give: the work takes longer.
@@ -212,20 +208,21 @@ void SiteCheck::CheckAll(const Records& records, Source first) {
   if (failure) std::rethrow_exception(failure);
 }
 
-SiteSummary SiteCheck::Run() {
-  SiteSummary summary;
-  Source source = site_.open();
-  if (const auto text = FetchList(source)) {
+VerifySummary Verification::Run() {
+  VerifySummary summary;
+  Fetch fetch = origin_.open();
+  if (const auto text = FetchList(fetch)) {
     const PublishedList list(*text);
     CheckList(list);
-    const Records records = WorkOf(list.files);
+    const Records records = RecordsToCheck(list.files);
     summary.files = records.size();
     Count(&Progress::bytesTotal, text->size());
     Count(&Progress::filesTotal, records.size());
-    for (const FileRecord& record : records) Count(&Progress::bytesTotal, TransferSize(record));
-    CheckAll(records, std::move(source));
+    for (const FileRecord& record : records)
+      Count(&Progress::bytesTotal, ByteCount(record.transferSize));
+    CheckAll(records, std::move(fetch));
     if (isGivenUp_) {
-      Report(site_.listName,
+      Report(origin_.listName,
              {ProblemKind::kGivenUp,
               "given up after " + std::to_string(kMostFailuresInARow) + " failures in a row, " +
                   std::to_string(records.size() - checked_) + " files unchecked"});
@@ -242,8 +239,8 @@ SiteSummary SiteCheck::Run() {
 
 }  // namespace
 
-SiteSummary VerifySite(const Site& site, const VerifyOptions& options) {
-  return SiteCheck(site, options).Run();
+VerifySummary VerifyOrigin(const Origin& origin, const VerifyOptions& options) {
+  return Verification(origin, options).Run();
 }
 
 }  // namespace velmora::publish

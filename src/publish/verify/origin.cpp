@@ -1,4 +1,4 @@
-#include "publish/verify/site.h"
+#include "publish/verify/origin.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,13 +19,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What patchers say and how long they wait.
+// The user agent and the time-out of patchers.
 constexpr char kAgent[] = "VelmoraUpdate";
 constexpr std::uint32_t kTimeout = 10000;
 constexpr std::size_t kHeaderBuffer = 32;
 
 constexpr std::int32_t kDefaultPort = 80;
-constexpr std::size_t kPiece = std::size_t{1} << 17;
+constexpr std::size_t kBufferSize = std::size_t{1} << 17;
 
 class HttpHandleOwner {
  public:
@@ -47,52 +47,52 @@ platform::HttpHandle OpenSession() {
   return session;
 }
 
-class ServerSource {
+class ServerFetcher {
  public:
-  explicit ServerSource(const Server& server)
+  explicit ServerFetcher(const Server& server)
       : session_(OpenSession()),
         connection_(platform::ConnectHttp(session_, server.host,
                                           static_cast<std::uint16_t>(server.port & 0xFFFF),
                                           server.user, server.password)) {}
 
-  DeliveryEnd Deliver(const std::string& path, Receiver& receiver);
+  DeliveryEnd Deliver(const std::string& path, Sink& sink);
 
  private:
-  DeliveryEnd DeliverBody(platform::HttpHandle request, Receiver& receiver);
+  DeliveryEnd DeliverBody(platform::HttpHandle request, Sink& sink);
 
   HttpHandleOwner session_;
   HttpHandleOwner connection_;
-  std::vector<std::uint8_t> piece_ = std::vector<std::uint8_t>(kPiece);
+  std::vector<std::uint8_t> buffer_ = std::vector<std::uint8_t>(kBufferSize);
 };
 
-DeliveryEnd ServerSource::Deliver(const std::string& path, Receiver& receiver) {
+DeliveryEnd ServerFetcher::Deliver(const std::string& path, Sink& sink) {
   using platform::HttpField;
   const HttpHandleOwner request(platform::OpenHttpGet(connection_, path));
   platform::SendHttpRequest(request);
-  AnswerHead head;
+  ResponseHead head;
   const auto status = platform::QueryHttpField(request, HttpField::kStatusCode, kHeaderBuffer);
   head.status = status ? ToNumber(*status) : 0;
   head.length = platform::QueryHttpField(request, HttpField::kContentLength, kHeaderBuffer);
   if (head.status == 0) head.trouble = "no answer";
-  if (!receiver.TakeHead(head)) return DeliveryEnd::kUnwanted;
-  return DeliverBody(request, receiver);
+  if (!sink.TakeHead(head)) return DeliveryEnd::kUnwanted;
+  return DeliverBody(request, sink);
 }
 
-DeliveryEnd ServerSource::DeliverBody(platform::HttpHandle request, Receiver& receiver) {
+DeliveryEnd ServerFetcher::DeliverBody(platform::HttpHandle request, Sink& sink) {
   while (const std::uint32_t available = platform::QueryHttpDataAvailable(request)) {
-    const auto wanted = std::min(available, static_cast<std::uint32_t>(piece_.size()));
+    const auto wanted = std::min(available, static_cast<std::uint32_t>(buffer_.size()));
     std::uint32_t count = 0;
-    const bool isSound = platform::ReadHttp(request, piece_.data(), wanted, count);
-    if (!receiver.TakePiece(piece_.data(), count)) return DeliveryEnd::kUnwanted;
+    const bool isSound = platform::ReadHttp(request, buffer_.data(), wanted, count);
+    if (!sink.TakeBytes(buffer_.data(), count)) return DeliveryEnd::kUnwanted;
     if (!isSound) return DeliveryEnd::kBroken;
   }
-  // An end and a failure are both no more data; only a read tells them apart.
+  // No more data means the end or a failure. Only a read tells them apart.
   std::uint32_t count = 0;
-  return platform::ReadHttp(request, piece_.data(), 1, count) ? DeliveryEnd::kEnded
-                                                              : DeliveryEnd::kBroken;
+  return platform::ReadHttp(request, buffer_.data(), 1, count) ? DeliveryEnd::kEnded
+                                                               : DeliveryEnd::kBroken;
 }
 
-AnswerHead HeadOf(const fs::path& path, const std::ifstream& stream, int error) {
+ResponseHead HeadOf(const fs::path& path, const std::ifstream& stream, int error) {
   std::error_code failure;
   const auto kind = fs::status(path, failure).type();
   if (stream.is_open()) {
@@ -105,19 +105,19 @@ AnswerHead HeadOf(const fs::path& path, const std::ifstream& stream, int error) 
   return {.status = 403, .length = {}, .trouble = "can't be read: " + reason};
 }
 
-DeliveryEnd DeliverFile(const fs::path& path, std::vector<std::uint8_t>& piece,
-                        Receiver& receiver) {
+DeliveryEnd DeliverFile(const fs::path& path, std::vector<std::uint8_t>& buffer, Sink& sink) {
   errno = 0;
   std::error_code failure;
   std::ifstream stream;
-  // Opening what is no file may wait forever.
+  // Opening anything else, such as a pipe, may wait forever.
   if (fs::is_regular_file(path, failure)) stream.open(path, std::ios::binary);
-  const AnswerHead head = HeadOf(path, stream, errno);
-  if (!receiver.TakeHead(head) || !stream.is_open()) return DeliveryEnd::kUnwanted;
+  const ResponseHead head = HeadOf(path, stream, errno);
+  if (!sink.TakeHead(head) || !stream.is_open()) return DeliveryEnd::kUnwanted;
   while (stream) {
-    stream.read(reinterpret_cast<char*>(piece.data()), static_cast<std::streamsize>(piece.size()));
+    stream.read(reinterpret_cast<char*>(buffer.data()),
+                static_cast<std::streamsize>(buffer.size()));
     const auto count = static_cast<std::size_t>(stream.gcount());
-    if (!receiver.TakePiece(piece.data(), count)) return DeliveryEnd::kUnwanted;
+    if (!sink.TakeBytes(buffer.data(), count)) return DeliveryEnd::kUnwanted;
   }
   return stream.eof() ? DeliveryEnd::kEnded : DeliveryEnd::kBroken;
 }
@@ -130,21 +130,20 @@ std::string ServerName(const Server& server) {
          server.dataPath;
 }
 
-Site ServerSite(const Server& server, const std::string& listName) {
+Origin ServerOrigin(const Server& server, const std::string& listName) {
   return {.name = ServerName(server),
           .listName = listName,
           .listPath = server.dataPath + "/" + listName,
           .pathOf = [path = server.dataPath](
                         const FileRecord& record) { return RequestPath(path, record); },
-          .open = [server]() -> Source {
-            return [source = std::make_shared<ServerSource>(server)](const std::string& path,
-                                                                     Receiver& receiver) {
-              return source->Deliver(path, receiver);
-            };
+          .open = [server]() -> Fetch {
+            return
+                [fetcher = std::make_shared<ServerFetcher>(server)](
+                    const std::string& path, Sink& sink) { return fetcher->Deliver(path, sink); };
           }};
 }
 
-Site FolderSite(const fs::path& folder, const std::string& listName) {
+Origin FolderOrigin(const fs::path& folder, const std::string& listName) {
   const std::string root = folder.native() + "/";
   return {.name = folder.native(),
           .listName = listName,
@@ -154,10 +153,10 @@ Site FolderSite(const fs::path& folder, const std::string& listName) {
             const auto mark = record.compressed ? kCompressedMark : std::string_view();
             return root + ServedPath(record.path) + std::string(mark);
           },
-          .open = []() -> Source {
-            return [piece = std::make_shared<std::vector<std::uint8_t>>(kPiece)](
-                       const std::string& path, Receiver& receiver) {
-              return DeliverFile(path, *piece, receiver);
+          .open = []() -> Fetch {
+            return [buffer = std::make_shared<std::vector<std::uint8_t>>(kBufferSize)](
+                       const std::string& path, Sink& sink) {
+              return DeliverFile(path, *buffer, sink);
             };
           }};
 }

@@ -4,7 +4,7 @@
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libncurses-dev
-       libcli11-dev libgtest-dev nlohmann-json3-dev)
+       libcli11-dev libgtest-dev libvterm-dev nlohmann-json3-dev)
 demo=(nginx-light python3 procps iproute2 util-linux)
 bench=(libbenchmark-dev curl openssl rsync pigz python3 time strace valgrind)
 check=(clang-format clang-tidy cppcheck valgrind python3)

@@ -232,10 +232,11 @@ TEST_F(Chain, InterruptCancelsAndThenCloses) {
     return Raw("Content-Length: 10\r\n", "0123", Reply::End::kStall);
   });
   PatcherProcess patcher(kPatcher, {});
+  patcher.Send("wait");
   ASSERT_TRUE(patcher.HasShown("file bar: 40 %"));
-  kill(patcher.id(), SIGINT);
+  patcher.Signal(SIGINT);
   EXPECT_TRUE(patcher.HasShown("Update button: disabled"));
-  kill(patcher.id(), SIGINT);
+  patcher.Signal(SIGINT);
   EXPECT_EQ(patcher.Wait(), 0);
   ExpectCompleteChain();
 }

@@ -1,23 +1,20 @@
-// The terminal dialog: its parts as pure functions, and the whole in child processes that have
-// pipes or a terminal of their own.
-#include <fcntl.h>
+// The terminal dialog: its parts as pure functions, and the whole dialog in child processes that
+// have pipes or a terminal.
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <functional>
-#include <limits>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "base/texts.h"
+#include "platform/clock.h"
 #include "platform/dialog.h"
 #include "platform/posix/terminal/figures.h"
 #include "platform/posix/terminal/lines.h"
@@ -39,21 +36,22 @@ namespace {
 using namespace terminal;
 using test::TerminalChild;
 using test::TerminalPicture;
+using Lines = std::vector<std::string>;
 
 // Plain literals are code page 932 here; what comes out of the dialog is UTF-8.
 std::string Utf8(const char8_t* text) { return reinterpret_cast<const char*>(text); }
 
-std::string WithoutStyle(std::string line) {
-  for (const char* const style : {"\x1b[2m", "\x1b[0m"}) {
-    for (std::size_t at; (at = line.find(style)) != std::string::npos;) line.erase(at, 4);
-  }
-  return line;
+std::string Joined(const Lines& lines) {
+  std::string text;
+  for (const auto& line : lines) text += line + "\n";
+  return text;
 }
 
-std::string Joined(const std::vector<std::string>& lines) {
-  std::string text;
-  for (const auto& line : lines) text += WithoutStyle(line) + "\n";
-  return text;
+// What a terminal shows of `lines`: more rows than lines if some are too wide.
+std::string Shown(const Lines& lines, std::size_t columns) {
+  TerminalPicture picture(columns, 2 * lines.size());
+  for (const auto& line : lines) picture.Feed(line + "\r\n");
+  return picture.text().substr(0, picture.text().size() - 1);  // without the cursor's
 }
 
 bool Contains(const std::string& text, const std::string& part) {
@@ -75,120 +73,101 @@ DialogModel RunningModel() {
   return model;
 }
 
-TEST(TerminalText, IsMeasuredInCells) {
-  EXPECT_EQ(CellsOf("abc"), 3u);
-  EXPECT_EQ(CellsOf(Utf8(u8"ソｱ")), 3u);
-}
-
-TEST(TerminalText, NoTwoBytesSteerTheTerminalOrTakeMoreThanTwoCells) {
+TEST(TerminalText, NeverControlsTheTerminalOrIsWiderThanMeasured) {
+  TerminalPicture picture;
   for (int pair = 0; pair < 0x10000; ++pair) {
-    const std::string text = {static_cast<char>(pair >> 8), static_cast<char>(pair & 0xFF)};
-    const std::string utf8 = ToUtf8(text);
-    ASSERT_LE(CellsOf(utf8), 2u) << pair;
+    const char bytes[] = {static_cast<char>(pair >> 8), static_cast<char>(pair)};
+    const std::string utf8 = ToUtf8({bytes, sizeof bytes});
     for (const char c : utf8) ASSERT_TRUE(c == '\n' || c < 0 || (c >= ' ' && c != 0x7F)) << pair;
     ASSERT_FALSE(utf8.starts_with("\xC2") && utf8[1] < '\xA0') << pair;
+    ASSERT_LE(CellsOf(utf8), 2u) << pair;
+    if (Contains(utf8, "\n")) continue;
+    picture.Feed("\r" + utf8);
+    ASSERT_LE(static_cast<std::size_t>(picture.cursor().col), CellsOf(utf8)) << pair;
   }
 }
 
-TEST(TerminalText, IsCutAndBrokenBetweenCharacters) {
+TEST(TerminalText, IsCutAndWrappedBetweenCharacters) {
   const std::string text = Utf8(u8"aソｱb");
   const char8_t* const kCuts[] = {u8"", u8"a", u8"a", u8"aソ", u8"aソｱ", u8"aソｱb", u8"aソｱb"};
   for (std::size_t cells = 0; cells < std::size(kCuts); ++cells) {
     EXPECT_EQ(CutToCells(text, cells), Utf8(kCuts[cells])) << cells;
   }
-  using Lines = std::vector<std::string>;
   EXPECT_EQ(WrapToCells("abcde\n\nf", 2), (Lines{"ab", "cd", "e", "", "f"}));
   EXPECT_EQ(WrapToCells(Utf8(u8"aソb"), 2), (Lines{"a", Utf8(u8"ソ"), "b"}));
   EXPECT_EQ(WrapToCells(Utf8(u8"aソb"), 1), (Lines{"a", "", "b"}));
 }
 
 TEST(TerminalBar, MovesAsOnWindows) {
-  constexpr std::int32_t kMax = std::numeric_limits<std::int32_t>::max();
-  Bar bar;
-  EXPECT_EQ(bar.highest, 100);
-  SetPosition(bar, 150);
-  EXPECT_EQ(bar.position, 100);
-  SetPosition(bar, -1);
-  EXPECT_EQ(bar.position, 0);
-  SetPosition(bar, 80);
-  SetRange(bar, 0, 50);
-  EXPECT_EQ(bar.position, 50);
-  SetRange(bar, 60, 70);
-  EXPECT_EQ(bar.position, 60);
+  const auto moved = [](Bar bar, std::int64_t to) { return SetPosition(bar, to), bar.position; };
+  EXPECT_EQ(moved(Bar(), 150), 100);
+  EXPECT_EQ(moved(Bar(), -1), 0);
+  const auto ranged = [](Bar bar, int low, int high) {
+    return SetRange(bar, low, high), bar.position;
+  };
+  EXPECT_EQ(ranged({0, 100, 80, 1}, 0, 50), 50);
+  EXPECT_EQ(ranged({0, 100, 50, 1}, 60, 70), 60);
+  const auto stepped = [](Bar bar) { return StepOnce(bar), bar.position; };
+  EXPECT_EQ(stepped({0, 3, 2, 1}), 3);
+  EXPECT_EQ(stepped({0, 3, 3, 1}), 0);
+  EXPECT_EQ(stepped({0, INT32_MAX, INT32_MAX, INT32_MAX}), 0);
 
-  bar = {0, 3, 2, 1};
-  for (const int position : {3, 0, 1}) {
-    StepOnce(bar);
-    EXPECT_EQ(bar.position, position);
-  }
-  bar = {0, kMax, kMax, kMax};
-  StepOnce(bar);
-  EXPECT_EQ(bar.position, 0);
-}
-
-TEST(TerminalBar, PercentStaysWithinItsBounds) {
-  constexpr std::int32_t kMin = std::numeric_limits<std::int32_t>::min();
-  constexpr std::int32_t kMax = std::numeric_limits<std::int32_t>::max();
   EXPECT_EQ(PercentOf({0, 3, 1, 1}), 33);
   EXPECT_EQ(PercentOf({0, 1000, 999, 1}), 99);
   EXPECT_EQ(PercentOf({0, 0, 0, 1}), 0);
   EXPECT_EQ(PercentOf({5, -5, -5, 1}), 0);
-  EXPECT_EQ(PercentOf({kMin, kMax, kMax, 1}), 100);
-  EXPECT_EQ(PercentOf({kMin, kMax, 0, 1}), 50);
+  EXPECT_EQ(PercentOf({INT32_MIN, INT32_MAX, INT32_MAX, 1}), 100);
+  EXPECT_EQ(PercentOf({INT32_MIN, INT32_MAX, 0, 1}), 50);
 }
 
 TEST(TerminalRender, FitsEveryWidth) {
   DialogModel model = RunningModel();
   model.status = std::string(texts::kConnecting) + std::string(300, 'x');
-  const Figures figures{123456789, 12345, 123456};
   const BoxText box{texts::kNoServer, texts::kErrorCaption, kBoxError};
   for (std::size_t columns = 1; columns <= 200; ++columns) {
-    auto lines = RenderBlock(model, figures, columns);
+    Lines lines = RenderBlock(model, {123456789, 12345, 123456}, columns);
     for (const auto& line : RenderBox(box, columns)) lines.push_back(line);
-    for (const auto& line : lines) EXPECT_LE(CellsOf(WithoutStyle(line)), columns) << line;
+    const std::string shown = Shown(lines, columns);
+    EXPECT_EQ(CountOf(shown, "\n"), std::ssize(lines)) << columns;
     if (columns < 20) continue;
     for (const char* const key : {"[u]", "(s)", "(r)", "[o]", "[d]", "[p]", "[q]"}) {
-      EXPECT_TRUE(Contains(Joined(lines), key)) << columns << key;
+      EXPECT_TRUE(Contains(shown, key)) << columns << key;
     }
   }
 }
 
 TEST(TerminalRender, ShowsAllOfTheDialog) {
-  const auto lines = RenderBlock(RunningModel(), {2048, 2, 75}, 80);
-  ASSERT_GE(lines.size(), 6u);
-  EXPECT_EQ(lines[0], Utf8(u8"VELMORA アップデート  1.12"));
-  EXPECT_EQ(lines[1], Utf8(u8"確認中  3 / 12 "));
-  EXPECT_EQ(lines[2], "data\\a.pak");
-  EXPECT_EQ(lines[3],
-            "File  50 %  [##########----------]  4.0 KiB / 8.0 KiB  2.0 KiB/s  0:02 left");
-  EXPECT_EQ(lines[4], "All   25 %  [#####---------------]  3 / 12  1:15 left");
-  EXPECT_TRUE(lines[5].starts_with(Utf8(u8"[u] CancelUpdate \x1b[2m(s) ゲーム開始\x1b[0m")));
+  const Lines lines = RenderBlock(RunningModel(), {2048, 2, 75}, 80);
+  EXPECT_EQ(Shown(lines, 80),
+            Utf8(u8"VELMORA アップデート  1.12\n"
+                 u8"確認中  3 / 12 \n"
+                 u8"data\\a.pak\n"
+                 u8"File  50 %  [##########----------]  4.0 KiB / 8.0 KiB  2.0 KiB/s  0:02 left\n"
+                 u8"All   25 %  [#####---------------]  3 / 12  1:15 left\n"
+                 u8"[u] CancelUpdate (s) ゲーム開始 (r) 再チェック [o] ゲームオプション設定\n"
+                 u8"[d] DirectX診断 [p] スクリーンショット [q] close\n"));
+  EXPECT_TRUE(Contains(lines[5], Utf8(u8" \x1b[2m(s) ゲーム開始\x1b[0m ")));
 
-  const struct {
-    std::size_t columns;
-    const char* file;
-    const char* all;
-  } kNarrow[] = {
-      {45, "File  50 %  4.0 KiB / 8.0 KiB  2.0 KiB/s",
+  const std::pair<std::size_t, const char*> kNarrow[] = {
+      {45,
+       "File  50 %  4.0 KiB / 8.0 KiB  2.0 KiB/s\n"
        "All   25 %  [##-------]  3 / 12  1:15:00 left"},
-      {39, "File  50 %  [###---]  4.0 KiB / 8.0 KiB", "All   25 %  3 / 12  1:15:00 left"},
-      {31, "File  50 %  4.0 KiB / 8.0 KiB", "All   25 %  [##-------]  3 / 12"},
-      {20, "File  50 %  [###---]", "All   25 %  3 / 12"},
-      {7, "File  5", "All   2"}};
-  for (const auto& c : kNarrow) {
-    const auto narrow = RenderBlock(RunningModel(), {2048, 2, 4500}, c.columns);
-    EXPECT_EQ(narrow[3], c.file) << c.columns;
-    EXPECT_EQ(narrow[4], c.all) << c.columns;
+      {39, "File  50 %  [###---]  4.0 KiB / 8.0 KiB\nAll   25 %  3 / 12  1:15:00 left"},
+      {31, "File  50 %  4.0 KiB / 8.0 KiB\nAll   25 %  [##-------]  3 / 12"},
+      {20, "File  50 %  [###---]\nAll   25 %  3 / 12"},
+      {7, "File  5\nAll   2"}};
+  for (const auto& [columns, bars] : kNarrow) {
+    const Lines narrow = RenderBlock(RunningModel(), {2048, 2, 4500}, columns);
+    EXPECT_EQ(narrow[3] + "\n" + narrow[4], bars) << columns;
   }
 
-  const auto idle = RenderBlock(DialogModel(), {}, 80);
+  const Lines idle = RenderBlock(DialogModel(), {}, 80);
   EXPECT_EQ(idle.size(), lines.size()) << "a block that changes its height jumps";
-  EXPECT_FALSE(Contains(Joined(idle), "/s"));
-  EXPECT_FALSE(Contains(Joined(idle), "left"));
+  EXPECT_EQ(idle[3], "File   0 %  [--------------------]  0 B / 100 B");
+  EXPECT_EQ(idle[4], "All    0 %  [--------------------]  0 / 100");
 }
 
 TEST(TerminalRender, KeepsTheBoxOnALowTerminal) {
-  using Lines = std::vector<std::string>;
   const Lines block = {"1", "2", "3", "4"};
   EXPECT_EQ(Arrange(block, {"a", "b"}, 10), (Lines{"1", "2", "3", "4", "a", "b"}));
   EXPECT_EQ(Arrange(block, {"a", "b"}, 3), (Lines{"1", "a", "b"}));
@@ -198,59 +177,43 @@ TEST(TerminalRender, KeepsTheBoxOnALowTerminal) {
   EXPECT_EQ(Arrange(block, {}, 2), (Lines{"1", "2"}));
 }
 
-TEST(TerminalFigures, TellRateAndTimeLeftOfDownloadsOnly) {
-  constexpr std::optional<std::int64_t> kNone;
-  constexpr std::int64_t kNobodyKnows = -1;
+TEST(TerminalFigures, ShowRateAndTimeLeftOfDownloadsOnly) {
+  const auto text = [](std::optional<std::int64_t> figure) {
+    return figure ? std::to_string(*figure) : "-";
+  };
   const struct {
-    double now;
-    std::int64_t received;
-    std::int64_t fileLeft;
-    std::int64_t ahead;
-    std::optional<std::int64_t> rate;
-    std::optional<std::int64_t> fileTime;
-    std::optional<std::int64_t> time;
+    bool isRunning;
+    Progress progress;
+    const char* figures;  // rate, time left of the file, of all
     const char* why;
   } kMoments[] = {
-      {10, 500, 0, kNobodyKnows, kNone, kNone, kNone, "what the list took doesn't count"},
-      {10.1, 500, 8000, 20000, kNone, kNone, kNone, "too early to tell"},
-      {11.1, 1500, 7000, 20000, 909, 8, kNone, "too early for the whole"},
-      {14.1, 4500, 4000, 20000, 1000, 4, 24, "the first file, a large one"},
-      {18.1, 8500, 0, 20000, 1000, kNone, 20, "between two files"},
-      {22.1, 8500, 10000, 10000, kNone, kNone, kNone, "nothing has come for long"},
-      {26.1, 12500, 6000, 10000, 1000, 6, 19, "the pause counts for the rest"},
-      {40, 28490, 10, 0, 1150, 1, 1, "almost done"},
-      {40.1, 28500, 0, 0, 1143, kNone, kNone, "nothing is left"},
-      {60, 28500, 100000, 0, kNone, kNone, kNone, "the next file"},
-      {63.5, 28501, 99999, 0, kNone, kNone, kNone, "a byte now and then is no rate"},
+      {true, {10, 500, 0, {}}, "- - -", "the bytes of the list don't count"},
+      {true, {10.1, 500, 8000, 20000}, "- - -", "too early for a rate"},
+      {true, {11.1, 1500, 7000, 20000}, "909 8 -", "too early for the whole"},
+      {true, {14.1, 4500, 4000, 20000}, "1000 4 24", "the first file, a large one"},
+      {true, {18.1, 8500, 0, 20000}, "1000 - 20", "between two files"},
+      {true, {22.1, 8500, 10000, 10000}, "- - -", "a long pause"},
+      {true, {26.1, 12500, 6000, 10000}, "1000 6 19", "the pause counts for the rest"},
+      {true, {40, 28490, 10, 0}, "1150 1 1", "almost done"},
+      {true, {40.1, 28500, 0, 0}, "1143 - -", "nothing is left"},
+      {true, {60, 28500, 100000, 0}, "- - -", "the next file"},
+      {true, {63.5, 28501, 99999, 0}, "- - -", "a trickle is no rate"},
+      {false, {64, 30000, 0, 0}, "- - -", "no run"},
+      {true, {70, 20000, 1000, 100000}, "- - -", "a re-check: most of the files are good"},
+      {true, {72, 20000, 1000, 50000}, "- - -", "nothing was downloaded"},
+      {true, {74, 20800, 200, 50000}, "200 1 -", "more of the files ahead may be good"},
   };
   FigureKeeper keeper;
   for (const auto& c : kMoments) {
-    Progress progress{c.now, c.received, c.fileLeft, c.ahead};
-    if (c.ahead == kNobodyKnows) progress.ahead.reset();
-    const Figures figures = keeper.Update(true, progress);
-    EXPECT_EQ(figures.bytesPerSecond, c.rate) << c.why;
-    EXPECT_EQ(figures.fileSecondsLeft, c.fileTime) << c.why;
-    EXPECT_EQ(figures.secondsLeft, c.time) << c.why;
+    const Figures figures = keeper.Update(c.isRunning, c.progress);
+    EXPECT_EQ(text(figures.bytesPerSecond) + " " + text(figures.fileSecondsLeft) + " " +
+                  text(figures.secondsLeft),
+              c.figures)
+        << c.why;
   }
-  keeper.Update(false, {41, 20000, 0, 0});
-  // A re-check: most of the files are there and good.
-  keeper.Update(true, {50, 20000, 1000, 100000});
-  EXPECT_FALSE(keeper.Update(true, {52, 20000, 1000, 50000}).bytesPerSecond);
-  const Figures mixed = keeper.Update(true, {54, 20800, 200, 50000});
-  EXPECT_EQ(mixed.fileSecondsLeft, 1);
-  EXPECT_FALSE(mixed.secondsLeft) << "how many more are good?";
-}
-
-TEST(TerminalFigures, TakeTheFileBarOfTheFileBeforeForNothing) {
-  DialogModel model;
-  model.fileBar = {0, 1000, 400, 1};
-  EXPECT_EQ(RestOfFile(model), 1000);
-  model.fileBarMoved = true;
-  EXPECT_EQ(RestOfFile(model), 600);
 }
 
 TEST(TerminalScreen, RedrawsInPlace) {
-  using Lines = std::vector<std::string>;
   Screen screen;
   const ScreenSize size{10, 6};
   TerminalPicture picture(size.columns, size.rows);
@@ -259,142 +222,103 @@ TEST(TerminalScreen, RedrawsInPlace) {
       {"one", "two", "three"}, {"0123456789", "b"}, {"a", "b", "c", "d"}, {"x"}};
   for (const Lines& frame : kFrames) {
     picture.Feed(screen.Show(frame, size));
-    Lines expected = {"$ velmora"};
-    expected.insert(expected.end(), frame.begin(), frame.end());
-    EXPECT_EQ(picture.lines(), expected);
-    EXPECT_EQ(picture.cursorLine(), frame.size());
+    EXPECT_EQ(picture.text(), "$ velmora\n" + Joined(frame));
+    EXPECT_EQ(picture.cursor().row, std::ssize(frame));
     EXPECT_FALSE(picture.isCursorShown());
     EXPECT_EQ(screen.Show(frame, size), "") << "nothing new, nothing written";
   }
   picture.Feed(screen.Erase());
+  EXPECT_TRUE(picture.isCursorShown());
   picture.Feed("note\r\n");
   picture.Feed(screen.Show({"x", "y"}, size));
-  EXPECT_EQ(picture.lines(), (Lines{"$ velmora", "note", "x", "y"}));
   picture.Feed(screen.Leave());
-  EXPECT_EQ(picture.lines(), (Lines{"$ velmora", "note", "x", "y", ""}));
+  EXPECT_EQ(picture.text(), "$ velmora\nnote\nx\ny\n\n");
   EXPECT_TRUE(picture.isCursorShown());
   EXPECT_EQ(picture.scrolled(), 0);
 }
 
-TEST(TerminalScreen, StaysInItsPlaceWhenTheTerminalBecomesNarrow) {
-  using Lines = std::vector<std::string>;
+TEST(TerminalScreen, StaysInPlaceWhenTheTerminalBecomesNarrow) {
   for (const std::size_t rows : {std::size_t{9}, std::size_t{4}}) {
     Screen screen;
-    TerminalPicture picture(10, rows);
-    picture.Feed("$ velmora\r\n");
-    picture.Feed(screen.Show({"0123456789", "b", "\x1b[2m01234567\x1b[0m"}, {10, rows}));
-    picture.Narrow(4);
+    EXPECT_NE(screen.Show({"0123456789", "b", "\x1b[2m01234567\x1b[0m"}, {10, rows}), "");
+    // Most terminals wrap the lines that have become too wide. The cursor stays with its line.
+    TerminalPicture picture(4, rows);
+    picture.Feed("$ velmora\r\n0123456789\r\nb\r\n01234567\r\x1b[A");
     picture.Feed(screen.Show({"0123", "b"}, {4, rows}));
-    Lines expected = {"$ ve", "lmor", "a", "0123", "b"};
-    if (rows == 4) expected = {"0123", "b"};  // what was above has left by itself
-    EXPECT_EQ(picture.lines(), expected);
-    EXPECT_EQ(picture.scrolled(), rows == 4 ? 5 : 0);
+    EXPECT_EQ(picture.text(), rows == 9 ? "$ ve\nlmor\na\n0123\nb\n" : "0123\nb\n");
+    EXPECT_EQ(picture.scrolled(), rows == 9 ? 0 : 5) << "no more than the wrapping scrolls out";
   }
 }
 
-TEST(TerminalLines, NameEachVisibleChangeOnce) {
-  LineReport report;
+TEST(TerminalLines, ReportEachVisibleChangeOnce) {
   DialogModel model;
-  const auto lines = [&](const std::function<void()>& change) {
+  ButtonState& update = *model.FindButton(Control::kUpdateButton);
+  const std::pair<std::function<void()>, const char8_t*> kChanges[] = {
+      {[] {}, u8""},
+      {[&] { model.page = "http://a/"; }, u8"page: http://a/\n"},
+      {[&] { model.status = RunningModel().status; }, u8"status: 確認中  3 / 12 | data\\a.pak\n"},
+      {[&] { model.status += "\n"; }, u8""},
+      {[&] { model.status = "\n\na \n\nb"; }, u8"status:  |  | a |  | b\n"},
+      {[&] { SetRange(model.fileBar, 0, 8192); }, u8"file bar: 0 % (0 / 8192)\n"},
+      {[&] { SetPosition(model.fileBar, 81); }, u8""},
+      {[&] { SetPosition(model.fileBar, 4096); }, u8"file bar: 50 % (4096 / 8192)\n"},
+      {[&] { SetPosition(model.fileBar, 4097); }, u8""},
+      {[&] { SetRange(model.overallBar, 0, 1200); }, u8"overall bar: 0 % (0 / 1200)\n"},
+      {[&] { SetPosition(model.overallBar, 1); }, u8"overall bar: 0 % (1 / 1200)\n"},
+      {[&] { SetPosition(model.overallBar, 1); }, u8""},
+      {[&] { update.enabled = true; }, u8"Update button: enabled\n"},
+      {[&] { update.caption = "CancelUpdate"; }, u8"Update button: CancelUpdate\n"},
+      {[&] { model.FindButton(Control::kStartGameButton)->enabled = true; },
+       u8"Start Game button: enabled\n"},
+      {[&] { model.status = "1"; }, nullptr},  // replaced before anybody looks
+      {[&] { model.status = "2", update.enabled = false; },
+       u8"status: 2\nUpdate button: disabled\n"},
+  };
+  LineReport report;
+  for (const auto& [change, expected] : kChanges) {
     change();
     report.Note(model);
-    std::string noted = ToUtf8(report.Take());
+    if (expected == nullptr) continue;
+    std::string noted = report.Take();
     report.NoteFigures(model);
-    return noted.empty() ? ToUtf8(report.Take()) : noted;
-  };
-  EXPECT_EQ(lines([] {}), "");
-  EXPECT_EQ(lines([&] { model.status = RunningModel().status; }),
-            Utf8(u8"status: 確認中  3 / 12 | data\\a.pak\n"));
-  EXPECT_EQ(lines([&] { model.status += "\n"; }), "");
-  EXPECT_EQ(lines([&] { model.status = "\n\na \n\nb"; }), "status:  |  | a |  | b\n");
-
-  EXPECT_EQ(lines([&] { SetRange(model.fileBar, 0, 8192); }), "file bar: 0 % (0 / 8192)\n");
-  EXPECT_EQ(lines([&] { SetPosition(model.fileBar, 81); }), "");
-  EXPECT_EQ(lines([&] { SetPosition(model.fileBar, 4096); }), "file bar: 50 % (4096 / 8192)\n");
-  EXPECT_EQ(lines([&] { SetPosition(model.fileBar, 4097); }), "");
-  EXPECT_EQ(lines([&] { model.fileBar.step = 5; }), "");
-
-  EXPECT_EQ(lines([&] { SetRange(model.overallBar, 0, 1200); }), "overall bar: 0 % (0 / 1200)\n");
-  EXPECT_EQ(lines([&] { SetPosition(model.overallBar, 1); }), "overall bar: 0 % (1 / 1200)\n");
-  EXPECT_EQ(lines([&] { SetPosition(model.overallBar, 1); }), "");
-
-  ButtonState& update = *model.FindButton(Control::kUpdateButton);
-  EXPECT_EQ(lines([&] { update.enabled = true; }), "Update button: enabled\n");
-  EXPECT_EQ(lines([&] { update.caption = "CancelUpdate"; }), "Update button: CancelUpdate\n");
-  EXPECT_EQ(lines([&] { model.FindButton(Control::kStartGameButton)->enabled = true; }),
-            "Start Game button: enabled\n");
-
-  // Files that come and go between two looks leave no line; where a button changes, it is seen at
-  // what state of things.
-  for (int i = 0; i < 1000; ++i) {
-    model.status = std::to_string(i);
-    report.Note(model);
+    EXPECT_EQ(ToUtf8(noted + report.Take()), Utf8(expected));
   }
-  EXPECT_EQ(lines([&] { update.enabled = false; }), "status: 999\nUpdate button: disabled\n");
 }
 
 TEST(TerminalState, WakesTheDialogOnceForManyChanges) {
   DialogState state;
   ASSERT_TRUE(state.Open(false));
-  EXPECT_TRUE(state.HasChanged()) << "the first picture is due from the start";
   for (int redraw = 0; redraw < 3; ++redraw) {
+    EXPECT_TRUE(state.HasChanged()) << "from the start on";
     static_cast<void>(state.TakePicture());
     for (int i = 0; i < 1000; ++i) state.Change([](DialogModel& model) { model.status += "x"; });
     std::uint64_t wakeUps = 0;
     EXPECT_EQ(read(state.wakeDescriptor(), &wakeUps, sizeof wakeUps), 8);
     EXPECT_EQ(wakeUps, 1u);
-    EXPECT_TRUE(state.HasChanged());
   }
   EXPECT_EQ(state.TakePicture().model.status.size(), 3000u);
   close(state.wakeDescriptor());
 }
 
-std::vector<std::string> AllLines(ScriptInput& input) {
-  std::vector<std::string> lines;
-  while (input.HasLine()) {
-    const ScriptLine line = input.Next();
-    lines.push_back(line.tooLong ? "<too long>" : line.text);
-  }
-  return lines;
-}
-
-TEST(TerminalScript, IsCutIntoLinesHoweverItArrives) {
+TEST(TerminalScript, IsSplitIntoLinesHoweverItArrives) {
   const std::string longest(kLongestScriptLine, 'x');
   const std::string script = "update\n  start \t\r\n\n \r\nun known\n" + longest + "\n" + longest +
                              "x\n" + longest + longest + longest + "\nclose";
-  for (const std::size_t piece :
-       {std::size_t{1}, std::size_t{7}, std::size_t{4096}, script.size()}) {
+  for (const std::size_t size : {std::size_t{1}, std::size_t{7}, script.size()}) {
     ScriptInput input;
-    for (std::size_t at = 0; at < script.size(); at += piece) input.Feed(script.substr(at, piece));
+    for (std::size_t at = 0; at < script.size(); at += size) input.Feed(script.substr(at, size));
     input.End();
-    EXPECT_EQ(AllLines(input),
-              (std::vector<std::string>{"update", "start", "un known", longest, "<too long>",
-                                        "<too long>", "close", "wait", "close"}))
-        << piece;
+    Lines lines;
+    while (input.HasLine()) {
+      const ScriptLine line = input.Next();
+      lines.push_back(line.tooLong ? "<too long>" : line.text);
+    }
+    EXPECT_EQ(lines, (Lines{"update", "start", "un known", longest, "<too long>", "<too long>",
+                            "close", "wait", "close"}));
   }
 }
 
-// The program around the dialog in a child. A close ends it with 7.
-struct Program {
-  std::function<void()> opened = [] {};
-  std::function<void(int)> command = [](int) {};
-  std::function<void()> close = [] { EndUpdateDialog(7); };
-  std::function<void()> destroyed = [] {};
-};
-
-Program* program = nullptr;
 std::atomic<RunPhase> phase = RunPhase::kNone;
-
-int RunProgram(Program runs) {
-  program = &runs;
-  return RunUpdateDialog({[] { program->opened(); },
-                          [](int control) {
-                            program->command(control);
-                            return 0;
-                          },
-                          [] { program->close(); }, [] { program->destroyed(); },
-                          [] { return phase.load(); }, [] { return std::int64_t{0}; }});
-}
 
 void StartWorker(const std::function<void()>& work) {
   if (phase == RunPhase::kNone) phase = RunPhase::kPreparing;
@@ -404,11 +328,11 @@ void StartWorker(const std::function<void()>& work) {
   }).detach();
 }
 
-// Straight to the output, past the dialog.
-void Say(const std::string& text) { EXPECT_GT(write(STDOUT_FILENO, text.data(), text.size()), 0); }
+void Sleep(int milliseconds) { usleep(static_cast<useconds_t>(milliseconds) * 1000); }
 
-void Sleep(int milliseconds) {
-  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+// Writes to the output without the dialog.
+void Say(const std::string& text, int to = STDOUT_FILENO) {
+  EXPECT_EQ(write(to, text.data(), text.size()), std::ssize(text));
 }
 
 void OfferCancel() {
@@ -417,306 +341,239 @@ void OfferCancel() {
   phase = RunPhase::kUpdating;
 }
 
-TEST(TerminalDialog, OperationsDoNothingWithoutADialog) {
-  SetStatusText("text");
-  StepBar(Control::kFileBar);
-  ShowMessageBox("text", "caption", kBoxError);
-  AskToClose();
-  EndUpdateDialog(1);
+// The program around the dialog. Its status names the commands so far; closed, it ends with 7.
+struct Program {
+  std::function<void()> opened = [] {};
+  std::function<void(int)> command = [commands = std::string()](int control) mutable {
+    commands += " " + std::to_string(control);
+    SetStatusText("commands" + commands);
+    if (control == 1000) EnableControl(Control::kUpdateButton, false);
+  };
+  std::function<void()> close = [] { EndUpdateDialog(7); };
+};
+
+int RunProgram(const Program& runs) {
+  static Program program;
+  program = runs;
+  return RunUpdateDialog({[] { program.opened(); },
+                          [](int control) { return program.command(control), 0; },
+                          [] { program.close(); }, [] {}, [] { return phase.load(); },
+                          [] { return std::int64_t{0}; }});
 }
 
-std::string WithoutBars(const std::string& output) {
-  std::string lines;
-  for (const std::string_view line : SplitLines(output)) {
-    if (!line.empty() && !line.starts_with("file bar: ")) lines += std::string(line) + "\n";
-  }
-  return lines;
+TerminalChild InPipes(const Program& runs) {
+  return TerminalChild::WithPipes([&] { return RunProgram(runs); });
+}
+
+// All that the child wrote, and how it ended.
+std::string Ending(TerminalChild& child) {
+  const int code = child.Wait();
+  return child.output() + "| " + child.errors() + "| " + std::to_string(code);
 }
 
 TEST(TerminalDialogScript, RunsCommandsInOrderBetweenExactLines) {
-  auto child = TerminalChild::WithPipes([] {
-    return RunProgram({.opened =
-                           [] {
-                             SetStatusText("opened\n");
-                             EnableControl(Control::kScreenshotsButton, false);
-                           },
-                       .command =
-                           [](int control) {
-                             Say("command " + std::to_string(control) + "\n");
-                             StartWorker([] {
-                               for (int i = 0; i <= 1000; ++i)
-                                 SetBarPosition(Control::kFileBar, i / 10);
-                               SetStatusText(texts::kCompleted);
-                               ShowMessageBox("a\nb", texts::kErrorCaption, kBoxError);
-                               Say("answered\n");
-                               EnableControl(Control::kStartGameButton, true);
-                             });
-                           },
-                       .destroyed = [] { SetStatusText("never seen"); }});
-  });
+  Program runs;
+  runs.opened = [] {
+    SetStatusText("opened\n");
+    EnableControl(Control::kScreenshotsButton, false);
+    ShowMessageBox(texts::kPaneFailed, texts::kErrorCaption, kBoxPlain);
+  };
+  runs.command = [](int control) {
+    Say("command " + std::to_string(control) + "\n");
+    StartWorker([] {
+      SetStatusText(texts::kCompleted);
+      ShowMessageBox("a\nb", texts::kErrorCaption, kBoxError);
+      Say("answered\n");
+      EnableControl(Control::kStartGameButton, true);
+    });
+  };
+  auto child = InPipes(runs);
   child.Send(
       "start\r\nupdate\nwait\n  start  \n\nwait\nbogus\x1b command\nscreenshots\nclose\nupdate\n");
-  EXPECT_EQ(child.Wait(), 7);
-
-  // How far the bar is seen to come is a matter of time.
-  const std::string completed = Utf8(u8"status: アップデート完了\n");
-  EXPECT_EQ(WithoutBars(child.output()),
-            "status: opened\nscreenshots button: disabled\n"
-            "start: refused, the button is disabled\ncommand 1000\n" +
-                completed + "answered\nStart Game button: enabled\ncommand 1001\n" +
-                "answered\nscreenshots: refused, the button is disabled\n");
-  EXPECT_EQ(child.errors(),
-            Utf8(u8"エラー: a | b\nエラー: a | b\nunknown command: bogus? command\n"));
+  EXPECT_EQ(Ending(child), Utf8(u8"status: opened\n"
+                                u8"screenshots button: disabled\n"
+                                u8"start: refused, the button is disabled\n"
+                                u8"command 1000\n"
+                                u8"status: アップデート完了\n"
+                                u8"answered\n"
+                                u8"Start Game button: enabled\n"
+                                u8"command 1001\n"
+                                u8"answered\n"
+                                u8"screenshots: refused, the button is disabled\n"
+                                u8"| エラー: インフォメーションウインドウの初期化に失敗しました\n"
+                                u8"エラー: a | b\n"
+                                u8"エラー: a | b\n"
+                                u8"unknown command: bogus? command\n"
+                                u8"| 7"));
 }
 
 TEST(TerminalDialogScript, EndOfInputWaitsForTheRunAndCloses) {
-  const auto run = [] {
-    return RunProgram({.opened = [] { StartWorker([] { Sleep(300), Say("over\n"); }); },
-                       .command = [](int control) { Say(std::to_string(control) + "\n"); }});
-  };
-  auto ended = TerminalChild::WithPipes(run);
+  Program runs;
+  runs.opened = [] { StartWorker([] { Sleep(300), SetStatusText("over"); }); };
+  auto ended = InPipes(runs);
   ended.Send("options");
   ended.CloseInput();
-  EXPECT_EQ(ended.Wait(), 7);
-  EXPECT_EQ(ended.output(), "1009\nover\n");
+  EXPECT_EQ(Ending(ended), "status: commands 1009\nstatus: over\n| | 7");
 
-  for (const bool isClosed : {false, true}) {
-    auto none = TerminalChild::WithPipes([&] {
-      const int nothing = open("/dev/null", O_RDONLY);
-      isClosed ? close(STDIN_FILENO) : dup2(nothing, STDIN_FILENO);
-      return run();
-    });
-    EXPECT_EQ(none.Wait(), 7);
-    EXPECT_EQ(none.output(), "over\n") << isClosed;
-  }
+  auto closed = TerminalChild::WithPipes([&] { return close(STDIN_FILENO), RunProgram(runs); });
+  EXPECT_EQ(Ending(closed), "status: over\n| | 7");
+
+  auto unread = InPipes(runs);
+  unread.CloseOutput();
+  unread.CloseInput();
+  EXPECT_EQ(unread.Wait(), 7);
 }
 
-TEST(TerminalDialogScript, EndOfInputAsksOnceToClose) {
-  auto child = TerminalChild::WithPipes([] {
-    static int closes = 0;
-    static std::atomic<bool> isAskedAgain = false;
-    return RunProgram({.close = [] {
-      if (++closes == 1) {
-        std::thread([] {
-          Sleep(50);
-          isAskedAgain = true;
-          AskToClose();
-        }).detach();
-      }
-      if (isAskedAgain) EndUpdateDialog(closes);
-    }});
-  });
-  child.CloseInput();
-  EXPECT_EQ(child.Wait(), 2);
-}
-
-TEST(TerminalDialogScript, WaitServesSignals) {
-  auto child = TerminalChild::WithPipes([] {
-    return RunProgram({.opened = [] { StartWorker([] { Sleep(1'000'000); }); },
-                       .command =
-                           [](int control) {
-                             Say("command " + std::to_string(control) + "\n");
-                             EnableControl(Control::kUpdateButton, control != 1000);
-                             if (control == 1009) OfferCancel();
-                           }});
-  });
-  child.Send("options\nwait\nclose\n");
-  ASSERT_TRUE(child.WaitFor("CancelUpdate\n"));
-  child.Signal(SIGINT);
-  ASSERT_TRUE(child.WaitFor("command 1000\nUpdate button: disabled\n"));
-  child.Signal(SIGTERM);
-  EXPECT_EQ(child.Wait(), 7);
-}
-
-TEST(TerminalDialogScript, SurvivesAnOutputThatIsGone) {
-  auto child = TerminalChild::WithPipes([] {
-    return RunProgram({.opened = [] {
-      StartWorker([] {
-        for (int i = 0; i < 100'000; ++i) SetStatusText(std::to_string(i));
-      });
-    }});
-  });
-  child.CloseOutput();
-  child.CloseInput();
-  EXPECT_EQ(child.Wait(), 7);
-}
-
-TEST(TerminalDialogScript, LosesNothingToASlowReaderAndStillHearsSignals) {
+TEST(TerminalDialogScript, LosesNothingToASlowReaderAndStillServesSignals) {
   constexpr int kLines = 30'000;  // more than a pipe holds
   int closed[2];
-  ASSERT_EQ(pipe2(closed, O_CLOEXEC), 0);
-  auto child = TerminalChild::WithPipes([&] {
-    return RunProgram({.opened =
-                           [] {
-                             for (int i = 0; i < kLines; ++i) {
-                               SetButtonCaption(Control::kUpdateButton, std::to_string(i));
-                             }
-                           },
-                       .close =
-                           [&] {
-                             EndUpdateDialog(7);
-                             EXPECT_EQ(write(closed[1], "!", 1), 1);
-                           }});
-  });
-  pollfd output = {child.outputDescriptor(), POLLIN, 0};
-  ASSERT_EQ(poll(&output, 1, 20'000), 1) << "the lines have begun to come";
+  ASSERT_EQ(pipe(closed), 0);
+  Program runs;
+  runs.opened = [] {
+    for (int i = 0; i < kLines; ++i) SetButtonCaption(Control::kUpdateButton, std::to_string(i));
+  };
+  runs.close = [&] {
+    EndUpdateDialog(7);
+    Say("!", closed[1]);
+  };
+  auto child = InPipes(runs);
+  close(closed[1]);
+  ASSERT_TRUE(child.WaitFor("button: 0\n"));
   child.Signal(SIGTERM);
-  pollfd close = {closed[0], POLLIN, 0};
-  EXPECT_EQ(poll(&close, 1, 20'000), 1) << "closed while nobody reads";
+  char mark = 0;
+  EXPECT_EQ(read(closed[0], &mark, 1), 1) << "closed while nobody reads";
+  close(closed[0]);
   EXPECT_EQ(child.Wait(), 7);
   EXPECT_EQ(CountOf(child.output(), "\n"), kLines);
   EXPECT_TRUE(child.output().ends_with("button: " + std::to_string(kLines - 1) + "\n"));
 }
 
+// The program may refuse to close. The end of the input isn't repeated then.
 TEST(TerminalDialog, AskToCloseReturnsWhenTheCloseIsOver) {
-  auto child = TerminalChild::WithPipes([] {
-    static std::atomic<int> closes = 0;
-    static std::atomic<bool> isOver = false;
-    const int result = RunProgram({.opened =
-                                       [] {
-                                         StartWorker([] {
-                                           AskToClose();
-                                           Say(closes == 1 ? "first over\n" : "too early\n");
-                                           AskToClose();
-                                           SetStatusText("never seen");
-                                           ShowMessageBox("never", "seen", kBoxPlain);
-                                           isOver = true;
-                                         });
-                                       },
-                                   .close =
-                                       [] {
-                                         Sleep(50);
-                                         if (++closes == 2) EndUpdateDialog(3);
-                                       }});
+  static std::atomic<int> closes = 0;
+  static std::atomic<bool> isOver = false;
+  Program runs;
+  runs.opened = [] {
+    std::thread([] {
+      while (closes == 0) Sleep(1);
+      Sleep(200);
+      AskToClose();
+      Say("closes: " + std::to_string(closes) + "\n");
+      AskToClose();
+      SetStatusText("never seen");
+      ShowMessageBox("never", "seen", kBoxPlain);
+      isOver = true;
+    }).detach();
+  };
+  runs.close = [] {
+    Sleep(50);
+    if (++closes == 3) EndUpdateDialog(3);
+  };
+  auto child = TerminalChild::WithPipes([&] {
+    ShowMessageBox("never", "seen", kBoxPlain);
+    AskToClose();
+    const int result = RunProgram(runs);
     while (!isOver) Sleep(1);
     return result;
   });
-  EXPECT_EQ(child.Wait(), 3);
-  EXPECT_EQ(child.output(), "first over\n");
-  EXPECT_EQ(child.errors(), "");
+  child.CloseInput();
+  EXPECT_EQ(Ending(child), "closes: 2\n| | 3");
 }
 
-TEST(TerminalDialog, EndsFromWithinOpenedWithABoxBefore) {
-  auto child = TerminalChild::WithPipes([] {
-    return RunProgram({.opened = [] {
-      ShowMessageBox(texts::kPaneFailed, texts::kErrorCaption, kBoxPlain);
-      EndUpdateDialog(0);
-      SetStatusText("never seen");
-    }});
-  });
-  EXPECT_EQ(child.Wait(), 0);
-  EXPECT_EQ(child.errors(), Utf8(u8"エラー: インフォメーションウインドウの初期化に失敗しました\n"));
-  EXPECT_EQ(child.output(), "");
+TerminalChild OnTerminal(const std::function<void()>& opened, unsigned short columns = 80,
+                         unsigned short rows = 24, const char* kind = "xterm") {
+  return TerminalChild::OnTerminal([&] { return RunProgram({opened}); }, columns, rows, kind);
 }
 
-// The commands so far turn up in the status line, which shows on the screen.
-int RunOnTerminal(std::function<void()> opened = [] {}) {
-  static std::string commands;
-  return RunProgram({.opened = std::move(opened),
-                     .command =
-                         [](int control) {
-                           commands += " " + std::to_string(control);
-                           SetStatusText("commands" + commands);
-                           if (control == 1000) EnableControl(Control::kUpdateButton, false);
-                         },
-                     .close =
-                         [] {
-                           SetStatusText("closed after" + commands);
-                           EndUpdateDialog(7);
-                         }});
-}
-
-std::string ScreenAfter(const TerminalChild& child) {
-  TerminalPicture picture(80, 24);
+// What the terminal shows when the child has ended, with `code`. It is as it was before.
+std::string ScreenAtEnd(TerminalChild& child, int code = 7) {
+  EXPECT_EQ(child.Wait(), code);
+  EXPECT_TRUE(child.IsTerminalNormal());
+  TerminalPicture picture;
   picture.Feed(child.output());
   EXPECT_TRUE(picture.isCursorShown());
   EXPECT_EQ(picture.scrolled(), 0);
-  EXPECT_EQ(picture.cursorLine() + 1, picture.lines().size())
-      << "the cursor stands below the block";
-  EXPECT_EQ(picture.lines().back(), "");
-  return Joined(picture.lines());
+  EXPECT_EQ(picture.cursor().row + 1, CountOf(picture.text(), "\n"));
+  EXPECT_TRUE(picture.text().ends_with("\n\n")) << "the cursor is below the block";
+  return picture.text();
 }
 
-TEST(TerminalDialogKeys, PressEnabledButtonsAndLeaveTheTerminalAsItWas) {
-  auto child = TerminalChild::OnTerminal([] { return RunOnTerminal(); });
-  ASSERT_TRUE(child.WaitFor("[q] close"));
-  EXPECT_FALSE(child.IsTerminalNormal());
-  child.Send("usrx\x1b[1;5p\x1bOd\x1bq\x1b[A");
-  child.Send("o");
-  ASSERT_TRUE(child.WaitFor("commands 1009"));
-  child.Send("p");
-  ASSERT_TRUE(child.WaitFor("commands 1009 1011"));
-  child.Send("q");
-  EXPECT_EQ(child.Wait(), 7);
-  EXPECT_TRUE(child.IsTerminalNormal());
-  const std::string screen = ScreenAfter(child);
-  EXPECT_TRUE(screen.starts_with(Utf8(u8"VELMORA アップデート  1.12\nclosed after 1009 1011\n")))
-      << screen;
+// Types each second text as soon as the first is shown; then as ScreenAtEnd.
+std::string Play(TerminalChild& child,
+                 const std::vector<std::pair<std::string, std::string>>& steps) {
+  for (const auto& [shown, typed] : steps) {
+    if (!child.WaitFor(shown)) return {};
+    EXPECT_FALSE(child.IsTerminalNormal()) << shown;
+    child.Send(typed);
+  }
+  return ScreenAtEnd(child);
+}
+
+TEST(TerminalDialogKeys, PressEnabledButtons) {
+  auto child = OnTerminal([] {});
+  const std::string screen = Play(child, {{"[q] close", "usrx\x1b[1;5p\x1bOd\x1bq\x1b[Ao"},
+                                          {"commands 1009", "p"},
+                                          {"commands 1009 1011", "q"}});
+  EXPECT_TRUE(screen.starts_with(Utf8(u8"VELMORA アップデート  1.12\ncommands 1009 1011\n")));
   EXPECT_EQ(CountOf(screen, "VELMORA"), 1) << screen;
 }
 
-TEST(TerminalDialogKeys, CtrlCCancelsFirstAndClosesThen) {
-  auto child = TerminalChild::OnTerminal([] { return RunOnTerminal(OfferCancel); });
-  ASSERT_TRUE(child.WaitFor("[u] CancelUpdate"));
-  child.Send("\x03");
-  ASSERT_TRUE(child.WaitFor("Cancelling when this file is done."));
-  child.Send("o");
-  ASSERT_TRUE(child.WaitFor("commands 1000 1009"));
-  ASSERT_TRUE(child.WaitFor("Ctrl-C again closes"));
-  child.Send("\x03");
-  EXPECT_EQ(child.Wait(), 7);
-  EXPECT_FALSE(Contains(ScreenAfter(child), "Cancelling"));
-  EXPECT_TRUE(child.IsTerminalNormal());
+TEST(TerminalDialogKeys, CtrlCAnswersABoxAndCancelsFirstAndClosesThen) {
+  auto child = OnTerminal([] {
+    OfferCancel();
+    StartWorker([] {
+      ShowMessageBox("text", "box", kBoxPlain);
+      SetBarRange(Control::kOverallBar, 0, 77);
+      Sleep(1'000'000);
+    });
+  });
+  const std::string screen = Play(child, {{"[Enter]", "\x03"},
+                                          {"0 / 77", ""},
+                                          {"Cancelling when this file is done.", "o"},
+                                          {"commands 1000 1009", ""},
+                                          {"Ctrl-C again closes", "\x03"}});
+  EXPECT_FALSE(Contains(screen, "Cancelling"));
 }
 
-TEST(TerminalDialogKeys, GoWithLinesOnATerminalThatNobodyKnows) {
+TEST(TerminalDialogKeys, WorkWithLinesOnAnUnknownTerminal) {
   for (const char* const kind : {static_cast<const char*>(nullptr), "dumb", "no-such-terminal"}) {
-    auto child = TerminalChild::OnTerminal([] { return RunOnTerminal(OfferCancel); }, 80, 24, kind);
-    ASSERT_TRUE(child.WaitFor("keys: u update, s start"));
-    ASSERT_TRUE(child.WaitFor("Update button: CancelUpdate"));
-    child.Send("u");
-    ASSERT_TRUE(child.WaitFor("Cancelling when this file is done. | Ctrl-C again"));
-    child.Send("q");
-    EXPECT_EQ(child.Wait(), 7);
+    auto child = OnTerminal(OfferCancel, 80, 24, kind);
+    Play(child, {{"keys: u update, s start", ""},
+                 {"Update button: CancelUpdate", "u"},
+                 {"Cancelling when this file is done. | Ctrl-C again", "q"}});
     EXPECT_FALSE(Contains(child.output(), "\x1b"));
   }
 }
 
 TEST(TerminalDialogKeys, AnswerABoxWithoutADialog) {
-  auto child = TerminalChild::OnTerminal([] {
-    ShowStartBox("text", "caption", kBoxError);
-    return 5;
-  });
-  ASSERT_TRUE(child.WaitFor("caption: text\r\n[Enter]"));
-  child.Send("x");
-  EXPECT_EQ(child.Wait(), 5);
+  auto child =
+      TerminalChild::OnTerminal([] { return ShowStartBox("text", "caption", kBoxError), 7; });
+  Play(child, {{"caption: text\r\n[Enter]", "x"}});
 }
 
-TEST(TerminalDialogKeys, SignalsThatEndLeaveTheTerminalAsItWas) {
-  const struct {
-    int signal;
-    int end;
-  } kCases[] = {{SIGTERM, 7},
-                {SIGHUP, 7},
-                {SIGQUIT, 1000 + SIGQUIT},
-                {SIGABRT, 1000 + SIGABRT},
-                {SIGFPE, 1000 + SIGFPE}};
-  for (const auto& c : kCases) {
+TEST(TerminalDialogKeys, SignalsThatEndReleaseBoxesAndLeaveTheTerminalAsItWas) {
+  for (const int signalled : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGABRT, SIGFPE}) {
+    const bool isServed = signalled == SIGINT || signalled == SIGTERM || signalled == SIGHUP;
     auto child = TerminalChild::OnTerminal([&] {
       // Sanitizers have handlers of their own for some of these.
-      if (c.end != 7) signal(c.signal, SIG_DFL);
-      return RunOnTerminal();
+      if (!isServed) signal(signalled, SIG_DFL);
+      const int result = RunProgram({[] {
+        StartWorker([] {
+          ShowMessageBox("first", "box", kBoxPlain);
+          ShowMessageBox("second", "box", kBoxPlain);
+        });
+      }});
+      while (phase != RunPhase::kNone) Sleep(1);
+      return result;
     });
-    ASSERT_TRUE(child.WaitFor("[q] close"));
-    EXPECT_FALSE(child.IsTerminalNormal());
-    child.Signal(c.signal);
-    EXPECT_EQ(child.Wait(), c.end);
-    EXPECT_TRUE(child.IsTerminalNormal()) << c.signal;
-    ScreenAfter(child);
+    ASSERT_TRUE(child.WaitFor("[Enter]"));
+    child.Signal(signalled);
+    const std::string screen = ScreenAtEnd(child, isServed ? 7 : 1000 + signalled);
+    EXPECT_NE(Contains(screen, "[Enter]"), isServed) << signalled;
   }
 }
 
-// A shell's part: runs the dialog as a job in front, and in front again after it was stopped.
+// What a shell does: runs the dialog as the job in the foreground, and resumes it after a stop.
 int RunAsJob() {
   signal(SIGTTOU, SIG_IGN);
   const pid_t job = fork();
@@ -724,18 +581,17 @@ int RunAsJob() {
     setpgid(0, 0);
     tcsetpgrp(STDIN_FILENO, getpid());
     signal(SIGTTOU, SIG_DFL);
-    _exit(RunOnTerminal());
+    _exit(RunProgram({}));
   }
   int status = 0;
-  waitpid(job, &status, WUNTRACED);
-  if (!WIFSTOPPED(status)) return 1;
-  tcsetpgrp(STDIN_FILENO, getpid());
-  Say("stopped\r\n");
-  char line[16];
-  if (read(STDIN_FILENO, line, sizeof line) <= 0) return 2;  // a whole line
-  tcsetpgrp(STDIN_FILENO, job);
-  kill(job, SIGCONT);
-  waitpid(job, &status, 0);
+  while (waitpid(job, &status, WUNTRACED) == job && WIFSTOPPED(status)) {
+    tcsetpgrp(STDIN_FILENO, getpid());
+    Say("stopped\r\n");
+    char line[16];
+    if (read(STDIN_FILENO, line, sizeof line) <= 0) return 2;  // a whole line
+    tcsetpgrp(STDIN_FILENO, job);
+    kill(job, SIGCONT);
+  }
   return WEXITSTATUS(status);
 }
 
@@ -746,187 +602,81 @@ TEST(TerminalDialogKeys, CtrlZStopsAndGoesOn) {
   ASSERT_TRUE(child.WaitFor("stopped"));
   EXPECT_TRUE(child.IsTerminalNormal());
   child.Send("fg\n");
-  ASSERT_TRUE(child.WaitFor("[q] close"));
-  EXPECT_FALSE(child.IsTerminalNormal());
-  child.Send("q");
-  EXPECT_EQ(child.Wait(), 7);
-  EXPECT_TRUE(child.IsTerminalNormal());
+  Play(child, {{"[q] close", "q"}});
 }
 
 TEST(TerminalDialogBox, WaitsForAKeyThatAnswersItAlone) {
-  auto child = TerminalChild::OnTerminal([] {
-    return RunOnTerminal([] {
-      StartWorker([] {
-        ShowMessageBox(texts::kNoServer, texts::kErrorCaption, kBoxError);
-        ShowMessageBox("second", texts::kRestartCaption, kBoxInformation);
-        SetStatusText("answered");
-      });
+  Program runs;
+  runs.opened = [] {
+    StartWorker([] {
+      ShowMessageBox(texts::kNoServer, texts::kErrorCaption, kBoxError);
+      ShowMessageBox("second", texts::kRestartCaption, kBoxInformation);
+      SetStatusText("answered");
     });
-  });
+  };
+  runs.command = [](int) {
+    ShowMessageBox("from a handler", "box", kBoxPlain);
+    StartWorker([] { AskToClose(); });
+    ShowMessageBox("never answered", "box", kBoxPlain);
+  };
+  // A terminal that doesn't know its size counts as one of 80 by 24.
+  auto child = TerminalChild::OnTerminal([&] { return RunProgram(runs); }, 0, 0);
   ASSERT_TRUE(child.WaitFor(Utf8(u8"[!] エラー")));
   ASSERT_TRUE(child.WaitFor(Utf8(u8"サーバに接続できません。")));
-  ASSERT_TRUE(child.WaitFor("[Enter]"));
   EXPECT_FALSE(Contains(child.output(), "second"));
-  child.Send("q");
-  ASSERT_TRUE(child.WaitFor("[i] VelmoraUpdate"));
-  ASSERT_TRUE(child.WaitFor("second"));
-  child.Send("\x1b[A");
-  ASSERT_TRUE(child.WaitFor("answered"));
-  child.Send("q");
-  EXPECT_EQ(child.Wait(), 7);
-  EXPECT_FALSE(Contains(ScreenAfter(child), "[Enter]"));
+  const std::string screen = Play(child, {{"[Enter]", "q"},
+                                          {"[i] VelmoraUpdate", ""},
+                                          {"second", "\x1b[A"},
+                                          {"answered", "o"},
+                                          {"from a handler", "\r"}});
+  EXPECT_FALSE(Contains(screen, "[Enter]")) << "the close ends the dialog and the box with it";
 }
 
-TEST(TerminalDialogBox, OfAHandlerServesTheDialogMeanwhile) {
-  auto child = TerminalChild::OnTerminal([] {
-    return RunProgram({.opened =
-                           [] {
-                             StartWorker([] {
-                               while (phase != RunPhase::kNone) StepBar(Control::kOverallBar);
-                             });
-                             ShowMessageBox("from opened", "box", kBoxPlain);
-                             phase = RunPhase::kNone;
-                           },
-                       .command =
-                           [](int) {
-                             StartWorker([] { AskToClose(); });
-                             ShowMessageBox("never answered", "box", kBoxPlain);
-                           }});
-  });
-  ASSERT_TRUE(child.WaitFor("from opened"));
-  ASSERT_TRUE(child.WaitFor("from opened")) << "the bar moves behind the box";
-  child.Send("\r");
-  child.Send("o");
-  EXPECT_EQ(child.Wait(), 7) << "the worker's close ends the dialog and the box with it";
-  EXPECT_FALSE(Contains(ScreenAfter(child), "[Enter]"));
-}
-
-TEST(TerminalDialogBox, IsReleasedByTheEnd) {
-  for (const int signal : {SIGTERM, SIGINT}) {
-    auto child = TerminalChild::OnTerminal([] {
-      static std::atomic<bool> isReleased = false;
-      const int result = RunOnTerminal([] {
-        StartWorker([] {
-          ShowMessageBox("first", "box", kBoxPlain);
-          ShowMessageBox("second", "box", kBoxPlain);
-          isReleased = true;
-        });
-      });
-      while (!isReleased) Sleep(1);
-      return result;
-    });
-    ASSERT_TRUE(child.WaitFor("first"));
-    child.Signal(signal);
-    EXPECT_EQ(child.Wait(), 7);
-    EXPECT_FALSE(Contains(ScreenAfter(child), "[Enter]"));
-  }
-}
-
-TEST(TerminalDialogBox, IsAnsweredByCtrlCWhichCancelsThen) {
-  auto child = TerminalChild::OnTerminal([] {
-    return RunOnTerminal([] {
-      OfferCancel();
-      StartWorker([] {
-        ShowMessageBox("text", "box", kBoxPlain);
-        SetBarRange(Control::kOverallBar, 0, 77);
-        Sleep(1'000'000);
-      });
+TEST(TerminalDialogScreen, ShowsHowLongADownloadTakesInAFewRedraws) {
+  const std::uint32_t start = TickCount();
+  auto child = OnTerminal([] {
+    constexpr std::int32_t kSize = 1'000'000'000;
+    OfferCancel();
+    SetBarRange(Control::kFileBar, 0, kSize);
+    SetBarPosition(Control::kFileBar, kSize);
+    SetBarRange(Control::kFileBar, 0, kSize);  // the next file; the bar is still full
+    StartWorker([] {
+      for (std::int32_t i = 1; true; ++i, Sleep(1)) {
+        bodyBytesReceived += 100;
+        if (i > 1000) SetBarPosition(Control::kFileBar, i * 100);
+      }
     });
   });
-  ASSERT_TRUE(child.WaitFor("[Enter]"));
-  child.Send("\x03");
-  ASSERT_TRUE(child.WaitFor("0 / 77"));
-  child.Send("q");
-  EXPECT_EQ(child.Wait(), 7);
-  EXPECT_TRUE(Contains(ScreenAfter(child), "closed after 1000\n"));
-}
-
-TEST(TerminalDialogScreen, IsRedrawnAFewTimesUnderAMillionMoves) {
-  constexpr char kRedraw[] = "VELMORA";
-  timespec before = {};
-  clock_gettime(CLOCK_MONOTONIC, &before);
-  auto child = TerminalChild::OnTerminal([] {
-    return RunOnTerminal([] {
-      StartWorker([] {
-        SetBarRange(Control::kFileBar, 0, 1'000'000);
-        for (int i = 0; i <= 1'000'000; ++i) SetBarPosition(Control::kFileBar, i);
-        SetStatusText("all moved");
-      });
-    });
-  });
-  ASSERT_TRUE(child.WaitFor("all moved"));
-  child.Send("q");
-  EXPECT_EQ(child.Wait(), 7);
-  timespec after = {};
-  clock_gettime(CLOCK_MONOTONIC, &after);
-  const int allowed = (static_cast<int>(after.tv_sec - before.tv_sec) + 1) * 15 + 2;
-  EXPECT_LE(CountOf(child.output(), kRedraw), allowed);
-  EXPECT_GE(CountOf(child.output(), kRedraw), 2);
-}
-
-TEST(TerminalDialogScreen, TellsHowLongADownloadTakes) {
-  constexpr std::int32_t kSize = 1'000'000'000;
-  auto child = TerminalChild::OnTerminal([] {
-    return RunOnTerminal([] {
-      OfferCancel();
-      SetBarRange(Control::kFileBar, 0, kSize);
-      SetBarPosition(Control::kFileBar, kSize);
-      SetBarRange(Control::kFileBar, 0, kSize);
-      StartWorker([] {
-        for (std::int32_t i = 1; true; ++i, Sleep(10)) {
-          bodyBytesReceived += 1000;
-          if (i > 100) SetBarPosition(Control::kFileBar, i * 1000);
-        }
-      });
-    });
-  });
-  ASSERT_TRUE(child.WaitFor(" left\r\r\n\x1b[KAll")) << "though the bar stands full from before";
-  ASSERT_TRUE(child.WaitFor(" left\r\r\n\x1b[K[u]"));
-  child.Send("u");
-  ASSERT_TRUE(child.WaitFor("Cancelling"));
-  child.Send("q");
-  EXPECT_EQ(child.Wait(), 7);
-  const std::string screen = ScreenAfter(child);
+  const std::string screen = Play(
+      child, {{" left\r\r\n\x1b[KAll", ""}, {" left\r\r\n\x1b[K[u]", "u"}, {"Cancelling", "q"}});
   EXPECT_TRUE(Contains(screen, " left\nAll")) << screen;
   EXPECT_FALSE(Contains(screen, " left\n(u)")) << "the rest won't be downloaded: " << screen;
+  EXPECT_LE(CountOf(child.output(), "VELMORA"), (TickCount() - start) * 15 / 1000 + 2);
 }
 
-TEST(TerminalDialogScreen, FitsSmallAndUnknownTerminals) {
-  constexpr unsigned short kColumns[] = {20, 0};
-  for (const unsigned short columns : kColumns) {
-    auto child = TerminalChild::OnTerminal(
-        [] {
-          return RunOnTerminal(
-              [] { SetStatusText(std::string(200, 'x') + "\n" + std::string(200, 'y')); });
-        },
-        columns, columns == 0 ? 0 : 4);
-    const std::size_t width = columns == 0 ? 80 : columns;
-    ASSERT_TRUE(child.WaitFor(std::string(width, 'x')));
-    child.Send("q");
-    EXPECT_EQ(child.Wait(), 7);
-    TerminalPicture picture(width, columns == 0 ? 24 : 4);
-    picture.Feed(child.output());
-    EXPECT_EQ(picture.scrolled(), columns == 0 ? 0 : 1) << "by the line below the block alone";
-    EXPECT_FALSE(Contains(child.output(), std::string(width + 1, 'x')));
-  }
+TEST(TerminalDialogScreen, FitsASmallTerminal) {
+  auto child = OnTerminal([] { SetStatusText(std::string(200, 'x')); }, 20, 4);
+  ASSERT_TRUE(child.WaitFor(std::string(20, 'x')));
+  child.Send("q");
+  EXPECT_EQ(child.Wait(), 7);
+  TerminalPicture picture(20, 4);
+  picture.Feed(child.output());
+  EXPECT_EQ(picture.scrolled(), 1) << "by the line below the block alone";
 }
 
 TEST(TerminalDialogScreen, MakesWayForOtherOutput) {
   auto child = TerminalChild::OnTerminal([] {
     int script[2];
-    if (pipe(script) != 0) return 1;
+    EXPECT_EQ(pipe(script), 0);
     dup2(script[0], STDIN_FILENO);
-    const std::string commands = "start\nbogus\nwait\nclose\n";
-    if (write(script[1], commands.data(), commands.size()) <= 0) return 2;
-    return RunOnTerminal([] { StartWorker([] { ShowMessageBox("text", "caption", kBoxError); }); });
+    Say("start\nbogus\nwait\nclose\n", script[1]);
+    return RunProgram({[] { StartWorker([] { ShowMessageBox("text", "caption", kBoxError); }); }});
   });
-  EXPECT_EQ(child.Wait(), 7);
-  const std::string screen = ScreenAfter(child);
+  const std::string screen = ScreenAtEnd(child);
   for (const char* const line : {"start: refused, the button is disabled\n",
-                                 "unknown command: bogus\n", "caption: text\n"}) {
+                                 "unknown command: bogus\n", "caption: text\n", "VELMORA"}) {
     EXPECT_EQ(CountOf(screen, line), 1) << screen;
   }
-  EXPECT_EQ(CountOf(screen, "VELMORA"), 1) << screen;
 }
 
 }  // namespace

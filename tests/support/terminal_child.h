@@ -1,65 +1,175 @@
-// Runs a piece of code in a child process, with pipes or a terminal of its own as standard input
-// and output, and talks to it. Every wait has an end: a child that hangs fails the test and is
-// killed.
+// Runs code in a child process whose standard input and output are pipes or a terminal, and talks
+// to it. No wait is endless: a child that hangs is killed by its alarm.
 #pragma once
 
-#include <sys/types.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <termios.h>
+#include <unistd.h>
+#include <utmp.h>
 
 #include <functional>
 #include <string>
+#include <utility>
 
 namespace velmora::test {
 
 class TerminalChild {
  public:
-  struct Streams {
-    int input;
-    int output;
-    int errors;
-  };
+  // The child ends with the result of `body` as its exit code, without running destructors.
+  static TerminalChild WithPipes(const std::function<int()>& body) {
+    int in[2];
+    int out[2];
+    int err[2];
+    EXPECT_EQ(pipe2(in, O_CLOEXEC) | pipe2(out, O_CLOEXEC) | pipe2(err, O_CLOEXEC), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      dup2(in[0], STDIN_FILENO);
+      dup2(out[1], STDOUT_FILENO);
+      dup2(err[1], STDERR_FILENO);
+      for (const int end : {in[1], out[0], err[0]}) close(end);
+      RunBody(body);
+    }
+    close(out[1]);
+    close(err[1]);
+    return {child, in[1], out[0], err[0], in[0]};
+  }
 
-  // The child ends with what `body` gives as its exit code; no destructors run then.
-  static TerminalChild WithPipes(const std::function<int()>& body);
-  // On a terminal of the child's own, whose size is unknown if `columns` is 0, and whose kind if
-  // `kind` is null.
+  // A terminal of unknown size if `columns` is 0, of unknown kind if `kind` is null.
   static TerminalChild OnTerminal(const std::function<int()>& body, unsigned short columns = 80,
-                                  unsigned short rows = 24, const char* kind = "xterm");
+                                  unsigned short rows = 24, const char* kind = "xterm") {
+    int master = -1;
+    int slave = -1;
+    const winsize size = {rows, columns, 0, 0};
+    EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      close(master);
+      login_tty(slave);
+      unsetenv("TERM");
+      if (kind != nullptr) setenv("TERM", kind, 1);
+      RunBody(body);
+    }
+    return {child, master, dup(master), -1, slave};
+  }
 
-  TerminalChild(TerminalChild&& other) noexcept;
-  ~TerminalChild();
+  TerminalChild(TerminalChild&& other) noexcept
+      : child_(std::exchange(other.child_, -1)), streams_(std::exchange(other.streams_, {})) {}
+  ~TerminalChild() {
+    Signal(SIGKILL);
+    if (child_ > 0) waitpid(child_, nullptr, 0);
+    for (int* const stream : {&streams_.in, &streams_.out, &streams_.err, &streams_.childSide}) {
+      Close(*stream);
+    }
+  }
 
-  void Send(const std::string& text) const;
-  void CloseInput();
-  void CloseOutput();
-  void Signal(int signal) const;
+  void Send(const std::string& text) const {
+    EXPECT_EQ(write(streams_.in, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  void CloseInput() { Close(streams_.in); }
+  void CloseOutput() { Close(streams_.out); }
+  void Signal(int signal) const {
+    if (child_ > 0) kill(child_, signal);
+  }
 
-  // Takes in what comes in this time.
-  void Pump(int milliseconds);
-  // Waits until `text` stands in the output behind the place that the last call found.
-  bool WaitFor(const std::string& text);
-  // Waits for the end; the exit code, or 1000 + the signal that killed the child.
-  int Wait();
+  // Reads what the child writes, waiting for it this long at most. False if nothing came.
+  bool Pump(int milliseconds) {
+    pollfd waited[] = {{streams_.out, POLLIN, 0}, {streams_.err, POLLIN, 0}};
+    if (poll(waited, 2, milliseconds) <= 0) return false;
+    if (waited[0].revents != 0) Read(streams_.out, output_);
+    if (waited[1].revents != 0) Read(streams_.err, errors_);
+    return true;
+  }
 
-  [[nodiscard]] int outputDescriptor() const { return streams_.output; }
-  // All that came so far.
+  // Waits until the output holds `text` after the place that the last call found.
+  bool WaitFor(const std::string& text) {
+    while (true) {
+      const bool isLastLook = HasEnded();
+      const std::size_t found = output_.find(text, seen_);
+      if (found != std::string::npos) {
+        seen_ = found + text.size();
+        return true;
+      }
+      if (isLastLook) break;
+      Pump(10);
+    }
+    ADD_FAILURE() << "never came: " << text << "\nbut: " << output_ << errors_;
+    return false;
+  }
+
+  // Waits for the end. The exit code, or 1000 + the signal that killed the child.
+  int Wait() {
+    while (!HasEnded()) Pump(10);
+    return WIFSIGNALED(status_) ? 1000 + WTERMSIG(status_) : WEXITSTATUS(status_);
+  }
+
+  // All that has arrived so far.
   [[nodiscard]] const std::string& output() const { return output_; }
   [[nodiscard]] const std::string& errors() const { return errors_; }
-  [[nodiscard]] pid_t id() const { return child_; }
-  // Whether the terminal gives whole lines and shows what is typed.
-  [[nodiscard]] bool IsTerminalNormal() const;
+  // Whether the terminal passes on whole lines and echoes them.
+  [[nodiscard]] bool IsTerminalNormal() const {
+    termios modes = {};
+    tcgetattr(streams_.childSide, &modes);
+    return (modes.c_lflag & ICANON) != 0 && (modes.c_lflag & ECHO) != 0;
+  }
 
  private:
-  TerminalChild(pid_t child, Streams streams, int childSide)
-      : child_(child), streams_(streams), childSide_(childSide) {}
+  struct Streams {
+    int in = -1;
+    int out = -1;
+    int err = -1;
+    // The child's end of the terminal or of the input. It stays open here: sending to a child that
+    // has ended must not raise SIGPIPE.
+    int childSide = -1;
+  };
 
-  pid_t child_;
+  TerminalChild(pid_t child, int in, int out, int err, int childSide)
+      : child_(child), streams_{in, out, err, childSide} {}
+
+  [[noreturn]] static void RunBody(const std::function<int()>& body) {
+    // A shell starts background jobs with these ignored.
+    signal(SIGINT, SIG_DFL);
+    signal(SIGQUIT, SIG_DFL);
+    alarm(60);
+    _exit(body());
+  }
+
+  static void Close(int& stream) {
+    if (stream >= 0) close(stream);
+    stream = -1;
+  }
+
+  // Closes a stream that has ended.
+  static void Read(int& stream, std::string& text) {
+    char bytes[65536];
+    const ssize_t count = read(stream, bytes, sizeof bytes);
+    if (count > 0) {
+      text.append(bytes, static_cast<std::size_t>(count));
+    } else {
+      Close(stream);
+    }
+  }
+
+  // True once the child has ended and all of its output is here.
+  bool HasEnded() {
+    if (child_ > 0 && waitpid(child_, &status_, WNOHANG) == child_) {
+      child_ = -1;
+      while (Pump(0)) {
+      }
+    }
+    return child_ < 0;
+  }
+
+  pid_t child_;  // -1 once it has ended
+  int status_ = 0;
   Streams streams_;
-  int childSide_;  // of the terminal, or of the input: who sends to a child that is gone isn't
-                   // killed
   std::string output_;
   std::string errors_;
-  std::size_t seen_ = 0;
+  std::size_t seen_ = 0;  // of output_, by WaitFor
 };
 
 }  // namespace velmora::test

@@ -290,13 +290,13 @@ TEST(TerminalState, WakesTheDialogOnceForManyChanges) {
   ASSERT_TRUE(state.Open(false));
   for (int redraw = 0; redraw < 3; ++redraw) {
     EXPECT_TRUE(state.HasChanged()) << "from the start on";
-    static_cast<void>(state.TakePicture());
+    static_cast<void>(state.TakeSnapshot());
     for (int i = 0; i < 1000; ++i) state.Change([](DialogModel& model) { model.status += "x"; });
     std::uint64_t wakeUps = 0;
     EXPECT_EQ(read(state.wakeDescriptor(), &wakeUps, sizeof wakeUps), 8);
     EXPECT_EQ(wakeUps, 1u);
   }
-  EXPECT_EQ(state.TakePicture().model.status.size(), 3000u);
+  EXPECT_EQ(state.TakeSnapshot().model.status.size(), 3000u);
   close(state.wakeDescriptor());
 }
 

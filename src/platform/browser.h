@@ -1,5 +1,5 @@
-// The browser inside the information pane, as the dialog hosts it. Handles are references that the
-// caller gives back; 0 is none. Dialog thread only.
+// The web browser in the dialog's information pane. Handles are references that the caller
+// releases; 0 means none. For the dialog's thread only.
 #pragma once
 
 #include <cstdint>
@@ -18,13 +18,13 @@ void ReleasePaneControl(PaneControl control);
 [[nodiscard]] Browser GetBrowser(PaneControl control);
 void ReleaseBrowser(Browser browser);
 
-// Settings of the browser, with the numbers as they are handed to it. Results aren't told.
+// Settings of the browser. The numbers are passed to it unchanged, and failures are ignored.
 void SetBrowserResizable(Browser browser, int value);
 void SetBrowserFullScreen(Browser browser, int value);
 void SetBrowserDropTarget(Browser browser, int value);
 void SetBrowserRegistered(Browser browser, int value);
 
-// Opens a page. Returns at once; the page loads by itself, or not.
+// Starts to load a page. Returns at once, and failures are ignored.
 void NavigateBrowser(Browser browser, const std::string& url);
 
 }  // namespace velmora::platform

@@ -1,9 +1,8 @@
-// The update dialog as the program sees it: ten operations on its controls, and the life of the
-// dialog itself.
+// The update dialog: operations on its controls, and its life from opening to the end.
 //
-// The ten operations may be called from any thread. Called from the worker, they return when the
-// dialog has taken them. Before the dialog has opened and after it has closed they do nothing.
-// Texts are code page 932; a line feed in them breaks the line.
+// Any thread may call the operations, up to and including AskToClose, unless a comment says
+// otherwise. They return when the dialog has carried them out. Before it has opened and after it
+// has ended they have no effect. Texts are code page 932; a line feed in a text starts a new line.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +14,7 @@ enum class Control : int {
   kUpdateButton = 1000,
   kStartGameButton = 1001,
   kOverallBar = 1002,  // counts records
-  kFileBar = 1005,     // counts the bytes of the present file
+  kFileBar = 1005,     // counts the bytes of the current file
   kRecheckButton = 1007,
   kStatusLine = 1008,  // text of up to two lines
   kOptionsButton = 1009,
@@ -38,13 +37,13 @@ void StepBar(Control bar);
 void EnableControl(Control control, bool enable);
 void SetButtonCaption(Control button, const std::string& text);
 
-// Gives the dialog's window the program's icon. Dialog thread.
+// Sets the icon of the dialog's window. For the dialog's thread only.
 void SetDialogIcon();
 
-// Blocks the calling thread until the player has answered.
+// Returns when the player has answered.
 void ShowMessageBox(const std::string& text, const std::string& caption, std::uint32_t type);
 
-// Has `DialogHandlers::close` carried out on the dialog's thread and returns when that is over.
+// Calls `DialogHandlers::close` on the dialog's thread and returns when it has returned.
 void AskToClose();
 
 // How far an update run has come.
@@ -55,7 +54,7 @@ enum class RunPhase {
   kSaving,     // only its cache is left to save, and its buttons serve the next run
 };
 
-// What the dialog calls, all of it on the thread that runs the dialog.
+// What the dialog calls, always on its own thread.
 struct DialogHandlers {
   void (*opened)();             // the controls exist, none is shown yet
   int (*command)(int control);  // a button's command, by the number of its control; 0 or -1
@@ -67,11 +66,11 @@ struct DialogHandlers {
   std::int64_t (*bytesAhead)();
 };
 
-// Shows the dialog and returns when EndUpdateDialog has ended it, with the number given there; -1
-// if it can't be built. Once in the life of a process.
+// Shows the dialog until EndUpdateDialog is called and returns the result given there; -1 if the
+// dialog can't be created. To be called once in a process.
 int RunUpdateDialog(const DialogHandlers& handlers);
 
-// Ends the dialog. Called on the dialog's thread only, from one of the handlers.
+// Ends the dialog. To be called by the handlers only.
 void EndUpdateDialog(int result);
 
 }  // namespace velmora::platform

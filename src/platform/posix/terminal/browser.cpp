@@ -1,4 +1,4 @@
-// A terminal shows no page: the pane names the page's address instead.
+// A terminal can't show a page, so the dialog shows its address.
 #include "platform/browser.h"
 
 #include "platform/posix/terminal/page.h"

@@ -20,15 +20,15 @@ std::atomic<bool> screenTaken = false;
 bool modesKept = false;
 termios modesBefore;  // of standard input, before the first TakeKeyboard
 
-// A process in the background must leave the terminal to the one in front. Without job control on
-// this terminal there is no such order.
-bool IsInFront() {
-  const pid_t front = tcgetpgrp(STDIN_FILENO);
-  return front == -1 || front == getpgrp();
+// A background process must leave the terminal to the foreground. A terminal without job control
+// has no foreground process group.
+bool IsInForeground() {
+  const pid_t foreground = tcgetpgrp(STDIN_FILENO);
+  return foreground == -1 || foreground == getpgrp();
 }
 
-// The system stops a process that changes a terminal's modes from the background, even if it has
-// been put there only a moment ago.
+// The system stops a background process that changes a terminal's modes, even one that has only
+// just been moved there.
 class NoStopByTerminal {
  public:
   NoStopByTerminal() {
@@ -47,14 +47,14 @@ class NoStopByTerminal {
 
 void RestoreModes() {
   const NoStopByTerminal noStop;
-  if (IsInFront()) tcsetattr(STDIN_FILENO, TCSANOW, &modesBefore);
+  if (IsInForeground()) tcsetattr(STDIN_FILENO, TCSANOW, &modesBefore);
 }
 
 }  // namespace
 
 void FillStandardDescriptors() {
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-    // The lowest free number is the one that is missing.
+    // open() returns the lowest free number.
     if (fcntl(descriptor, F_GETFD) == -1) static_cast<void>(!open("/dev/null", O_RDWR));
   }
 }
@@ -73,10 +73,10 @@ int OpenScreen() {
 
 ScreenSize CurrentScreenSize() {
   ScreenSize size;
-  winsize told = {};
-  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &told) == -1) return size;
-  if (told.ws_col > 0) size.columns = told.ws_col;
-  if (told.ws_row > 0) size.rows = told.ws_row;
+  winsize reported = {};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &reported) == -1) return size;
+  if (reported.ws_col > 0) size.columns = reported.ws_col;
+  if (reported.ws_row > 0) size.rows = reported.ws_row;
   return size;
 }
 
@@ -93,7 +93,7 @@ void TakeKeyboard() {
 
 void TakeScreen() { screenTaken = true; }
 
-void LeaveScreen() { screenTaken = false; }
+void ReleaseScreen() { screenTaken = false; }
 
 void RestoreTerminal() {
   if (keyboardTaken.exchange(false)) RestoreModes();

@@ -1,35 +1,35 @@
-// The terminal itself: its modes, its size, and getting its modes back on every way out. What is
-// kept for that is the process's own, as a signal may end the process at any moment.
+// The terminal itself: its size, its modes, and how they are restored however the process ends. A
+// signal may end it at any moment, so the modes from before are kept in global variables.
 #pragma once
 
 #include "platform/posix/terminal/render.h"
 
 namespace velmora::platform::terminal {
 
-// Gives each of the three standard descriptors that is closed to the null device. Otherwise the
-// next file that is opened would be taken for the input or the output.
+// Opens the null device on each standard descriptor that is closed. Otherwise the next file to be
+// opened would become the standard input or output.
 void FillStandardDescriptors();
 
 // Whether standard output is a terminal that a block can be redrawn on.
 [[nodiscard]] bool IsScreen();
-// Whether standard input is a terminal, which gives keys.
+// Whether standard input is a terminal, so that it delivers keys.
 [[nodiscard]] bool IsKeyboard();
 
-// A descriptor for the screen whose writes never block, so that a terminal that has stopped can't
-// stop the dialog; standard output if there is none to be had.
+// A descriptor of the screen that never blocks a write, so that a stopped terminal can't stop the
+// dialog. Standard output if the screen can't be opened again.
 [[nodiscard]] int OpenScreen();
-// 80 by 24 where the terminal doesn't know.
+// 80 by 24 if the terminal doesn't know its size.
 [[nodiscard]] ScreenSize CurrentScreenSize();
 
-// Keys arrive one by one and unseen from here on; what held before comes back with
-// `RestoreTerminal`. May be repeated.
+// From now on keys arrive one by one and without an echo. `RestoreTerminal` undoes this. May be
+// called again.
 void TakeKeyboard();
-// From here on `RestoreTerminal` shows the cursor, too.
+// From now on `RestoreTerminal` also moves below the block and shows the cursor.
 void TakeScreen();
-// The block has been left, the cursor is seen.
-void LeaveScreen();
+// To be called when the cursor is below the block and shown again.
+void ReleaseScreen();
 
-// Safe in a signal handler. Does nothing if nothing was taken.
+// Safe to call in a signal handler. Does nothing if nothing was taken.
 void RestoreTerminal();
 
 }  // namespace velmora::platform::terminal

@@ -1,4 +1,4 @@
-// The update dialog on a terminal or, where there is none, as lines and a script.
+// The update dialog on a terminal or, without one, as lines and a script.
 #include "platform/dialog.h"
 
 #include "platform/posix/terminal/loop.h"
@@ -15,17 +15,17 @@ using terminal::DialogLoop;
 using terminal::DialogModel;
 using terminal::DialogState;
 
-// Never destroyed: the worker may use it up to the last moment of the process.
+// Never destroyed: the worker may use it until the process ends.
 DialogState& State() {
   static DialogState* const state = new DialogState;
   return *state;
 }
 
-// On the dialog's thread: the loop that runs there, null outside of RunUpdateDialog.
+// For the dialog's thread: its loop, null outside RunUpdateDialog.
 DialogLoop* currentLoop = nullptr;
 
-template <typename MoveOfBar>
-void MoveBar(Control control, MoveOfBar move) {
+template <typename Move>
+void MoveBar(Control control, Move move) {
   State().Change([&](DialogModel& model) {
     Bar* const bar = model.FindBar(control);
     if (bar == nullptr) return;
@@ -34,8 +34,8 @@ void MoveBar(Control control, MoveOfBar move) {
   });
 }
 
-template <typename ChangeOfButton>
-void ChangeButton(Control control, ChangeOfButton change) {
+template <typename Change>
+void ChangeButton(Control control, Change change) {
   State().Change([&](DialogModel& model) {
     ButtonState* const button = model.FindButton(control);
     if (button != nullptr) change(*button);
@@ -87,7 +87,7 @@ void SetButtonCaption(Control button, const std::string& text) {
   ChangeButton(button, [&](ButtonState& changed) { changed.caption = text; });
 }
 
-// A terminal's window keeps its own icon.
+// A terminal keeps its own icon.
 void SetDialogIcon() {}
 
 void ShowMessageBox(const std::string& text, const std::string& caption, std::uint32_t type) {

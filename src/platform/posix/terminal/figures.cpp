@@ -6,18 +6,18 @@
 namespace velmora::platform::terminal {
 namespace {
 
-// The rate is that of the last seconds; one over less than half a second would jump about.
+// In seconds. A rate measured over less than half a second would jump about.
 constexpr double kRateWindow = 3.0;
 constexpr double kShortestForRate = 0.5;
 constexpr double kShortestForTimeLeft = 2.0;
 
-// Files that are there and turn out to be good take a time that tells nothing of downloads, nor do
-// downloads tell how many more of the files after them will be good.
+// The time that good files take to check says nothing about downloads, and downloads don't say how
+// many of the files ahead are good. So the work done must have been downloads almost entirely.
 constexpr double kShareOfDownloads = 0.9;
 
 std::int64_t Left(const Progress& progress) { return progress.fileLeft + *progress.ahead; }
 
-// What is still to come takes a second at least.
+// Whatever is left takes at least a second.
 std::optional<std::int64_t> Seconds(std::optional<double> time) {
   if (!time) return std::nullopt;
   return std::max(std::llround(*time), 1LL);
@@ -30,8 +30,8 @@ std::optional<double> FileTimeLeft(const Progress& progress, std::optional<std::
 
 }  // namespace
 
-Figures FigureKeeper::Update(bool isRunShown, const Progress& progress) {
-  if (!isRunShown) {
+Figures FigureKeeper::Update(bool isRunning, const Progress& progress) {
+  if (!isRunning) {
     samples_.clear();
     start_.reset();
     return {};
@@ -56,7 +56,7 @@ std::optional<std::int64_t> FigureKeeper::Rate(const Progress& progress) {
   return rate > 0 ? std::optional(rate) : std::nullopt;
 }
 
-// What comes after the current file takes its time as what came before did. Empty if nothing is
+// The work after the current file is expected to go as fast as the work so far. Empty if nothing is
 // left at all.
 std::optional<double> FigureKeeper::TimeAhead(const Progress& progress) {
   if (!progress.ahead) return std::nullopt;
@@ -65,8 +65,8 @@ std::optional<double> FigureKeeper::TimeAhead(const Progress& progress) {
   const double elapsed = progress.now - start_->now;
   const auto done = static_cast<double>(Left(*start_) - Left(progress));
   const auto received = static_cast<double>(progress.received - start_->received);
-  const bool isTold = elapsed >= kShortestForTimeLeft && done > 0 && Left(progress) > 0;
-  if (!isTold || received < done * kShareOfDownloads) return std::nullopt;
+  const bool isKnown = elapsed >= kShortestForTimeLeft && done > 0 && Left(progress) > 0;
+  if (!isKnown || received < done * kShareOfDownloads) return std::nullopt;
   return elapsed * static_cast<double>(*progress.ahead) / done;
 }
 

@@ -1,5 +1,5 @@
-// What the block on a terminal tells beyond the controls: how fast bytes come in, and how long the
-// run will still take. Fed at each redraw.
+// What the terminal shows beyond the dialog's controls: the download rate, and how long the run
+// will still take. Updated at each redraw.
 #pragma once
 
 #include <cstdint>
@@ -8,34 +8,32 @@
 
 namespace velmora::platform::terminal {
 
-// Empty: can't be told.
+// Empty if unknown.
 struct Figures {
   std::optional<std::int64_t> bytesPerSecond;
-  std::optional<std::int64_t> fileSecondsLeft;  // of the present file
+  std::optional<std::int64_t> fileSecondsLeft;  // of the current file
   std::optional<std::int64_t> secondsLeft;      // of the whole run
 };
 
 // How far a run has come, as of one moment.
 struct Progress {
-  double now = 0;             // seconds
-  std::int64_t received = 0;  // bytes over the network, from any start
-  // Bytes of the list's files: of the present one that are still to come, and behind it, without
-  // those that need no work. Empty: nobody knows.
-  std::int64_t fileLeft = 0;
-  std::optional<std::int64_t> ahead;
+  double now = 0;                     // seconds
+  std::int64_t received = 0;          // bytes from the network, counted from any point
+  std::int64_t fileLeft = 0;          // bytes of the current file still to come
+  std::optional<std::int64_t> ahead;  // bytes of the files after it that need work, if known
 };
 
 class FigureKeeper {
  public:
-  // Outside of a run there are no figures, and the next run starts anew.
-  Figures Update(bool isRunShown, const Progress& progress);
+  // Without a run there are no figures, and the next run starts afresh.
+  Figures Update(bool isRunning, const Progress& progress);
 
  private:
   std::optional<std::int64_t> Rate(const Progress& progress);
   std::optional<double> TimeAhead(const Progress& progress);
 
   std::deque<Progress> samples_;
-  std::optional<Progress> start_;  // since the work ahead is known
+  std::optional<Progress> start_;  // when the work ahead became known
 };
 
 }  // namespace velmora::platform::terminal

@@ -1,4 +1,4 @@
-// Apart from everything else: the library's header defines plain words as macros.
+// A file of its own: the library's header defines common words as macros.
 #include "platform/posix/terminal/kind.h"
 
 #include <curses.h>
@@ -11,7 +11,7 @@ namespace velmora::platform::terminal {
 namespace {
 
 bool Begins(const char* capability, std::string_view sequence) {
-  // The library returns -1 as a pointer for what isn't of the kind asked for.
+  // The library returns -1 as a pointer if the capability is no string.
   char* const text = tigetstr(capability);
   return text != nullptr && text != reinterpret_cast<char*>(-1) &&
          std::string_view(text).starts_with(sequence);

@@ -3,8 +3,8 @@
 
 namespace velmora::platform::terminal {
 
-// Whether terminals of this kind, a value of TERM, are known to move the cursor and to erase a line
-// by the sequences that a block is drawn with.
+// Whether terminals of this kind, a value of TERM, are known to understand the sequences by which a
+// block is redrawn: those that move the cursor up and erase a line.
 [[nodiscard]] bool CanRedraw(const char* kind);
 
 }  // namespace velmora::platform::terminal

@@ -8,8 +8,8 @@
 namespace velmora::platform::terminal {
 namespace {
 
-std::string_view WithoutEnd(std::string_view text, std::string_view dropped) {
-  return text.substr(0, text.find_last_not_of(dropped) + 1);
+std::string_view TrimmedEnd(std::string_view text, std::string_view characters) {
+  return text.substr(0, text.find_last_not_of(characters) + 1);
 }
 
 bool LooksSame(const Bar& a, const Bar& b) {
@@ -83,9 +83,9 @@ void LineReport::NoteButton(std::size_t index, const ButtonState& button) {
 std::string InOneLine(std::string_view text) {
   std::string line;
   const char* separator = "";
-  for (const std::string_view part : SplitLines(WithoutEnd(text, " \n"))) {
+  for (const std::string_view part : SplitLines(TrimmedEnd(text, " \n"))) {
     line += separator;
-    line += WithoutEnd(part, " ");
+    line += TrimmedEnd(part, " ");
     separator = " | ";
   }
   return line;

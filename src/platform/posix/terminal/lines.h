@@ -1,6 +1,7 @@
-// The dialog as a log, for an output that isn't a terminal: one line for each change of a button or
-// of the page. Status and bars, which change with every file, are put in front of such a line, and
-// else as often as the caller likes: as on a screen, what stands only between two looks isn't seen.
+// The dialog as a log, for an output that isn't a terminal: a line for each change of a button or
+// of the page. The status and the bars change with every file: their lines are written before such
+// a line, and otherwise as often as the caller likes. A value that is replaced before then is never
+// written, just as a screen wouldn't show it.
 #pragma once
 
 #include <array>
@@ -13,15 +14,13 @@ namespace velmora::platform::terminal {
 
 class LineReport {
  public:
-  // Adds a line for each difference between `model` and what was reported before, if a button or
-  // the page differs.
+  // If a button or the page has changed: adds a line for each change since the last report.
   void Note(const DialogModel& model);
-  // Adds a line for each difference of status and bars.
+  // Adds a line for each change of the status and the bars.
   void NoteFigures(const DialogModel& model);
   void Add(std::string_view line);
 
-  [[nodiscard]] bool empty() const { return lines_.empty(); }
-  // What was added since the last call: code page 932, each line with its line feed.
+  // The lines added since the last call: code page 932, each with its line feed.
   [[nodiscard]] std::string Take();
 
  private:
@@ -37,8 +36,8 @@ class LineReport {
   std::string lines_;
 };
 
-// `text` in one line: " | " in the place of its line feeds, none for those at its end; the blanks
-// in front of a line feed are dropped.
+// `text` on one line: each line feed becomes " | ", without the spaces before it. Those at the end
+// are dropped.
 [[nodiscard]] std::string InOneLine(std::string_view text);
 
 }  // namespace velmora::platform::terminal

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <iterator>
 
+#include "base/ascii.h"
 #include "base/text.h"
 #include "platform/posix/terminal/device.h"
 #include "platform/posix/terminal/signals.h"
@@ -23,10 +24,10 @@ namespace {
 constexpr std::int64_t kDrawInterval = 67;  // at most 15 redraws a second
 constexpr std::int64_t kFigureInterval = 1000;
 
-// A script's wait looks often at first: many runs in scripts are short.
+// A script that waits for a run polls often at first: many runs are short.
 constexpr std::int64_t kFirstWait = 200;
-constexpr std::int64_t kFirstWaitStep = 2;
-constexpr std::int64_t kLaterWaitStep = 10;
+constexpr std::int64_t kFirstPoll = 2;
+constexpr std::int64_t kLaterPoll = 10;
 
 constexpr std::int64_t kNever = -1;
 
@@ -40,10 +41,10 @@ constexpr char kQuitKey = 'q';
 
 bool AsksToEnd(int signal) { return signal == SIGINT || signal == SIGTERM || signal == SIGHUP; }
 
-// A script's encoding is unknown; what is shown of it is its ASCII part.
+// The encoding of a script is unknown, so only its ASCII characters are shown.
 std::string Printable(std::string text) {
   for (char& c : text) {
-    if (c < ' ' || c > '~') c = '?';
+    if (!IsAscii(c) || IsControl(c)) c = '?';
   }
   return text;
 }
@@ -76,7 +77,7 @@ int DialogLoop::Run() {
   TakeTerminal();
   if (keyboardOn_ && !screenOn_) NameKeys();
   handlers_.opened();
-  while (state_.IsOpen()) Turn();
+  while (state_.IsOpen()) RunOnce();
   const int result = state_.Close();
   Finish();
   return result;
@@ -84,15 +85,15 @@ int DialogLoop::Run() {
 
 void DialogLoop::ShowBox(const BoxText& box) {
   if (!state_.IsOpen()) return;
-  const std::uint64_t number = state_.PutUpBox(box);
-  ++depth_;
-  while (!state_.IsAnswered(number) && state_.IsOpen()) Turn();
-  --depth_;
+  const std::uint64_t number = state_.AddBox(box);
+  ++nestedBoxes_;
+  while (!state_.IsAnswered(number) && state_.IsOpen()) RunOnce();
+  --nestedBoxes_;
 }
 
-// One round. Each step may end the dialog, after which the others do nothing that counts. The wait
-// stands first, so that whoever loops until something has happened sees it before the next wait.
-void DialogLoop::Turn() {
+// Each step may end the dialog; the steps after it then have no effect. The wait comes first, so
+// that a caller who loops until something has happened checks for it before the next wait.
+void DialogLoop::RunOnce() {
   WaitForEvent();
   ServeSignals();
   ServeCloseRequest();
@@ -106,7 +107,7 @@ void DialogLoop::ServeSignals() {
 }
 
 void DialogLoop::ServeSignal(int signal) {
-  if (AsksToEnd(signal)) isPatient_ = false;
+  if (AsksToEnd(signal)) waitsForReader_ = false;
   switch (signal) {
     case SIGINT:
       Interrupt();
@@ -120,7 +121,7 @@ void DialogLoop::ServeSignal(int signal) {
       Suspend();
       break;
     case SIGCONT:
-      // Whoever had the terminal meanwhile may have changed its modes and moved the cursor.
+      // Another program may have changed the terminal's modes and moved its cursor.
       pending_.Add(screen_.Leave());
       TakeTerminal();
       state_.MarkChanged();
@@ -147,17 +148,17 @@ void DialogLoop::ServeCloseRequest() {
   state_.CloseDone(*request);
 }
 
-// Where nobody sits in front who could answer, a box is a line of its own.
+// Without a screen and a keyboard nobody can answer a box: it becomes a line.
 void DialogLoop::ReportBoxes() {
   if (screenOn_ && keyboardOn_) return;
-  while (const auto box = state_.StandingBox()) {
-    SayOnError(ToUtf8(InOneLine(box->caption) + ": " + InOneLine(box->text)));
+  while (const auto box = state_.CurrentBox()) {
+    PrintError(ToUtf8(InOneLine(box->caption) + ": " + InOneLine(box->text)));
     state_.AnswerBox();
   }
 }
 
 void DialogLoop::ServeScript() {
-  if (depth_ > 0 || !state_.IsOpen()) return;
+  if (nestedBoxes_ > 0 || !state_.IsOpen()) return;
   if (waitsForRun_ && handlers_.runPhase() != RunPhase::kNone) return;
   waitsForRun_ = false;
   if (script_.HasLine()) Execute(script_.Next());
@@ -165,7 +166,7 @@ void DialogLoop::ServeScript() {
 
 void DialogLoop::Execute(const ScriptLine& line) {
   if (line.tooLong) {
-    SayOnError("command refused: longer than " + std::to_string(kLongestScriptLine) + " bytes");
+    PrintError("command refused: longer than " + std::to_string(kLongestScriptLine) + " bytes");
   } else if (line.text == kWaitCommand) {
     BeginWait();
   } else if (line.text == kCloseCommand) {
@@ -173,19 +174,18 @@ void DialogLoop::Execute(const ScriptLine& line) {
   } else if (const ButtonKind* const button = FindByCommand(line.text)) {
     ExecuteButton(*button);
   } else {
-    SayOnError("unknown command: " + Printable(line.text));
+    PrintError("unknown command: " + Printable(line.text));
   }
 }
 
 void DialogLoop::ExecuteButton(const ButtonKind& button) {
-  // The Update button is one that programs press, too, by a message; such a message arrives
-  // whatever the button's state is.
+  // Programs press the Update button too, by a message that arrives even if it is disabled.
   const bool isAccepted =
       button.control == Control::kUpdateButton || state_.IsEnabled(button.control);
   if (isAccepted) {
     Command(button.control);
   } else {
-    SayOnOutput(std::string(button.command) + ": refused, the button is disabled");
+    PrintLine(std::string(button.command) + ": refused, the button is disabled");
   }
 }
 
@@ -213,8 +213,8 @@ int DialogLoop::Timeout(Milliseconds now) {
 }
 
 DialogLoop::Milliseconds DialogLoop::UntilInput(Milliseconds now) const {
-  if (depth_ > 0) return kNever;
-  if (waitsForRun_) return now - waitBegan_ < kFirstWait ? kFirstWaitStep : kLaterWaitStep;
+  if (nestedBoxes_ > 0) return kNever;
+  if (waitsForRun_) return now - waitBegan_ < kFirstWait ? kFirstPoll : kLaterPoll;
   return script_.HasLine() ? 0 : kNever;
 }
 
@@ -223,20 +223,20 @@ DialogLoop::Milliseconds DialogLoop::UntilDraw(Milliseconds now) {
     return std::max<Milliseconds>(lastDraw_ + interval - now, 0);
   };
   if (state_.HasChanged()) return until(kDrawInterval);
-  // Rate and time left go on changing while nothing moves.
+  // The rate and the times left change even while the controls don't.
   return screenOn_ && IsUpdating() ? until(kFigureInterval) : kNever;
 }
 
-// What can't be executed yet isn't read either, so that a long script needs no room.
+// A command that can't run yet isn't read either, so a long script takes no memory.
 bool DialogLoop::WantsInput() const { return !inputEnded_ && !waitsForRun_ && !script_.HasLine(); }
 
-// Of a script no byte is taken beyond the line that comes next: when the patcher has replaced
-// itself, the new one goes on reading here.
+// Never reads a script beyond the next line: when the patcher has replaced itself, the new one
+// reads on from there.
 void DialogLoop::ReadInput() {
   char bytes[4096];
   const ssize_t count = read(STDIN_FILENO, bytes, keyboardOn_ ? sizeof bytes : 1);
-  const bool comesLater = count < 0 && (errno == EINTR || errno == EAGAIN);
-  if (comesLater) return;
+  const bool isTemporary = count < 0 && (errno == EINTR || errno == EAGAIN);
+  if (isTemporary) return;
   if (count <= 0) {
     inputEnded_ = true;
     script_.End();
@@ -256,7 +256,7 @@ void DialogLoop::ServeKeys(std::string_view keys) {
 
 void DialogLoop::ServeKey(char key) {
   if (!state_.IsOpen()) return;
-  if (state_.StandingBox()) {
+  if (state_.CurrentBox()) {
     state_.AnswerBox();
   } else if (key == kQuitKey) {
     Close();
@@ -271,25 +271,25 @@ bool DialogLoop::CanCancel() { return IsUpdating() && state_.IsEnabled(Control::
 
 bool DialogLoop::CancelWaits() { return IsUpdating() && !state_.IsEnabled(Control::kUpdateButton); }
 
-// By a player, who is told why a run goes on for a while after it was asked to end.
+// A player who cancels a run is told why it still goes on for a while.
 void DialogLoop::Press(Control control) {
   const bool cancels = control == Control::kUpdateButton && CanCancel();
   const bool isAboutRun = control == Control::kUpdateButton || control == Control::kRecheckButton;
   Command(control);
   if (isAboutRun) cancelAsked_ = cancels;
   if (!cancels) return;
-  if (!screenOn_) SayOnOutput(InOneLine(kCancelNotice));
+  if (!screenOn_) PrintLine(InOneLine(kCancelNotice));
 }
 
 void DialogLoop::Command(Control control) {
   if (!state_.IsOpen()) return;
-  BringOutLines();
+  FlushLines();
   static_cast<void>(handlers_.command(static_cast<int>(control)));
 }
 
 void DialogLoop::Close() {
   if (!state_.IsOpen()) return;
-  BringOutLines();
+  FlushLines();
   handlers_.close();
 }
 
@@ -307,12 +307,12 @@ void DialogLoop::Draw() {
 }
 
 void DialogLoop::DrawScreen() {
-  // A terminal that doesn't take the last picture gets no further one.
+  // A terminal that hasn't taken the last frame gets no other one.
   if (!pending_.WriteReady(output_)) return;
-  const DialogState::Picture picture = state_.TakePicture();
+  const DialogState::Snapshot snapshot = state_.TakeSnapshot();
   const ScreenSize size = CurrentScreenSize();
-  const auto block = RenderBlock(picture.model, FiguresOf(picture.model), size.columns);
-  pending_.Add(screen_.Show(Arrange(block, BelowBlock(picture, size), size.rows), size));
+  const auto block = RenderBlock(snapshot.model, FiguresOf(snapshot.model), size.columns);
+  pending_.Add(screen_.Show(Arrange(block, BelowBlock(snapshot, size), size.rows), size));
   pending_.WriteReady(output_);
 }
 
@@ -322,14 +322,14 @@ Figures DialogLoop::FiguresOf(const DialogModel& model) {
   progress.received = bodyBytesReceived;
   progress.fileLeft = RestOfFile(model);
   const std::int64_t ahead = handlers_.bytesAhead();
-  // A run that is to be cancelled won't do what lies ahead.
+  // A cancelled run won't do the work ahead.
   if (ahead >= 0 && !CancelWaits()) progress.ahead = ahead;
   return figures_.Update(IsUpdating(), progress);
 }
 
-std::vector<std::string> DialogLoop::BelowBlock(const DialogState::Picture& picture,
+std::vector<std::string> DialogLoop::BelowBlock(const DialogState::Snapshot& snapshot,
                                                 ScreenSize size) {
-  if (picture.box) return RenderBox(*picture.box, size.columns);
+  if (snapshot.box) return RenderBox(*snapshot.box, size.columns);
   const bool waits = cancelAsked_ && CancelWaits() && state_.IsOpen();
   return waits ? RenderCancelNotice(size.columns) : std::vector<std::string>{};
 }
@@ -339,41 +339,41 @@ void DialogLoop::WriteLines() {
   pending_.WriteReady(output_);
 }
 
-void DialogLoop::BringOutLines() {
+void DialogLoop::FlushLines() {
   if (screenOn_) return;
   WriteLines();
-  BringOut();
+  Flush();
 }
 
-void DialogLoop::SayOnOutput(const std::string& line) {
+void DialogLoop::PrintLine(const std::string& line) {
   if (!screenOn_) {
     state_.AddLine(line);
     return;
   }
-  ClearWay();
+  EraseBlock();
   pending_.Add(line + "\r\n");
 }
 
-void DialogLoop::SayOnError(const std::string& utf8) {
-  ClearWay();
+void DialogLoop::PrintError(const std::string& utf8) {
+  EraseBlock();
   WriteError(utf8 + "\n");
 }
 
-// Before anything else is written: the lines up to here are out, and no block is in the way of what
-// may go to the same terminal.
-void DialogLoop::ClearWay() {
-  BringOutLines();
+// To be called before any other output: writes the lines so far, and removes the block, which may
+// be on the same terminal.
+void DialogLoop::EraseBlock() {
+  FlushLines();
   if (!screenOn_) return;
   pending_.Add(screen_.Erase());
-  BringOut();
+  Flush();
   state_.MarkChanged();
 }
 
-// Which keys there are stands beside the buttons of a block alone.
+// For a terminal with lines: only a block shows the keys, beside its buttons.
 void DialogLoop::NameKeys() {
   std::string keys = "keys:";
   for (const ButtonKind& kind : kButtons) keys += FormatText(" %c %s,", kind.key, kind.command);
-  SayOnOutput(keys + FormatText(" %c %s", kQuitKey, kCloseCommand));
+  PrintLine(keys + FormatText(" %c %s", kQuitKey, kCloseCommand));
 }
 
 void DialogLoop::TakeTerminal() {
@@ -381,15 +381,15 @@ void DialogLoop::TakeTerminal() {
   if (screenOn_) TakeScreen();
 }
 
-void DialogLoop::GiveBackTerminal() {
-  LeaveScreen();
+void DialogLoop::ReleaseTerminal() {
+  ReleaseScreen();
   RestoreTerminal();
 }
 
 void DialogLoop::Suspend() {
   pending_.Add(screen_.Leave());
-  BringOut();
-  GiveBackTerminal();
+  Flush();
+  ReleaseTerminal();
   StopProcess();
   TakeTerminal();
   state_.MarkChanged();
@@ -400,16 +400,16 @@ void DialogLoop::Finish() {
   }
   Draw();
   pending_.Add(screen_.Leave());
-  // A reader that has stopped reading holds this up; another request to end gives it up.
+  // Waits for a reader that has stopped, until another signal asks for the end.
   while (!pending_.WriteAll(output_, SignalDescriptor())) {
     const auto signal = NextSignal();
     if (signal && AsksToEnd(*signal)) break;
   }
-  GiveBackTerminal();
+  ReleaseTerminal();
 }
 
-void DialogLoop::BringOut() {
-  if (isPatient_) pending_.WriteAll(output_, SignalDescriptor());
+void DialogLoop::Flush() {
+  if (waitsForReader_) pending_.WriteAll(output_, SignalDescriptor());
 }
 
 }  // namespace velmora::platform::terminal

@@ -1,5 +1,5 @@
-// The dialog's thread: serves signals, keys or script, boxes and requests to close, and redraws.
-// All of it is used on that one thread.
+// The dialog's loop: serves signals, keys or a script, message boxes and requests to close, and
+// redraws. For the dialog's thread only.
 #pragma once
 
 #include <cstdint>
@@ -20,20 +20,20 @@ class DialogLoop {
  public:
   DialogLoop(DialogState& state, const DialogHandlers& handlers);
 
-  // False if the system has not what the dialog needs; nothing has happened then.
+  // False, without effect, if the system lacks what the dialog needs.
   [[nodiscard]] bool Open();
-  // Returns when the dialog has ended and the terminal is as it was; gives the dialog's result.
+  // Returns the dialog's result when the dialog has ended and the terminal is restored.
   int Run();
 
-  // Shows a box from within a handler; returns when it is answered or the dialog has ended.
+  // For handlers. Returns when the box is answered or the dialog has ended.
   void ShowBox(const BoxText& box);
-  // Has the handler asked to close the dialog; nothing once it has ended.
+  // Calls the handler that closes the dialog, unless the dialog has ended.
   void Close();
 
  private:
-  using Milliseconds = std::int64_t;  // a moment, or a length of time
+  using Milliseconds = std::int64_t;  // a point in time, or a duration
 
-  void Turn();
+  void RunOnce();
   void ServeSignals();
   void ServeSignal(int signal);
   void Interrupt();
@@ -64,30 +64,30 @@ class DialogLoop {
   void Draw();
   void DrawScreen();
   [[nodiscard]] Figures FiguresOf(const DialogModel& model);
-  [[nodiscard]] std::vector<std::string> BelowBlock(const DialogState::Picture& picture,
+  [[nodiscard]] std::vector<std::string> BelowBlock(const DialogState::Snapshot& snapshot,
                                                     ScreenSize size);
   void WriteLines();
-  void BringOutLines();
-  void SayOnOutput(const std::string& line);
-  void SayOnError(const std::string& utf8);
-  void ClearWay();
+  void FlushLines();
+  void PrintLine(const std::string& line);
+  void PrintError(const std::string& utf8);
+  void EraseBlock();
   void NameKeys();
   void TakeTerminal();
-  void GiveBackTerminal();
+  void ReleaseTerminal();
   void Suspend();
   void Finish();
-  void BringOut();
+  void Flush();
 
   DialogState& state_;
   const DialogHandlers& handlers_;
-  bool screenOn_ = false;    // a block on a terminal; otherwise lines
-  bool keyboardOn_ = false;  // keys from a terminal; otherwise a script
+  bool screenOn_ = false;    // shows a block on a terminal; otherwise lines
+  bool keyboardOn_ = false;  // takes keys from a terminal; otherwise a script
   int output_ = -1;
 
   Output pending_;
-  // Whether what must be seen first is waited for. Whoever has asked for an end by a signal isn't
-  // kept waiting by a reader that has stopped.
-  bool isPatient_ = true;
+  // Whether a flush waits for a slow reader. After a signal that asks for the end it doesn't: a
+  // reader that has stopped must not delay the end.
+  bool waitsForReader_ = true;
   Screen screen_;
   FigureKeeper figures_;
   Milliseconds lastDraw_ = 0;
@@ -97,7 +97,7 @@ class DialogLoop {
   bool inputEnded_ = false;
   bool waitsForRun_ = false;
   Milliseconds waitBegan_ = 0;
-  int depth_ = 0;  // boxes that handlers wait for
+  int nestedBoxes_ = 0;  // that handlers wait for
 };
 
 }  // namespace velmora::platform::terminal

@@ -1,5 +1,5 @@
-// The update dialog's controls as plain values, with the rules by which they change. Whoever shares
-// a model between threads guards it.
+// The update dialog's controls as plain values, and the rules by which they change. Not
+// synchronized: threads that share a model guard it.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 
 namespace velmora::platform::terminal {
 
-// A progress bar that behaves as the one of Windows does.
+// A progress bar that behaves like the Windows control.
 struct Bar {
   std::int32_t lowest = 0;
   std::int32_t highest = 100;
@@ -20,19 +20,19 @@ struct Bar {
 };
 
 void SetRange(Bar& bar, std::int32_t lowest, std::int32_t highest);
-// A position outside of the range becomes the nearest one inside.
+// A position outside the range becomes its nearest end.
 void SetPosition(Bar& bar, std::int64_t position);
-// A step beyond one end of the range goes on at the other end.
+// A step beyond one end of the range goes to the other end.
 void StepOnce(Bar& bar);
-// 0 to 100; 0 for a range without extent.
+// 0 to 100; 0 if the range is empty.
 [[nodiscard]] int PercentOf(const Bar& bar);
 
-// What never changes about a button.
+// What is fixed about a button.
 struct ButtonKind {
   Control control;
   char key;             // on a terminal
   const char* command;  // in a script
-  const char* name;     // in the output as lines
+  const char* name;     // in the lines
 };
 
 inline constexpr std::array<ButtonKind, 6> kButtons = {{
@@ -62,12 +62,12 @@ struct DialogModel {
   std::string page;  // address of the information page
   std::string status;
   Bar fileBar;
-  bool fileBarMoved = false;  // since its range was set; until then it stands where a file left it
+  bool fileBarMoved = false;  // since its range was set; before, it is where the last file left it
   Bar overallBar;
   std::array<ButtonState, kButtons.size()> buttons;  // in the order of kButtons
 };
 
-// The bytes of the present file that are still to come.
+// The bytes of the current file still to come.
 [[nodiscard]] std::int64_t RestOfFile(const DialogModel& model);
 
 // A message box; texts in code page 932.

@@ -17,7 +17,7 @@ bool Output::Write(int descriptor, int interrupt, int timeout) {
   while (written_ < pending_.size()) {
     pollfd waited[] = {{descriptor, POLLOUT, 0}, {interrupt, POLLIN, 0}};
     const int ready = poll(waited, 2, timeout);
-    if (ready < 0) continue;  // a signal has come; it shows in `interrupt`
+    if (ready < 0) continue;  // a signal: `interrupt` is readable now
     if (waited[0].revents == 0) return false;
     WriteSome(descriptor);
   }
@@ -30,8 +30,8 @@ void Output::WriteSome(int descriptor) {
   // A pipe that is ready takes this much without blocking.
   const std::size_t size = std::min<std::size_t>(pending_.size() - written_, PIPE_BUF);
   const ssize_t count = write(descriptor, pending_.data() + written_, size);
-  const bool comesLater = count < 0 && (errno == EINTR || errno == EAGAIN);
-  if (comesLater) return;
+  const bool isTemporary = count < 0 && (errno == EINTR || errno == EAGAIN);
+  if (isTemporary) return;
   written_ = count < 0 ? pending_.size() : written_ + static_cast<std::size_t>(count);
 }
 

@@ -1,5 +1,5 @@
-// Bytes on their way to a descriptor that may be slow, stopped or gone. What can't be written
-// because of an error is dropped.
+// Buffered output to a descriptor whose reader may be slow, stopped or gone. After an error the
+// bytes still to be written are dropped.
 #pragma once
 
 #include <cstddef>
@@ -10,15 +10,15 @@ namespace velmora::platform::terminal {
 
 class Output {
  public:
-  // Puts `bytes` behind what is still to be written; writes nothing.
+  // Appends to the buffer without writing.
   void Add(std::string_view bytes) { pending_ += bytes; }
   [[nodiscard]] bool IsPending() const { return !pending_.empty(); }
 
-  // Writes what the descriptor takes without waiting. Whether nothing is pending any more.
+  // Writes as much as possible without waiting. True if nothing is pending any more.
   bool WriteReady(int descriptor);
 
-  // Writes until nothing is pending, waiting for the reader where that is necessary. False if
-  // `interrupt` became readable while the reader kept it waiting; the rest stays pending then.
+  // Writes everything, waiting for the reader. False if `interrupt` became readable during a wait:
+  // the rest is still pending then.
   bool WriteAll(int descriptor, int interrupt);
 
  private:

@@ -50,7 +50,7 @@ Details OverallDetails(const Bar& bar, const Figures& figures) {
   return details;
 }
 
-// Empty if there is no room for a bar that tells anything.
+// Empty if there is no room for a useful bar.
 std::string DrawBar(int percent, std::size_t room) {
   constexpr std::size_t kFrame = 4;  // brackets and gap
   if (room < kNarrowestBar + kFrame) return {};
@@ -59,7 +59,8 @@ std::string DrawBar(int percent, std::size_t room) {
   return kGap + ("[" + std::string(filled, '#') + std::string(cells - filled, '-') + "]");
 }
 
-// A figure that doesn't fit is left out, and those behind it: a part of it would be another figure.
+// A detail that doesn't fit is left out, and so are those after it: a part of a number would be
+// another number.
 std::string BarLine(const char* label, const Bar& bar, const Details& details,
                     std::size_t columns) {
   const int percent = PercentOf(bar);
@@ -88,7 +89,7 @@ std::vector<ButtonText> ButtonTexts(const DialogModel& model) {
   std::vector<ButtonText> items;
   for (std::size_t i = 0; i < kButtons.size(); ++i) {
     const ButtonState& button = model.buttons[i];
-    // The key's brackets differ too: not every terminal can dim.
+    // The brackets differ as well, since not every terminal can dim.
     const std::string key = FormatText(button.enabled ? "[%c] " : "(%c) ", kButtons[i].key);
     items.push_back({key + ToUtf8(button.caption), !button.enabled});
   }
@@ -105,18 +106,18 @@ void AddButtons(std::vector<std::string>& lines, const DialogModel& model, std::
   for (const ButtonText& item : ButtonTexts(model)) {
     const std::string text = CutToCells(item.utf8, columns);
     const std::size_t cells = CellsOf(text);
-    const bool fitsBehind = taken > 0 && taken + 1 + cells <= columns;
-    if (!fitsBehind) {
+    const bool fitsOnLine = taken > 0 && taken + 1 + cells <= columns;
+    if (!fitsOnLine) {
       lines.emplace_back();
       taken = 0;
     }
-    if (fitsBehind) lines.back() += ' ';
+    if (fitsOnLine) lines.back() += ' ';
     lines.back() += Styled(text, item.dimmed);
-    taken += cells + (fitsBehind ? 1 : 0);
+    taken += cells + (fitsOnLine ? 1 : 0);
   }
 }
 
-const char* MarkOf(std::uint32_t type) {
+const char* MarkFor(std::uint32_t type) {
   if (type == kBoxError) return "[!] ";
   if (type == kBoxInformation) return "[i] ";
   return "";
@@ -139,8 +140,8 @@ std::vector<std::string> RenderBlock(const DialogModel& model, const Figures& fi
 
 std::vector<std::string> RenderBox(const BoxText& box, std::size_t columns) {
   std::vector<std::string> lines = {std::string(std::min(columns, kWidestRule), '-')};
-  lines.push_back(CutToCells(MarkOf(box.type) + ToUtf8(box.caption), columns));
-  // A text is broken instead of cut: it may end in the name of the file that it is about.
+  lines.push_back(CutToCells(MarkFor(box.type) + ToUtf8(box.caption), columns));
+  // Wrapped, not cut: the text may end with the name of the file that it is about.
   for (std::string& line : WrapToCells(ToUtf8(box.text), columns)) lines.push_back(std::move(line));
   lines.push_back(CutToCells("[Enter]", columns));
   return lines;

@@ -12,11 +12,11 @@ constexpr char kHideCursor[] = "\x1b[?25l";
 constexpr char kClearLine[] = "\x1b[K";
 constexpr char kNextLine[] = "\r\n";
 
-std::string ToStartAbove(std::size_t rows) {
+std::string CursorUp(std::size_t rows) {
   return rows == 0 ? "\r" : FormatText("\r\x1b[%zuA", rows);
 }
 
-// Without the sequences that dim it, which take no cells.
+// Without the sequences that dim text, which take no cells.
 std::string WithoutStyle(std::string line) {
   for (std::size_t at = 0; (at = line.find('\x1b')) != std::string::npos;) {
     line.erase(at, line.find('m', at) + 1 - at);
@@ -47,12 +47,12 @@ std::string Screen::Leave() {
   return std::string(kNextLine) + kShowCursor;
 }
 
-// Line by line: terminals that keep what scrolls away, as tmux, keep also what is cleared from the
-// screen's first row on. Each line is cleared before it is written: behind a line that fills the
-// terminal's width some terminals would erase its last character.
+// Erases line by line. Terminals with a history, such as tmux, add the whole screen to it when that
+// is cleared from the first row. Each line is erased before it is written: after a line that fills
+// the width of the terminal some terminals would erase its last character.
 std::string Screen::Replace(const std::vector<std::string>& lines, ScreenSize size) const {
   std::string bytes = "";
-  if (!shown_.empty()) bytes += ToStartAbove(RowsTaken(shown_.size() - 1, size));
+  if (!shown_.empty()) bytes += CursorUp(RowsTaken(shown_.size() - 1, size));
   for (std::size_t i = 0; i < lines.size(); ++i) {
     if (i > 0) bytes += kNextLine;
     bytes += kClearLine + lines[i];
@@ -60,11 +60,11 @@ std::string Screen::Replace(const std::vector<std::string>& lines, ScreenSize si
   const std::size_t rowsBefore = std::min(RowsTaken(shown_.size(), size), size.rows);
   const std::size_t left = rowsBefore - std::min(rowsBefore, lines.size());
   for (std::size_t i = 0; i < left; ++i) bytes += std::string(kNextLine) + kClearLine;
-  return bytes + ToStartAbove(left);
+  return bytes + CursorUp(left);
 }
 
-// Most terminals break what has become too wide for them, and the cursor stays with its line. On
-// those that cut it off, some rows too many are taken for the block's.
+// Most terminals wrap lines that have become too wide, and the cursor stays with its line. On a
+// terminal that cuts them instead, this counts some rows too many.
 std::size_t Screen::RowsTaken(std::size_t lines, ScreenSize size) const {
   std::size_t rows = 0;
   for (std::size_t i = 0; i < lines; ++i) {
@@ -72,4 +72,5 @@ std::size_t Screen::RowsTaken(std::size_t lines, ScreenSize size) const {
   }
   return rows;
 }
+
 }  // namespace velmora::platform::terminal

@@ -1,6 +1,6 @@
-// A block of lines on a terminal that is redrawn in place. Pure: every function gives the bytes to
-// write. The cursor is hidden while a block stands and rests at the start of the block's last line.
-// Nothing of it scrolls away that had room before.
+// A block of lines on a terminal, redrawn in place. Does no output: each function returns the bytes
+// to write. While a block is shown the cursor is hidden, at the start of the block's last line.
+// What fits the terminal never scrolls out of it.
 #pragma once
 
 #include <cstddef>
@@ -15,14 +15,14 @@ inline constexpr char kShowCursor[] = "\x1b[?25h";
 
 class Screen {
  public:
-  // Replaces the block that stands by `lines`, none of which may be wider, nor all of them higher,
-  // than `size`. Empty if that changes nothing.
+  // Replaces the current block by `lines`, which must fit `size` in width and in number. Empty if
+  // nothing changes.
   [[nodiscard]] std::string Show(const std::vector<std::string>& lines, ScreenSize size);
 
-  // Takes the block away, so that other output can go where it stood.
+  // Removes the block, so that other output can take its place.
   [[nodiscard]] std::string Erase();
 
-  // Leaves the block where it is, with the cursor shown below it. The next one is drawn anew.
+  // Leaves the block where it is and shows the cursor below it. The next block is a new one.
   [[nodiscard]] std::string Leave();
 
  private:

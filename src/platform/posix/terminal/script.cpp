@@ -3,17 +3,12 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/ascii.h"
 #include "base/text.h"
 #include "platform/posix/terminal/text.h"
 
 namespace velmora::platform::terminal {
 namespace {
-
-std::string_view WithoutBlanksAround(std::string_view text) {
-  while (!text.empty() && IsWhiteSpace(text.front())) text.remove_prefix(1);
-  while (!text.empty() && IsWhiteSpace(text.back())) text.remove_suffix(1);
-  return text;
-}
 
 constexpr char kEscape = '\x1b';
 
@@ -52,7 +47,7 @@ void ScriptInput::Keep(std::string_view part) {
 
 void ScriptInput::EndLine() {
   ScriptLine line = std::exchange(unfinished_, {});
-  line.text = std::string(WithoutBlanksAround(line.text));
+  line.text = std::string(Trimmed(line.text, kWhiteSpace));
   if (line.tooLong || !line.text.empty()) lines_.push_back(std::move(line));
 }
 

@@ -1,4 +1,4 @@
-// The player's input: commands by name, a line each, out of a pipe or a file; or keys of a
+// The player's input: a script of one command per line, from a pipe or a file, or the keys of a
 // terminal.
 #pragma once
 
@@ -16,16 +16,16 @@ inline constexpr char kWaitCommand[] = "wait";
 inline constexpr char kCloseCommand[] = "close";
 
 struct ScriptLine {
-  std::string text;      // without blanks around it, never empty; nothing if `tooLong`
-  bool tooLong = false;  // longer than kLongestScriptLine, nothing of it was kept
+  std::string text;      // trimmed; empty only if `tooLong`
+  bool tooLong = false;  // longer than kLongestScriptLine; none of it was kept
 };
 
-// Cuts the input into lines. Empty ones are dropped.
+// Splits the input into lines. Empty ones are dropped.
 class ScriptInput {
  public:
   void Feed(std::string_view bytes);
-  // What stands behind the last line feed counts as a line. The end of a script lets the run in
-  // progress end and closes the dialog then, as if the two commands stood there.
+  // Text after the last line feed counts as a line. Then come the commands `wait` and `close`: at
+  // the end of a script the dialog waits for the run in progress and closes.
   void End();
 
   [[nodiscard]] bool HasLine() const { return !lines_.empty(); }
@@ -44,8 +44,8 @@ class ScriptInput {
 [[nodiscard]] const ButtonKind* FindByCommand(std::string_view command);
 [[nodiscard]] const ButtonKind* FindByKey(char key);
 
-// How many of the bytes from a terminal belong to the first key; at least one. A key with a name,
-// an arrow say, sends several, the first of which is the escape character.
+// How many bytes of the terminal's input belong to the first key; at least one. A named key, such
+// as an arrow, sends several bytes (ECMA-48), the first of which is ESC.
 [[nodiscard]] std::size_t KeyLength(std::string_view keys);
 
 }  // namespace velmora::platform::terminal

@@ -15,7 +15,7 @@ namespace {
 constexpr std::array kServed = {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGCONT, SIGWINCH};
 constexpr std::array kFatal = {SIGQUIT, SIGSEGV, SIGABRT, SIGBUS, SIGFPE, SIGILL};
 
-// Never closed: a handler may still be under way on another thread.
+// Never closed: a handler may still be running on another thread.
 int pipeEnds[2] = {-1, -1};
 struct sigaction actionsBefore[NSIG];
 
@@ -29,12 +29,12 @@ void OnServed(int signal) {
 void OnFatal(int signal, siginfo_t* info, void*) {
   RestoreTerminal();
   sigaction(signal, &actionsBefore[signal], nullptr);
-  // A fault comes again by itself, with its address, as soon as this returns.
+  // A fault repeats by itself, with its address, as soon as this returns.
   const bool isFault = info->si_code > 0 && signal != SIGQUIT;
   if (!isFault) raise(signal);
 }
 
-// Unlike an ignored signal, one with a handler is back to normal in programs that this one starts.
+// Programs that this one starts inherit an ignored signal, but not one with a handler.
 void OnBrokenPipe(int) {}
 
 void Install(int signal, struct sigaction action) {
@@ -45,13 +45,13 @@ void Install(int signal, struct sigaction action) {
   sigaction(signal, &action, nullptr);
 }
 
-struct sigaction CallOf(void (*handler)(int)) {
+struct sigaction ActionFor(void (*handler)(int)) {
   struct sigaction action = {};
   action.sa_handler = handler;
   return action;
 }
 
-struct sigaction FatalCall() {
+struct sigaction FatalAction() {
   struct sigaction action = {};
   action.sa_sigaction = OnFatal;
   action.sa_flags = SA_SIGINFO;
@@ -62,9 +62,9 @@ struct sigaction FatalCall() {
 
 bool WatchSignals() {
   if (pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK) != 0) return false;
-  for (const int signal : kServed) Install(signal, CallOf(OnServed));
-  for (const int signal : kFatal) Install(signal, FatalCall());
-  Install(SIGPIPE, CallOf(OnBrokenPipe));
+  for (const int signal : kServed) Install(signal, ActionFor(OnServed));
+  for (const int signal : kFatal) Install(signal, FatalAction());
+  Install(SIGPIPE, ActionFor(OnBrokenPipe));
   return true;
 }
 

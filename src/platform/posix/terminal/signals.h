@@ -1,24 +1,24 @@
-// The signals that reach the dialog. Those that it serves come out of a pipe, on the dialog's
-// thread; those that kill the process restore the terminal first. A signal that the process ignored
-// before stays ignored (nohup, a shell's background jobs). One dialog in a process uses this.
+// The signals that reach the dialog. Those that it serves arrive through a pipe, on the dialog's
+// thread. Those that kill the process restore the terminal first. A signal that was ignored before
+// stays ignored (nohup, a shell's background jobs). For one dialog in a process.
 //
-// The watch never ends: between the end of the dialog and the start of the successor, which has its
-// signals as they were before, none may cut the chain of processes.
+// Watching never ends: no signal may break the chain of processes between the end of the dialog and
+// the start of the successor, which starts with the signal actions from before.
 #pragma once
 
 #include <optional>
 
 namespace velmora::platform::terminal {
 
-// False if there is no pipe to be had.
+// False if no pipe can be made.
 [[nodiscard]] bool WatchSignals();
 
-// Readable when a signal waits.
+// Readable while a signal is pending.
 [[nodiscard]] int SignalDescriptor();
-// SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGCONT or SIGWINCH; empty if none has come.
+// SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGCONT or SIGWINCH; empty if none is pending.
 [[nodiscard]] std::optional<int> NextSignal();
 
-// Stops the process as SIGTSTP does where nobody watches it; returns when it goes on.
+// Stops the process as an unwatched SIGTSTP would. Returns when the process is continued.
 void StopProcess();
 
 }  // namespace velmora::platform::terminal

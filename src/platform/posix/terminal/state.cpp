@@ -48,7 +48,7 @@ void DialogState::ShowBox(const BoxText& box) {
   std::unique_lock lock(mutex_);
   if (phase_ != Phase::kOpen) return;
   boxes_.push_back(box);
-  const std::uint64_t number = ++boxesPutUp_;
+  const std::uint64_t number = ++boxesAdded_;
   changed_ = true;
   Wake();
   released_.wait(lock, [&] { return boxesAnswered_ >= number || phase_ == Phase::kClosed; });
@@ -67,12 +67,12 @@ void DialogState::ClearWake() {
   static_cast<void>(!read(wake_, &count, sizeof count));
 }
 
-std::uint64_t DialogState::PutUpBox(const BoxText& box) {
+std::uint64_t DialogState::AddBox(const BoxText& box) {
   const std::lock_guard lock(mutex_);
   boxes_.push_back(box);
   changed_ = true;
   Wake();
-  return ++boxesPutUp_;
+  return ++boxesAdded_;
 }
 
 bool DialogState::IsAnswered(std::uint64_t box) {
@@ -80,7 +80,7 @@ bool DialogState::IsAnswered(std::uint64_t box) {
   return boxesAnswered_ >= box;
 }
 
-std::optional<BoxText> DialogState::StandingBox() {
+std::optional<BoxText> DialogState::CurrentBox() {
   const std::lock_guard lock(mutex_);
   if (boxes_.empty()) return std::nullopt;
   return boxes_.front();
@@ -118,12 +118,12 @@ void DialogState::MarkChanged() {
   changed_ = true;
 }
 
-DialogState::Picture DialogState::TakePicture() {
+DialogState::Snapshot DialogState::TakeSnapshot() {
   const std::lock_guard lock(mutex_);
   changed_ = false;
-  Picture picture{model_, std::nullopt};
-  if (!boxes_.empty()) picture.box = boxes_.front();
-  return picture;
+  Snapshot snapshot{model_, std::nullopt};
+  if (!boxes_.empty()) snapshot.box = boxes_.front();
+  return snapshot;
 }
 
 void DialogState::AddLine(std::string_view line) {

@@ -1,9 +1,8 @@
-// What the dialog's thread and the worker share, and all that they say to each other. Every
-// function may be called from any thread unless it says otherwise; none calls out with the lock
-// held.
+// What the dialog's thread and the worker share, and how they wait for each other. Any thread may
+// call these functions unless a comment says otherwise.
 //
-// Changes are taken at once and without waiting. They wake the dialog's thread when nothing was
-// there to be drawn before, so that a million of them between two redraws cost one wake-up.
+// A change is made at once. Only the first one after a redraw wakes the dialog's thread, so that a
+// million changes between two redraws cost one wake-up.
 #pragma once
 
 #include <condition_variable>
@@ -22,15 +21,15 @@ namespace velmora::platform::terminal {
 
 class DialogState {
  public:
-  // What a redraw needs, as of one moment.
-  struct Picture {
+  // What a redraw needs.
+  struct Snapshot {
     DialogModel model;
     std::optional<BoxText> box;
   };
 
-  // The life of the dialog; on its thread. Opening makes the calling thread the dialog's; false if
-  // the system has no wake-up to give or if the dialog was open before. From `End` on, changes do
-  // nothing. `Close` releases all who wait; it gives the number handed to `End`.
+  // For the dialog's thread, which is the one that calls `Open`. That returns false if the dialog
+  // was open before or if the system fails. After `End`, changes have no effect. `Close` releases
+  // all waiting threads and returns the result given to `End`.
   [[nodiscard]] bool Open(bool reportsLines);
   void End(int result);
   int Close();
@@ -38,7 +37,7 @@ class DialogState {
 
   [[nodiscard]] bool IsDialogThread();
 
-  // Has `change` applied to the model, if the dialog is open.
+  // Applies `change` to the model, under the lock, if the dialog is open.
   template <typename ChangeOfModel>
   void Change(ChangeOfModel change) {
     const std::lock_guard lock(mutex_);
@@ -47,31 +46,31 @@ class DialogState {
     NoteChange();
   }
 
-  // For threads that aren't the dialog's: wait until the box is answered, or until the close that
-  // they ask for is carried out; and no longer than the dialog lives.
+  // For all other threads: wait until the box is answered, or until the dialog has carried out the
+  // close, but no longer than the dialog lives.
   void ShowBox(const BoxText& box);
   void AskToClose();
 
-  // From here on: for the dialog's thread.
+  // The rest is for the dialog's thread.
 
   // Readable when there is something new.
   [[nodiscard]] int wakeDescriptor() const { return wake_; }
   void ClearWake();
 
-  // Puts up a box that the dialog's thread itself waits for.
-  std::uint64_t PutUpBox(const BoxText& box);
+  // Adds a box that the dialog's thread itself waits for, and returns its number.
+  std::uint64_t AddBox(const BoxText& box);
   [[nodiscard]] bool IsAnswered(std::uint64_t box);
-  // The box that stands. Boxes stand one after the other.
-  [[nodiscard]] std::optional<BoxText> StandingBox();
+  // The box on show. Boxes are shown one after the other.
+  [[nodiscard]] std::optional<BoxText> CurrentBox();
   void AnswerBox();
 
-  // A number to be handed to `CloseDone` when the close is carried out, once for each request.
+  // Returns each request once, as the number for `CloseDone` after the close.
   [[nodiscard]] std::optional<std::uint64_t> TakeCloseRequest();
   void CloseDone(std::uint64_t request);
 
   [[nodiscard]] bool HasChanged();
   void MarkChanged();
-  [[nodiscard]] Picture TakePicture();
+  [[nodiscard]] Snapshot TakeSnapshot();
   void AddLine(std::string_view line);
   [[nodiscard]] std::string TakeLines();
   [[nodiscard]] bool IsEnabled(Control button);
@@ -87,7 +86,7 @@ class DialogState {
   Phase phase_ = Phase::kBefore;
   int result_ = -1;
   std::thread::id dialogThread_;
-  int wake_ = -1;  // written once, before there is anybody else; never closed
+  int wake_ = -1;  // set before other threads start; never closed
 
   DialogModel model_;
   bool reportsLines_ = false;
@@ -95,7 +94,7 @@ class DialogState {
   bool changed_ = false;
 
   std::deque<BoxText> boxes_;
-  std::uint64_t boxesPutUp_ = 0;
+  std::uint64_t boxesAdded_ = 0;
   std::uint64_t boxesAnswered_ = 0;
   std::uint64_t closesAsked_ = 0;
   std::uint64_t closesTaken_ = 0;

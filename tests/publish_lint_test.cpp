@@ -189,10 +189,10 @@ TEST(Lint, BuiltPublicationIsClean) {
 }
 
 TEST(ListPath, PathsOfOneFileFoldToOne) {
-  EXPECT_EQ(PlayersPath("./A\\b//C. .\\.\\d"), "a\\b\\c\\d");
+  EXPECT_EQ(FoldedPath("./A\\b//C. .\\.\\d"), "a\\b\\c\\d");
   // Bytes of double-byte characters that are neither a separator nor a letter.
-  EXPECT_EQ(PlayersPath("\x95\x5C\x41\x83\x41"), "\x95\x5C\x61\x83\x41");
-  EXPECT_EQ(PlayersPath("d\\..\\A"), "d\\..\\a");
+  EXPECT_EQ(FoldedPath("\x95\x5C\x41\x83\x41"), "\x95\x5C\x61\x83\x41");
+  EXPECT_EQ(FoldedPath("d\\..\\A"), "d\\..\\a");
   EXPECT_EQ(FoldersAbove("d\\e\\\x95\x5C\x61"), (std::vector<std::string_view>{"d", "d\\e"}));
 }
 

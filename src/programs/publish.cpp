@@ -12,9 +12,13 @@ static_assert(std::atomic<bool>::is_always_lock_free);
 
 namespace {
 
+// A second signal ends the process at once.
 void StopOnSignals() {
   for (const int number : {SIGINT, SIGTERM}) {
-    std::signal(number, [](int) { stopAsked = true; });
+    std::signal(number, [](int caught) {
+      stopAsked = true;
+      std::signal(caught, SIG_DFL);
+    });
   }
 }
 

@@ -8,7 +8,7 @@
 #include "publish/build/list_text.h"
 #include "publish/build/removals.h"
 #include "publish/build/staging.h"
-#include "publish/common/crew.h"
+#include "publish/common/parallel_for.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
 
@@ -88,7 +88,7 @@ std::vector<std::optional<FileRecord>> UnchangedRecords(const std::vector<Source
                                                         const BuildOptions& options) {
   const EarlierPublication earlier(options.output, options.listName, options.payload);
   std::vector<std::optional<FileRecord>> records(files.size());
-  Crew().ForEach(files.size(), [&](std::size_t i) { records[i] = earlier.Unchanged(files[i]); });
+  ParallelFor(files.size(), [&](std::size_t i) { records[i] = earlier.Unchanged(files[i]); });
   return records;
 }
 

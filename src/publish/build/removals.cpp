@@ -9,17 +9,17 @@
 #include "platform/paths.h"
 #include "publish/common/list_path.h"
 #include "publish/common/publish_error.h"
-#include "publish/common/removal_reach.h"
+#include "publish/common/removal_index.h"
 #include "publish/common/shown_text.h"
 
 namespace velmora::publish {
 namespace {
 
-// In the root of the installation, and as PlayersPath gives them.
+// In the root of the installation, and as FoldedPath gives them.
 const std::set<std::string> kPatcher = {"velmoraupdate.exe", "velmoraupdate.dat"};
 
 std::string Key(const FileRecord& removal) {
-  return PlayersPath(removal.path) + (IsPatternRemoval(removal) ? "\n" : "");
+  return FoldedPath(removal.path) + (IsPatternRemoval(removal) ? "\n" : "");
 }
 
 // The published files, as removals see them, and with them the patcher, which every player has.
@@ -27,7 +27,7 @@ class PublishedFiles {
  public:
   explicit PublishedFiles(const std::vector<SourceFile>& files) : files_(kPatcher) {
     for (const SourceFile& file : files) {
-      const std::string path = PlayersPath(file.listPath);
+      const std::string path = FoldedPath(file.listPath);
       files_.emplace(path);
       for (const std::string_view folder : FoldersAbove(path)) {
         directories_.emplace(folder, path);
@@ -52,7 +52,7 @@ class PublishedFiles {
       });
       return hit == files_.end() ? std::nullopt : std::optional(*hit);
     }
-    const std::string path = PlayersPath(removal.path);
+    const std::string path = FoldedPath(removal.path);
     if (files_.contains(path)) return path;
     const auto directory = directories_.find(path);
     return directory == directories_.end() ? std::nullopt : std::optional(directory->second);
@@ -86,7 +86,7 @@ FileRecord Removal(const FileRecord& gone) {
 // A list can't make room: what takes the old file or folder away would take the new one as well.
 void RequireSameKind(const PublishedList& earlier, const PublishedFiles& files) {
   for (const FileRecord& file : earlier.files) {
-    const std::string path = PlayersPath(file.path);
+    const std::string path = FoldedPath(file.path);
     if (!files.IsInTheWay(path)) continue;
     throw PublishError(ShownText(file.path) +
                        ": a file of the earlier publication is a folder now, or lies in what is a "
@@ -97,7 +97,7 @@ void RequireSameKind(const PublishedList& earlier, const PublishedFiles& files) 
 std::vector<FileRecord> NecessaryAfter(const PublishedList& earlier, const PublishedFiles& files) {
   std::vector<FileRecord> removals;
   for (const FileRecord& file : earlier.files) {
-    if (!kPatcher.contains(PlayersPath(file.path))) removals.push_back(Removal(file));
+    if (!kPatcher.contains(FoldedPath(file.path))) removals.push_back(Removal(file));
   }
   for (const FileRecord& removal : earlier.removals) removals.push_back(removal);
   std::erase_if(removals, [&files](const FileRecord& removal) {

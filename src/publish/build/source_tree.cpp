@@ -43,9 +43,9 @@ bool EndsInHalfCharacter(const std::string& name) {
 }
 
 bool IsMisspelled(const std::string& listPath) {
-  const std::string path = PlayersPath(listPath);
-  return (path == PlayersPath(kSettingsFile) && listPath != kSettingsListPath) ||
-         (path == PlayersPath(kProgramFile) && listPath != kProgramFile);
+  const std::string path = FoldedPath(listPath);
+  return (path == FoldedPath(kSettingsFile) && listPath != kSettingsListPath) ||
+         (path == FoldedPath(kProgramFile) && listPath != kProgramFile);
 }
 
 std::string ReasonAgainstName(std::string_view name) {
@@ -139,7 +139,7 @@ std::string ReasonAgainst(const std::string& listPath, std::uint64_t size) {
   if (IsMisspelled(listPath)) {
     return "patchers start anew for VelmoraUpdate.exe and VelmoraUpdate.dat in this spelling alone";
   }
-  if (IsPatchersOwn(PlayersPath(listPath))) return "a patcher has a file of this name of its own";
+  if (IsPatchersOwn(FoldedPath(listPath))) return "a patcher has a file of this name of its own";
   if (size > kLargestFile) return "it has 2 GiB or more";
   return {};
 }
@@ -149,11 +149,11 @@ std::vector<std::pair<std::string, std::string>> Collisions(
   std::vector<std::pair<std::string, std::string>> collisions;
   std::map<std::string, const std::string*> files;
   for (const std::string& path : listPaths) {
-    const auto [at, isFree] = files.emplace(PlayersPath(path), &path);
+    const auto [at, isFree] = files.emplace(FoldedPath(path), &path);
     if (!isFree) collisions.emplace_back(*at->second, path);
   }
-  for (const auto& [playersPath, path] : files) {
-    for (const std::string_view folder : FoldersAbove(playersPath)) {
+  for (const auto& [foldedPath, path] : files) {
+    for (const std::string_view folder : FoldersAbove(foldedPath)) {
       const auto at = files.find(std::string(folder));
       if (at != files.end()) collisions.emplace_back(*at->second, *path);
     }

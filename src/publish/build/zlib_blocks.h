@@ -1,13 +1,13 @@
-// A zlib stream (RFC 1950) made of blocks that are deflated (RFC 1951) each by itself, so that many
-// cores can work on one file. A block knows the 32 KiB in front of it, where most of what repeats
-// is found, and ends at a whole byte; put one behind the other, the blocks are one stream. Its
-// bytes depend on the content and on zlib alone, never on who deflated which block when.
+// A zlib stream (RFC 1950) whose content is deflated (RFC 1951) in blocks, so that many cores can
+// work on one file. A block is compressed with the 32 KiB before it as its dictionary, since most
+// of what repeats is found there, and ends on a whole byte; concatenated, the blocks form one
+// stream. Its bytes depend only on the content and on zlib, not on the threads.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,60 +16,35 @@ namespace velmora::publish {
 // Every block of a stream but the last has exactly this many bytes of content.
 inline constexpr std::size_t kBlockSize = std::size_t{1} << 20;
 
-struct StreamBlock {
-  // The content, and in front of it `known` bytes of what stands before it in the file.
+// How far back the window of deflate reaches.
+inline constexpr std::size_t kWindowSize = std::size_t{1} << 15;
+
+struct DeflatedBlock {
   std::vector<std::uint8_t> bytes;
-  std::size_t known = 0;
-  bool isLast = false;
-  // What Deflate makes of them.
-  std::vector<std::uint8_t> packed;
-  std::uint32_t checksum = 0;  // Adler-32 of the content
-
-  [[nodiscard]] std::size_t contentSize() const { return bytes.size() - known; }
+  std::size_t contentSize = 0;
+  std::uint32_t contentChecksum = 0;  // Adler-32
 };
 
-// Deflates blocks of any stream, one at a time. Throws PublishError when zlib fails.
-class BlockDeflater {
- public:
-  BlockDeflater();
-  ~BlockDeflater();
-  BlockDeflater(const BlockDeflater&) = delete;
-  BlockDeflater& operator=(const BlockDeflater&) = delete;
+// Deflates `content`. `dictionary` is what comes before it in the file, at most kWindowSize bytes.
+// Any thread. Throws PublishError if zlib fails.
+[[nodiscard]] DeflatedBlock Deflate(std::span<const std::uint8_t> dictionary,
+                                    std::span<const std::uint8_t> content, bool isLast);
 
-  void Deflate(StreamBlock& block);
+// The start of every stream, before the first block.
+inline constexpr std::array<std::uint8_t, 2> kStreamHeader = {0x78, 0x9C};
 
- private:
-  struct State;
-  std::unique_ptr<State> state_;
-};
-
-// Cuts a file's content, as it comes, into the blocks of its stream.
-class BlockCutter {
- public:
-  // A block of `count` bytes, to be filled in behind `known`.
-  [[nodiscard]] StreamBlock Begin(std::size_t count);
-  // Has to be called with the filled block before the next one begins.
-  void End(const StreamBlock& block);
-
- private:
-  std::vector<std::uint8_t> before_;
-};
-
-// What stands in front of the first block of every stream.
-inline constexpr std::array<std::uint8_t, 2> kStreamHead = {0x78, 0x9C};
-
-// What stands behind the last block.
+// Computes the checksum that ends the stream.
 class StreamChecksum {
  public:
-  // The blocks in their order.
-  void Add(const StreamBlock& block);
-  [[nodiscard]] std::array<std::uint8_t, 4> Tail() const;
+  // To be called for each block, in their order.
+  void Add(const DeflatedBlock& block);
+  [[nodiscard]] std::array<std::uint8_t, 4> Trailer() const;
 
  private:
   std::uint32_t checksum_ = 1;
 };
 
-// All that the bytes of a stream depend on besides its content, as one line of text.
+// Everything besides the content that the bytes of a stream depend on, as one line of text.
 [[nodiscard]] std::string StreamMaker();
 
 }  // namespace velmora::publish

@@ -26,7 +26,7 @@ void AddRemovals(std::vector<FileRecord>& removals, const Texts& paths, const ch
 
 void AddPlainTypes(std::set<std::string>& plain, const Texts& types) {
   for (const std::string& type : types) {
-    const std::string name = PlayersPath(type.starts_with('.') ? type.substr(1) : type);
+    const std::string name = FoldedPath(type.starts_with('.') ? type.substr(1) : type);
     if (name.empty() || name.find_first_of("./\\ \n") != std::string::npos) {
       throw CLI::ValidationError("--plain", "\"" + type + "\" is no extension");
     }

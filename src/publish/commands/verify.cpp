@@ -1,14 +1,10 @@
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "publish/commands/commands.h"
@@ -22,8 +18,6 @@ namespace velmora::publish {
 namespace {
 
 using nlohmann::json;
-
-constexpr char kStopped[] = "velmora-publish: stopped before the end\n";
 
 struct VerifyArguments {
   std::string where;     // or
@@ -75,34 +69,6 @@ void AddOptions(CLI::App& verify, VerifyArguments& arguments) {
                   "Show the progress even without a terminal");
 }
 
-// As long as it lives, sees to it that the user can stop the work: if a server that doesn't answer
-// holds that up, the process ends here. Nothing is left half done by it.
-class StopGuard {
- public:
-  explicit StopGuard(bool hasLine)
-      : hasLine_(hasLine), thread_([this](const std::stop_token& end) { Watch(end); }) {}
-
- private:
-  void Watch(const std::stop_token& workIsDone);
-
-  const bool hasLine_;
-  std::mutex mutex_;
-  std::condition_variable_any end_;
-  std::jthread thread_;
-};
-
-void StopGuard::Watch(const std::stop_token& workIsDone) {
-  constexpr std::chrono::milliseconds kPause(50);
-  constexpr int kPatience = 20;  // pauses
-  std::unique_lock lock(mutex_);
-  for (int waited = 0; waited < kPatience; waited += stopAsked ? 1 : 0) {
-    end_.wait_for(lock, workIsDone, kPause, [] { return false; });
-    if (workIsDone.stop_requested()) return;
-  }
-  std::fprintf(stderr, "%s%s", hasLine_ ? kEraseLine : "", kStopped);
-  std::_Exit(kFailed);
-}
-
 const char* Severity(const Finding& finding) {
   return finding.problem.isWarning ? "warning" : "error";
 }
@@ -149,7 +115,7 @@ void Verifier::PrintSummary(const OriginReport& report) const {
         summary.requests, summary.errors, summary.warnings);
     std::fflush(stdout);
   }
-  if (summary.isStopped) std::fputs(kStopped, stderr);
+  if (summary.isStopped) std::fputs("velmora-publish: stopped before the end\n", stderr);
 }
 
 void Verifier::Verify(const Origin& origin, OriginReport& report) {
@@ -233,7 +199,6 @@ json Verifier::Report() const {
 }
 
 int Verifier::Run() {
-  const StopGuard guard(hasLine_);
   constexpr char kDefaultList[] = "hashlist.dat";
   PlayerServers players;
   players.listName = kDefaultList;

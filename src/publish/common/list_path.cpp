@@ -56,7 +56,7 @@ std::vector<std::string_view> PathElements(std::string_view path) {
   return elements;
 }
 
-std::string PlayersPath(std::string_view path) {
+std::string FoldedPath(std::string_view path) {
   std::string folded;
   for (const std::string_view element : PathElements(path)) {
     const std::string_view name = element == ".." ? element : WithoutTrailingDots(element);
@@ -67,18 +67,18 @@ std::string PlayersPath(std::string_view path) {
   return folded;
 }
 
-std::vector<std::string_view> FoldersAbove(std::string_view playersPath) {
+std::vector<std::string_view> FoldersAbove(std::string_view foldedPath) {
   std::vector<std::string_view> folders;
-  for (std::size_t i = 0; i < playersPath.size(); i += CharacterLength(playersPath, i)) {
-    if (playersPath[i] == '\\') folders.push_back(playersPath.substr(0, i));
+  for (std::size_t i = 0; i < foldedPath.size(); i += CharacterLength(foldedPath, i)) {
+    if (foldedPath[i] == '\\') folders.push_back(foldedPath.substr(0, i));
   }
   return folders;
 }
 
-bool IsPatchersOwn(std::string_view playersPath) {
+bool IsPatchersOwn(std::string_view foldedPath) {
   const auto& inRoot = kPatchersOwnInRoot;
-  return std::find(inRoot.begin(), inRoot.end(), playersPath) != inRoot.end() ||
-         PathElements(playersPath).back() == "_velmoraupdate.new";
+  return std::find(inRoot.begin(), inRoot.end(), foldedPath) != inRoot.end() ||
+         PathElements(foldedPath).back() == "_velmoraupdate.new";
 }
 
 bool NamesDevice(std::string_view element) {

@@ -16,20 +16,20 @@ namespace velmora::publish {
 // What the path means on a player's disk, the same for every way to write it: in small letters (of
 // ASCII and of its full-width twin), backslashes between the elements, empty elements and "."
 // dropped, dots and blanks at the end of an element dropped. Empty for the installation itself.
-[[nodiscard]] std::string PlayersPath(std::string_view path);
+[[nodiscard]] std::string FoldedPath(std::string_view path);
 
-// Of a path that PlayersPath gave: the folders on its way, the outermost first.
-[[nodiscard]] std::vector<std::string_view> FoldersAbove(std::string_view playersPath);
+// Of a path that FoldedPath gave: the folders on its way, the outermost first.
+[[nodiscard]] std::vector<std::string_view> FoldersAbove(std::string_view foldedPath);
 
 // The files that patchers write, run or remove themselves in the root of the installation, as
-// PlayersPath gives them.
+// FoldedPath gives them.
 inline constexpr std::array<const char*, 6> kPatchersOwnInRoot = {
     "session.log",        "velmoraupdate.cvc",   "_velmoraupdate.cvc",
     "_velmoraupdate.exe", "_velmoraupdate.dirs", "_velmoraupdate.new"};
 
-// Whether patchers write, run or remove a file of this path, as PlayersPath returns it, themselves:
+// Whether patchers write, run or remove a file of this path, as FoldedPath returns it, themselves:
 // a published one would never stay as it is.
-[[nodiscard]] bool IsPatchersOwn(std::string_view playersPath);
+[[nodiscard]] bool IsPatchersOwn(std::string_view foldedPath);
 
 // Whether a name means a device on Windows, which it does in every folder and with any extension.
 [[nodiscard]] bool NamesDevice(std::string_view element);

@@ -9,7 +9,7 @@
 #include "base/text.h"
 #include "engine/verify_cache.h"
 #include "publish/common/list_path.h"
-#include "publish/common/removal_reach.h"
+#include "publish/common/removal_index.h"
 
 namespace velmora::publish {
 namespace {
@@ -19,14 +19,14 @@ using ByFolded = std::map<std::string, FileRecord>;
 // By folded path. Of several records of one file the first counts.
 ByFolded FilesOf(const PublishedList& list) {
   ByFolded files;
-  for (const FileRecord& record : list.files) files.emplace(PlayersPath(record.path), record);
+  for (const FileRecord& record : list.files) files.emplace(FoldedPath(record.path), record);
   return files;
 }
 
-RemovalReach ReachOf(const PublishedList& list) {
-  RemovalReach reach;
-  for (const FileRecord& removal : list.removals) reach.Add(removal);
-  return reach;
+RemovalIndex IndexOfRemovals(const PublishedList& list) {
+  RemovalIndex index;
+  for (const FileRecord& removal : list.removals) index.Add(removal);
+  return index;
 }
 
 // The path of the line at which the reading of the cache ends, if one is too long.
@@ -100,20 +100,20 @@ std::size_t ListDiff::Requests() const {
 ListDiff CompareLists(const PublishedList& before, const PublishedList& after) {
   ListDiff diff;
   const ByFolded old = FilesOf(before);
-  const RemovalReach reach = ReachOf(after);
+  const RemovalIndex removals = IndexOfRemovals(after);
   const std::optional<std::string> end = EndOfCache(before);
   std::set<std::string> seen;
   for (const FileRecord& record : after.files) {
-    const std::string folded = PlayersPath(record.path);
+    const std::string folded = FoldedPath(record.path);
     if (!seen.insert(folded).second) continue;
     const auto found = old.find(folded);
-    const bool isThere = found != old.end() && reach.Taking(folded).empty();
+    const bool isThere = found != old.end() && removals.Matching(folded).empty();
     CompareFile(diff, isThere ? &found->second : nullptr, record, end);
   }
   for (const auto& [folded, record] : old) {
     const DiffEntry entry{record.path, ByteCount(record.contentSize)};
     if (IsInTheWay(folded, seen)) diff.inTheWay.push_back(entry);
-    if (!reach.Taking(folded).empty()) {
+    if (!removals.Matching(folded).empty()) {
       diff.deletions.push_back(entry);
     } else if (!seen.contains(folded)) {
       diff.leftBehind.push_back(entry);

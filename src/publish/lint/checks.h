@@ -10,7 +10,7 @@
 
 #include "engine/file_record.h"
 #include "engine/reference_list.h"
-#include "publish/common/removal_reach.h"
+#include "publish/common/removal_index.h"
 #include "publish/lint/lint.h"
 
 namespace velmora::publish {
@@ -19,7 +19,7 @@ namespace velmora::publish {
 struct ListedRecord {
   std::size_t line;
   FileRecord record;
-  std::string folded;  // its path, as PlayersPath returns it
+  std::string folded;  // its path, as FoldedPath returns it
 };
 
 class Findings {
@@ -41,7 +41,7 @@ class Findings {
 struct ListedRecords {
   std::vector<ListedRecord> files;
   std::vector<ListedRecord> removals;
-  RemovalReach reach;                 // of the removals
+  RemovalIndex removalIndex;
   std::vector<ListedRecord> clients;  // the path is the client's name
 };
 

@@ -9,7 +9,7 @@ namespace velmora::publish {
 namespace {
 
 void AddRecord(std::vector<ListedRecord>& records, std::size_t line, FileRecord record) {
-  std::string folded = PlayersPath(record.path);
+  std::string folded = FoldedPath(record.path);
   records.push_back({line, std::move(record), std::move(folded)});
 }
 
@@ -24,7 +24,7 @@ void TakeLine(std::string_view line, std::size_t number, const LintOptions& opti
     CheckPath(records.files.back(), scanned.fields[0], options, findings);
   } else if (scanned.keyword == "DEL") {
     AddRecord(records.removals, number, RemoveRecord(scanned));
-    records.reach.Add(records.removals.back().record);
+    records.removalIndex.Add(records.removals.back().record);
     CheckRemovalPath(records.removals.back(), findings);
   } else {
     AddRecord(records.clients, number, RemoveRecord(scanned));

@@ -69,7 +69,7 @@ void CheckPatchersOwn(const ListedRecord& listed, Findings& findings) {
 // installation has a rule of its own.
 void CheckRemovalsOf(const std::string& folded, Rule rule, const std::string& detail,
                      const ListedRecords& records, Findings& findings) {
-  for (const std::size_t i : records.reach.Taking(folded)) {
+  for (const std::size_t i : records.removalIndex.Matching(folded)) {
     const ListedRecord& removal = records.removals[i];
     if (!RemovesEverything(removal.record)) findings.Add(rule, removal, detail);
   }
@@ -159,9 +159,9 @@ void CheckTree(const fs::path& tree, const ListedRecords& records, Findings& fin
   for (const auto& entry : fs::recursive_directory_iterator(tree)) {
     if (entry.is_directory()) continue;
     const std::string path = TreePath(entry.path(), tree);
-    const std::string folded = PlayersPath(path);
+    const std::string folded = FoldedPath(path);
     if (listed.contains(folded) || IsPatchersOwnFile(folded)) continue;
-    for (const std::size_t i : records.reach.Taking(folded)) {
+    for (const std::size_t i : records.removalIndex.Matching(folded)) {
       findings.Add(Rule::kRemovesUnlisted, records.removals[i], path);
     }
   }

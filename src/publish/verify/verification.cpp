@@ -1,18 +1,16 @@
 #include "publish/verify/verification.h"
 
 #include <algorithm>
-#include <exception>
 #include <mutex>
 #include <optional>
 #include <set>
-#include <system_error>
-#include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include "base/text.h"
 #include "engine/reference_list.h"
+#include "publish/common/parallel_for.h"
 #include "publish/common/published_list.h"
 
 namespace velmora::publish {
@@ -53,7 +51,7 @@ class Verification {
   DeliveryEnd FetchFile(const Fetch& fetch, const std::string& path, Sink& sink);
   std::optional<std::string> FetchList(const Fetch& fetch);
   void CheckList(const PublishedList& list);
-  void CheckAll(const Records& records, Fetch first);
+  void CheckAll(const Records& records, const Fetch& first);
   void Work(const Records& records, const Fetch& fetch);
   bool CheckFile(const FileRecord& record, const Fetch& fetch);
   void CountFailure(bool failed, std::size_t total);
@@ -172,45 +170,28 @@ void Verification::CountFailure(bool failed, std::size_t total) {
   }
 }
 
-void Verification::Work(const Records& records, const Fetch& fetch) {
+void Verification::Work(const Records& records, const Fetch& fetch) try {
   for (std::size_t i = next_++; i < records.size() && !IsStopped(); i = next_++) {
     const bool succeeded = CheckFile(records[i], fetch);
     Count(&Progress::files, 1);
     CountFailure(!succeeded, records.size());
   }
+} catch (...) {
+  next_ = records.size();  // the other threads stop as well
+  throw;
 }
 
-// By as many threads as there are connections. The first of them goes on with the connection that
-// brought the list, as a patcher does.
-void Verification::CheckAll(const Records& records, Fetch first) {
-  std::exception_ptr failure;
-  const auto guarded = [&](const std::function<Fetch()>& open) {
-    try {
-      Work(records, open());
-    } catch (...) {
-      const std::lock_guard lock(mutex_);
-      if (!failure) failure = std::current_exception();
-      next_ = records.size();
-    }
-  };
-  {
-    const std::size_t wanted = std::min<std::size_t>(options_.connections, records.size());
-    std::vector<std::jthread> others(std::max<std::size_t>(wanted, 1) - 1);
-    try {
-      for (std::jthread& other : others) {
-        other = std::jthread([&] { guarded(origin_.open); });
-      }
-    } catch (const std::system_error&) {
-      // The system has no thread left to give: the work takes longer.
-    }
-    guarded([&first] { return first; });
-  }
-  if (failure) std::rethrow_exception(failure);
+// One thread for each connection. One of them continues with the connection that delivered the
+// list, as a patcher does.
+void Verification::CheckAll(const Records& records, const Fetch& first) {
+  const auto workers = std::min<std::size_t>(options_.connections, records.size());
+  ParallelFor(
+      workers, [&](std::size_t i) { Work(records, i == 0 ? first : origin_.open()); }, workers);
 }
 
 VerifySummary Verification::Run() {
   VerifySummary summary;
-  Fetch fetch = origin_.open();
+  const Fetch fetch = origin_.open();
   if (const auto text = FetchList(fetch)) {
     const PublishedList list(*text);
     CheckList(list);
@@ -220,7 +201,7 @@ VerifySummary Verification::Run() {
     Count(&Progress::filesTotal, records.size());
     for (const FileRecord& record : records)
       Count(&Progress::bytesTotal, ByteCount(record.transferSize));
-    CheckAll(records, std::move(fetch));
+    CheckAll(records, fetch);
     if (isGivenUp_) {
       Report(origin_.listName,
              {ProblemKind::kGivenUp,

@@ -16,14 +16,14 @@ namespace velmora::publish {
 // Whether it takes all that an installation holds.
 [[nodiscard]] bool RemovesEverything(const FileRecord& removal);
 
-class RemovalReach {
+class RemovalIndex {
  public:
   // Removals are known by the order in which they were added, from 0.
   void Add(const FileRecord& removal);
 
   // Those that take the file of this path, given folded: each that names it or a folder above it,
   // and each pattern that matches it.
-  [[nodiscard]] std::vector<std::size_t> Taking(const std::string& foldedPath) const;
+  [[nodiscard]] std::vector<std::size_t> Matching(const std::string& foldedPath) const;
 
  private:
   struct Pattern {

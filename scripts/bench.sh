@@ -23,8 +23,7 @@ esac
 scripts/install_packages.sh build demo bench
 enter_own_network "${arguments[@]}"
 echo "== Building"
-cmake --preset native >/dev/null
-cmake --build --preset native --target VelmoraUpdate velmora-publish inner_bench | tail -1
+scripts/build.sh native VelmoraUpdate velmora-publish inner_bench
 
 document=(--document)
 [[ $# -eq 0 ]] || document=()

@@ -4,7 +4,8 @@
 # tests try one error for each operation, and a fifth of the operations on the log. Takes five minutes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/test_filter.sh
 
-cmake --preset native >/dev/null
-cmake --build --preset native --target fault_test | tail -1
-VELMORA_ALL_FAULTS=1 build/native/fault_test --gtest_brief=1 --gtest_filter='Faults/*'
+scripts/build.sh native fault_test
+filter=$(test_filter 'Faults/*' build/native/fault_test)
+VELMORA_ALL_FAULTS=1 build/native/fault_test --gtest_brief=1 "$filter"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs the fuzz targets, all or those named, for SECONDS each, two at a time, and prints what they did as
-# a table. What they learn stays in build/fuzz/corpus for the next time. On a finding: prints where its
-# input is and exits non-zero.
+# Runs the fuzz targets, all or those named, for SECONDS each, two at a time, and prints a table of what
+# they did. Their corpus stays in build/fuzz/corpus for the next time. On a finding: prints where its
+# input is and fails.
 #
 #   scripts/fuzz.sh SECONDS [TARGET...]
 set -euo pipefail
@@ -11,29 +11,25 @@ cd "$(dirname "$0")/.."
 seconds=$1
 shift
 targets=("$@")
-if [[ ${#targets[@]} -eq 0 ]]; then
-  for source in fuzz/*_fuzzer.cpp; do targets+=("$(basename "$source" _fuzzer.cpp)"); done
-fi
+[[ ${#targets[@]} -gt 0 ]] || mapfile -t targets < <(ls fuzz/seeds)
 for target in "${targets[@]}"; do
-  [[ -f fuzz/${target}_fuzzer.cpp ]] || { echo "fuzz.sh: no target '$target'" >&2; exit 2; }
+  [[ -d fuzz/seeds/$target ]] || { echo "fuzz.sh: no target '$target'" >&2; exit 2; }
 done
 
 scripts/install_packages.sh build fuzz
+scripts/build.sh fuzz fuzzer
 mkdir -p build/fuzz/results
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz -j2 --target "${targets[@]/%/_fuzzer}" >build/fuzz/build.log ||
-  { cat build/fuzz/build.log >&2; exit 1; }
 
-# What targets write goes to memory if it can.
+# Targets write small files: into memory if possible.
 scratch=$(mktemp -d -p /dev/shm velmora-fuzz.XXXXXX 2>/dev/null || mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
-# run TARGET: a target works in a folder of its own, so all paths are absolute.
+# run TARGET: a target changes its working directory, so all paths are absolute.
 run() {
   local corpus=$PWD/build/fuzz/corpus/$1 found=$PWD/build/fuzz/found/$1 known=()
   mkdir -p "$corpus" "$found"
   [[ ! -d fuzz/findings/$1 ]] || known=("$PWD/fuzz/findings/$1")
-  TMPDIR=$scratch UBSAN_OPTIONS=print_stacktrace=1 nice -n 10 "build/fuzz/$1_fuzzer" \
+  VELMORA_TARGET=$1 TMPDIR=$scratch UBSAN_OPTIONS=print_stacktrace=1 nice -n 10 build/fuzz/fuzzer \
     -max_total_time="$seconds" -max_len=4096 -timeout=25 -rss_limit_mb=2048 -print_final_stats=1 \
     -artifact_prefix="$found/" "$corpus" "$PWD/fuzz/seeds/$1" "${known[@]}" \
     >"build/fuzz/results/$1.log" 2>&1

@@ -6,15 +6,16 @@
 #   scripts/hostile.sh [PRESET...]       native asan tsan win64, if none is named
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/test_filter.sh
 
 presets=("$@")
 [[ $# -gt 0 ]] || presets=(native asan tsan win64)
 export VELMORA_CASES=1000 UBSAN_OPTIONS=halt_on_error=1 TSAN_OPTIONS=halt_on_error=1
 for preset in "${presets[@]}"; do
   echo "== $preset"
-  cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset" --target hostile_test | tail -1
+  scripts/build.sh "$preset" hostile_test
   program=(build/"$preset"/hostile_test)
   [[ $preset != win* ]] || program=(scripts/wine.sh "${program[0]}.exe")
-  "${program[@]}" --gtest_filter='*HostileServer*' | grep -aE '^[0-9]+ cases|FAILED|PASSED'
+  filter=$(test_filter '*HostileServer*' "${program[@]}")
+  "${program[@]}" "$filter" | grep -aE '^[0-9]+ cases|FAILED|PASSED'
 done

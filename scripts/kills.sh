@@ -3,7 +3,8 @@
 # write: one undisturbed start has to bring the installation into line.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/test_filter.sh
 
-cmake --preset native >/dev/null
-cmake --build --preset native --target fault_test | tail -1
-VELMORA_ALL_FAULTS=1 build/native/fault_test --gtest_brief=1 --gtest_filter='Kills/*'
+scripts/build.sh native fault_test
+filter=$(test_filter 'Kills/*' build/native/fault_test)
+VELMORA_ALL_FAULTS=1 build/native/fault_test --gtest_brief=1 "$filter"

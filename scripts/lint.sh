@@ -1,23 +1,19 @@
 #!/usr/bin/env bash
-# Checks the format of all sources, and runs clang-tidy and cppcheck over the program's own. With --quick
-# without clang's analyzer, which takes half of the time.
+# Checks the format of all sources, and runs clang-tidy and cppcheck on the program's own. --quick leaves
+# out clang's analyzer, which takes half of the time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 checks=()
 [[ ${1:-} != --quick ]] || checks=(--checks=-clang-analyzer-*)
 
-folders=()
-for folder in src tests bench fuzz; do
-  [[ -d $folder ]] && folders+=("$folder")
-done
-mapfile -t sources < <(find "${folders[@]}" -name '*.cpp' -o -name '*.h')
+mapfile -t sources < <(find src tests bench fuzz -name '*.cpp' -o -name '*.h')
 clang-format --dry-run -Werror "${sources[@]}"
 echo "Format: ${#sources[@]} files."
 
-# clang has no execution character set but UTF-8, so it gets a configuration of its own.
+# clang's only execution character set is UTF-8, so it needs a configuration of its own.
 cmake --preset tidy >/dev/null
-# It counts the warnings that it suppresses on its error stream, which matters when it fails alone.
+# It writes the number of suppressed warnings to stderr, which matters only when it fails.
 find src -name '*.cpp' -not -path 'src/platform/win32/*' -print0 |
   xargs -0 -P "$(nproc)" -n 4 clang-tidy --quiet "${checks[@]}" -p build/tidy \
     --extra-arg=-Wno-unknown-warning-option 2>build/tidy/messages ||

@@ -19,12 +19,8 @@ for game in neverball pingus; do
 done
 enter_own_network "$@"
 
-for target in "native velmora-publish VelmoraUpdate" "win64 VelmoraUpdate"; do
-  read -ra words <<<"$target"
-  cmake --preset "${words[0]}" >/dev/null
-  cmake --build --preset "${words[0]}" --target "${words[@]:1}" >"$PWD/build/${words[0]}/build.log" ||
-    fail "${words[0]} doesn't build"
-done
+scripts/build.sh native velmora-publish VelmoraUpdate
+scripts/build.sh win64 VelmoraUpdate
 
 trap 'end_windows; stop_web_server' EXIT
 trap 'exit 130' INT

@@ -18,8 +18,7 @@ unpack_game "$package" "$demo/unpacked" || fail "no game data"
 enter_own_network "$@"
 
 echo "== Building"
-cmake --preset native >/dev/null
-cmake --build --preset native --target VelmoraUpdate velmora-publish | tail -1
+scripts/build.sh native VelmoraUpdate velmora-publish
 
 # --- A real game's data, unpacked and not installed.
 

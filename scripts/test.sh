@@ -13,18 +13,9 @@ step() { echo; echo "== $*"; }
 
 fail() { echo "test.sh: $*" >&2; exit 1; }
 
-# build PRESET [TARGET...]
-build() {
-  local log=build/$1/build.log
-  local targets=()
-  [[ $# -eq 1 ]] || targets=(--target "${@:2}")
-  cmake --preset "$1" >/dev/null || fail "$1: can't be configured"
-  cmake --build --preset "$1" "${targets[@]}" >"$log" || { cat "$log" >&2; fail "$1: doesn't build"; }
-}
-
 run_suite() {
   step "Build and test: $1"
-  build "$1"
+  scripts/build.sh "$1"
   in_own_network ctest --preset "$1" -j "$2" |
     grep -avE '^ *(Start |[0-9]+/[0-9]+ .* Passed )|^$' || fail "$1: tests fail"
 }
@@ -60,7 +51,7 @@ scripts/valgrind.sh
 VELMORA_CASES=100 run_suite win64 1
 
 step "The 32-bit program, driven by its windows"
-build win32 VelmoraUpdate windows_process_test
+scripts/build.sh win32 VelmoraUpdate windows_process_test
 wait "$wine32" || cat build/wine32-prepare.log
 result=0
 scripts/wine32_root.sh build/win32/windows_process_test.exe --gtest_brief=1 || result=$?

@@ -13,13 +13,9 @@ fail() { echo "windows.sh: $*" >&2; exit 1; }
 
 scripts/install_packages.sh build demo windows
 echo "== Building"
-build() {
-  cmake --preset "$1" >/dev/null
-  cmake --build --preset "$1" --target "${@:2}" | tail -1
-}
-build native velmora-publish
+scripts/build.sh native velmora-publish
 for preset in win32 win64; do
-  build "$preset" VelmoraUpdate
+  scripts/build.sh "$preset" VelmoraUpdate
   echo "   $preset: $(stat -c %s "build/$preset/VelmoraUpdate.exe") bytes"
 done
 

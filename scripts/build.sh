@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Configures and builds a preset, whole or the targets named. Prints nothing unless that fails, and then
+# the log.
+#
+#   scripts/build.sh PRESET [TARGET...]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+[[ $# -gt 0 ]] || { echo "usage: scripts/build.sh PRESET [TARGET...]" >&2; exit 2; }
+preset=$1
+shift
+[[ $# -eq 0 ]] || set -- --target "$@"
+mkdir -p "build/$preset"
+log=build/$preset/build.log
+{ cmake --preset "$preset" && cmake --build --preset "$preset" "$@"; } >"$log" 2>&1 ||
+  { cat "$log" >&2; echo "build.sh: $preset doesn't build" >&2; exit 1; }

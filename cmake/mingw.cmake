@@ -1,5 +1,5 @@
-# What both cross builds have in common: everything linked in, so that a player needs no runtime, and
-# nothing that isn't used.
+# What both cross builds share. Everything is linked statically, so that players need no runtime, and
+# unused code is left out.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_C_COMPILER ${VELMORA_TARGET}-gcc-posix)
 set(CMAKE_CXX_COMPILER ${VELMORA_TARGET}-g++-posix)

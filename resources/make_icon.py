@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
 """Draws velmora.ico: one image of 32x32 pixels at 32 bits. Run it in this folder after a change.
 
-A V whose point drops into a tray, on a rounded tile: the game's initial as a download.
+A V, the game's initial, with its point in a tray, as a sign for a download, on a rounded tile.
 """
 import math
 import struct
 
 SIZE = 32
-SAMPLES = 8  # each way in a pixel
+SAMPLES = 8  # of a pixel, in each direction
 
 TOP = (58, 123, 213)
 BOTTOM = (22, 38, 104)
@@ -36,7 +36,7 @@ def in_polygon(x, y, corners):
 
 
 def color_at(x, y):
-    """The colour of a point, or None outside of the tile."""
+    """The colour of a point, or None outside the tile."""
     if not in_rounded_square(x, y, 0.5, 6.5):
         return None
     if in_polygon(x, y, LEFT_ARM):

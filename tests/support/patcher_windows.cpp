@@ -4,86 +4,58 @@
 #include <commctrl.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
+#include <iostream>
 
-#include "platform/win32/wide_text.h"
+#include "platform/win32/utf16.h"
 
 namespace velmora::test {
 namespace {
 
-constexpr char kDialogClass[] = "#32770";
+using platform::Control;
+
 constexpr char kTitle[] = "VELMORA アップデート  1.12";
 constexpr int kBoxTextControl = 0xFFFF;
-constexpr UINT kReplyPatience = 5000;  // milliseconds that a window may take for one message
-constexpr DWORD kPause = 20;
 
+// 0 if the window doesn't answer.
 LRESULT Ask(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+  constexpr UINT kReplyPatience = 5000;  // milliseconds
   DWORD_PTR result = 0;
-  if (SendMessageTimeoutW(window, message, wParam, lParam, SMTO_ABORTIFHUNG, kReplyPatience,
-                          &result) == 0) {
-    return 0;
-  }
+  SendMessageTimeoutW(window, message, wParam, lParam, SMTO_ABORTIFHUNG, kReplyPatience, &result);
   return static_cast<LRESULT>(result);
 }
 
-// GetWindowTextW knows only captions of another process's windows, the message knows all texts.
+// GetWindowTextW can read only captions of another process's windows; the message reads all texts.
 std::string TextOf(HWND window) {
   std::array<wchar_t, 1024> text{};
   Ask(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
-  return platform::ReadableText(text.data());
+  return platform::FromUtf16(text.data());
 }
 
-std::string ClassOf(HWND window) {
-  std::array<char, 64> name{};
-  GetClassNameA(window, name.data(), static_cast<int>(name.size()));
-  return name.data();
-}
-
-BOOL CALLBACK Collect(HWND window, LPARAM list) {
-  reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
-  return TRUE;
-}
-
-// The visible dialogs and boxes of the chain's processes.
-std::vector<HWND> DialogsOf(const ProcessChain& chain) {
-  std::vector<HWND> windows;
-  EnumWindows(Collect, reinterpret_cast<LPARAM>(&windows));
-  const std::vector<DWORD> processes = chain.RunningProcesses();
-  std::erase_if(windows, [&processes](HWND window) {
-    DWORD process = 0;
-    GetWindowThreadProcessId(window, &process);
-    return std::find(processes.begin(), processes.end(), process) == processes.end() ||
-           !IsWindowVisible(window) || ClassOf(window) != kDialogClass;
-  });
-  return windows;
-}
-
-HWND FindDialog(const ProcessChain& chain) {
-  for (const HWND window : DialogsOf(chain)) {
-    if (TextOf(window) == kTitle) return window;
-  }
-  return nullptr;
-}
+bool IsPatcherDialog(HWND window) { return TextOf(window) == kTitle; }
 
 // The windows of a box exist a moment before their texts do.
-HWND FindBox(const ProcessChain& chain) {
-  for (const HWND window : DialogsOf(chain)) {
-    const HWND text = GetDlgItem(window, kBoxTextControl);
-    if (text != nullptr && !TextOf(text).empty()) return window;
-  }
-  return nullptr;
+bool IsReadyBox(HWND window) {
+  const HWND text = GetDlgItem(window, kBoxTextControl);
+  return text != nullptr && !TextOf(text).empty();
 }
 
-// Both messages wait in the queue together, so that no real mouse comes between them.
-bool ClickMiddleOf(HWND button) {
-  RECT area{};
-  if (!IsWindowVisible(button) || !IsWindowEnabled(button) || !GetClientRect(button, &area)) {
+// Waits for a visible dialog or box of the chain; null if none appears.
+HWND WaitForWindow(const ProcessChain& chain, bool (*isWanted)(HWND)) {
+  constexpr char kDialogClass[] = "#32770";
+  HWND window = nullptr;
+  WaitUntil([&] {
+    while ((window = FindWindowExA(nullptr, window, kDialogClass, nullptr)) != nullptr) {
+      if (IsWindowVisible(window) && chain.Owns(window) && isWanted(window)) return true;
+    }
     return false;
-  }
-  const LPARAM middle = MAKELPARAM(area.right / 2, area.bottom / 2);
-  return PostMessageA(button, WM_LBUTTONDOWN, MK_LBUTTON, middle) != FALSE &&
-         PostMessageA(button, WM_LBUTTONUP, 0, middle) != FALSE;
+  });
+  return window;
+}
+
+bool ClickButton(HWND button) {
+  return IsWindowVisible(button) && IsWindowEnabled(button) &&
+         PostMessageA(button, BM_CLICK, 0, 0) != FALSE;
 }
 
 }  // namespace
@@ -92,13 +64,13 @@ bool WaitUntil(const std::function<bool()>& holds, unsigned milliseconds) {
   const ULONGLONG end = GetTickCount64() + milliseconds;
   while (!holds()) {
     if (GetTickCount64() > end) return false;
-    Sleep(kPause);
+    Sleep(20);
   }
   return true;
 }
 
 ProcessChain::ProcessChain() : job_(CreateJobObjectA(nullptr, nullptr)) {
-  // Also if this process is ended itself.
+  // The processes end even if this one is killed.
   JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
   limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
   SetInformationJobObject(job_, JobObjectExtendedLimitInformation, &limits, sizeof limits);
@@ -126,76 +98,64 @@ void ProcessChain::Start(const std::string& program, const std::string& options)
 }
 
 bool ProcessChain::WaitForEnd() {
-  return WaitUntil([this] { return RunningProcesses().empty(); });
+  return WaitUntil([this] {
+    JOBOBJECT_BASIC_ACCOUNTING_INFORMATION processes{};
+    EXPECT_TRUE(QueryInformationJobObject(job_, JobObjectBasicAccountingInformation, &processes,
+                                          sizeof processes, nullptr));
+    return processes.ActiveProcesses == 0;
+  });
 }
 
-std::vector<DWORD> ProcessChain::RunningProcesses() const {
-  constexpr std::size_t kMost = 64;
-  alignas(JOBOBJECT_BASIC_PROCESS_ID_LIST)
-      std::array<std::byte, sizeof(JOBOBJECT_BASIC_PROCESS_ID_LIST) + kMost * sizeof(ULONG_PTR)>
-          buffer{};
-  auto* const list = reinterpret_cast<JOBOBJECT_BASIC_PROCESS_ID_LIST*>(buffer.data());
-  if (!QueryInformationJobObject(job_, JobObjectBasicProcessIdList, list,
-                                 static_cast<DWORD>(buffer.size()), nullptr)) {
-    ADD_FAILURE() << "No list of processes: " << GetLastError();
-    return {};
+bool ProcessChain::Owns(HWND window) const {
+  DWORD id = 0;
+  GetWindowThreadProcessId(window, &id);
+  const HANDLE process = OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, id);
+  BOOL owns = FALSE;
+  IsProcessInJob(process, job_, &owns);
+  CloseHandle(process);
+  return owns != FALSE;
+}
+
+std::string AnswerBox(const ProcessChain& chain) {
+  const HWND box = WaitForWindow(chain, IsReadyBox);
+  if (box == nullptr) return "(no box)";
+  const std::string content = TextOf(box) + ": " + TextOf(GetDlgItem(box, kBoxTextControl));
+  const HWND button = FindWindowExA(box, nullptr, "Button", nullptr);
+  const bool isGone = WaitUntil([button] { return ClickButton(button); }) &&
+                      WaitUntil([box] { return !IsWindow(box); });
+  return content + (isGone ? "" : " (stays open)");
+}
+
+PatcherDialog::PatcherDialog(const ProcessChain& chain)
+    : window_(WaitForWindow(chain, IsPatcherDialog)) {}
+
+std::string PatcherDialog::Picture() const {
+  std::string picture = "<" + TextOf(WindowOf(Control::kStatusLine)) + ">";
+  for (const Control bar : {Control::kOverallBar, Control::kFileBar}) {
+    picture += " " + std::to_string(Ask(WindowOf(bar), PBM_GETPOS, 0, 0));
   }
-  std::vector<DWORD> processes;
-  for (DWORD i = 0; i < list->NumberOfProcessIdsInList; ++i) {
-    processes.push_back(static_cast<DWORD>(list->ProcessIdList[i]));
+  for (const Control control :
+       {Control::kUpdateButton, Control::kStartGameButton, Control::kRecheckButton,
+        Control::kOptionsButton, Control::kScreenshotsButton}) {
+    const HWND button = WindowOf(control);
+    const std::string caption = TextOf(button);
+    picture += IsWindowVisible(button) ? " " : " hidden";
+    picture += IsWindowEnabled(button) ? "[" + caption + "]" : "(" + caption + ")";
   }
-  return processes;
+  return picture;
 }
 
-std::optional<MessageBoxShown> WaitForBox(const ProcessChain& chain) {
-  HWND window = nullptr;
-  if (!WaitUntil([&] { return (window = FindBox(chain)) != nullptr; })) return std::nullopt;
-  return MessageBoxShown{window, TextOf(window), TextOf(GetDlgItem(window, kBoxTextControl))};
-}
-
-bool Answer(const MessageBoxShown& box) {
-  const HWND button = FindWindowExA(box.window, nullptr, "Button", nullptr);
-  return WaitUntil([button] { return ClickMiddleOf(button); }) &&
-         WaitUntil([&box] { return !IsWindow(box.window); });
-}
-
-PatcherDialog::PatcherDialog(const ProcessChain& chain) {
-  WaitUntil([&] { return (window_ = FindDialog(chain)) != nullptr; });
-}
-
-std::string PatcherDialog::Title() const { return TextOf(window_); }
-
-std::string PatcherDialog::Text(int control) const { return TextOf(Control(control)); }
-
-bool PatcherDialog::IsEnabled(int control) const {
-  return IsWindowEnabled(Control(control)) != FALSE;
-}
-
-bool PatcherDialog::IsVisible(int control) const {
-  return IsWindowVisible(Control(control)) != FALSE;
-}
-
-int PatcherDialog::BarPosition(int control) const {
-  return static_cast<int>(Ask(Control(control), PBM_GETPOS, 0, 0));
-}
-
-bool PatcherDialog::WaitForText(int control, const std::string& text) const {
-  return WaitUntil([&] { return Text(control) == text; });
-}
-
-bool PatcherDialog::WaitForEnabled(int control, bool enabled) const {
-  return WaitUntil([&] { return IsEnabled(control) == enabled; });
-}
-
-bool PatcherDialog::WaitForBarPosition(int control, int position) const {
-  return WaitUntil([&] { return BarPosition(control) == position; });
+bool PatcherDialog::WaitFor(const std::string& part) const {
+  if (WaitUntil([&] { return Picture().find(part) != std::string::npos; })) return true;
+  std::cout << "Waited for " << part << " at " << Picture() << "\n";
+  return false;
 }
 
 bool PatcherDialog::WaitForClosed() const {
   return WaitUntil([this] { return !IsOpen(); });
 }
 
-bool PatcherDialog::Click(int control) const { return ClickMiddleOf(Control(control)); }
+bool PatcherDialog::Click(Control control) const { return ClickButton(WindowOf(control)); }
 
 HWND PatcherDialog::Focus() const {
   GUITHREADINFO info{};
@@ -210,20 +170,24 @@ bool PatcherDialog::Press(WPARAM key) const {
          PostMessageW(focus, WM_KEYUP, key, 0) != FALSE;
 }
 
-bool PatcherDialog::TabTo(int control) const {
+bool PatcherDialog::TabTo(Control control) const {
   constexpr int kTabs = 8;
-  for (int i = 0; i < kTabs && Focus() != Control(control); ++i) {
+  for (int i = 0; i < kTabs && Focus() != WindowOf(control); ++i) {
     const HWND before = Focus();
     if (!Press(VK_TAB) || !WaitUntil([&] { return Focus() != before; })) return false;
   }
-  return Focus() == Control(control);
+  return Focus() == WindowOf(control);
 }
 
-void PatcherDialog::Command(int control) const {
+void PatcherDialog::Command(Control control) const {
   PostMessageA(window_, WM_COMMAND, MAKEWPARAM(control, BN_CLICKED),
-               reinterpret_cast<LPARAM>(Control(control)));
+               reinterpret_cast<LPARAM>(WindowOf(control)));
 }
 
 void PatcherDialog::Close() const { PostMessageA(window_, WM_SYSCOMMAND, SC_CLOSE, 0); }
+
+HWND PatcherDialog::WindowOf(Control control) const {
+  return GetDlgItem(window_, static_cast<int>(control));
+}
 
 }  // namespace velmora::test

@@ -1,22 +1,23 @@
-// The Windows program as a player meets it: its processes, its dialog and its message boxes. Texts
-// are code page 932, as the program's own. Nothing here waits longer than kPatience.
+// Drives the Windows program from outside, as a player does: starts it, reads its windows and
+// presses its buttons. Texts are in code page 932, as the program's own are. No wait is longer than
+// kPatience.
 #pragma once
 
 #include <windows.h>
 
 #include <functional>
-#include <optional>
 #include <string>
-#include <vector>
+
+#include "platform/dialog.h"
 
 namespace velmora::test {
 
 inline constexpr unsigned kPatience = 15000;  // milliseconds
 
-// Asks again and again; false if `holds` is still false at the end.
+// Checks `holds` repeatedly until it is true; false if it never is.
 bool WaitUntil(const std::function<bool()>& holds, unsigned milliseconds = kPatience);
 
-// A process and all that come of it. What still runs at the end is ended.
+// A process and all that it leads to. Its destructor ends those that still run.
 class ProcessChain {
  public:
   ProcessChain();
@@ -24,59 +25,51 @@ class ProcessChain {
   ProcessChain(const ProcessChain&) = delete;
   ProcessChain& operator=(const ProcessChain&) = delete;
 
-  // Starts a program of the working directory; its options are handed on as they are.
+  // Starts a program of the working directory. The options are its command line as they are.
   void Start(const std::string& program, const std::string& options = "");
-  // False if processes are left when patience is at an end.
+  // False if processes are still running after kPatience.
   [[nodiscard]] bool WaitForEnd();
-  [[nodiscard]] std::vector<DWORD> RunningProcesses() const;
+  // Whether a process of the chain made the window.
+  [[nodiscard]] bool Owns(HWND window) const;
 
  private:
   HANDLE job_;
 };
 
-struct MessageBoxShown {
-  HWND window = nullptr;
-  std::string caption;
-  std::string text;
-};
+// Waits for a message box, clicks its button and waits until the box is gone. Returns its caption
+// and text as "caption: text"; says so if no box appears, or if it stays.
+[[nodiscard]] std::string AnswerBox(const ProcessChain& chain);
 
-// The box that a process of the chain shows, or nothing if none comes.
-[[nodiscard]] std::optional<MessageBoxShown> WaitForBox(const ProcessChain& chain);
-// Clicks its button. False if the box stays.
-bool Answer(const MessageBoxShown& box);
-
-// The update dialog, found by its title. Controls go by their number.
+// The update dialog of a chain.
 class PatcherDialog {
  public:
-  // The dialog that a process of the chain shows. Without one, IsOpen is false.
+  using Control = platform::Control;
+
+  // Waits for the dialog. If none appears, IsOpen is false.
   explicit PatcherDialog(const ProcessChain& chain);
 
   [[nodiscard]] bool IsOpen() const { return IsWindow(window_) != FALSE; }
-  [[nodiscard]] std::string Title() const;
-  [[nodiscard]] std::string Text(int control) const;
-  [[nodiscard]] bool IsEnabled(int control) const;
-  [[nodiscard]] bool IsVisible(int control) const;
-  [[nodiscard]] int BarPosition(int control) const;
+  // What the dialog shows: "<status> overall-bar file-bar [button] (disabled button)", with
+  // "hidden" before a button that no player sees.
+  [[nodiscard]] std::string Picture() const;
+  // Waits until the picture has that part.
+  [[nodiscard]] bool WaitFor(const std::string& part) const;
+  [[nodiscard]] bool WaitForClosed() const;
 
-  bool WaitForText(int control, const std::string& text) const;
-  bool WaitForEnabled(int control, bool enabled) const;
-  bool WaitForBarPosition(int control, int position) const;
-  bool WaitForClosed() const;
-
-  // Presses the mouse button on a control and lets it go. False for one that a player can't press.
-  bool Click(int control) const;
+  // Clicks a control. False for one that a player can't press.
+  [[nodiscard]] bool Click(Control control) const;
   // Presses a key. False if no window has the focus.
   [[nodiscard]] bool Press(WPARAM key) const;
-  // Moves the focus to a control as a player without a mouse does. False if it can't be reached.
-  [[nodiscard]] bool TabTo(int control) const;
-  // The command of a button, for one that no player sees.
-  void Command(int control) const;
-  // What the cross in the title bar does.
+  // Moves the focus to a control by the Tab key. False if it can't be reached.
+  [[nodiscard]] bool TabTo(Control control) const;
+  // Sends the command of a button, even of a hidden one.
+  void Command(Control control) const;
+  // Closes the dialog as the cross in its title bar does.
   void Close() const;
 
  private:
   [[nodiscard]] HWND Focus() const;
-  [[nodiscard]] HWND Control(int number) const { return GetDlgItem(window_, number); }
+  [[nodiscard]] HWND WindowOf(Control control) const;
 
   HWND window_ = nullptr;
 };

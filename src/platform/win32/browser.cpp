@@ -14,10 +14,10 @@ namespace {
 
 IWebBrowser2& BrowserOf(Browser browser) { return *reinterpret_cast<IWebBrowser2*>(browser); }
 
-// A number as it is, for a parameter that knows two values by name.
-VARIANT_BOOL AsGiven(int value) { return static_cast<VARIANT_BOOL>(value); }
+// Not normalised: the browser gets the number itself.
+VARIANT_BOOL ToVariantBool(int value) { return static_cast<VARIANT_BOOL>(value); }
 
-// The text, which is in the thread's ANSI code page, for the browser; null without memory.
+// From the thread's ANSI code page. Null if memory runs out.
 BSTR AllocateBrowserText(const std::string& text) {
   const int bytes = static_cast<int>(text.size());
   const int length = MultiByteToWideChar(CP_THREAD_ACP, 0, text.data(), bytes, nullptr, 0);
@@ -26,7 +26,7 @@ BSTR AllocateBrowserText(const std::string& text) {
   return wide;
 }
 
-// A text that can't be had is handed to the browser as that error.
+// If memory runs out, the browser gets that error in place of the text.
 VARIANT BrowserText(const std::string& text) {
   VARIANT value;
   VariantInit(&value);
@@ -58,19 +58,19 @@ Browser GetBrowser(PaneControl control) {
 void ReleaseBrowser(Browser browser) { BrowserOf(browser).Release(); }
 
 void SetBrowserResizable(Browser browser, int value) {
-  BrowserOf(browser).put_Resizable(AsGiven(value));
+  BrowserOf(browser).put_Resizable(ToVariantBool(value));
 }
 
 void SetBrowserFullScreen(Browser browser, int value) {
-  BrowserOf(browser).put_FullScreen(AsGiven(value));
+  BrowserOf(browser).put_FullScreen(ToVariantBool(value));
 }
 
 void SetBrowserDropTarget(Browser browser, int value) {
-  BrowserOf(browser).put_RegisterAsDropTarget(AsGiven(value));
+  BrowserOf(browser).put_RegisterAsDropTarget(ToVariantBool(value));
 }
 
 void SetBrowserRegistered(Browser browser, int value) {
-  BrowserOf(browser).put_RegisterAsBrowser(AsGiven(value));
+  BrowserOf(browser).put_RegisterAsBrowser(ToVariantBool(value));
 }
 
 void NavigateBrowser(Browser browser, const std::string& url) {

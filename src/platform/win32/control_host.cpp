@@ -25,12 +25,12 @@ UINT getHostMessage = 0;
 UINT getControlMessage = 0;
 ATOM hostClass = 0;
 
-// COM's interfaces have no virtual destructors. Objects end by Release and by nothing else.
+// COM's interfaces have no virtual destructors: only Release deletes an object.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
-// What a control asks of the place where it is shown. The page and the dialog stay apart: the
-// control gets the host window's area, no menus, no tool bars and no status line.
+// The site that a control asks about its surroundings. It keeps page and dialog apart: the control
+// gets the host window's area, but no menus, tool bars or status line.
 class ControlHost final : public IOleClientSite,
                           public IOleInPlaceSite,
                           public IOleInPlaceFrame,
@@ -40,17 +40,17 @@ class ControlHost final : public IOleClientSite,
  public:
   explicit ControlHost(HWND window) : window_(window) {}
 
-  // Creates the control and shows it. False if that can't be done.
+  // Creates the control and shows it. False on failure.
   bool OpenControl(const CLSID& classId);
-  // Ends the control. After this the host only waits to be released.
+  // Closes the control. After this the host only waits to be released.
   void CloseControl();
 
   // The control with a reference for the caller, or null.
   [[nodiscard]] IUnknown* GetControl() const;
   void FillWindow();
   void Focus();
-  // Offers a key to the control. True if the control has made use of it.
-  [[nodiscard]] bool TakeKey(MSG& message);
+  // True if the control handled the key.
+  [[nodiscard]] bool OfferKey(MSG& message);
 
   // IUnknown
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** result) override;
@@ -121,7 +121,7 @@ class ControlHost final : public IOleClientSite,
   HRESULT STDMETHODCALLTYPE Invoke(DISPID property, REFIID, LCID, WORD flags, DISPPARAMS*,
                                    VARIANT* result, EXCEPINFO*, UINT*) override;
 
-  // IDocHostUIHandler. Its S_FALSE leaves the matter to the browser.
+  // IDocHostUIHandler. S_FALSE leaves the matter to the browser.
   HRESULT STDMETHODCALLTYPE ShowContextMenu(DWORD, POINT*, IUnknown*, IDispatch*) override {
     return S_FALSE;
   }
@@ -152,7 +152,7 @@ class ControlHost final : public IOleClientSite,
  private:
   ~ControlHost() = default;
 
-  [[nodiscard]] RECT Area() const;
+  [[nodiscard]] RECT ClientArea() const;
   [[nodiscard]] bool ShowControl();
   HRESULT DoVerb(IOleObject& object, LONG verb);
 
@@ -171,7 +171,7 @@ bool ControlHost::OpenControl(const CLSID& classId) {
 
 bool ControlHost::ShowControl() {
   ComPtr<IOleObject> object;
-  // A control that isn't made to be shown is held all the same.
+  // A control without a user interface is hosted, too.
   if (FAILED(control_.As(&object))) return true;
   if (FAILED(object->SetClientSite(this))) return false;
   ComPtr<IPersistStreamInit> state;
@@ -180,7 +180,7 @@ bool ControlHost::ShowControl() {
 }
 
 void ControlHost::CloseControl() {
-  // The control calls back while it ends, and must no longer be found by then.
+  // The control calls back while it closes, and must no longer be found then.
   const ComPtr<IUnknown> control = std::move(control_);
   ComPtr<IOleObject> object;
   if (control && SUCCEEDED(control.As(&object))) {
@@ -198,7 +198,7 @@ IUnknown* ControlHost::GetControl() const {
 void ControlHost::FillWindow() {
   ComPtr<IOleInPlaceObject> object;
   if (!control_ || FAILED(control_.As(&object))) return;
-  const RECT area = Area();
+  const RECT area = ClientArea();
   object->SetObjectRects(&area, &area);
 }
 
@@ -207,20 +207,20 @@ void ControlHost::Focus() {
   if (control_ && SUCCEEDED(control_.As(&object))) DoVerb(*object.Get(), OLEIVERB_UIACTIVATE);
 }
 
-bool ControlHost::TakeKey(MSG& message) {
+bool ControlHost::OfferKey(MSG& message) {
   ComPtr<IOleInPlaceActiveObject> active;
   if (!control_ || FAILED(control_.As(&active))) return false;
   return active->TranslateAccelerator(&message) == S_OK;
 }
 
-RECT ControlHost::Area() const {
+RECT ControlHost::ClientArea() const {
   RECT area = {};
   GetClientRect(window_, &area);
   return area;
 }
 
 HRESULT ControlHost::DoVerb(IOleObject& object, LONG verb) {
-  const RECT area = Area();
+  const RECT area = ClientArea();
   return object.DoVerb(verb, nullptr, this, 0, window_, &area);
 }
 
@@ -266,7 +266,7 @@ HRESULT ControlHost::GetWindowContext(IOleInPlaceFrame** frame, IOleInPlaceUIWin
   AddRef();
   *frame = this;
   *document = nullptr;
-  *area = Area();
+  *area = ClientArea();
   *clip = *area;
   info->fMDIApp = FALSE;
   info->hwndFrame = window_;
@@ -338,17 +338,17 @@ HRESULT ControlHost::FilterDataObject(IDataObject*, IDataObject** filtered) {
   return S_FALSE;
 }
 
-// The host window. It holds one reference to its host object.
+// The host window holds one reference to its ControlHost.
 
-// Other modules may have classes of the same name, and the name alone makes the atom.
+// Classes of one name share their atom, and another module may have one of this name.
 bool IsHostWindow(HWND window) {
   const auto program = reinterpret_cast<ULONG_PTR>(GetModuleHandleA(nullptr));
   return GetClassLongPtrA(window, GCW_ATOM) == hostClass &&
          GetClassLongPtrA(window, GCLP_HMODULE) == program;
 }
 
-// The host of a window; null for a window of another class, and for one without a host. The
-// window's procedure says nothing: a tool may have put its own in front.
+// The host of a window; null for a window of another class, and for one without a host. Comparing
+// the window procedure wouldn't do: another program may have subclassed the window.
 ControlHost* HostOf(HWND window) {
   if (!IsHostWindow(window)) return nullptr;
   return reinterpret_cast<ControlHost*>(GetWindowLongPtrA(window, GWLP_USERDATA));
@@ -358,12 +358,12 @@ void SetHost(HWND window, ControlHost* host) {
   SetWindowLongPtrA(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(host));
 }
 
-// The class id that the window's caption holds. The caption isn't meant for eyes and is emptied.
+// Reads the class id in the window's caption and clears the caption, which nobody should see.
 bool TakeClassId(HWND window, CLSID& classId) {
   wchar_t caption[64] = L"";
   GetWindowTextW(window, caption, static_cast<int>(std::size(caption)));
   SetWindowTextW(window, L"");
-  // Unlike CLSIDFromString, this takes nothing but an id in braces.
+  // Unlike CLSIDFromString, this accepts nothing but an id in braces.
   return SUCCEEDED(IIDFromString(caption, &classId));
 }
 
@@ -376,21 +376,21 @@ bool OnCreate(HWND window) {
     OleUninitialize();
     return false;
   }
-  // From here on it is OnEnd that cleans up, also when the control can't be opened.
+  // From here on OnFinalMessage cleans up, also when the control can't be opened.
   SetHost(window, host);
   return host->OpenControl(classId);
 }
 
-// The dialog manager looks for tab stops only in children that say they have some. So the host says
-// so as soon as a window of its control does.
+// The dialog manager looks for tab stops only inside children with WS_EX_CONTROLPARENT, so the host
+// takes that style over from the control's window.
 void OnChildCreated(HWND window, HWND child) {
   if ((GetWindowLongPtrA(child, GWL_EXSTYLE) & WS_EX_CONTROLPARENT) == 0) return;
   const LONG_PTR style = GetWindowLongPtrA(window, GWL_EXSTYLE);
   SetWindowLongPtrA(window, GWL_EXSTYLE, style | WS_EX_CONTROLPARENT);
 }
 
-void OnEnd(HWND window, ControlHost& host) {
-  // A window whose creation failed comes here without having been destroyed.
+void OnFinalMessage(HWND window, ControlHost& host) {
+  // A window whose creation failed gets no WM_DESTROY.
   host.CloseControl();
   SetHost(window, nullptr);
   host.Release();
@@ -418,11 +418,11 @@ LRESULT CALLBACK HostWindowProc(HWND window, UINT message, WPARAM wParam, LPARAM
       if (LOWORD(wParam) == WM_CREATE) OnChildCreated(window, reinterpret_cast<HWND>(lParam));
       break;
     case WM_DESTROY:
-      // The control's windows live up to here, and it ends them itself.
+      // While the control's windows still exist: it destroys them itself.
       host->CloseControl();
       break;
     case WM_NCDESTROY:
-      OnEnd(window, *host);
+      OnFinalMessage(window, *host);
       break;
     default:
       break;
@@ -447,23 +447,23 @@ void RegisterHostClass() {
   hostClass = RegisterClassExA(&description);
 }
 
-// Keys. The dialog manager would keep Tab, Enter and the arrows for itself, so a filter lets a
-// control's keys pass by it.
+// The dialog manager would keep Tab, Enter and the arrow keys for itself, so a message filter
+// offers keys to the control first.
 
-ControlHost* HostAround(HWND window) {
+ControlHost* EnclosingHost(HWND window) {
   for (; window != nullptr; window = GetAncestor(window, GA_PARENT)) {
     if (ControlHost* const host = HostOf(window)) return host;
   }
   return nullptr;
 }
 
-bool TakeKeyOfControl(MSG& message) {
+bool HandleControlKey(MSG& message) {
   if (message.message < WM_KEYFIRST || message.message > WM_KEYLAST) return false;
-  ControlHost* const host = HostAround(message.hwnd);
+  ControlHost* const host = EnclosingHost(message.hwnd);
   if (host == nullptr) return false;
-  if (host->TakeKey(message)) return true;
-  // Tab leaves a page behind its last link. Any other key stays in the page: Enter there must not
-  // press the dialog's default button. Characters pass, the dialog manager has no use for them.
+  if (host->OfferKey(message)) return true;
+  // Tab leaves the page after its last link. Any other key stays in the page: Enter must not press
+  // the dialog's default button. Characters pass, since the dialog manager ignores them.
   if (message.message != WM_KEYDOWN || message.wParam == VK_TAB) return false;
   TranslateMessage(&message);
   DispatchMessageW(&message);
@@ -471,11 +471,11 @@ bool TakeKeyOfControl(MSG& message) {
 }
 
 LRESULT CALLBACK FilterMessage(int code, WPARAM wParam, LPARAM lParam) {
-  if (code == MSGF_DIALOGBOX && TakeKeyOfControl(*reinterpret_cast<MSG*>(lParam))) return 1;
+  if (code == MSGF_DIALOGBOX && HandleControlKey(*reinterpret_cast<MSG*>(lParam))) return 1;
   return CallNextHookEx(nullptr, code, wParam, lParam);
 }
 
-// The filter, in force for the dialogs of this thread.
+// The filter is in force for this thread's dialogs while the object lives.
 class KeyFilter {
  public:
   KeyFilter()
@@ -490,60 +490,60 @@ class KeyFilter {
   HHOOK hook_;
 };
 
-// A dialog template of the extended form is a row of 16-bit words: a head of fixed size, names and
-// texts, and after them the controls, each aligned to 32 bits and shaped in the same way.
+// An extended dialog template (DLGTEMPLATEEX) is a sequence of 16-bit words: a header of fixed
+// size, then menu, window class, title and font, then the controls. Each control is aligned to 32
+// bits and has a header, a window class, a text and data (DLGITEMTEMPLATEEX).
 
-constexpr std::size_t kStyleAt = 6;
-constexpr std::size_t kControlCountAt = 8;
-constexpr std::size_t kHeadWords = 13;
+constexpr std::size_t kStyleIndex = 6;
+constexpr std::size_t kControlCountIndex = 8;
+constexpr std::size_t kHeaderWords = 13;
 constexpr std::size_t kFontWords = 3;
-constexpr std::size_t kControlHeadWords = 12;
-constexpr WORD kOrdinal = 0xFFFF;
+constexpr std::size_t kControlHeaderWords = 12;
+constexpr WORD kOrdinalMark = 0xFFFF;
 
-const WORD* BehindText(const WORD* at) {
+const WORD* SkipString(const WORD* at) {
   while (*at != 0) ++at;
   return at + 1;
 }
 
-// A name is a text, or a mark with a number behind it.
-const WORD* BehindName(const WORD* at) { return *at == kOrdinal ? at + 2 : BehindText(at); }
+// A name is a string, or a mark and a number.
+const WORD* SkipName(const WORD* at) { return *at == kOrdinalMark ? at + 2 : SkipString(at); }
 
-const WORD* OnBorder(const WORD* at) {
+const WORD* AlignToDword(const WORD* at) {
   return reinterpret_cast<std::uintptr_t>(at) % sizeof(DWORD) == 0 ? at : at + 1;
 }
 
 const WORD* FirstControl(const WORD* dialog) {
-  const WORD* const menu = dialog + kHeadWords;
-  const WORD* const behindTitle = BehindText(BehindName(BehindName(menu)));
-  const bool namesFont = (dialog[kStyleAt] & DS_SETFONT) != 0;
-  return OnBorder(namesFont ? BehindText(behindTitle + kFontWords) : behindTitle);
+  const WORD* const menu = dialog + kHeaderWords;
+  const WORD* const afterTitle = SkipString(SkipName(SkipName(menu)));
+  const bool hasFont = (dialog[kStyleIndex] & DS_SETFONT) != 0;
+  return AlignToDword(hasFont ? SkipString(afterTitle + kFontWords) : afterTitle);
 }
 
 const WORD* NextControl(const WORD* control) {
-  const WORD* const dataSize = BehindName(BehindName(control + kControlHeadWords));
-  return OnBorder(dataSize + 1 + (*dataSize + 1) / 2);
+  const WORD* const dataSize = SkipName(SkipName(control + kControlHeaderWords));
+  return AlignToDword(dataSize + 1 + (*dataSize + 1) / 2);
 }
 
-bool NamesClassId(const WORD* control) { return control[kControlHeadWords] == L'{'; }
+bool HasClassId(const WORD* control) { return control[kControlHeaderWords] == L'{'; }
 
 struct Controls {
   const WORD* begin;
   const WORD* end;
-  int byClassId = 0;  // how many name a class id in place of a window class
+  int classIds = 0;  // how many have a class id in place of a window class
 };
 
 Controls ScanControls(const WORD* dialog) {
   Controls controls = {.begin = FirstControl(dialog), .end = FirstControl(dialog)};
-  for (WORD left = dialog[kControlCountAt]; left > 0; --left) {
-    if (NamesClassId(controls.end)) ++controls.byClassId;
+  for (WORD left = dialog[kControlCountIndex]; left > 0; --left) {
+    if (HasClassId(controls.end)) ++controls.classIds;
     controls.end = NextControl(controls.end);
   }
   return controls;
 }
 
-// A copy of the template without the controls by class id, which no window class can serve and
-// which would keep the whole dialog from being built. Null without memory. The caller gives it back
-// by GlobalFree.
+// A copy of the template without the controls that have a class id: no window class is named so,
+// and the whole dialog would fail. Null if memory runs out. The caller frees it by GlobalFree.
 WORD* CopyWithoutClassIds(const WORD* dialog, const Controls& controls) {
   const auto words = static_cast<std::size_t>(controls.end - dialog);
   auto* const copy = static_cast<WORD*>(GlobalAlloc(GMEM_FIXED, words * sizeof(WORD)));
@@ -551,10 +551,10 @@ WORD* CopyWithoutClassIds(const WORD* dialog, const Controls& controls) {
   WORD* out = std::copy(dialog, controls.begin, copy);
   for (const WORD* at = controls.begin; at != controls.end;) {
     const WORD* const next = NextControl(at);
-    if (!NamesClassId(at)) out = std::copy(at, next, out);
+    if (!HasClassId(at)) out = std::copy(at, next, out);
     at = next;
   }
-  copy[kControlCountAt] = static_cast<WORD>(copy[kControlCountAt] - controls.byClassId);
+  copy[kControlCountIndex] = static_cast<WORD>(copy[kControlCountIndex] - controls.classIds);
   return copy;
 }
 
@@ -581,15 +581,15 @@ void AtlAxWinInit() {
   RegisterHostClass();
 }
 
-// Initialisation data beside the template (resource type 240) isn't looked for: it would belong to
-// controls by class id, and those are left out.
+// Initialisation data for controls (resource type 240) is ignored: it would belong to controls with
+// a class id, and those are left out.
 INT_PTR AtlAxDialogBox(HINSTANCE instance, WORD templateNumber, HWND owner, DLGPROC procedure,
                        LPARAM parameter) {
   AtlAxWinInit();
   const WORD* const dialog = LoadTemplate(instance, templateNumber);
   if (dialog == nullptr) return -1;
   const Controls controls = ScanControls(dialog);
-  if (controls.byClassId == 0) return ShowDialog(instance, dialog, owner, procedure, parameter);
+  if (controls.classIds == 0) return ShowDialog(instance, dialog, owner, procedure, parameter);
 
   WORD* const copy = CopyWithoutClassIds(dialog, controls);
   if (copy == nullptr) return -1;

@@ -10,7 +10,7 @@
 #include "platform/win32/control_host.h"
 #include "platform/win32/dialog.h"
 #include "platform/win32/instance.h"
-#include "platform/win32/wide_text.h"
+#include "platform/win32/utf16.h"
 
 namespace velmora::platform {
 namespace {
@@ -21,25 +21,25 @@ constexpr WORD kProgramIcon = 146;
 // Tells the dialog that the control whose window is the wParam is about to be disabled.
 constexpr UINT kBeforeDisabling = WM_APP;
 
-// Set once, read by the worker as well. It keeps its value when the window has gone, and all calls
-// with it then fail without harm.
+// Set once, and read by the worker as well. It keeps its value when the window is destroyed; all
+// calls with it then fail without harm.
 std::atomic<HWND> dialogWindow = nullptr;
 DialogHandlers dialogHandlers = {};
 
 HWND ControlWindow(Control control) { return GetDlgItem(dialogWindow, static_cast<int>(control)); }
 
-// A negative number keeps its sign in the wider parameter of a 64-bit system.
+// A negative number keeps its sign in the wider parameters of a 64-bit system.
 void SendToBar(Control bar, UINT message, std::int32_t wParam, std::int32_t lParam) {
   SendDlgItemMessageA(dialogWindow, static_cast<int>(bar), message, static_cast<WPARAM>(wParam),
                       lParam);
 }
 
 void SetText(Control control, const std::string& text) {
-  SetWindowTextW(ControlWindow(control), WideText(text).c_str());
+  SetWindowTextW(ControlWindow(control), ToUtf16(text).c_str());
 }
 
-// A disabled control loses the focus to nobody, and from then on no key reaches the dialog.
-void MoveFocusOnFrom(HWND control) {
+// When a control with the focus is disabled, nothing has the focus, and no key reaches the dialog.
+void MoveFocusFrom(HWND control) {
   if (GetFocus() == control) SendMessageW(dialogWindow, WM_NEXTDLGCTL, 0, FALSE);
 }
 
@@ -58,23 +58,22 @@ INT_PTR CALLBACK UpdateDialogProc(HWND window, UINT message, WPARAM wParam, LPAR
       dialogHandlers.destroyed();
       return FALSE;
     case kBeforeDisabling:
-      MoveFocusOnFrom(reinterpret_cast<HWND>(wParam));
+      MoveFocusFrom(reinterpret_cast<HWND>(wParam));
       return FALSE;
     default:
       return FALSE;
   }
 }
 
-// OLE on the dialog's thread, longer than the dialog: a browser that is released with the dialog's
-// last messages still finds it.
-class OleOfThread {
+// OLE for the dialog's thread. It outlives the dialog, whose last messages may release a browser.
+class OleScope {
  public:
-  OleOfThread() : started_(SUCCEEDED(OleInitialize(nullptr))) {}
-  ~OleOfThread() {
+  OleScope() : started_(SUCCEEDED(OleInitialize(nullptr))) {}
+  ~OleScope() {
     if (started_) OleUninitialize();
   }
-  OleOfThread(const OleOfThread&) = delete;
-  OleOfThread& operator=(const OleOfThread&) = delete;
+  OleScope(const OleScope&) = delete;
+  OleScope& operator=(const OleScope&) = delete;
 
  private:
   bool started_;
@@ -107,7 +106,7 @@ void StepBar(Control bar) { SendToBar(bar, PBM_STEPIT, 0, 0); }
 
 void EnableControl(Control control, bool enable) {
   const HWND window = ControlWindow(control);
-  // The focus is a matter of the dialog's thread.
+  // Only the dialog's thread can move the focus.
   if (!enable) SendMessageW(dialogWindow, kBeforeDisabling, reinterpret_cast<WPARAM>(window), 0);
   EnableWindow(window, enable ? TRUE : FALSE);
 }
@@ -121,15 +120,15 @@ void SetDialogIcon() {
 }
 
 void ShowMessageBox(const std::string& text, const std::string& caption, std::uint32_t type) {
-  // No owner at all would be a good one to MessageBoxW, and the box would stand by itself.
+  // MessageBoxW accepts a null owner, and would show a box that belongs to no window.
   if (!IsWindow(dialogWindow)) return;
-  MessageBoxW(dialogWindow, WideText(text).c_str(), WideText(caption).c_str(), type);
+  MessageBoxW(dialogWindow, ToUtf16(text).c_str(), ToUtf16(caption).c_str(), type);
 }
 
 void AskToClose() { SendMessageA(dialogWindow, WM_CLOSE, 0, 0); }
 
 int RunUpdateDialog(const DialogHandlers& handlers) {
-  const OleOfThread ole;
+  const OleScope ole;
   dialogHandlers = handlers;
   RegisterProgressBars();
   AtlAxWinInit();

@@ -5,7 +5,7 @@
 
 namespace velmora::platform {
 
-// Null before the dialog's first message. After the dialog has gone it names a window that is gone.
+// Null before the dialog's first message. Keeps its value when the dialog's window is destroyed.
 [[nodiscard]] HWND DialogWindow();
 
 }  // namespace velmora::platform

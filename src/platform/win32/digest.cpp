@@ -1,6 +1,6 @@
 #include "platform/digest.h"
 
-// windows.h comes first: the other doesn't stand by itself.
+// windows.h comes first: the other header needs it.
 // clang-format off
 #include <windows.h>
 #include <wincrypt.h>
@@ -8,24 +8,22 @@
 
 #include <algorithm>
 
-#include "platform/win32/last_error.h"
-
 namespace velmora::platform {
 
 static_assert(kErrorBadKeySet == NTE_BAD_KEYSET);
 
 namespace {
 
-bool Tell(bool succeeded, std::int32_t& error) {
-  if (!succeeded) error = LastErrorCode();
+bool RecordError(bool succeeded, std::int32_t& error) {
+  if (!succeeded) error = static_cast<std::int32_t>(GetLastError());
   return succeeded;
 }
 
 bool GetHashValue(DigestHandle digest, BYTE* buffer, std::uint32_t& length, std::int32_t& error) {
-  DWORD room = length;
-  const bool succeeded = CryptGetHashParam(digest, HP_HASHVAL, buffer, &room, 0) != FALSE;
-  if (succeeded) length = room;
-  return Tell(succeeded, error);
+  DWORD size = length;
+  const bool succeeded = CryptGetHashParam(digest, HP_HASHVAL, buffer, &size, 0) != FALSE;
+  if (succeeded) length = size;
+  return RecordError(succeeded, error);
 }
 
 }  // namespace
@@ -35,23 +33,23 @@ DigestHandle OpenDigestProvider(KeySet keySet, std::int32_t& error) {
   HCRYPTPROV provider = 0;
   const bool opened =
       CryptAcquireContextA(&provider, nullptr, nullptr, PROV_RSA_FULL, flags) != FALSE;
-  return Tell(opened, error) ? provider : 0;
+  return RecordError(opened, error) ? provider : 0;
 }
 
 DigestHandle CreateDigest(DigestHandle provider, DigestKind kind, std::int32_t& error) {
   const ALG_ID algorithm = kind == DigestKind::kMd5 ? CALG_MD5 : CALG_SHA1;
   HCRYPTHASH hash = 0;
-  return Tell(CryptCreateHash(provider, algorithm, 0, 0, &hash) != FALSE, error) ? hash : 0;
+  return RecordError(CryptCreateHash(provider, algorithm, 0, 0, &hash) != FALSE, error) ? hash : 0;
 }
 
 bool FeedDigest(DigestHandle digest, const void* data, std::uint32_t length, std::int32_t& error) {
-  // Wine gives a wrong SHA-1 for one call with 600 MiB. An empty block is a call too.
+  // Wine returns a wrong SHA-1 for one call with 600 MiB. An empty block takes one call, too.
   constexpr std::uint32_t kSlice = 64U << 20;
   const auto* bytes = static_cast<const BYTE*>(data);
   std::uint32_t fed = 0;
   do {
     const std::uint32_t size = std::min(kSlice, length - fed);
-    if (!Tell(CryptHashData(digest, bytes + fed, size, 0) != FALSE, error)) return false;
+    if (!RecordError(CryptHashData(digest, bytes + fed, size, 0) != FALSE, error)) return false;
     fed += size;
   } while (fed < length);
   return true;

@@ -1,18 +1,19 @@
 #include "platform/files.h"
 
-// windows.h comes first: the others don't stand by themselves.
+// windows.h comes first: the other headers need it.
 // clang-format off
 #include <windows.h>
 #include <dbghelp.h>
 #include <shlwapi.h>
 // clang-format on
 
+#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "base/ascii.h"
 #include "base/text.h"
-#include "platform/win32/last_error.h"
-#include "platform/win32/wide_text.h"
+#include "platform/win32/utf16.h"
 
 namespace velmora::platform {
 
@@ -20,7 +21,7 @@ namespace {
 
 const std::intptr_t kNoFile = reinterpret_cast<std::intptr_t>(INVALID_HANDLE_VALUE);
 
-// Of this header's operations only: the system's own changes with every call that anyone makes.
+// Of this header's operations only: the system's own code changes with any call in this thread.
 thread_local std::int32_t lastError = 0;
 
 bool Fail(DWORD code) {
@@ -28,37 +29,51 @@ bool Fail(DWORD code) {
   return false;
 }
 
-// Keeps the reason of a failure before another call can overwrite it.
-bool Remember(bool succeeded) { return succeeded || Fail(GetLastError()); }
+// Keeps the code of a failure before another call can overwrite it.
+bool RecordError(bool succeeded) { return succeeded || Fail(GetLastError()); }
 
 HANDLE HandleOf(std::intptr_t file) { return reinterpret_cast<HANDLE>(file); }
 
-// INVALID_HANDLE_VALUE stands for the process itself, which the system would "close" with success.
+// INVALID_HANDLE_VALUE is also the pseudo-handle of the process, so closing it would succeed.
 bool CloseIfOpen(std::intptr_t file) {
   return file == kNoFile ? Fail(ERROR_INVALID_HANDLE)
-                         : Remember(CloseHandle(HandleOf(file)) != FALSE);
+                         : RecordError(CloseHandle(HandleOf(file)) != FALSE);
 }
 
-// Names such as CON open a device, from which a read may wait for ever.
-std::intptr_t OnlyDiskFile(HANDLE file) {
-  if (!Remember(file != INVALID_HANDLE_VALUE)) return kNoFile;
+// Takes the handle if it is of a file on disk. A name such as CON opens a device, from which a read
+// may never return.
+std::intptr_t AcceptDiskFile(HANDLE file) {
+  if (!RecordError(file != INVALID_HANDLE_VALUE)) return kNoFile;
   if (GetFileType(file) == FILE_TYPE_DISK) return reinterpret_cast<std::intptr_t>(file);
   CloseHandle(file);
   Fail(ERROR_ACCESS_DENIED);
   return kNoFile;
 }
 
-std::intptr_t OpenToRead(const std::string& path) {
-  return OnlyDiskFile(CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+HANDLE OpenExisting(const std::string& path, DWORD access, DWORD sharing) {
+  return CreateFileA(path.c_str(), access, sharing, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
+                     nullptr);
 }
 
-// What an attribute keeps from being written: the call that replaces a file fails for these, as far
-// as the system looks at them by itself.
+bool CanBeOpened(const std::string& path, DWORD access, DWORD sharing) {
+  const HANDLE file = OpenExisting(path, access, sharing);
+  if (!RecordError(file != INVALID_HANDLE_VALUE)) return false;
+  CloseHandle(file);
+  return true;
+}
+
+// Attributes that protect a file from being replaced. Not every call of the system heeds each of
+// them.
 bool IsProtected(DWORD attributes) {
   constexpr DWORD kProtects =
       FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kProtects) != 0;
+}
+
+std::intptr_t OpenToRead(const std::string& path) {
+  return AcceptDiskFile(OpenExisting(path, GENERIC_READ, FILE_SHARE_READ));
 }
 
 std::intptr_t OpenToReplace(const std::string& path) {
@@ -66,19 +81,19 @@ std::intptr_t OpenToReplace(const std::string& path) {
     Fail(ERROR_ACCESS_DENIED);
     return kNoFile;
   }
-  return OnlyDiskFile(CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                  CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+  return AcceptDiskFile(CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                    CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
-// With no right but this one, the system itself puts every write at the end, so several threads and
+// With FILE_APPEND_DATA alone, the system itself puts each write at the end, so several threads and
 // processes may write the log at once.
 std::intptr_t OpenToAppend(const std::string& path) {
-  return OnlyDiskFile(CreateFileA(path.c_str(), FILE_APPEND_DATA,
-                                  FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+  return AcceptDiskFile(CreateFileA(path.c_str(), FILE_APPEND_DATA,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
-// A copy takes the attributes of its source over.
+// A copy has the attributes of its source.
 bool ClearReadOnly(const std::string& path) {
   const DWORD attributes = GetFileAttributesA(path.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return false;
@@ -87,142 +102,128 @@ bool ClearReadOnly(const std::string& path) {
   return SetFileAttributesA(path.c_str(), writable) != FALSE;
 }
 
-// A link's own directory is elsewhere; other reparse points, as of files kept in a cloud, are here.
-bool IsLinkItself(const WIN32_FIND_DATAA& found) {
+// Not every reparse point is a link: files that are kept in a cloud are none.
+bool IsLinkEntry(const WIN32_FIND_DATAA& found) {
   return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
          IsReparseTagNameSurrogate(found.dwReserved0);
 }
 
-// A separator at the end of a path leads through a link.
-std::string WithoutLastSeparators(const std::string& path) {
-  std::size_t length = 0;
-  for (std::size_t i = 0; i < path.size(); i += CharacterLength(path, i)) {
-    if (path[i] != '\\' && path[i] != '/') length = i + CharacterLength(path, i);
+// `path` without what follows the last character that matches; empty if none does.
+std::string UpToLast(const std::string& path, bool (*matches)(std::string_view character)) {
+  const char* end = path.data();
+  for (const std::string_view character : Characters(path)) {
+    if (matches(character)) end = character.data() + character.size();
   }
-  return path.substr(0, length);
+  return {path.data(), end};
+}
+
+// A path with a separator at its end leads through a link.
+std::string WithoutTrailingSeparators(const std::string& path) {
+  return UpToLast(path, [](std::string_view character) { return !IsSeparator(character[0]); });
 }
 
 bool HasOtherNames(const std::string& path) {
-  const HANDLE file =
-      CreateFileA(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE file = OpenExisting(path, 0, kShareAll);
   if (file == INVALID_HANDLE_VALUE) return false;
   BY_HANDLE_FILE_INFORMATION information{};
-  const bool told = GetFileInformationByHandle(file, &information) != FALSE;
+  const bool succeeded = GetFileInformationByHandle(file, &information) != FALSE;
   CloseHandle(file);
-  return told && information.nNumberOfLinks > 1;
+  return succeeded && information.nNumberOfLinks > 1;
 }
 
-// A file system journals its names and not what files hold, so that goes to the disk first.
+// A file system journals names but not the content of files, so the content is flushed first.
 bool FlushHandle(HANDLE file) {
   if (FlushFileBuffers(file)) return true;
   const DWORD reason = GetLastError();
-  // Such a volume knows no flushing.
+  // The volume has no such operation.
   return reason == ERROR_INVALID_FUNCTION || reason == ERROR_NOT_SUPPORTED || Fail(reason);
 }
 
-// One that nobody may write has nothing to be flushed.
+// A protected file can't have been written.
 bool FlushFile(const std::string& path) {
   if (IsProtected(GetFileAttributesA(path.c_str()))) return true;
-  const HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (!Remember(file != INVALID_HANDLE_VALUE)) return false;
+  const HANDLE file = OpenExisting(path, GENERIC_WRITE, FILE_SHARE_READ);
+  if (!RecordError(file != INVALID_HANDLE_VALUE)) return false;
   const bool flushed = FlushHandle(file);
   CloseHandle(file);
   return flushed;
 }
 
-// The path with its last element as the file has it on disk: a list may spell it otherwise.
-std::string AsOnDisk(const std::string& path) {
+// The path with the file's name as it is on disk: a list may write it in another case.
+std::string WithNameOnDisk(const std::string& path) {
   WIN32_FIND_DATAA found{};
   const HANDLE search = FindFirstFileA(path.c_str(), &found);
   if (search == INVALID_HANDLE_VALUE) return path;
   FindClose(search);
   const std::string name = found.cFileName;
   const auto* last = PathFindFileNameA(path.c_str());
-  if (lstrcmpiA(last, name.c_str()) != 0) return path;  // a short name, or one beyond the code page
+  // They differ in more for a short name, and for one outside the code page.
+  if (lstrcmpiA(last, name.c_str()) != 0) return path;
   return path.substr(0, static_cast<std::size_t>(last - path.c_str())) + name;
 }
 
-// Whether somebody keeps the file from being replaced. Asked first, since Wine's replacement leaves
-// a temporary file after each failure, and Windows' may move a running program away.
-bool CanBeReplaced(const std::string& path) {
-  const HANDLE file = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
-                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (!Remember(file != INVALID_HANDLE_VALUE)) return false;
-  CloseHandle(file);
-  return true;
-}
-
-// Keeps what the old file had of its own. On a volume that has no such things a plain move does;
-// and should this fail between its own two steps, the old file is gone and the move is due.
+// ReplaceFileA keeps the old file's access list, attributes and streams. A plain move is right on a
+// volume without these, and when ReplaceFileA failed after it had removed the old file.
 bool ReplaceExisting(const std::string& from, const std::string& to) {
-  if (!CanBeReplaced(to)) return false;
-  if (ReplaceFileA(AsOnDisk(to).c_str(), from.c_str(), nullptr, 0, nullptr, nullptr)) return true;
+  // Checked first: after a failure Wine's ReplaceFileA leaves a temporary file behind, and Windows'
+  // may move a running program away.
+  if (!CanBeOpened(to, GENERIC_READ | GENERIC_WRITE | DELETE, kShareAll)) return false;
+  const std::string target = WithNameOnDisk(to);
+  if (ReplaceFileA(target.c_str(), from.c_str(), nullptr, 0, nullptr, nullptr)) return true;
   const DWORD reason = GetLastError();
   const bool isMoveDue = reason == ERROR_UNABLE_TO_MOVE_REPLACEMENT ||
                          reason == ERROR_UNABLE_TO_MOVE_REPLACEMENT_2 ||
                          reason == ERROR_INVALID_FUNCTION || reason == ERROR_NOT_SUPPORTED;
   if (!isMoveDue) return Fail(reason);
-  return Remember(MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE);
+  return RecordError(MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE);
 }
 
-// Everything in front of the last backslash, with it; empty if there is none.
+// Everything up to the last backslash, which is included; empty if there is none.
 std::string DirectoryPart(const std::string& path) {
-  std::size_t length = 0;
-  for (std::size_t i = 0; i < path.size(); i += CharacterLength(path, i)) {
-    if (path[i] == '\\') length = i + 1;
-  }
-  return path.substr(0, length);
+  return UpToLast(path, [](std::string_view character) { return character == "\\"; });
 }
 
 }  // namespace
 
 bool FileExists(const std::string& path) {
-  return Remember(PathFileExistsA(path.c_str()) != FALSE);
+  return RecordError(PathFileExistsA(path.c_str()) != FALSE);
 }
 
 bool IsDirectory(const std::string& path) {
-  return Remember(PathIsDirectoryA(path.c_str()) != FALSE);
+  return RecordError(PathIsDirectoryA(path.c_str()) != FALSE);
 }
 
 bool IsLink(const std::string& path) {
   WIN32_FIND_DATAA found{};
-  const HANDLE search = FindFirstFileA(WithoutLastSeparators(path).c_str(), &found);
-  if (!Remember(search != INVALID_HANDLE_VALUE)) return false;
+  const HANDLE search = FindFirstFileA(WithoutTrailingSeparators(path).c_str(), &found);
+  if (!RecordError(search != INVALID_HANDLE_VALUE)) return false;
   FindClose(search);
-  return IsLinkItself(found);
+  return IsLinkEntry(found);
 }
 
 bool RemoveFile(const std::string& path) {
   if (DeleteFileA(path.c_str())) return true;
-  // A link to a directory is one for the system, and goes like an empty one.
+  // The system removes a link to a directory as it removes an empty directory.
   const DWORD reason = GetLastError();
-  if (IsLink(path)) return Remember(RemoveDirectoryA(WithoutLastSeparators(path).c_str()) != FALSE);
-  return Fail(reason);
+  return IsLink(path) ? RemoveEmptyDirectory(WithoutTrailingSeparators(path)) : Fail(reason);
 }
 
 bool MoveFileOver(const std::string& from, const std::string& to) {
   const DWORD attributes = GetFileAttributesA(to.c_str());
   const bool exists = attributes != INVALID_FILE_ATTRIBUTES;
-  // These don't pass by waiting, unlike what the system denies.
+  // Waiting doesn't help against these, unlike the system's own ERROR_ACCESS_DENIED.
   if (exists && (IsProtected(attributes) || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)) {
     return Fail(ERROR_NOT_SUPPORTED);
   }
   if (exists && (IsLink(to) || HasOtherNames(to))) return Fail(ERROR_ALREADY_EXISTS);
   if (!FlushFile(from)) return false;
   if (exists) return ReplaceExisting(from, to);
-  return Remember(MoveFileExA(from.c_str(), to.c_str(), 0) != FALSE);
+  return RecordError(MoveFileExA(from.c_str(), to.c_str(), 0) != FALSE);
 }
 
 bool CanBeWritten(const std::string& path) {
   if (IsProtected(GetFileAttributesA(path.c_str()))) return Fail(ERROR_ACCESS_DENIED);
-  const HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (!Remember(file != INVALID_HANDLE_VALUE)) return false;
-  CloseHandle(file);
-  return true;
+  return CanBeOpened(path, GENERIC_WRITE, FILE_SHARE_READ);
 }
 
 bool IsHeldByAnother(std::int32_t code) {
@@ -250,23 +251,22 @@ bool IsDiskTrouble(std::int32_t code) {
   }
 }
 
-// Each file was flushed before it was moved, and the system keeps the order of its changes of
-// names.
+// Each file was flushed before it was moved, and the file system keeps the order of renames.
 bool FlushFolders(const std::set<std::string>&) { return true; }
 
 bool RemoveEmptyDirectory(const std::string& path) {
-  return Remember(RemoveDirectoryA(path.c_str()) != FALSE);
+  return RecordError(RemoveDirectoryA(path.c_str()) != FALSE);
 }
 
 bool CopyFileOver(const std::string& from, const std::string& to) {
-  return Remember(CopyFileA(from.c_str(), to.c_str(), FALSE) != FALSE && ClearReadOnly(to));
+  return RecordError(CopyFileA(from.c_str(), to.c_str(), FALSE) != FALSE && ClearReadOnly(to));
 }
 
 bool MakeDirectoriesOf(const std::string& path) {
   const std::string directory = DirectoryPart(path);
   if (directory.empty()) return true;
-  // A file in the place of the last directory passes for one here.
-  if (!Remember(MakeSureDirectoryPathExists(path.c_str()) != FALSE)) return false;
+  // The call succeeds even if the last directory is a file.
+  if (!RecordError(MakeSureDirectoryPathExists(path.c_str()) != FALSE)) return false;
   return PathIsDirectoryA(directory.c_str()) != FALSE || Fail(ERROR_DIRECTORY);
 }
 
@@ -282,7 +282,7 @@ std::uint32_t InputFile::Size() const { return size_; }
 
 std::uint32_t InputFile::Read(void* buffer, std::uint32_t size) {
   DWORD count = 0;
-  Remember(ReadFile(HandleOf(file_), buffer, size, &count, nullptr) != FALSE);
+  RecordError(ReadFile(HandleOf(file_), buffer, size, &count, nullptr) != FALSE);
   return count;
 }
 
@@ -295,8 +295,8 @@ bool OutputFile::IsOpen() const { return file_ != kNoFile; }
 
 bool OutputFile::Write(const void* data, std::size_t size) {
   DWORD count = 0;
-  const BOOL taken = WriteFile(HandleOf(file_), data, static_cast<DWORD>(size), &count, nullptr);
-  if (!Remember(taken != FALSE)) return false;
+  const BOOL written = WriteFile(HandleOf(file_), data, static_cast<DWORD>(size), &count, nullptr);
+  if (!RecordError(written != FALSE)) return false;
   return count == size || Fail(ERROR_DISK_FULL);
 }
 
@@ -313,7 +313,7 @@ namespace {
 
 DirectoryEntry EntryOf(const WIN32_FIND_DATAA& found) {
   const bool leadsDown = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-  const bool isLink = IsLinkItself(found);
+  const bool isLink = IsLinkEntry(found);
   return {found.cFileName, leadsDown && !isLink, leadsDown && isLink};
 }
 
@@ -322,7 +322,7 @@ DirectoryEntry EntryOf(const WIN32_FIND_DATAA& found) {
 bool ReadEntries(const std::string& searchPath, std::vector<DirectoryEntry>& entries) {
   WIN32_FIND_DATAA found{};
   const HANDLE search = FindFirstFileA(searchPath.c_str(), &found);
-  if (!Remember(search != INVALID_HANDLE_VALUE)) return false;
+  if (!RecordError(search != INVALID_HANDLE_VALUE)) return false;
   do {
     entries.push_back(EntryOf(found));
   } while (FindNextFileA(search, &found));
@@ -357,7 +357,7 @@ std::string SystemErrorText(std::int32_t code) {
       nullptr, static_cast<DWORD>(code), kUsersLanguage, reinterpret_cast<wchar_t*>(&text), 0,
       nullptr);
   if (length == 0) return FormatText("Unknown error %d", code);
-  const std::string result = ReadableText({text, length});
+  const std::string result = FromUtf16({text, length});
   LocalFree(text);
   return result;
 }

@@ -1,5 +1,4 @@
-// HTTP by WinINet. A handle of this header is WinINet's own: it checks each one itself, so that a
-// closed one does no harm.
+// HTTP by WinINet, whose handles these are: it checks each one, so a closed one does no harm.
 #include "platform/http.h"
 
 #include <windows.h>
@@ -14,27 +13,27 @@ namespace velmora::platform {
 
 namespace {
 
-HINTERNET Internet(HttpHandle handle) { return reinterpret_cast<HINTERNET>(handle); }
+HINTERNET ToInternet(HttpHandle handle) { return reinterpret_cast<HINTERNET>(handle); }
 
-HttpHandle Number(HINTERNET handle) { return reinterpret_cast<HttpHandle>(handle); }
+HttpHandle ToHttpHandle(HINTERNET handle) { return reinterpret_cast<HttpHandle>(handle); }
 
 bool HasControls(const std::string& text) {
   return std::any_of(text.begin(), text.end(), IsControl);
 }
 
-bool IsEscaped(char c) { return c == ' ' || c == '#' || static_cast<unsigned char>(c) > 0x7E; }
+bool MustEscape(char c) { return c == ' ' || c == '#' || static_cast<unsigned char>(c) > 0x7E; }
 
-// A path that begins with a slash, its "." and ".." elements worked out (RFC 3986, 5.2.4). WinINet
-// sends them. A query is no part of the path.
-std::string WithoutDotElements(const std::string& path) {
+// Resolves the "." and ".." segments of a path that begins with a slash (RFC 3986, 5.2.4), which
+// WinINet would send. Leaves the query alone.
+std::string RemoveDotSegments(const std::string& path) {
   const std::size_t pathEnd = std::min(path.find('?'), path.size());
   std::string result;
   for (std::size_t start = 0; start < pathEnd;) {
     const std::size_t end = std::min(path.find('/', start + 1), pathEnd);
-    const std::string element = path.substr(start, end - start);
-    if (element == "/..") result.resize(std::min(result.rfind('/'), result.size()));
-    if (element != "/." && element != "/..") {
-      result += element;
+    const std::string segment = path.substr(start, end - start);
+    if (segment == "/..") result.resize(std::min(result.rfind('/'), result.size()));
+    if (segment != "/." && segment != "/..") {
+      result += segment;
     } else if (end == pathEnd) {
       result += '/';
     }
@@ -43,39 +42,31 @@ std::string WithoutDotElements(const std::string& path) {
   return result + path.substr(pathEnd);
 }
 
-// The path as the request line carries it. What is escaped here can't stand for itself there: a
-// blank, the start of a fragment, and bytes that would be taken through the code page.
+// The path as it goes into the request line. Escaped are a space, the start of a fragment, and
+// bytes that WinINet would convert by the code page.
 std::string RequestTarget(const std::string& path) {
-  std::string target;
-  for (const char c : WithoutDotElements(path.starts_with('/') ? path : "/" + path)) {
-    if (IsEscaped(c)) {
-      AppendEscaped(target, c);
-    } else {
-      target += c;
-    }
-  }
-  return target;
+  return Escaped(RemoveDotSegments(path.starts_with('/') ? path : "/" + path), MustEscape);
 }
 
-// Windows hands all time-outs of a session on to what is opened below it, Wine only the one of the
-// connects.
-void PassTimeoutsOn(HINTERNET session, HINTERNET connection) {
+// On Windows a connection inherits all time-outs of its session, on Wine only that for connecting.
+void InheritTimeouts(HINTERNET session, HINTERNET connection) {
   DWORD timeout = 0;
   DWORD size = sizeof timeout;
   if (InternetQueryOptionA(session, INTERNET_OPTION_CONNECT_TIMEOUT, &timeout, &size)) {
-    SetHttpTimeouts(Number(connection), timeout);
+    SetHttpTimeouts(ToHttpHandle(connection), timeout);
   }
 }
 
-// A request's context is free for use, as nothing here asks for callbacks: it tells whether the
-// request got an answer. Status and headers of a broken head could be read, too.
-constexpr DWORD_PTR kHasAnswer = 1;
+// The context of a request is free for use, since there are no callbacks. It marks a request that
+// got a whole response header: WinINet would return the status of an incomplete one, too.
+constexpr DWORD_PTR kAnswered = 1;
 
-bool HasAnswer(HttpHandle request) {
+bool IsAnswered(HttpHandle request) {
   DWORD_PTR context = 0;
   DWORD size = sizeof context;
-  return InternetQueryOptionA(Internet(request), INTERNET_OPTION_CONTEXT_VALUE, &context, &size) &&
-         context == kHasAnswer;
+  return InternetQueryOptionA(ToInternet(request), INTERNET_OPTION_CONTEXT_VALUE, &context,
+                              &size) &&
+         context == kAnswered;
 }
 
 DWORD QueryLevel(HttpField field) {
@@ -85,8 +76,8 @@ DWORD QueryLevel(HttpField field) {
 }  // namespace
 
 HttpHandle OpenHttpSession(const char* agent) {
-  return Number(InternetOpenA(agent, INTERNET_OPEN_TYPE_PRECONFIG, nullptr, nullptr,
-                              INTERNET_FLAG_EXISTING_CONNECT));
+  return ToHttpHandle(InternetOpenA(agent, INTERNET_OPEN_TYPE_PRECONFIG, nullptr, nullptr,
+                                    INTERNET_FLAG_EXISTING_CONNECT));
 }
 
 void SetHttpTimeouts(HttpHandle session, std::uint32_t milliseconds) {
@@ -94,59 +85,59 @@ void SetHttpTimeouts(HttpHandle session, std::uint32_t milliseconds) {
        {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_CONTROL_RECEIVE_TIMEOUT,
         INTERNET_OPTION_CONTROL_SEND_TIMEOUT, INTERNET_OPTION_DATA_SEND_TIMEOUT,
         INTERNET_OPTION_DATA_RECEIVE_TIMEOUT}) {
-    InternetSetOptionA(Internet(session), option, &milliseconds, sizeof milliseconds);
+    InternetSetOptionA(ToInternet(session), option, &milliseconds, sizeof milliseconds);
   }
 }
 
 HttpHandle ConnectHttp(HttpHandle session, const std::string& host, std::uint16_t port,
                        const std::string& user, const std::string& password) {
   if (!IsHost(host)) return kNoHttpHandle;
-  const bool isNamed = !user.empty() || !password.empty();
-  const HINTERNET connection =
-      InternetConnectA(Internet(session), host.c_str(), port, isNamed ? user.c_str() : nullptr,
-                       isNamed ? password.c_str() : nullptr, INTERNET_SERVICE_HTTP, 0, 0);
-  if (connection != nullptr) PassTimeoutsOn(Internet(session), connection);
-  return Number(connection);
+  const bool hasCredentials = !user.empty() || !password.empty();
+  const HINTERNET connection = InternetConnectA(
+      ToInternet(session), host.c_str(), port, hasCredentials ? user.c_str() : nullptr,
+      hasCredentials ? password.c_str() : nullptr, INTERNET_SERVICE_HTTP, 0, 0);
+  if (connection != nullptr) InheritTimeouts(ToInternet(session), connection);
+  return ToHttpHandle(connection);
 }
 
 HttpHandle OpenHttpGet(HttpHandle connection, const std::string& path) {
   if (HasControls(path)) return kNoHttpHandle;
-  return Number(HttpOpenRequestA(Internet(connection), "GET", RequestTarget(path).c_str(), nullptr,
-                                 nullptr, nullptr, 0, 0));
+  return ToHttpHandle(HttpOpenRequestA(ToInternet(connection), "GET", RequestTarget(path).c_str(),
+                                       nullptr, nullptr, nullptr, 0, 0));
 }
 
 void SendHttpRequest(HttpHandle request) {
-  if (!HttpSendRequestA(Internet(request), nullptr, 0, nullptr, 0)) return;
-  DWORD_PTR context = kHasAnswer;
-  InternetSetOptionA(Internet(request), INTERNET_OPTION_CONTEXT_VALUE, &context, sizeof context);
+  if (!HttpSendRequestA(ToInternet(request), nullptr, 0, nullptr, 0)) return;
+  DWORD_PTR context = kAnswered;
+  InternetSetOptionA(ToInternet(request), INTERNET_OPTION_CONTEXT_VALUE, &context, sizeof context);
 }
 
 std::optional<std::string> QueryHttpField(HttpHandle request, HttpField field,
                                           std::size_t bufferSize) {
-  if (!HasAnswer(request)) return std::nullopt;
+  if (!IsAnswered(request)) return std::nullopt;
   std::string text(bufferSize, '\0');
   auto length = static_cast<DWORD>(bufferSize);
-  const bool given =
-      HttpQueryInfoA(Internet(request), QueryLevel(field), text.data(), &length, nullptr) != FALSE;
-  // Success is told too for a text that has no room left for its terminator.
-  if (!given || length >= bufferSize) return std::nullopt;
+  const bool succeeded = HttpQueryInfoA(ToInternet(request), QueryLevel(field), text.data(),
+                                        &length, nullptr) != FALSE;
+  // The call also succeeds for a text that leaves no space for its terminator.
+  if (!succeeded || length >= bufferSize) return std::nullopt;
   text.resize(length);
   return text;
 }
 
 std::uint32_t QueryHttpDataAvailable(HttpHandle request) {
   DWORD count = 0;
-  InternetQueryDataAvailable(Internet(request), &count, 0, 0);
+  InternetQueryDataAvailable(ToInternet(request), &count, 0, 0);
   return count;
 }
 
 bool ReadHttp(HttpHandle request, void* buffer, std::uint32_t size, std::uint32_t& read) {
   DWORD count = 0;
-  const bool succeeded = InternetReadFile(Internet(request), buffer, size, &count) != FALSE;
+  const bool succeeded = InternetReadFile(ToInternet(request), buffer, size, &count) != FALSE;
   read = count;
   return succeeded;
 }
 
-void CloseHttpHandle(HttpHandle handle) { InternetCloseHandle(Internet(handle)); }
+void CloseHttpHandle(HttpHandle handle) { InternetCloseHandle(ToInternet(handle)); }
 
 }  // namespace velmora::platform

@@ -1,16 +1,12 @@
-// What the process has one of, and other sources here need to know: the program's instance and the
-// hidden window. Main thread only.
+// The program's instance, for the windows and resources of this platform. Main thread only.
 #pragma once
 
 #include <windows.h>
 
 namespace velmora::platform {
 
-// Null, which stands for the program file too, until it has been set.
+// Null until it has been set; the system takes null for the program as well.
 [[nodiscard]] HINSTANCE ProgramInstance();
 void SetProgramInstance(HINSTANCE instance);
-
-// Null as long as there is none.
-[[nodiscard]] HWND HiddenWindow();
 
 }  // namespace velmora::platform

@@ -14,40 +14,35 @@ namespace {
 
 using PathBuffer = std::array<char, kMaxPath + 1>;
 
-// Where the element that begins at `begin` ends.
-std::size_t ElementEnd(std::string_view path, std::size_t begin) {
-  std::size_t end = begin;
-  while (end < path.size() && path[end] != '\\') end += CharacterLength(path, end);
-  return end;
-}
-
-// PathAppendA takes the first two dots of an element as "..", whatever follows them, and then names
-// another file.
+// PathAppendA takes "..", whatever follows it in an element, for the parent directory, and would
+// name another file.
 bool HasMisreadElement(std::string_view path) {
-  for (std::size_t begin = 0; begin < path.size();) {
-    const std::size_t end = ElementEnd(path, begin);
-    const std::string_view element = path.substr(begin, end - begin);
+  std::string element;
+  for (const std::string_view character : Characters(path)) {
+    if (character == "\\") {
+      element.clear();
+    } else {
+      element += character;
+    }
     if (element.size() > 2 && element.starts_with("..")) return true;
-    begin = end + 1;
   }
   return false;
 }
 
-bool EndsWithSeparator(std::string_view path) {
-  std::size_t last = path.size();
-  for (std::size_t i = 0; i < path.size(); i += CharacterLength(path, i)) last = i;
-  return last < path.size() && path[last] == '\\';
+bool EndsWithBackslash(std::string_view path) {
+  std::string_view last;
+  for (const std::string_view character : Characters(path)) last = character;
+  return last == "\\";
 }
 
 std::size_t JoinedLength(std::string_view directory, std::string_view name) {
-  return directory.size() + (EndsWithSeparator(directory) ? 0 : 1) + name.size();
+  return directory.size() + (EndsWithBackslash(directory) ? 0 : 1) + name.size();
 }
 
 }  // namespace
 
 std::optional<std::string> JoinPath(const std::string& directory, const std::string& name) {
-  // Two backslashes or a drive in front of a name make a path of its own, which would replace the
-  // directory.
+  // A name that begins with two backslashes or a drive is absolute and would replace the directory.
   const std::string relative = name.substr(std::min(name.find_first_not_of('\\'), name.size()));
   if (relative.find(':') != std::string::npos) return std::nullopt;
   if (HasMisreadElement(directory) || HasMisreadElement(relative)) return std::nullopt;
@@ -56,7 +51,7 @@ std::optional<std::string> JoinPath(const std::string& directory, const std::str
   PathBuffer path{};
   directory.copy(path.data(), kMaxPath);
   if (!PathAppendA(path.data(), relative.c_str())) return std::nullopt;
-  // ".." that takes a relative directory away whole leaves the root of the drive.
+  // When ".." removes the whole of a relative directory, PathAppendA leaves the root of the drive.
   if (path.front() == '\\' && !directory.starts_with('\\')) return std::nullopt;
   return path.data();
 }

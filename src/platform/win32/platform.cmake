@@ -13,17 +13,17 @@ add_library(velmora_platform STATIC
   platform/win32/start.cpp
   platform/win32/threads.cpp
   platform/win32/url.cpp
+  platform/win32/utf16.cpp
   platform/win32/utf8.cpp
-  platform/win32/wide_text.cpp
 )
 target_link_libraries(velmora_platform PUBLIC velmora_base shlwapi advapi32 shell32 ole32 oleaut32
                                               uuid user32 gdi32 comctl32)
 
-# delayed_library(NAME FUNCTION@BYTES...): a library of the system that loads on the first call of one of
-# its functions; the bytes are those of the arguments, by which 32-bit programs name functions. It's for
-# those that Windows would look for in the program's own folder first when they load with the program:
-# not a "known" one (HKLM\System\CurrentControlSet\Control\Session Manager\KnownDLLs), or one that hands
-# calls on to such a one.
+# delayed_library(NAME FUNCTION@BYTES...): a system library that is loaded on the first call of one of its
+# functions. BYTES is the size of a function's arguments, which is part of its name in 32-bit programs.
+# Needed for libraries that Windows would load from the program's own folder if they were loaded with the
+# program: those that aren't "known" (HKLM\System\CurrentControlSet\Control\Session Manager\KnownDLLs), and
+# those that forward calls to one that isn't.
 function(delayed_library name)
   set(functions ${ARGN})
   set(prefix _)
@@ -31,8 +31,8 @@ function(delayed_library name)
     list(TRANSFORM functions REPLACE "@[0-9]+" "")
     set(prefix "")
   endif()
-  # Calls don't go by a function's stub, and the 32-bit linker drops a stub that nobody asks for; its
-  # address is where the first call begins.
+  # Calls don't refer to a function's stub, so the 32-bit linker would drop it; but the first call jumps
+  # to its address.
   foreach(function ${functions})
     target_link_options(velmora_platform INTERFACE -Wl,--undefined=${prefix}${function})
   endforeach()
@@ -50,7 +50,7 @@ function(delayed_library name)
   target_link_libraries(velmora_platform
                         PUBLIC ${CMAKE_CURRENT_BINARY_DIR}/lib${name}_delayed.a delayimp)
 endfunction()
-delayed_library(imagehlp MakeSureDirectoryPathExists@4)  # hands on to dbghelp, which games bring
+delayed_library(imagehlp MakeSureDirectoryPathExists@4)  # forwards to dbghelp, which games bring along
 delayed_library(wininet
   HttpOpenRequestA@32
   HttpQueryInfoA@20
@@ -65,7 +65,7 @@ delayed_library(wininet
   InternetReadFile@16
   InternetSetOptionA@16)
 
-# The resource compiler's rules see only what it includes.
+# The resource compiler reports what it includes, but not the manifest and the icon.
 set_source_files_properties(${CMAKE_SOURCE_DIR}/resources/velmora.rc PROPERTIES OBJECT_DEPENDS
   "${CMAKE_SOURCE_DIR}/resources/velmora.manifest;${CMAKE_SOURCE_DIR}/resources/velmora.ico")
 add_executable(VelmoraUpdate WIN32 programs/patcher_win32.cpp ${CMAKE_SOURCE_DIR}/resources/velmora.rc)

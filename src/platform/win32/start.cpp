@@ -3,14 +3,15 @@
 #include <string_view>
 
 #include "platform/win32/instance.h"
+#include "platform/win32/utf16.h"
 
 namespace velmora::platform {
 namespace {
 
-// From here on libraries are looked for in the system's folder alone. Those that load with the
-// program are known to Windows or named by the manifest; the others load on their first call, so
-// after this (see delayed_library in platform.cmake). A Windows 7 without its updates lacks the
-// function.
+// From here on libraries are loaded from the system's folder alone. Those that were loaded with the
+// program are known to Windows or named by the manifest; the others are loaded on their first call,
+// which comes later (see delayed_library in platform.cmake). Windows 7 lacks the function until it
+// is updated.
 void LoadLibrariesFromSystemFolder() {
   using SetDirectories = BOOL(WINAPI*)(DWORD);
   const HMODULE kernel = GetModuleHandleA("kernel32.dll");
@@ -21,9 +22,9 @@ void LoadLibrariesFromSystemFolder() {
 
 constexpr bool IsSpaceOrTab(wchar_t c) { return c == L' ' || c == L'\t'; }
 
-// What WinMain gets for it is wrong after bytes above 0x7F: mingw's start-up code takes the first
-// of them for the end of the name. And in the system's code page a character of the name may have
-// become a space or a quote that looks like it, so the name's end is found before the conversion.
+// WinMain's own parameter is wrong after bytes above 0x7F: mingw's start-up code takes the first of
+// them for the end of the name. And the conversion to the system's code page may turn a character
+// of the name into a space or a quote, so the end of the name is found before it.
 std::wstring_view AfterProgramName(std::wstring_view commandLine) {
   bool quoted = false;
   std::size_t i = 0;
@@ -34,21 +35,12 @@ std::wstring_view AfterProgramName(std::wstring_view commandLine) {
   return commandLine.substr(i);
 }
 
-std::string InSystemCodePage(std::wstring_view text) {
-  const int length = static_cast<int>(text.size());
-  const int size =
-      WideCharToMultiByte(CP_ACP, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-  std::string bytes(static_cast<std::size_t>(size), '\0');
-  WideCharToMultiByte(CP_ACP, 0, text.data(), length, bytes.data(), size, nullptr, nullptr);
-  return bytes;
-}
-
 }  // namespace
 
 std::string BeginProcess(HINSTANCE instance) {
   LoadLibrariesFromSystemFolder();
   SetProgramInstance(instance);
-  return InSystemCodePage(AfterProgramName(GetCommandLineW()));
+  return FromUtf16(AfterProgramName(GetCommandLineW()), CP_ACP);
 }
 
 }  // namespace velmora::platform

@@ -14,7 +14,7 @@ namespace {
 
 using PartBuffer = std::array<char, 1000>;
 
-// The buffers that the six parts of a URL are copied to.
+// Space for the six parts of a URL.
 struct PartBuffers {
   PartBuffer scheme{};
   PartBuffer host{};
@@ -24,7 +24,7 @@ struct PartBuffers {
   PartBuffer extra{};
 };
 
-void Offer(PartBuffer& buffer, LPSTR& text, DWORD& size) {
+void SetBuffer(PartBuffer& buffer, LPSTR& text, DWORD& size) {
   text = buffer.data();
   size = static_cast<DWORD>(buffer.size());
 }
@@ -32,34 +32,21 @@ void Offer(PartBuffer& buffer, LPSTR& text, DWORD& size) {
 URL_COMPONENTSA Components(PartBuffers& buffers) {
   URL_COMPONENTSA components{};
   components.dwStructSize = sizeof components;
-  Offer(buffers.scheme, components.lpszScheme, components.dwSchemeLength);
-  Offer(buffers.host, components.lpszHostName, components.dwHostNameLength);
-  Offer(buffers.user, components.lpszUserName, components.dwUserNameLength);
-  Offer(buffers.password, components.lpszPassword, components.dwPasswordLength);
-  Offer(buffers.path, components.lpszUrlPath, components.dwUrlPathLength);
-  Offer(buffers.extra, components.lpszExtraInfo, components.dwExtraInfoLength);
+  SetBuffer(buffers.scheme, components.lpszScheme, components.dwSchemeLength);
+  SetBuffer(buffers.host, components.lpszHostName, components.dwHostNameLength);
+  SetBuffer(buffers.user, components.lpszUserName, components.dwUserNameLength);
+  SetBuffer(buffers.password, components.lpszPassword, components.dwPasswordLength);
+  SetBuffer(buffers.path, components.lpszUrlPath, components.dwUrlPathLength);
+  SetBuffer(buffers.extra, components.lpszExtraInfo, components.dwExtraInfoLength);
   return components;
 }
 
-// Bytes that InternetCanonicalizeUrlA loses: it drops tabs, trims blanks and control characters off
-// the end, and cuts the end off a text with double-byte characters, whose length it counts in
-// characters. Escaped by then they pass, since it leaves percent signs alone.
-bool NeedsEscapeBefore(char c, Canonicalize mode) {
-  const auto byte = static_cast<unsigned char>(c);
-  return c == ' ' || (mode == Canonicalize::kUnsafe && (byte < ' ' || byte >= 0x7F));
-}
+bool IsSpace(char c) { return c == ' '; }
 
-std::string EscapedBefore(const std::string& path, Canonicalize mode) {
-  std::string text;
-  for (const char c : path) {
-    if (NeedsEscapeBefore(c, mode)) {
-      AppendEscaped(text, c);
-    } else {
-      text += c;
-    }
-  }
-  return text;
-}
+// InternetCanonicalizeUrlA would lose these: it drops tabs, trims spaces and control characters
+// from the end, and cuts a text with double-byte characters, whose length it counts in characters.
+// Escaped before, they are kept, since it leaves percent signs alone.
+bool IsLostInCanonicalizing(char c) { return IsSpace(c) || IsControl(c) || !IsAscii(c); }
 
 }  // namespace
 
@@ -74,11 +61,12 @@ std::optional<UrlParts> CrackUrl(const std::string& url) {
 
 std::optional<std::string> CanonicalizeUrlPath(const std::string& path, Canonicalize mode,
                                                std::size_t bufferSize) {
-  if (path.empty()) return path;  // the call gives no length for it
-  const DWORD flags = mode == Canonicalize::kSpacesOnly ? ICU_ENCODE_SPACES_ONLY : 0;
+  if (path.empty()) return path;  // for which the call returns no length
+  const bool spacesOnly = mode == Canonicalize::kSpacesOnly;
+  const std::string text = Escaped(path, spacesOnly ? IsSpace : IsLostInCanonicalizing);
+  const DWORD flags = spacesOnly ? ICU_ENCODE_SPACES_ONLY : 0;
   std::string canonical(bufferSize, '\0');
   auto length = static_cast<DWORD>(bufferSize);
-  const std::string text = EscapedBefore(path, mode);
   if (!InternetCanonicalizeUrlA(text.c_str(), canonical.data(), &length, flags)) {
     return std::nullopt;
   }

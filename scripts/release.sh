@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Makes the folder that players get, build/release/: the 32-bit program, a sample settings file, a text
-# for players in Japanese and English, the notices of the libraries in the program, and the checksums. The
-# same commit gives the same bytes, wherever it is built with the same packages; the program is built
-# twice, in two folders, and both must agree.
+# for players in Japanese and English, the licences of the libraries in the program, and checksums. The
+# same commit built with the same packages produces the same bytes anywhere. To check that, the program is
+# built twice, in two folders.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -12,19 +12,19 @@ fail() { echo "release.sh: $*" >&2; exit 1; }
 
 scripts/install_packages.sh build windows
 
-# What is released is the commit, not what happens to lie in the working tree.
+# What is released is the commit; the working tree may have changes.
 commit=$(git rev-parse --verify HEAD)
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct "$commit")
 export SOURCE_DATE_EPOCH
 export LC_ALL=C.UTF-8 TZ=UTC
 [[ -z $(git status --porcelain --untracked-files=no) ]] ||
-  echo "release.sh: changes that aren't committed are left out" >&2
+  echo "release.sh: uncommitted changes are left out" >&2
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# program FOLDER: builds the commit in a folder of that name. No path, no name of a machine and no time
-# of the build gets into the program.
+# program FOLDER: builds the commit in a folder of that name, without the build's path, machine or time
+# in the program.
 program() {
   local folder=$work/$1
   mkdir -p "$folder"
@@ -60,8 +60,8 @@ Information=http://www.example.com/info.html
 SETTINGS
 
 version=$(sed -nE 's/^project\(.* VERSION ([0-9.]+) .*/\1/p' "$work/first/CMakeLists.txt")
-[[ -n $version ]] || fail "CMakeLists.txt doesn't say the version"
-# With this mark in front, a Windows in any language shows UTF-8 right.
+[[ -n $version ]] || fail "no version in CMakeLists.txt"
+# With a byte order mark, Notepad shows UTF-8 correctly on a Windows in any language.
 mark=$'\uFEFF'
 with_line_ends >"$release/README.txt" <<TEXT
 ${mark}VELMORA アップデート  $version
@@ -121,69 +121,73 @@ VELMORA Update  $version
 
 How to use
 1. Put VelmoraUpdate.exe and VelmoraUpdate.dat into the game's folder.
-2. Start VelmoraUpdate.exe. It downloads what is missing or out of date.
-3. When the update is complete, press the large button on the right to
-   start the game.
+2. Start VelmoraUpdate.exe. It downloads all files that are missing or out
+   of date.
+3. When it shows アップデート完了 (update complete), press the large button
+   ゲーム開始 (start the game).
 
 Where to put it
-- Into a folder that you may write to. In C:\\Program Files or
-  C:\\Program Files (x86) a player without that right reads that the
-  program runs already, and it ends.
+- Into a folder that you can write to. In C:\\Program Files or
+  C:\\Program Files (x86), a player without permission to write there is
+  told that the program is already running, and it closes.
 
 Systems
-- Windows 7 to 11. Its texts are Japanese, also on a Windows in another
-  language.
-- On Windows 7 to 10 names of files outside of ASCII come out right if
-  the "language for non-Unicode programs" is Japanese. With another one
-  such files get names of other characters.
-- Wine. Without an HTML engine the page's part of the window stays blank;
-  the update works. Japanese names of files need the locale ja_JP.UTF-8,
-  and Japanese texts a font that has them.
+- Windows 7 to 11. The program's texts are in Japanese, even on a Windows
+  in another language.
+- On Windows 7 to 10, file names outside ASCII are correct only if the
+  "language for non-Unicode programs" is Japanese. Otherwise such files get
+  names with other characters.
+- Wine. Without an HTML engine the news area stays blank, but the update
+  works. Japanese file names need the locale ja_JP.UTF-8, and Japanese
+  texts need a Japanese font.
 
 What the messages mean
-- 既に動作中です。 (It runs already.)
-  An update program is open, maybe in another folder: close it first. If
-  there is none, the folder can't be written to, or the disk is full: move
-  the game to a folder of yours, or get the right to write to this one.
+- 既に動作中です。 (Already running.)
+  Another update program is open, perhaps in another folder: close it
+  first. If none is open, this folder can't be written to, or the disk is
+  full: move the game to a folder that you can write to, or allow writing
+  to this one.
 - ゲームのフォルダを開けません。 (The game's folder can't be opened.)
-  Its name has characters that can't be used: rename it, to plain letters
-  and digits.
-- インターネット接続に問題があります。 (Trouble with the Internet connection.)
-  Windows gives no access to the Internet: restart Windows.
-- サーバに接続できません。 (The server can't be reached.)
-  VelmoraUpdate.dat is missing beside the program, or names no server: put
-  the operator's there.
+  The folder's name has characters that can't be used. Rename it, using
+  only the letters A to Z and digits.
+- インターネット接続に問題があります。 (Problem with the Internet connection.)
+  Windows' Internet functions aren't available: restart Windows.
+- サーバに接続できません。 (Can't connect to the server.)
+  VelmoraUpdate.dat isn't in the same folder, or names no server: put the
+  operator's file there.
 - サーバー上のファイルが見つかりませんでした。 (File not found on the server.)
-  The server doesn't answer, or doesn't have the file: check your Internet
-  connection, and start again later.
-- ダウンロードサーバとの接続が切れました。 (Connection lost.)
-  Start again: it goes on from there. If it comes again, check your line,
-  and whether memory is left.
-- ファイルデータが一致しません (The data doesn't match.)
+  The server doesn't answer, or doesn't have the file. Check your Internet
+  connection, and start the program again later.
+- ダウンロードサーバとの接続が切れました。 (Connection to the download server lost.)
+  Start the program again: it continues where it stopped. If this happens
+  repeatedly, check your connection and the free memory.
+- ファイルデータが一致しません (The file's data doesn't match.)
   ファイルの展開に失敗しました (The file couldn't be expanded.)
-  What came isn't what the operator published. Start again later: an update
-  may be on its way. If it stays, see whether a proxy or an antivirus
-  program changes what you receive, or try another line.
-- ファイル : …を処理中にエラーが発生しました。 (Error with the file …)
-  It can't be written. The reason follows: make room on the disk, close the
-  game or the antivirus program that holds the file, or get the right to
-  write to the folder. Then start again.
+  What you received isn't what the operator published. The operator may be
+  updating the server: start the program again later. If the message comes
+  back, check whether a proxy or an antivirus program changes what you
+  download, or try another connection.
+- ファイル : …を処理中にエラーが発生しました。 (Error while processing the file …)
+  The file can't be written. The reason is shown after the message: free
+  some disk space, close the game or the antivirus program that is using
+  the file, or allow writing to the folder.
 - アップデートプログラムが更新されました。 (The update program was updated.)
-  No error: press OK, and the new one starts.
-- インフォメーションウインドウの初期化に失敗しました (The window for the page couldn't be set up.)
-  The page's part of the window can't be made: update Windows.
+  This isn't an error. Press OK, and the new program starts.
+- インフォメーションウインドウの初期化に失敗しました (The news area couldn't be set up.)
+  Update Windows.
 
-If something is wrong
-- If files seem to be damaged, press the upper button beside it: all files
-  are checked again.
-- VelmoraUpdate.dat names the server. Use the one that your game's
-  operator gives you.
-- When you report a problem, add the file session.log of that folder.
+If you have a problem
+- If you think that files are damaged, press 再チェック (re-check). All files
+  are then checked.
+- VelmoraUpdate.dat holds the server's settings. Use the file that your
+  game's operator provides.
+- When you report a problem, attach session.log from the same folder.
 - Nothing is installed. To remove the program, delete its files.
-- The folder notices holds the copyrights and licences of the libraries in it.
+- The notices folder has the copyright notices and licences of the
+  libraries that the program uses.
 TEXT
 
-# What the libraries that are linked into the program ask to be passed on, as Debian tells it.
+# The licences of the libraries that are linked into the program, from Debian's packages.
 mkdir "$release/notices"
 for notice in zlib:libz-mingw-w64-dev mingw-w64:mingw-w64-i686-dev gcc:gcc-mingw-w64-i686-posix; do
   with_line_ends <"/usr/share/doc/${notice#*:}/copyright" >"$release/notices/${notice%%:*}.txt"
@@ -191,5 +195,5 @@ done
 
 (cd "$release" && sha256sum README.txt VelmoraUpdate.dat VelmoraUpdate.exe notices/* >SHA256SUMS)
 find "$release" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
-echo "== build/release, the same bytes for every build of this commit"
+echo "== build/release"
 cat "$release/SHA256SUMS"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Shows the Windows program at work: builds it for 32 and 64 bits, and lets the 64-bit one fill an empty
-# installation from nginx on a loopback port, under Wine on a display of its own. Takes two pictures of
-# the dialog into docs/: one during a download and one at completion. Fails if anything is off.
+# Demonstrates the Windows program: builds it for 32 and 64 bits and, under Wine on a display of its own,
+# has the 64-bit one fill an empty installation from nginx on a loopback port. Takes two pictures of the
+# dialog for docs/: one during a download and one at completion. Fails if anything goes wrong.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -29,18 +29,18 @@ trap 'exit 143' TERM
 
 rm -rf "$place"/{tree,server,installed,nginx}
 mkdir -p "$place"/{tree,server,installed}
-start_windows "$place" || fail "no Windows"
+start_windows "$place" || fail "Wine doesn't start"
 start_web_server "$place/nginx" "$place/server" 'limit_rate 1m;' \
   "location = /info.html { alias $place/info.html; }" || fail "no web server"
 
-# --- What is published, and an installation of the patcher and its settings alone.
+# --- What is published, and an installation with nothing but the patcher and its settings.
 
 mkdir -p "$place"/tree/{data/maps,Screenshot,"read me"}
 for name in data/sounds.pak data/textures.pak data/voices.pak; do
   head -c 3000000 /dev/urandom >"$place/tree/$name"
 done
 seq 1 200000 >"$place/tree/data/maps/field 1.map"
-echo "A name with a blank" >"$place/tree/read me/first steps.txt"
+echo "A name with a space" >"$place/tree/read me/first steps.txt"
 echo "A picture" >"$place/tree/Screenshot/0001.txt"
 cp build/win64/VelmoraUpdate.exe "$place/tree/"
 cat >"$place/info.html" <<'PAGE'
@@ -57,7 +57,7 @@ printf '[Setting]\r\nServerAddress=127.0.0.1:%s\r\nData=/game\r\nInformation=htt
 # --- The run.
 
 requests() { grep -c "\"GET $1" "$place/nginx/access.log" || true; }
-# The server notes a request when it is served, so that the next file is on its way by then.
+# nginx logs a request when it has been served; the next file is being downloaded by then.
 is_downloading() { [[ $(requests '/game/data/[a-z]*\.pak') -ge 1 ]]; }
 picture() {
   import -silent -frame -window "$(dialog)" "$place/picture.png"
@@ -74,12 +74,12 @@ sleep 0.5
 picture download
 ! windows_completed || fail "the update was over before its picture was taken"
 within 120 windows_completed || fail "the update doesn't complete"
-sleep 1  # a dialog draws itself after what it tells the log
+sleep 1  # the dialog is drawn a moment after the log entry
 picture completed
 
 close_windows_patcher || fail "it doesn't end"
 
-# --- What came of it.
+# --- The result.
 
 diff -r --exclude=VelmoraUpdate.dat --exclude=VelmoraUpdate.cvc --exclude=session.log \
   "$place/tree" "$place/installed" || fail "the trees differ"

@@ -1,6 +1,6 @@
-# Sourced by scripts that use the Windows program as a player does: under Wine, on a display of its own,
-# in a Wine prefix of its own, so that no patcher of somebody else's counts as running. The caller ends
-# all of it with end_windows on every way out.
+# Sourced by scripts that use the Windows program as a player does. It runs under Wine, on a display and in
+# a Wine prefix of its own, so that no other patcher counts as already running. The caller must call
+# end_windows however it exits.
 
 windows_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 windows_started=()
@@ -26,7 +26,7 @@ within() {
   done
 }
 
-# start_windows FOLDER: a display with a window manager, and the prefix, all below FOLDER.
+# start_windows FOLDER: starts a display with a window manager, and makes the prefix, all in FOLDER.
 start_windows() {
   windows_place=$1
   export VELMORA_WINEPREFIX=$windows_place/prefix
@@ -49,7 +49,7 @@ dialog() { xdotool search --onlyvisible --name '^VELMORA ' 2>/dev/null | head -1
 is_open() { [[ -n $(dialog) ]]; }
 is_closed() { ! is_open; }
 
-# start_windows_patcher INSTALLATION ARGUMENTS...: comes back when its dialog is there.
+# start_windows_patcher INSTALLATION ARGUMENTS...: returns when the dialog is shown.
 start_windows_patcher() {
   windows_installation=$1
   (cd "$1" && exec "$windows_root/scripts/wine.sh" ./VelmoraUpdate.exe "${@:2}") \

@@ -1,16 +1,15 @@
 #!/usr/bin/env bash
-# Runs a Windows program under Wine as a Japanese user of Windows would: code page 932, an X display,
-# and a prefix of the project's own. Usage: wine.sh PROGRAM ARGUMENTS...
+# Runs a Windows program under Wine as on a Japanese Windows: with code page 932, an X display, and a prefix
+# of the project's own. Usage: wine.sh PROGRAM ARGUMENTS...
 #
-# Wine takes code page and language from the locale; VELMORA_WINE_LOCALE names another one.
-# A display that is there is used (DISPLAY); otherwise a virtual one with a window manager is started
-# for the program's time.
+# Wine takes code page and language from the locale; VELMORA_WINE_LOCALE sets another one. If DISPLAY is
+# set, that display is used; otherwise a virtual one with a window manager, which ends with the program.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 
 export WINEPREFIX=${VELMORA_WINEPREFIX:-$root/build/wine/prefix}
 export WINEDEBUG=${WINEDEBUG:--all}
-# No HTML engine and no .NET are looked for, so that nothing asks to install them.
+# Without these overrides Wine would offer to install an HTML engine and .NET.
 export WINEDLLOVERRIDES=mscoree,mshtml=
 export LC_ALL=${VELMORA_WINE_LOCALE:-ja_JP.UTF-8}
 

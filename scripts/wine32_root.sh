@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Runs a 32-bit Windows program under Wine. The 32-bit Wine doesn't install beside the 64-bit one, so it
-# gets a small i386 Debian of its own, build/wine32-root, made once; loopback and this folder are shared
-# with it. Where it can't be made: one line, and exit status 77.
+# Runs a 32-bit Windows program under Wine. The 32-bit Wine can't be installed beside the 64-bit one, so it
+# gets a small i386 Debian of its own in build/wine32-root, which is made once. That system shares the
+# network and this folder. If it can't be made, the script prints one line and exits with status 77.
 #
 #   wine32_root.sh PROGRAM ARGUMENTS...
-#   wine32_root.sh --prepare              makes it and no more
+#   wine32_root.sh --prepare              only makes the system
 set -euo pipefail
 cd "$(dirname "$0")/.."
 here=$PWD
@@ -30,7 +30,7 @@ make_root() {
   mkdir -p "$(dirname "$root")"
   "${as_root[@]}" /usr/sbin/debootstrap --arch=i386 --variant=minbase --include="$packages" bookworm "$root" \
     "${mirror:-http://deb.debian.org/debian}" >"$here/build/wine32-root.log" 2>&1 ||
-    { tail -3 "$here/build/wine32-root.log"; give_up "the i386 Debian can't be made"; }
+    { tail -3 "$here/build/wine32-root.log"; give_up "the i386 Debian couldn't be made"; }
   "${as_root[@]}" chroot "$root" localedef -i ja_JP -f UTF-8 ja_JP.UTF-8
   "${as_root[@]}" touch "$root/complete"
 }
@@ -38,7 +38,7 @@ make_root() {
 [[ -e $root/complete ]] || make_root
 [[ ${1:-} != --prepare ]] || exit 0
 
-# The mounts live in a namespace of their own and go with it, however this ends.
+# The mounts belong to a namespace of their own and end with it, however this script ends.
 "${as_root[@]}" unshare --mount bash -euc '
   root=$1 here=$2
   shift 2

@@ -78,8 +78,7 @@ ProcessChain::ProcessChain() : job_(CreateJobObjectA(nullptr, nullptr)) {
 
 ProcessChain::~ProcessChain() {
   TerminateJobObject(job_, 1);
-  // Their files can be removed only when they are gone.
-  static_cast<void>(WaitForEnd());
+  static_cast<void>(WaitForEnd());  // so that their files can be removed
   CloseHandle(job_);
 }
 

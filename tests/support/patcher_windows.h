@@ -1,6 +1,4 @@
-// Drives the Windows program from outside, as a player does: starts it, reads its windows and
-// presses its buttons. Texts are in code page 932, as the program's own are. No wait is longer than
-// kPatience.
+// Drives the Windows program from outside, as a player does. Texts are in code page 932.
 #pragma once
 
 #include <windows.h>
@@ -12,7 +10,7 @@
 
 namespace velmora::test {
 
-inline constexpr unsigned kPatience = 15000;  // milliseconds
+inline constexpr unsigned kPatience = 15000;  // milliseconds for any wait
 
 // Checks `holds` repeatedly until it is true; false if it never is.
 bool WaitUntil(const std::function<bool()>& holds, unsigned milliseconds = kPatience);

@@ -22,7 +22,6 @@ namespace velmora::test {
 namespace {
 
 namespace fs = std::filesystem;
-using platform::Control;
 using Lines = std::vector<std::string>;
 
 constexpr char kPatcher[] = "VelmoraUpdate.exe";
@@ -38,31 +37,30 @@ fs::path Built(const std::string& name) {
   return fs::path(test.data()).replace_filename(name);
 }
 
-// Wine's settings for the temporary copy.
-constexpr char kWineSettings[] = "Software\\Wine\\AppDefaults\\_VelmoraUpdate.exe";
+// Where Wine keeps its load order of the libraries of the temporary copy.
+constexpr char kLoadOrder[] = "Software\\Wine\\AppDefaults\\_VelmoraUpdate.exe\\DllOverrides";
 
 class WindowsChain : public testing::Test {
  protected:
   void SetUp() override {
     // Wine's desktop starts with the first window, and must not end with a process of the test.
     GetDesktopWindow();
-    RegDeleteTreeA(HKEY_CURRENT_USER, kWineSettings);
+    RegDeleteTreeA(HKEY_CURRENT_USER, kLoadOrder);
     std::string program = ReadFile(Built(kPatcher));
     // Windows 7 to 10 ignore the code page in the program's manifest, which Wine would use.
     if (GetACP() != 932) program.replace(program.find(">ja-JP<"), 6, ">     ");
     WriteFile(kPatcher, program);
   }
   void TearDown() override {
-    RegDeleteTreeA(HKEY_CURRENT_USER, kWineSettings);
+    RegDeleteTreeA(HKEY_CURRENT_USER, kLoadOrder);
     if (HasFailure()) std::cout << ReadFile("session.log");
   }
 
   // Sets where Wine loads a library from for the temporary copy: from nowhere (""), or from its
   // file, if there is one ("native,builtin"), as Windows does.
   static void SetLoadOrder(const std::string& library, const std::string& order) {
-    EXPECT_EQ(RegSetKeyValueA(
-                  HKEY_CURRENT_USER, (kWineSettings + std::string("\\DllOverrides")).c_str(),
-                  library.c_str(), REG_SZ, order.c_str(), static_cast<DWORD>(order.size() + 1)),
+    EXPECT_EQ(RegSetKeyValueA(HKEY_CURRENT_USER, kLoadOrder, library.c_str(), REG_SZ, order.c_str(),
+                              static_cast<DWORD>(order.size() + 1)),
               ERROR_SUCCESS);
   }
   void Serve(LoopbackServer::Answer answer) {
@@ -86,15 +84,13 @@ class WindowsChain : public testing::Test {
   // Presses until a run has asked for its list: for a moment after its last sign, a run still
   // prevents another one.
   [[nodiscard]] bool StartRun(const std::function<void()>& press) const {
-    constexpr int kPresses = 5;
     const auto before = RequestsFor("/hashlist.dat");
-    for (int i = 0; i < kPresses; ++i) {
+    const auto isStarted = [&] { return RequestsFor("/hashlist.dat") > before; };
+    for (int presses = 0; presses < 5 && !isStarted(); ++presses) {
       press();
-      if (WaitUntil([&] { return RequestsFor("/hashlist.dat") > before; }, kPatience / kPresses)) {
-        return true;
-      }
+      WaitUntil(isStarted, kPatience / 5);
     }
-    return false;
+    return isStarted();
   }
   // Closes the dialog and expects all processes of the chain to end as they should.
   void CloseAndExpectTheEnd(const PatcherDialog& dialog) {
@@ -197,7 +193,7 @@ TEST_F(WindowsChain, NewPatcherRunsWithThePlayersOptions) {
   ASSERT_EQ(AnswerBox(chain_),
             "VelmoraUpdate: アップデートプログラムが更新されました。\n"
             "アップデートプログラムを再起動します。");
-  EXPECT_TRUE(old.WaitForClosed());
+  EXPECT_TRUE(WaitUntil([&] { return !old.IsOpen(); }));
 
   const PatcherDialog dialog(chain_);
   ASSERT_TRUE(dialog.WaitFor(kCompleted));

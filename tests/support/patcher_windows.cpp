@@ -12,16 +12,13 @@
 namespace velmora::test {
 namespace {
 
-using platform::Control;
-
 constexpr char kTitle[] = "VELMORA アップデート  1.12";
 constexpr int kBoxTextControl = 0xFFFF;
 
-// 0 if the window doesn't answer.
+// 0 if the window doesn't answer within five seconds.
 LRESULT Ask(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
-  constexpr UINT kReplyPatience = 5000;  // milliseconds
   DWORD_PTR result = 0;
-  SendMessageTimeoutW(window, message, wParam, lParam, SMTO_ABORTIFHUNG, kReplyPatience, &result);
+  SendMessageTimeoutW(window, message, wParam, lParam, SMTO_ABORTIFHUNG, 5000, &result);
   return static_cast<LRESULT>(result);
 }
 
@@ -150,10 +147,6 @@ bool PatcherDialog::WaitFor(const std::string& part) const {
   return false;
 }
 
-bool PatcherDialog::WaitForClosed() const {
-  return WaitUntil([this] { return !IsOpen(); });
-}
-
 bool PatcherDialog::Click(Control control) const { return ClickButton(WindowOf(control)); }
 
 HWND PatcherDialog::Focus() const {
@@ -170,8 +163,7 @@ bool PatcherDialog::Press(WPARAM key) const {
 }
 
 bool PatcherDialog::TabTo(Control control) const {
-  constexpr int kTabs = 8;
-  for (int i = 0; i < kTabs && Focus() != WindowOf(control); ++i) {
+  for (int tabs = 0; tabs < 8 && Focus() != WindowOf(control); ++tabs) {
     const HWND before = Focus();
     if (!Press(VK_TAB) || !WaitUntil([&] { return Focus() != before; })) return false;
   }

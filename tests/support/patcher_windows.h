@@ -10,6 +10,8 @@
 
 namespace velmora::test {
 
+using platform::Control;
+
 inline constexpr unsigned kPatience = 15000;  // milliseconds for any wait
 
 // Checks `holds` repeatedly until it is true; false if it never is.
@@ -41,8 +43,6 @@ class ProcessChain {
 // The update dialog of a chain.
 class PatcherDialog {
  public:
-  using Control = platform::Control;
-
   // Waits for the dialog. If none appears, IsOpen is false.
   explicit PatcherDialog(const ProcessChain& chain);
 
@@ -52,7 +52,6 @@ class PatcherDialog {
   [[nodiscard]] std::string Picture() const;
   // Waits until the picture has that part.
   [[nodiscard]] bool WaitFor(const std::string& part) const;
-  [[nodiscard]] bool WaitForClosed() const;
 
   // Clicks a control. False for one that a player can't press.
   [[nodiscard]] bool Click(Control control) const;

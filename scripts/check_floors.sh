@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Checks that no source includes a floor above its own, that the rooms of the publisher's tool keep to
-# themselves, and that nothing above the platform knows its system. Prints what breaks the rule; exits
-# non-zero if anything does.
+# Checks that no source includes a layer above its own, that the folders of the publisher's tool don't
+# include each other, and that nothing above the platform knows its system. Prints what breaks a rule, and
+# then fails.
 set -euo pipefail
 cd "$(dirname "$0")/../src"
 
 broken=0
 complain() { echo "$1"; broken=1; }
 
-# Floors and rooms, each with what it may include besides itself.
+# Layers and folders, each with what it may include besides itself.
 declare -A may=(
   [base]=""
   [platform]="base"
@@ -26,14 +26,14 @@ declare -A may=(
 )
 
 for floor in "${!may[@]}"; do
-  [[ -d $floor ]] || complain "src/$floor isn't there"
+  [[ -d $floor ]] || complain "src/$floor is missing"
   while IFS=: read -r file _ line; do
     target=$(sed -E 's/.*"((publish\/)?[a-z_0-9]+)\/.*/\1/' <<<"$line")
     [[ " $floor ${may[$floor]} " == *" $target "* ]] || complain "src/$file includes upward: $line"
   done < <(grep -rnE '#include "[a-z_0-9]+/' "$floor")
 done
 
-# Sources that know their system are the platform's, and the starts of the programs.
+# Only the platform's sources and the main functions know their system.
 portable=(base settings engine ui process publish platform/*.h)
 systems='platform/(posix|win32)/|<(windows|wininet|shlwapi|unistd|fcntl|dirent|pthread|termios)\.h>|<sys/|<curl/|<openssl/'
 while IFS= read -r line; do

@@ -4,17 +4,13 @@
 #include <vector>
 
 #include "publish/diff/list_diff.h"
+#include "support/workspace.h"
 
 namespace velmora::publish {
 namespace {
 
-const std::string kHash(40, 'A');
-const std::string kOther(40, 'B');
-const std::string kMd5(32, 'A');
-
-std::string File(const std::string& path, const std::string& hash = kHash, int size = 7) {
-  const std::string number = std::to_string(size);
-  return "FILE : " + path + ", " + hash + ", " + number + ", " + hash + ", " + number + "\n";
+std::string File(const std::string& path, const std::string& content = "content") {
+  return test::FileLine(path, content);
 }
 
 ListDiff Compare(const std::string& before, const std::string& after) {
@@ -36,25 +32,24 @@ std::string Text(const ListDiff& diff) {
 }
 
 TEST(ListDiff, TellsWhatPlayersGoThrough) {
-  const std::string compressed = "FILE : a.compressed, " + kOther + ", 3, " + kHash + ", 7\n";
+  const std::string md5 = test::Md5("content");
   const std::string uncached(180, 'x');  // too long for a line of the cache
   const std::string threeFiles = File("a") + File("b" + uncached) + File("c");
   const struct {
     std::string before, after, expected;
   } cases[] = {
       {File("a"), File("a"), ""},
-      {File("a"), File("a", kOther), "get a"},
-      {File("a"), File("a", kHash, 8), "get a"},
+      {File("a"), File("a", "changed"), "get a"},
       {"", File("bb") + File("a"), "get a, get bb"},
       {File("a") + File("d\\b"), File("a"), "leave d\\b"},
       {File("a") + File("d\\b"), File("a") + "DEL : d\n", "delete d\\b"},
       {File("a") + File("d\\b.t"), File("a") + "DEL : *.t, R\n", "delete d\\b.t"},
       {File("d\\b"), File("d\\b") + "DEL : D\n", "get d\\b, delete d\\b"},
       // The same content in another record is read once.
-      {File("a"), compressed, "check a"},
+      {File("a"), test::CompressedLine("a", "content"), "check a"},
       {File("a"), File("A"), "check A"},
-      {File("a"), File("a", kMd5), "check a by size"},
-      {File("a"), File("a", kMd5, 8), "get a"},
+      {File("a"), "FILE : a, " + md5 + ", 7, " + md5 + ", 7\n", "check a by size"},
+      {File("a"), "FILE : a, " + md5 + ", 8, " + md5 + ", 8\n", "get a"},
       // What the cache can't hold is read at every start, and so is all that follows a long line.
       {File("a b"), File("a b"), "check a b"},
       {threeFiles, threeFiles, "check c, check b" + uncached},
@@ -69,9 +64,10 @@ TEST(ListDiff, TellsWhatPlayersGoThrough) {
 }
 
 TEST(ListDiff, CountsBytesAndRequests) {
-  const std::string after = File("a", kOther) + "FILE : c.compressed, " + kHash + ", 3, " + kOther +
-                            ", 9\n" + File("b") + File("./VelmoraUpdate.dat", kHash, 100) +
-                            File("VelmoraUpdate.exe", kHash, 1000);
+  const std::string after = File("a", "changed") +
+                            test::FileLine("c.compressed", "abc", "content") + File("b") +
+                            File("./VelmoraUpdate.dat", std::string(100, 'x')) +
+                            File("VelmoraUpdate.exe", std::string(1000, 'x'));
   const ListDiff diff = Compare(File("a") + File("b"), after);
   EXPECT_EQ(Text(diff), "get VelmoraUpdate.exe, get ./VelmoraUpdate.dat, get a, get c");
   EXPECT_EQ(diff.DownloadBytes(), 1000U + 100 + 7 + 3);

@@ -33,7 +33,7 @@ std::string File(const std::string& path, const std::string& hash = kHash,
 // Each finding's line and rule, in any order.
 using Found = std::multiset<std::pair<std::size_t, Rule>>;
 
-Found Lint(const std::string& text, const LintOptions& options = {}) {
+Found Lint(const std::string& text, const LintOptions& options) {
   Found found;
   for (const LintFinding& finding : LintList(text, options)) {
     found.emplace(finding.line, finding.rule->id);
@@ -45,17 +45,17 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
   const std::string at = ", " + kHash + ", ";
   const std::string a = "FILE : a" + at;
   const std::string other = "7, " + kOther + ", ";
-  std::string spaces;  // each takes three bytes of a request
-  for (int i = 0; i < 25; ++i) spaces += "d e f g h\\";
+  const LintOptions options{.dataPath = "/" + std::string(90, 'd'), .tree = {}};
   const struct {
     Found expected;
     std::vector<std::string> lists;  // with just these findings
   } cases[] = {
       {{},
        {a + "7" + at + "7\r\n", File("a", std::string(32, 'F')), File("a", kHash, "2147483647"),
-        a + "7, " + std::string(32, 'C') + ", 7\n", File("com10"),
+        a + "7, " + std::string(32, 'C') + ", 7\n", "FILE : a.compressed" + at + other + "7\n",
+        File("com10"),
         File("\x83\x7C"),             // its second byte is no "|"
-        File(std::string(167, 'p')),  // 255 bytes in the cache
+        File(std::string(167, 'p')),  // 255 bytes in the cache, 259 in a request
         "DEL : *.old, R\nDEL : da\n" + File("d\\x.new"),
         "EXE : \\bin\\A.exe\n" + File("bin\\a.exe"),
         File("a") + File("./VelmoraUpdate.dat") + File("VelmoraUpdate.exe")}},
@@ -87,11 +87,12 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
       // Paths.
       {{{0, kNoFiles}, {1, kPathTooLong}},
        {File(std::string(260, 'p')), "EXE : " + std::string(505, 'x') + "\n"}},
-      {{{1, kCacheLineTooLong}}, {File(std::string(168, 'p'))}},
+      {{{1, kCacheLineTooLong}, {1, kRequestTooLong}}, {File(std::string(168, 'p'))}},
       {{{1, kSpaceInPath}}, {File("a b")}},
       {{{0, kNoFiles}, {1, kTooManyCommas}}, {File("a,b")}},
       {{{1, kControlCharacter}}, {File("a\tb")}},
-      {{{1, kCacheLineTooLong}, {1, kRequestTooLong}, {1, kSpaceInPath}}, {File(spaces + "x")}},
+      // A space takes three bytes of a request.
+      {{{1, kRequestTooLong}, {1, kSpaceInPath}}, {File("a " + std::string(164, 'p'))}},
       {{{1, kBackslashInCharacter}}, {File("\x95\x5C.dat")}},
       {{{1, kLeavesInstallation}},
        {File("..\\a"), File("d\\..\\a"), File("C:\\a"), File("a:b"), File("\\a"), File("d.\\a"),
@@ -141,30 +142,32 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
       isReadWhole = isReadWhole && rule != kLineTooLong && rule != kNulByte;
     }
     for (const std::string& text : lists) {
-      EXPECT_EQ(Lint(text), expected) << text;
+      EXPECT_EQ(Lint(text, options), expected) << text;
       EXPECT_EQ(PublishedList(text).isReadWhole, isReadWhole) << text;
     }
   }
   for (const LintRule& rule : LintRules()) EXPECT_TRUE(seen.contains(rule.id)) << rule.Number();
 }
 
-// The Data value takes from the room of a request.
-TEST(Lint, RequestsAreMeasuredWithTheirDataPath) {
-  const std::string text = File(std::string(160, 'p'));
-  EXPECT_EQ(Lint(text, {.dataPath = "/" + std::string(97, 'd'), .tree = {}}), Found());
-  EXPECT_EQ(Lint(text, {.dataPath = "/" + std::string(98, 'd'), .tree = {}}),
-            (Found{{1, kRequestTooLong}}));
-}
-
-TEST(Lint, TreeTellsWhatRemovalsTake) {
+TEST(Lint, TreeIsComparedWithTheList) {
   const test::TemporaryFolder folder;
-  for (const char* name :
-       {"a", "d/x.tmp", "d/Y.TMP", "e/listed.tmp", "e/f/g", "VelmoraUpdate.exe"}) {
-    WriteFile(std::string("tree/") + name, "x");
+  for (const char* name : {"a", "d/x.tmp", "d/Y.TMP", "e/listed.tmp", "e/f/g", "VelmoraUpdate.exe",
+                           "VelmoraUpdate.dat"}) {
+    WriteFile(std::string("tree/") + name, name);
   }
+  // The linter has nothing against a publication that the tool builds.
+  BuildOptions build;
+  build.tree = "tree";
+  build.output = "out";
+  build.clientExe = "\\a";
+  build.removals.emplace_back().path = "old";
+  BuildPublication(build);
+  const LintOptions options{.dataPath = "/game", .tree = "tree"};
+  EXPECT_EQ(Lint(ReadFile("out/hashlist.dat"), options), Found());
+
   const std::string text = "DEL : *.tmp, R\nDEL : e\\f\nDEL : gone\n" + File("e\\Listed.tmp");
   std::set<std::string> found;
-  for (const LintFinding& finding : LintList(text, {.dataPath = "", .tree = "tree"})) {
+  for (const LintFinding& finding : LintList(text, options)) {
     found.insert(std::to_string(finding.rule->Number()) + " " + finding.subject + ": " +
                  finding.detail);
   }
@@ -172,20 +175,6 @@ TEST(Lint, TreeTellsWhatRemovalsTake) {
             (std::set<std::string>{"406 *.tmp: e\\Listed.tmp, see line 4", "501 *.tmp: d\\x.tmp",
                                    "501 *.tmp: d\\Y.TMP", "501 e\\f: e\\f\\g"}));
   EXPECT_THROW(LintList(text, {.dataPath = "", .tree = "none"}), PublishError);
-}
-
-TEST(Lint, BuiltPublicationIsClean) {
-  const test::TemporaryFolder folder;
-  for (const char* name : {"VelmoraUpdate.exe", "VelmoraUpdate.dat", "z", "bin/G.exe"}) {
-    WriteFile(std::string("tree/") + name, name);
-  }
-  BuildOptions build;
-  build.tree = "tree";
-  build.output = "out";
-  build.clientExe = "\\bin\\G.exe";
-  build.removals.emplace_back().path = "old";
-  BuildPublication(build);
-  EXPECT_EQ(Lint(ReadFile("out/hashlist.dat"), {.dataPath = "/game", .tree = "tree"}), Found());
 }
 
 TEST(ListPath, PathsOfOneFileFoldToOne) {

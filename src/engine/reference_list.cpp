@@ -81,7 +81,7 @@ FileRecord RemoveRecord(const ListLine& line) {
   return record;
 }
 
-std::string_view ForEachListLine(std::string_view text, const TakeLine& take) {
+std::string_view ForEachListLine(std::string_view text, const LineHandler& take) {
   const std::size_t end = std::min(text.find('\0'), text.size());
   std::size_t at = 0;
   while (at < end) {
@@ -95,7 +95,7 @@ std::string_view ForEachListLine(std::string_view text, const TakeLine& take) {
 
 std::string_view ParseReferenceList(std::string_view text, FileRecordSet& updateSet,
                                     FileRecordSet& removeSet, std::string& clientExe,
-                                    const TakeLine& refused) {
+                                    const LineHandler& refused) {
   return ForEachListLine(text, [&](std::string_view line) {
     const ListLine scanned = ScanListLine(line);
     const bool isFile = scanned.keyword == "FILE";

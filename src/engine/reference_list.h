@@ -47,18 +47,18 @@ struct ListLine {
 [[nodiscard]] FileRecord UpdateRecord(const ListLine& line);
 [[nodiscard]] FileRecord RemoveRecord(const ListLine& line);
 
-using TakeLine = std::function<void(std::string_view line)>;
+using LineHandler = std::function<void(std::string_view line)>;
 
 // Calls `take` for each line that the patcher reads, without its line feed. The reading ends at the
 // first NUL byte, and before a line over its limit. Returns the rest of the text from there on,
 // which is empty if all of it was read.
-std::string_view ForEachListLine(std::string_view text, const TakeLine& take);
+std::string_view ForEachListLine(std::string_view text, const LineHandler& take);
 
 // Inserts the records of the lines of `text` into the sets, and puts the name of the last EXE line
 // into `clientExe`, which stays as it is if there is none. Calls `refused` for each line that is
 // refused. Returns the part of the text that isn't read, as ForEachListLine does.
 std::string_view ParseReferenceList(std::string_view text, FileRecordSet& updateSet,
                                     FileRecordSet& removeSet, std::string& clientExe,
-                                    const TakeLine& refused);
+                                    const LineHandler& refused);
 
 }  // namespace velmora

@@ -15,7 +15,7 @@ struct DiffEntry {
   std::uint64_t bytes;  // to download, or on the player's disk
 };
 
-// For a player who has all files of the old list, and a cache of them. Entries stand in the order
+// For a player who has all files of the old list, and a cache of them. Entries are in the order
 // in which a patcher works, with paths as the lists spell them.
 struct ListDiff {
   std::vector<DiffEntry> downloads;

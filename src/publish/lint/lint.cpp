@@ -13,7 +13,7 @@ void AddRecord(std::vector<ListedRecord>& records, std::size_t line, FileRecord 
   records.push_back({line, std::move(record), std::move(folded)});
 }
 
-void TakeLine(std::string_view line, std::size_t number, const LintOptions& options,
+void ReadLine(std::string_view line, std::size_t number, const LintOptions& options,
               ListedRecords& records, Findings& findings) {
   const ListLine scanned = ScanListLine(line);
   const LineUse use = CheckLine(line, scanned, number, findings);
@@ -31,14 +31,14 @@ void TakeLine(std::string_view line, std::size_t number, const LintOptions& opti
   }
 }
 
-void TakeLines(std::string_view text, const LintOptions& options, ListedRecords& records,
+void ReadLines(std::string_view text, const LintOptions& options, ListedRecords& records,
                Findings& findings) {
   std::vector<std::string_view> lines;
   const std::string_view unread =
       ForEachListLine(text, [&lines](std::string_view line) { lines.push_back(line); });
   CheckEnd(text, unread, findings);
   for (std::size_t i = 0; i < lines.size(); ++i) {
-    TakeLine(lines[i], i + 1, options, records, findings);
+    ReadLine(lines[i], i + 1, options, records, findings);
   }
 }
 
@@ -53,7 +53,7 @@ std::vector<LintFinding> Findings::Sorted() && {
 std::vector<LintFinding> LintList(std::string_view text, const LintOptions& options) {
   Findings findings;
   ListedRecords records;
-  TakeLines(text, options, records, findings);
+  ReadLines(text, options, records, findings);
   CheckFilesTogether(records, findings);
   CheckRemovals(records, findings);
   CheckClients(records, findings);

@@ -1,4 +1,4 @@
-// The digest service at its failures, each provoked by a stand-in in the place of the platform's.
+// The digest service's failures, provoked by a stand-in for the platform's.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -12,90 +12,82 @@ namespace velmora::platform {
 namespace {
 
 struct DigestService {
-  int opens = 0;                           // how often it was asked to open
-  std::vector<std::int32_t> refused = {};  // codes with which the first opens fail, in turn
-  bool creates = true;
-  bool feeds = true;
-  bool knowsLength = true;
-  bool givesDigest = true;
-  int dropped = 0;  // handles given back
+  std::vector<std::int32_t> refusals;  // the codes with which the first opens fail, in turn
+  std::string failing;                 // the operation that fails, with code 1234
+  std::vector<KeySet> opens = {};
+  int released = 0;  // handles
 };
 DigestService service;
 
-bool Answer(bool works, std::int32_t& error) {
-  if (!works) error = 1234;
-  return works;
+bool Succeeds(const char* operation, std::int32_t& error) {
+  error = 1234;
+  return service.failing != operation;
 }
 
 }  // namespace
 
 DigestHandle OpenDigestProvider(KeySet keySet, std::int32_t& error) {
-  const auto attempt = static_cast<std::size_t>(service.opens++);
-  EXPECT_EQ(keySet, attempt == 0 ? KeySet::kDefault : KeySet::kCreate);
-  if (attempt >= service.refused.size()) return 1;
-  error = service.refused[attempt];
+  const std::size_t attempt = service.opens.size();
+  service.opens.push_back(keySet);
+  if (attempt >= service.refusals.size()) return 1;
+  error = service.refusals[attempt];
   return 0;
 }
 DigestHandle CreateDigest(DigestHandle, DigestKind, std::int32_t& error) {
-  return Answer(service.creates, error) ? 2 : 0;
+  return Succeeds("create", error) ? 2 : 0;
 }
 bool FeedDigest(DigestHandle, const void*, std::uint32_t, std::int32_t& error) {
-  return Answer(service.feeds, error);
+  return Succeeds("feed", error);
 }
 bool GetDigestLength(DigestHandle, std::uint32_t& length, std::int32_t& error) {
   length = 2;
-  return Answer(service.knowsLength, error);
+  return Succeeds("length", error);
 }
-bool GetDigest(DigestHandle, std::uint8_t* buffer, std::uint32_t& length, std::int32_t& error) {
+bool GetDigest(DigestHandle, std::uint8_t* buffer, std::uint32_t&, std::int32_t& error) {
   buffer[0] = 0x0A;
   buffer[1] = 0xFF;
-  length = 2;
-  return Answer(service.givesDigest, error);
+  return Succeeds("digest", error);
 }
-void DestroyDigest(DigestHandle digest) { service.dropped += digest == 0 ? 0 : 1; }
-void CloseDigestProvider(DigestHandle provider) { service.dropped += provider == 0 ? 0 : 1; }
+void DestroyDigest(DigestHandle digest) { service.released += digest == 0 ? 0 : 1; }
+void CloseDigestProvider(DigestHandle provider) { service.released += provider == 0 ? 0 : 1; }
 
 }  // namespace velmora::platform
 
 namespace velmora::test {
 namespace {
 
-using Lines = std::vector<std::string>;
-
-TEST(DigestFailure, EachStageIsLoggedAndEverythingGivenBack) {
-  const std::int32_t badKeySet = platform::kErrorBadKeySet;
-  const std::string badKeySetCode = "CompareHash() Error : Code = -2146893802";
-  const std::string open = "VerifyHash() : Error in CryptAcquireContext() : Code = ";
-  const std::string code = "CompareHash() Error : Code = 1234";
+TEST(DigestFailure, IsLoggedAndEveryHandleIsReleased) {
+  using platform::KeySet;
+  const std::vector<KeySet> once = {KeySet::kDefault};
+  const std::vector<KeySet> twice = {KeySet::kDefault, KeySet::kCreate};
+  const std::int32_t noKeySet = platform::kErrorBadKeySet;
+  const std::string log = "VerifyHash() : Error in Crypt";
+  const std::string parameter = log + "GetHashParam() : Code = 1234";
   const struct {
     platform::DigestService service;
-    Lines log;
-    int opens;
-    int dropped;
+    std::string logged;
+    std::string code;
+    std::vector<KeySet> opens;
+    int released;
   } cases[] = {
-      {{.refused = {77}}, {open, "CompareHash() Error : Code = 77"}, 1, 0},
-      {{.refused = {badKeySet, badKeySet}}, {open, badKeySetCode}, 2, 0},
-      {{.refused = {badKeySet, 78}}, {open, "CompareHash() Error : Code = 78"}, 2, 0},
-      {{.refused = {badKeySet}}, {"Correct Hash : 0AFF [local] vs 0AFF [reference]"}, 2, 2},
-      {{.creates = false}, {"VerifyHash() : Error in CryptCreateHash() : Code = ", code}, 1, 1},
-      {{.feeds = false}, {"VerifyHash() : Error in CryptHashData() : Code = 1234", code}, 1, 2},
-      {{.knowsLength = false},
-       {"VerifyHash() : Error in CryptGetHashParam() : Code = 1234", code},
-       1,
-       2},
-      {{.givesDigest = false},
-       {"VerifyHash() : Error in CryptGetHashParam() : Code = 1234", code},
-       1,
-       2},
+      {{{77}, ""}, log + "AcquireContext() : Code = ", "77", once, 0},
+      {{{noKeySet, noKeySet}, ""}, log + "AcquireContext() : Code = ", "-2146893802", twice, 0},
+      {{{noKeySet, 78}, ""}, log + "AcquireContext() : Code = ", "78", twice, 0},
+      {{{noKeySet}, ""}, "Correct Hash : 0AFF [local] vs 0AFF [reference]", "", twice, 2},
+      {{{}, "create"}, log + "CreateHash() : Code = ", "1234", once, 1},
+      {{{}, "feed"}, log + "HashData() : Code = 1234", "1234", once, 2},
+      {{{}, "length"}, parameter, "1234", once, 2},
+      {{{}, "digest"}, parameter, "1234", once, 2},
   };
   for (const auto& test : cases) {
     const TemporaryFolder folder;
     platform::service = test.service;
-    const bool succeeds = test.log.size() == 1;
-    EXPECT_EQ(VerifyHash("x", 1, "0AFF"), succeeds);
-    EXPECT_EQ(LogMessages(), test.log);
+    std::vector<std::string> messages = {test.logged};
+    if (!test.code.empty()) messages.push_back("CompareHash() Error : Code = " + test.code);
+    EXPECT_EQ(VerifyHash("x", 1, "0AFF"), test.code.empty());
+    EXPECT_EQ(LogMessages(), messages);
     EXPECT_EQ(platform::service.opens, test.opens);
-    EXPECT_EQ(platform::service.dropped, test.dropped);
+    EXPECT_EQ(platform::service.released, test.released);
   }
 }
 

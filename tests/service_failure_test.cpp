@@ -1,4 +1,4 @@
-// HTTP and threads at failures that no server provokes at will, by stand-ins in their place.
+// Failures of HTTP and threads that no server can cause at will, by stand-ins for the platform's.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,6 +15,7 @@
 #include "engine/update_state.h"
 #include "platform/http.h"
 #include "platform/threads.h"
+#include "settings/probe_client.h"
 #include "support/recording_dialog.h"
 #include "support/workspace.h"
 #include "ui/update_dialog.h"
@@ -22,62 +23,60 @@
 namespace velmora::platform {
 namespace {
 
+enum class End { kWhole, kBroken };  // of a body: the read after the last chunk succeeds, or fails
+
 struct Served {
   std::string length;               // Content-Length
   std::vector<std::string> chunks;  // as they become available
-  bool breaks = false;              // the read behind the last chunk fails
+  End end = End::kWhole;
 };
 
 struct Services {
   bool opensSession = true;
   bool startsThread = true;
+  bool readsFail = false;  // though they bring bytes; all but the last of a whole body
   std::map<std::string, Served> files;
   std::string requested;
   std::size_t chunk = 0;
-  std::vector<HttpHandle> closed;
+  std::string closed;  // S, C and R for session, connection and request, in order
 };
 Services services;
 
-constexpr HttpHandle kSession = 0xABC;
-constexpr HttpHandle kConnection = 0xDEF;
-constexpr HttpHandle kRequest = 0x123;
-
 }  // namespace
 
-HttpHandle OpenHttpSession(const char*) { return services.opensSession ? kSession : 0; }
+HttpHandle OpenHttpSession(const char*) { return services.opensSession ? 'S' : kNoHttpHandle; }
 void SetHttpTimeouts(HttpHandle, std::uint32_t milliseconds) { EXPECT_EQ(milliseconds, 10000U); }
-HttpHandle ConnectHttp(HttpHandle, const std::string&, std::uint16_t, const std::string&,
+HttpHandle ConnectHttp(HttpHandle, const std::string& host, std::uint16_t, const std::string&,
                        const std::string&) {
-  return kConnection;
+  return host == "nowhere" ? kNoHttpHandle : 'C';
 }
 HttpHandle OpenHttpGet(HttpHandle, const std::string& path) {
   services.requested = path;
   services.chunk = 0;
-  return kRequest;
+  return 'R';
 }
 void SendHttpRequest(HttpHandle) {}
 std::optional<std::string> QueryHttpField(HttpHandle, HttpField field, std::size_t) {
   const auto found = services.files.find(services.requested);
-  if (found == services.files.end()) return std::nullopt;
-  return field == HttpField::kStatusCode ? "200" : found->second.length;
+  const bool exists = found != services.files.end();
+  if (field == HttpField::kStatusCode) return exists ? "200" : "404";
+  return exists ? std::optional(found->second.length) : std::nullopt;
 }
 std::uint32_t QueryHttpDataAvailable(HttpHandle) {
   const Served& file = services.files[services.requested];
-  if (services.chunk < file.chunks.size()) {
-    return static_cast<std::uint32_t>(file.chunks[services.chunk].size());
-  }
-  return file.breaks ? 1 : 0;
+  if (services.chunk == file.chunks.size()) return file.end == End::kBroken ? 1 : 0;
+  return static_cast<std::uint32_t>(file.chunks[services.chunk].size());
 }
 bool ReadHttp(HttpHandle, void* buffer, std::uint32_t size, std::uint32_t& read) {
   const Served& file = services.files[services.requested];
   read = 0;
-  if (services.chunk == file.chunks.size()) return !file.breaks;
+  if (services.chunk == file.chunks.size()) return file.end == End::kWhole;
   const std::string& chunk = file.chunks[services.chunk++];
   read = std::min(size, static_cast<std::uint32_t>(chunk.size()));
   std::memcpy(buffer, chunk.data(), read);
-  return true;
+  return !services.readsFail || (services.chunk == file.chunks.size() && file.end == End::kWhole);
 }
-void CloseHttpHandle(HttpHandle handle) { services.closed.push_back(handle); }
+void CloseHttpHandle(HttpHandle handle) { services.closed += static_cast<char>(handle); }
 
 // A run is carried out at once, on the thread that starts it.
 ThreadHandle StartThread(void (*entry)()) {
@@ -93,16 +92,17 @@ namespace velmora::test {
 namespace {
 
 using Lines = std::vector<std::string>;
-using platform::kConnection;
-using platform::kRequest;
-using platform::kSession;
+using platform::End;
 using platform::services;
 
 class ServiceFailure : public EngineTest {
  protected:
   ServiceFailure() { services = platform::Services(); }
-  void ServeList(const std::string& list) {
+  static void ServeList(const std::string& list) {
     services.files["/hashlist.dat"] = {std::to_string(list.size()), {list}};
+  }
+  static std::string ErrorBox(const char* text) {
+    return FormatText("box 40010 %s|%s", texts::kErrorCaption, text);
   }
 };
 
@@ -121,83 +121,89 @@ TEST_F(ServiceFailure, NoThread) {
   EXPECT_EQ(UpdateState, kEnded);
 }
 
-TEST_F(ServiceFailure, NoSession) {
+TEST_F(ServiceFailure, HandlesAreClosedOnceAndInOrder) {
   services.opensSession = false;
   EXPECT_TRUE(UpdateFiles());
-  EXPECT_EQ(LogMessagesWith("InternetOpen"), Lines{"InternetOpen() : FAILED : Status = 0"});
-  EXPECT_EQ(EventsOf("box"),
-            Lines{FormatText("box 40010 %s|%s", texts::kErrorCaption, texts::kNoInternet)});
-  EXPECT_TRUE(services.closed.empty());
-}
-
-TEST_F(ServiceFailure, HandlesAreClosedOnceAndInOrder) {
+  EXPECT_EQ(services.closed, "");
+  EXPECT_EQ(EventsOf("box"), Lines{ErrorBox(texts::kNoInternet)});
+  services.opensSession = true;
   ServeList("");
   EXPECT_TRUE(UpdateFiles());
-  EXPECT_EQ(LogMessagesWith("SUCCESS"), (Lines{"InternetOpen() : SUCCESS : Status = ABC",
-                                               "InternetConnect() : SUCCESS : Status = DEF"}));
-  EXPECT_EQ(services.closed, (std::vector<platform::HttpHandle>{kRequest, kConnection, kSession}));
-
+  EXPECT_EQ(services.closed, "RCS");
+  EXPECT_EQ(LogMessagesWith(" : Status = "),
+            (Lines{"InternetOpen() : FAILED : Status = 0", "InternetOpen() : SUCCESS : Status = 53",
+                   "InternetConnect() : SUCCESS : Status = 43"}));
   // A failed download leaves its request to the end of the run.
-  services.closed.clear();
   ServeList(FileLine("a", "1"));
   EXPECT_TRUE(UpdateFiles());
-  EXPECT_EQ(services.closed,
-            (std::vector<platform::HttpHandle>{kRequest, kRequest, kConnection, kSession}));
+  EXPECT_EQ(services.closed, "RCSRRCS");
+
+  // A new connection first closes what the last one left.
+  services.closed.clear();
+  EXPECT_TRUE(ConnectServer());
+  services.files["/hashlist.dat"] = {"100", {}, End::kBroken};
+  EXPECT_TRUE(ConnectServer());
+  EXPECT_EQ(services.closed, "RCSR");
+  EXPECT_EQ(UpdateSet.Count(), 0U);
 }
 
 TEST_F(ServiceFailure, BodiesThatBreakOrRunOver) {
   const std::string content = "0123456789";
-  const std::string shortened = "Insufficient File data has been read):: f : IndicatedSize:";
-  const std::string lost =
-      FormatText("box 40010 %s|%s", texts::kErrorCaption, texts::kConnectionLost);
+  const std::string tooLong = "Insufficient File data has been read):: f : IndicatedSize:5 ";
   const struct {
     platform::Served served;
-    Lines boxes;
+    bool succeeds;
     std::string logged;
     std::string positions;
   } cases[] = {
-      {{"10", {"0123", "45678", "9"}}, {}, "Update Success : file f ", "4 9 10 10 "},
-      {{"10", {"0123", "45"}, true}, {lost}, "[Error] InternetReadFile() :: f : 6", "4 6 "},
-      {{"5", {content}}, {lost}, shortened + "5 ActualRead:10", ""},
-      {{"5", {"012", "345", "6789"}}, {lost}, shortened + "5 ActualRead:6", "3 "},
-      {{"0", {content}}, {lost}, shortened + "0 ActualRead:10", ""},
-      {{"abc", {content}}, {lost}, shortened + "0 ActualRead:10", ""},
-      {{"99999999999", {content}}, {lost}, shortened + "2147483647 ActualRead:10", "10 "},
+      {{"10", {"0123", "45678", "9"}}, true, "Update Success : file f ", " 4 9 10 10"},
+      {{"10", {"0123", "45"}, End::kBroken}, false, "InternetReadFile() :: f : 6", " 4 6"},
+      {{"5", {content}}, false, tooLong + "ActualRead:10", ""},
+      {{"5", {"012", "345", "6789"}}, false, tooLong + "ActualRead:6", " 3"},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.logged);
     ResetDialog();
-    std::filesystem::remove("session.log");
-    std::filesystem::remove("f");
-    std::filesystem::remove("VelmoraUpdate.cvc");
+    for (const char* file : {"f", "VelmoraUpdate.cvc"}) std::filesystem::remove(file);
     ServeList(FileLine("f", content));
     services.files["/f"] = test.served;
     EXPECT_TRUE(UpdateFiles());
-    EXPECT_EQ(EventsOf("box"), test.boxes);
-    EXPECT_FALSE(LogMessagesWith(test.logged).empty()) << ReadFile("session.log");
+    EXPECT_EQ(EventsOf("box"), test.succeeds ? Lines{} : Lines{ErrorBox(texts::kConnectionLost)});
+    EXPECT_EQ(LogMessagesWith(test.logged).size(), 1U) << ReadFile("session.log");
     std::string positions;
-    for (const auto& event : EventsOf("position 1005 ")) positions += event.substr(14) + " ";
+    for (const auto& event : EventsOf("position 1005 ")) positions += event.substr(13);
     EXPECT_EQ(positions, test.positions);
-    EXPECT_EQ(ReadFile("f"), test.boxes.empty() ? content : "(none)");
+    EXPECT_EQ(ReadFile("f"), test.succeeds ? content : "(none)");
   }
 }
 
-TEST_F(ServiceFailure, ListThatComesInPart) {
-  const std::string list = FileLine("a", "") + FileLine("bb", "") + "DEL : c";
-  services.files["/hashlist.dat"] = {std::to_string(list.size()),
-                                     {list.substr(0, FileLine("a", "").size() + 8)}};
-  EXPECT_TRUE(ConnectServer());
-  Lines paths;
-  for (const FileRecord& record : UpdateSet) paths.push_back(record.path);
-  EXPECT_EQ(paths, (Lines{"a", "b"}));
-  EXPECT_EQ(RemoveSet.Count(), 0U);
-
-  // Whoever connects anew closes what the last connection left.
-  services.closed.clear();
-  services.files["/hashlist.dat"] = {"100", {}, true};
-  EXPECT_TRUE(ConnectServer());
-  EXPECT_EQ(services.closed, (std::vector<platform::HttpHandle>{kConnection, kSession, kRequest}));
-  EXPECT_EQ(UpdateSet.Count(), 0U);
+// A failed read that brought something is repeated for the rest.
+TEST_F(ServiceFailure, ProbeReadsOnUntilAReadFailsWithNothing) {
+  services.readsFail = true;
+  services.files = {{"/whole", {"10", {"0123", "45", "678"}}},
+                    {"/broken", {"10", {"0123", "45"}, End::kBroken}},
+                    {"/none", {"-1", {"0"}}}};
+  const struct {
+    const char* path;
+    const char* body;
+    std::int32_t status;
+    std::int32_t length;
+  } cases[] = {{"/whole", "012345678", 200, 10},
+               {"/broken", nullptr, 200, 10},
+               {"/none", nullptr, 200, -1},
+               {"/gone", nullptr, 404, 0}};
+  ProbeClient client("agent");
+  ASSERT_TRUE(client.Connect("host"));
+  for (const auto& test : cases) {
+    std::int32_t status = 7;
+    std::int32_t length = 7;
+    EXPECT_STREQ(client.FetchBody(test.path, &status, &length), test.body);
+    EXPECT_EQ(status, test.status);
+    EXPECT_EQ(length, test.length);
+  }
+  client.Close();
+  EXPECT_EQ(services.closed, "RRRRCS");
+  EXPECT_FALSE(client.Connect("nowhere"));
 }
 
 }  // namespace

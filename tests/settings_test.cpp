@@ -109,7 +109,7 @@ TEST_F(SettingsStore, EnableCdnRedirects) {
   } cases[] = {
       {Ok(url), redirected},
       {Raw("Content-Length: 300\r\n", url), redirected},  // closed early
-      {Raw("Content-Length: 300\r\n", url, Reply::End::kReset), none},
+      {Raw("Content-Length: 30\r\n", "", Reply::End::kReset), none},
       {Status(404, "", url), none},
       {Ok(""), none},
       {Ok("error: not found"), none},

@@ -1,5 +1,5 @@
-// Memory for many small things that live and go together: taken piece by piece from large blocks,
-// given back all at once. One thread at a time.
+// Memory for many small objects that share a lifetime: allocated from large blocks and freed all at
+// once. One thread at a time.
 #pragma once
 
 #include <algorithm>
@@ -12,7 +12,7 @@ namespace velmora {
 
 class Arena {
  public:
-  // `size` bytes, aligned for any pointer, until Clear. Throws std::bad_alloc.
+  // `size` bytes, aligned for any pointer, valid until Clear. Throws std::bad_alloc.
   void* Take(std::size_t size) {
     size = (size + kAlignment - 1) / kAlignment * kAlignment;
     if (size > left_) AddBlock(size);
@@ -32,7 +32,7 @@ class Arena {
   static constexpr std::size_t kFirstBlock = std::size_t{1} << 12;
   static constexpr std::size_t kLargestBlock = std::size_t{1} << 20;
 
-  // Blocks grow with what is there already, so that at most half of it is unused.
+  // Block sizes double, so that at most about half of the memory is unused.
   void AddBlock(std::size_t size) {
     const std::size_t blockSize = std::max(size, blockSize_);
     blocks_.push_back(std::unique_ptr<std::byte[]>(new std::byte[blockSize]));

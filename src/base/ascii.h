@@ -1,7 +1,6 @@
-// Characters of ASCII, whatever the locale says. Other bytes are none of its letters, digits or
-// control characters, and neither is the trail byte of a double-byte character: texts that may hold
-// those are looked at character by character (`Characters` in base/text.h). Pure; safe from any
-// thread.
+// ASCII characters, independent of the locale. These functions look at single bytes, so a text that
+// may hold double-byte characters, whose trail byte can look like ASCII, must be walked by
+// `Characters` (base/text.h) first. Pure; safe from any thread.
 #pragma once
 
 #include <algorithm>
@@ -15,7 +14,7 @@ namespace velmora {
   return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
 }
 
-// Windows takes both for the end of a folder's name.
+// Windows takes both as the end of a folder's name.
 [[nodiscard]] constexpr bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 
 [[nodiscard]] constexpr char LowerCase(char c) {
@@ -33,7 +32,7 @@ namespace velmora {
 
 inline constexpr char kHexDigits[] = "0123456789ABCDEF";
 
-// `text` without any of `characters` at its ends.
+// `text` without those of `characters` at either end.
 [[nodiscard]] constexpr std::string_view Trimmed(std::string_view text,
                                                  std::string_view characters) {
   const std::size_t first = text.find_first_not_of(characters);
@@ -41,7 +40,7 @@ inline constexpr char kHexDigits[] = "0123456789ABCDEF";
   return text.substr(first, text.find_last_not_of(characters) + 1 - first);
 }
 
-// Whether a connection can be made to `host`, a name or an address without its port.
+// Whether `host`, without a port, can be the name or address of a server.
 [[nodiscard]] inline bool IsHost(std::string_view host) {
   return !host.empty() && host.find_first_of(" /\\?#@") == std::string_view::npos &&
          std::none_of(host.begin(), host.end(), IsControl);

@@ -33,18 +33,18 @@ std::size_t CharacterLength(std::string_view text, std::size_t position) {
 
 std::string_view CutText(std::string_view text, std::size_t limit) {
   if (text.size() <= limit) return text;
-  std::size_t end = 0;
-  while (true) {
-    const std::size_t next = end + CharacterLength(text, end);
-    if (next > limit) return text.substr(0, end);
-    end = next;
+  std::size_t length = 0;
+  for (const std::string_view character : Characters(text)) {
+    if (length + character.size() > limit) break;
+    length += character.size();
   }
+  return text.substr(0, length);
 }
 
 std::string FormatTextV(const char* format, std::va_list arguments) {
   std::va_list again;
   va_copy(again, arguments);
-  char buffer[512];  // takes most texts, which are then formatted once
+  char buffer[512];  // most texts fit and are formatted only once
   const int length = std::vsnprintf(buffer, sizeof buffer, format, arguments);
   std::string text(buffer, static_cast<std::size_t>(std::clamp(length, 0, int{sizeof buffer} - 1)));
   if (length >= int{sizeof buffer}) {

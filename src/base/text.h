@@ -1,4 +1,4 @@
-// Byte-string helpers that every floor uses. All text of the program is 8-bit text in the
+// Byte-string helpers for every floor. All text in the program is 8-bit text in the
 // platform's ANSI code page, which for this product is code page 932 (Shift-JIS): a character is
 // one byte, or a lead byte followed by a trail byte, and the trail byte may be 0x5C, the backslash.
 //
@@ -14,11 +14,11 @@
 namespace velmora {
 
 // Reads a leading decimal number as the C function atol does: white space, an optional sign,
-// digits; 0 if there is no digit; anything behind the digits is ignored. A value beyond 32 bits
-// gives the nearest 32-bit number.
+// digits; 0 if there is no digit; anything after the digits is ignored. A value beyond 32 bits
+// becomes the nearest 32-bit number.
 [[nodiscard]] std::int32_t ToNumber(std::string_view text);
 
-// White space as the C locale's isspace sees it: blank, \t, \n, \v, \f, \r.
+// White space as the C locale's isspace sees it: space, \t, \n, \v, \f, \r.
 inline constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 [[nodiscard]] constexpr bool IsWhiteSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
@@ -28,18 +28,18 @@ inline constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
   return (byte >= 0x81 && byte <= 0x9F) || (byte >= 0xE0 && byte <= 0xFC);
 }
 
-// True for a byte that may stand second in a double-byte character of code page 932.
+// True for a byte that can be the second of a double-byte character of code page 932.
 [[nodiscard]] constexpr bool IsTrailByte(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte >= 0x40 && byte <= 0xFC && byte != 0x7F;
 }
 
-// Length in bytes of the character at `position`, 1 or 2. A lead byte without a trail byte behind
+// Length in bytes of the character at `position`, 1 or 2. A lead byte without a trail byte after
 // it counts as a character of its own. `position` must be inside the text.
 [[nodiscard]] std::size_t CharacterLength(std::string_view text, std::size_t position);
 
 // The characters of `text`, for a loop: `for (const std::string_view character :
-// Characters(text))`. A character's place in the text is `character.data() - text.data()`.
+// Characters(text))`. A character's position is `character.data() - text.data()`.
 class Characters {
  public:
   explicit Characters(std::string_view text) : text_(text) {}
@@ -69,10 +69,10 @@ class Characters {
   std::string_view text_;
 };
 
-// The longest beginning of `text` that has at most `limit` bytes and ends between two characters.
+// The longest prefix of `text` that has at most `limit` bytes and ends between two characters.
 [[nodiscard]] std::string_view CutText(std::string_view text, std::size_t limit);
 
-// Fills a printf-style format, without a limit of its own.
+// Formats as printf does, to any length.
 [[nodiscard]] std::string FormatText(const char* format, ...) __attribute__((format(printf, 1, 2)));
 [[nodiscard]] std::string FormatTextV(const char* format, std::va_list arguments)
     __attribute__((format(printf, 1, 0)));

@@ -1,5 +1,5 @@
-// The text mode of Windows' C runtime, in which the session log and the verification cache are
-// written on every system alike.
+// The text mode of Windows' C runtime. The session log and the verification cache are written in
+// it on every system.
 #pragma once
 
 #include <string>
@@ -7,14 +7,14 @@
 
 namespace velmora {
 
-// What stands on disk for `text`: every LF becomes CR LF. Nothing else changes.
+// The bytes to write for `text`: every LF becomes CR LF. Nothing else changes.
 [[nodiscard]] std::string EncodeTextMode(std::string_view text);
 
-// What a reader in text mode sees of a file's bytes: nothing from the first 0x1A (Ctrl-Z) on.
+// The part of a file that a reader in text mode sees: it ends before the first 0x1A (Ctrl-Z).
 [[nodiscard]] std::string_view UpToEndOfText(std::string_view bytes);
 
-// Takes the next line off `rest`, which must not be empty: everything up to LF or the end, without
-// the LF and without one CR in front of it.
+// Removes the next line from `rest`, which must not be empty, and returns it without its LF and
+// without a CR before that. The last line may lack its LF.
 [[nodiscard]] std::string_view TakeTextLine(std::string_view& rest);
 
 }  // namespace velmora

@@ -1,6 +1,6 @@
-// Every Japanese text that the program shows or logs, in one place. The source is UTF-8; the
-// compiler turns these literals into code page 932, which is what dialogs, message boxes and the
-// log hold. Trailing blanks and line feeds belong to the texts.
+// Every text that a player reads, and every Japanese text of the log, in one place. The source is
+// UTF-8; the compiler turns these literals into code page 932, the encoding of dialogs, message
+// boxes and the log. Trailing spaces and line feeds are part of the texts.
 #pragma once
 
 namespace velmora::texts {
@@ -35,7 +35,7 @@ inline constexpr char kPatcherUpdated[] =
     "アップデートプログラムが更新されました。\nアップデートプログラムを再起動します。";
 inline constexpr char kPaneFailed[] = "インフォメーションウインドウの初期化に失敗しました";
 
-// Session log. The gap behind STATUS_CODE is one ideographic blank.
+// Session log. The gap after STATUS_CODE is one ideographic space.
 inline constexpr char kLogNoOptions[] = "オプションの指定はありません。\n";
 inline constexpr char kLogListStatus[] = "HttpQueryInfo() HTTP_QUERY_STATUS_CODE　: code %d \n";
 inline constexpr char kLogFileStatus[] =

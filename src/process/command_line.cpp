@@ -25,7 +25,7 @@ class OptionScan {
  public:
   explicit OptionScan(const std::string& line) : line_(line) {}
 
-  // The next option letter, in upper case; nothing at the end of the line.
+  // The next option letter, in upper case; empty at the end of the line.
   std::optional<char> NextLetter() {
     const std::size_t slash = line_.find('/', position_);
     if (slash == std::string::npos || slash + 1 == line_.size()) return std::nullopt;
@@ -33,7 +33,7 @@ class OptionScan {
     return UpperCase(line_[slash + 1]);
   }
 
-  // The value of the option just met; nothing if it is too long.
+  // The value of the current option; empty if it is too long.
   std::optional<std::string> ReadOptionValue() {
     const std::size_t start = std::min(line_.find_first_not_of(' ', position_), line_.size());
     SkipOptionValue();
@@ -48,10 +48,10 @@ class OptionScan {
     position_ = std::min(line_.find(' ', start), line_.size());
   }
 
-  // Where the option just met ends, with its value if that was read.
+  // The end of the current option, including its value if that was read or skipped.
   std::size_t Position() const { return position_; }
 
-  // What stands behind the letter just met and one separator.
+  // What follows the current letter and one separator.
   std::string Tail() const { return line_.substr(std::min(position_ + 1, line_.size())); }
 
  private:
@@ -59,7 +59,7 @@ class OptionScan {
   std::size_t position_ = 0;
 };
 
-// The letters whose values each scan reads; to the other scan these values are text like any.
+// The letters that have a value in each scan. The other scan looks for options in these values too.
 constexpr std::string_view kSettingsPathScan = "P";
 constexpr std::string_view kOptionsScan = "BDHIL";
 
@@ -159,7 +159,7 @@ std::string WholeOptions(const std::string& line, std::size_t limit) {
 void DeleteTemporaryCopy() {
   constexpr std::uint32_t kLongestPause = 50;
   if (!platform::FileExists(kTemporaryCopy)) return;
-  // Another process may delete the copy first; gone is gone.
+  // Another process may delete the copy first.
   std::uint32_t pause = 1;
   while (!platform::RemoveFile(kTemporaryCopy) && platform::FileExists(kTemporaryCopy)) {
     platform::Pause(pause);

@@ -5,9 +5,9 @@
 
 namespace velmora {
 
-// Settings file, mirror and probe, command line: in this order, so that a later one overrules an
-// earlier one. Then the hand-over. `commandLine` is the text behind the program's own name. The
-// result is the exit code, for platform::EndProcess. Main thread, once.
+// Applies settings file, mirror, probe and command line in this order, so that a later one
+// overrides an earlier one. Then plays the process's role (hand_over.h). `commandLine` is the text
+// after the program's own name. Returns the exit code, for platform::EndProcess. Main thread, once.
 [[nodiscard]] int RunProgram(const std::string& commandLine);
 
 }  // namespace velmora

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "base/ascii.h"
 #include "base/texts.h"
 #include "engine/server_connection.h"
 #include "engine/update_run.h"
@@ -26,14 +27,13 @@ std::string LaunchDirectory() {
   return platform::ShortPath(platform::WorkingDirectory(kDirectoryBuffer), kDirectoryBuffer);
 }
 
-void TellAlreadyRunning() {
+void ShowAlreadyRunning() {
   platform::ShowStartBox(texts::kAlreadyRunning, texts::kErrorCaption, platform::kBoxError);
 }
 
-// Windows' texts end with a line end.
+// Windows' texts end with a line break.
 std::string SystemErrorLine(std::int32_t code) {
-  const std::string text = platform::SystemErrorText(code);
-  return text.substr(0, text.find_last_not_of("\r\n") + 1);
+  return std::string(Trimmed(platform::SystemErrorText(code), "\r\n"));
 }
 
 int StartAsInstalled(const std::string& modulePath) {
@@ -41,9 +41,9 @@ int StartAsInstalled(const std::string& modulePath) {
   if (!platform::CopyFileOver(modulePath, kTemporaryCopy)) {
     const std::int32_t error = platform::LastSystemError();
     LogMessage("Error CopyFile() : Already exists same application \n");
-    // That may not be the cause: it may be a folder that the player can't write to, or a full disk.
+    // The cause may be another one: a folder that the player can't write to, or a full disk.
     LogMessage("Reason of the system : %d %s\n", error, SystemErrorLine(error).c_str());
-    TellAlreadyRunning();
+    ShowAlreadyRunning();
     return 0;
   }
   const std::string directory = LaunchDirectory();
@@ -55,9 +55,9 @@ int StartAsInstalled(const std::string& modulePath) {
   return 0;
 }
 
-std::string HandedTail() {
-  if (ArgumentTail.size() <= kMaxHandedTail) return ArgumentTail;
-  std::string tail = WholeOptions(ArgumentTail, kMaxHandedTail);
+std::string TailToPassOn() {
+  if (ArgumentTail.size() <= kMaxPassedTail) return ArgumentTail;
+  std::string tail = WholeOptions(ArgumentTail, kMaxPassedTail);
   LogMessage("Options are too long to hand on, cut to : %s\n", tail.c_str());
   return tail;
 }
@@ -65,7 +65,7 @@ std::string HandedTail() {
 int LaunchInstalled(const platform::NamedMutex& mutex) {
   const std::string directory = LaunchDirectory();
   const bool restart = RestartRequested != 0;
-  const std::string parameters = (restart ? "/R " : "/C ") + HandedTail();
+  const std::string parameters = (restart ? "/R " : "/C ") + TailToPassOn();
   LogMessage(restart ? "Execute : Execute patch again cause patcher was update.\n"
                      : "Execute : Cleaning temporary files.\n");
   if (mutex.handle != 0) platform::ReleaseNamedMutex(mutex);
@@ -73,13 +73,13 @@ int LaunchInstalled(const platform::NamedMutex& mutex) {
   return restart ? kExitRestart : 0;
 }
 
-// The dialog and its runs. A player can close the dialog during a run, and the end of the process
-// then ends the worker. Only one that has nothing left to do but to save the cache is waited for,
-// as after a restart was asked: that spares the next start from hashing everything again.
+// The dialog and its runs. A player can close the dialog during a run; the worker then ends with
+// the process. It is waited for only if all that is left is to save the cache, as it is after a
+// request to restart. This spares the next start from hashing everything again.
 void RunDialog() {
   platform::RunUpdateDialog(UpdateDialogHandlers());
-  // In any case: a dialog that couldn't be built hasn't told the window, and what a closed one told
-  // may be lost, if something took the quit message.
+  // A closed dialog has done this already, unless it couldn't be built or something else took the
+  // quit message.
   platform::CloseHiddenWindow();
   platform::PumpUntilQuit();
   if (RestartRequested != 0) {
@@ -96,7 +96,7 @@ int RunAsTemporaryCopy() {
   const platform::NamedMutex mutex = platform::CreateNamedMutex(kMutexName);
   if (mutex.handle != 0 && mutex.alreadyExisted) {
     LogMessage("Detect CreateMutex() : Already exists same application \n");
-    TellAlreadyRunning();
+    ShowAlreadyRunning();
   } else if (mutex.handle != 0) {
     RunDialog();
   }

@@ -1,4 +1,4 @@
-// The program's start on systems that hand the command line over in pieces.
+// The patcher's main on systems that split the command line into arguments.
 #include <string>
 
 #include "platform/posix/terminal/device.h"

@@ -1,4 +1,4 @@
-// The program's start.
+// The patcher's main on Windows.
 #include "platform/processes.h"
 #include "platform/win32/start.h"
 #include "process/entry.h"

@@ -1,7 +1,6 @@
-// Choice of the download server at start-up: one of the settings file's mirrors at random, and then
-// wherever that server's file enable.cdn points to. Both are silent, and every failure leaves
-// ServerHost, ServerPort and DataPath as they were. Main thread only,
-// but for what says otherwise.
+// Chooses the download server at start-up: one of the settings file's mirrors at random, and then
+// wherever that server's file enable.cdn points to. Both are silent. If one fails, ServerHost,
+// ServerPort and DataPath stay as they were. Main thread only, except where noted.
 #pragma once
 
 #include <array>
@@ -14,7 +13,7 @@
 
 namespace velmora {
 
-// Splits a URL that names a server; nothing for any other text, a URL without a host included.
+// Splits a URL that names a server. Empty for any other text, including a URL without a host.
 [[nodiscard]] std::optional<platform::UrlParts> CrackServerUrl(const std::string& url);
 
 inline constexpr int kMaxMirrors = 10;
@@ -25,8 +24,8 @@ struct BaseUrlEntry {
   std::string path;
 };
 
-// The mirrors BaseURL1 to BaseURL10 of the settings file; the first missing key ends the table, a
-// value that is no URL doesn't get into it.
+// The mirrors BaseURL1 to BaseURL10 of the settings file. The first missing key ends the table. A
+// value that isn't the URL of a server is skipped.
 struct BaseUrlTable {
   std::array<BaseUrlEntry, kMaxMirrors> entries;
   std::size_t count = 0;
@@ -37,15 +36,15 @@ extern BaseUrlTable Mirrors;
 // Fills the table from the settings file.
 void ReadMirrors();
 
-// Reads the table and takes host, port and path from one of its entries, if it has any.
+// Fills the table and takes host, port and path from one of its entries, if it has any.
 void SelectMirror();
 
-// Asks the host, on port 80, for enable.cdn below the path. Host and path of the URL that its body
-// is, and port 80; nothing if there is no such body. Any thread; waits are bounded by ten seconds.
+// Asks the host, on port 80, for enable.cdn below the path. If the response body is a URL, returns
+// its host and path with port 80; otherwise empty. Any thread. Each wait is bounded by ten seconds.
 [[nodiscard]] std::optional<BaseUrlEntry> AskForRedirection(const std::string& host,
                                                             const std::string& dataPath);
 
-// Asks the settings' server, and goes where it points to.
+// Asks the server of the settings, and takes host, port and path from a redirection.
 void ProbeCdn();
 
 }  // namespace velmora

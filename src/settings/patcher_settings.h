@@ -1,7 +1,7 @@
-// The one record of settings of the process, and the pieces of its start.
+// The process's one record of settings.
 //
-// Written during start-up only, on the main thread; afterwards nothing changes but ClientExe, which
-// an update run takes from the reference list while no one reads it.
+// Written during start-up only, on the main thread. The one exception is ClientExe, which an update
+// run takes from the reference list at a time when nothing reads it.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@ namespace velmora {
 
 struct PatcherSettings {
   std::string ServerHost;
-  std::int32_t ServerPort = 0;  // 0: none was given, the default of HTTP counts
+  std::int32_t ServerPort = 0;  // 0: not given, so HTTP's default applies
   std::string DataPath;
   std::string FTPUserName;
   std::string FTPPassword;

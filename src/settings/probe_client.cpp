@@ -23,8 +23,8 @@ std::optional<std::int32_t> QueryNumber(platform::HttpHandle request, platform::
   return ToNumber(*text);
 }
 
-void Store(std::int32_t* place, std::int32_t value) {
-  if (place != nullptr) *place = value;
+void SetIfGiven(std::int32_t* result, std::int32_t value) {
+  if (result != nullptr) *result = value;
 }
 
 }  // namespace
@@ -46,18 +46,18 @@ const char* ProbeClient::FetchBody(const std::string& path, std::int32_t* status
                                    std::int32_t* length) {
   FreeBody();
   CloseIfOpen(request_);
-  Store(status, 0);
-  Store(length, 0);
+  SetIfGiven(status, 0);
+  SetIfGiven(length, 0);
 
   request_ = platform::OpenHttpGet(connection_, path);
   platform::SendHttpRequest(request_);
 
   const std::int32_t code = QueryNumber(request_, platform::HttpField::kStatusCode).value_or(0);
-  Store(status, code);
+  SetIfGiven(status, code);
   if (code != 200) return nullptr;
 
   const auto announced = QueryNumber(request_, platform::HttpField::kContentLength);
-  Store(length, announced.value_or(0));
+  SetIfGiven(length, announced.value_or(0));
   if (!announced || *announced < 0) return nullptr;
 
   if (!body_.AllocateZeroed(static_cast<std::size_t>(*announced) + 1)) return nullptr;
@@ -68,8 +68,8 @@ const char* ProbeClient::FetchBody(const std::string& path, std::int32_t* status
   return reinterpret_cast<const char*>(body_.data());
 }
 
-// A read that succeeds is the last one, however little it brought. One that fails is repeated for
-// the rest as long as it brings something.
+// A read that succeeds is the last one, even if it returned fewer bytes. One that fails is repeated
+// for the rest as long as it returns any bytes.
 bool ProbeClient::ReadBody(std::int32_t length) {
   std::uint32_t received = 0;
   while (true) {

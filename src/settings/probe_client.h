@@ -1,5 +1,5 @@
-// A small HTTP client that fetches one short file whole. It owns its handles and the body. One
-// thread; every wait is bounded by ten seconds.
+// A small HTTP client that reads one short file into memory. It owns its handles and the body. One
+// thread. Every wait is bounded by ten seconds.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace velmora {
 
-// The probe asks on this port whatever port the settings name, and a redirection leads to it.
+// The probe uses this port whatever port the settings name, and so does a server it redirects to.
 inline constexpr std::uint16_t kProbePort = 80;
 
 class ProbeClient {
@@ -21,13 +21,13 @@ class ProbeClient {
   ProbeClient(const ProbeClient&) = delete;
   ProbeClient& operator=(const ProbeClient&) = delete;
 
-  // Opens session and connection; a null `host` leaves the one named before, at first "localhost".
-  // True if there is a connection to ask on, for which nothing has been sent yet.
+  // Opens session and connection, without traffic. A null `host` keeps the previous one, which is
+  // "localhost" at first. False on failure.
   [[nodiscard]] bool Connect(const char* host);
 
-  // The body of `path`, with a zero byte behind it, until the next call of a member; null unless
-  // the server answered 200 with a usable Content-Length. `status` and `length`, if given, get the
-  // answer's numbers, 0 where there is none.
+  // The body of `path` with a terminating zero byte, valid until the next call. Null unless the
+  // response has status 200, a usable Content-Length and an unbroken body. `status` and `length`,
+  // if given, receive the response's numbers, or 0.
   [[nodiscard]] const char* FetchBody(const std::string& path, std::int32_t* status = nullptr,
                                       std::int32_t* length = nullptr);
 

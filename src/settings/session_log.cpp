@@ -25,9 +25,9 @@ std::string TimeStamp() {
                     now.minute, now.second);
 }
 
-// Not every system appends in one step, so the threads of a process take turns. Never destroyed: a
-// worker may log up to the last moment.
-std::mutex& TakingTurns() {
+// Not every system appends atomically, so only one thread at a time writes. Never destroyed: a
+// worker may log until the process ends.
+std::mutex& LogMutex() {
   static auto* mutex = new std::mutex;
   return *mutex;
 }
@@ -40,7 +40,7 @@ void LogMessage(const char* format, ...) {
   const std::string message = WithinLimit(FormatTextV(format, arguments));
   va_end(arguments);
 
-  const std::lock_guard turn(TakingTurns());
+  const std::lock_guard lock(LogMutex());
   platform::OutputFile log(kLogFile, platform::OutputFile::Mode::kAppend);
   if (!log.IsOpen()) return;
   const std::string record = EncodeTextMode(TimeStamp() + message);

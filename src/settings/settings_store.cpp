@@ -15,7 +15,7 @@ namespace {
 constexpr char kDefaultSettingsPath[] = "./VelmoraUpdate.dat";
 constexpr char kDefaultDataFile[] = "hashlist.dat";
 
-// The port text is read as StrToIntA does: no white space in front of the sign.
+// Read as StrToIntA does: white space before the number makes it 0.
 std::int32_t PortNumber(std::string_view text) {
   if (!text.empty() && IsWhiteSpace(text.front())) return 0;
   return ToNumber(text);

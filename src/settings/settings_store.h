@@ -1,4 +1,4 @@
-// The settings file: an INI file (platform/ini.h) whose keys stand in the section "Setting".
+// The settings file: an INI file (platform/ini.h) with its keys in the section "Setting".
 #pragma once
 
 #include <cstddef>
@@ -6,19 +6,19 @@
 
 namespace velmora {
 
-// Buffer for one value of the settings file: a value holds at most 255 bytes, a longer one is cut.
+// Buffer size for one value of the settings file: a value longer than 255 bytes is cut.
 inline constexpr std::size_t kSettingBuffer = 256;
 
-// Fills `Settings` from the file that SettingsPath names, mirrors aside. Whatever can't be read is
-// empty. Main thread.
+// Fills `Settings` from the file named by SettingsPath, except for the mirrors. What can't be read
+// is empty. Main thread.
 void ReadSettings();
 
-// Fills `Settings` from the file that SettingsPath names, or from "./VelmoraUpdate.dat" if it names
-// none, then chooses a mirror and asks it for a redirection. Whatever can't be read is empty.
-// Always true. Once per process, on the main thread; makes one HTTP request.
+// Sets SettingsPath to "./VelmoraUpdate.dat" if it is empty, fills `Settings` from that file, then
+// chooses a mirror and asks it for a redirection. What can't be read is empty. Always true. Main
+// thread, once per process. Makes one HTTP request.
 bool LoadSettings();
 
-// The value of one key of the settings file, empty if it has none.
+// The value of one key of the settings file; empty if the key is missing.
 [[nodiscard]] std::string ReadSetting(const std::string& key);
 
 }  // namespace velmora

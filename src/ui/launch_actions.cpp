@@ -16,7 +16,7 @@ namespace {
 
 using platform::Control;
 
-// Room of the texts, terminators included.
+// Sizes with room for the terminator, and the longest parameters.
 constexpr std::size_t kDirectoryBuffer = 512;
 constexpr std::size_t kLongDirectoryBuffer = 1024;
 constexpr std::size_t kMaxParameters = 63;
@@ -34,7 +34,7 @@ void Launch(const std::string& file, const std::optional<std::string>& directory
     LogMessage("Launch failed : File = %s : %s\n", file.c_str(), failure.c_str());
 }
 
-// The working directory, for texts that are built from it; nothing if it doesn't fit its room.
+// The working directory, for texts that are built from it; empty if it is too long.
 std::optional<std::string> ShortWorkingDirectory() {
   const std::string directory = platform::WorkingDirectory(kDirectoryBuffer);
   if (directory.empty()) {
@@ -44,8 +44,8 @@ std::optional<std::string> ShortWorkingDirectory() {
   return platform::ShortPath(directory, kDirectoryBuffer);
 }
 
-// The directory of a program whose name follows the working directory. A text that doesn't fit its
-// room can't be used: cut short, it would be another place.
+// The directory of a program whose name follows the working directory; empty if the text is too
+// long, because cut short it would name another place.
 std::optional<std::string> ProgramDirectory(const std::string& name) {
   const auto directory = ShortWorkingDirectory();
   if (!directory) return std::nullopt;
@@ -55,7 +55,7 @@ std::optional<std::string> ProgramDirectory(const std::string& name) {
   return std::nullopt;
 }
 
-// Empty if the system's folder can't be told, and such a file doesn't exist.
+// Empty, which names no file, if the system's folder is unknown.
 std::string DxDiagPath() {
   const std::string folder = platform::SystemFolder(kLongDirectoryBuffer);
   return folder.empty() ? folder : folder + "\\system32\\" + kDxDiag;
@@ -68,8 +68,8 @@ bool StartGame() {
   platform::EnableControl(Control::kStartGameButton, false);
   platform::EnableControl(Control::kRecheckButton, false);
   LogMessage("StartGame : Execute %s \n", Settings.ClientExe.c_str());
-  // The client's name follows the directory with nothing in between: a name that begins with a
-  // backslash is looked for below the working directory, a plain one runs in the folder above it.
+  // The client's name follows the directory with nothing in between. So a name with a leading
+  // backslash runs in the working directory or below, and a plain one in the folder above it.
   const auto directory = ProgramDirectory(Settings.ClientExe);
   std::string parameters = "-id " + Settings.LaunchId;
   if (parameters.size() > kMaxParameters) {

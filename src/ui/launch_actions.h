@@ -1,5 +1,5 @@
-// The programs that the dialog's buttons start. Nobody waits for them, and a launch that fails
-// leaves no trace but the log's lines. Dialog thread.
+// The programs that the dialog's buttons start. The patcher doesn't wait for them, and reports a
+// launch that fails only in the log. Dialog thread.
 #pragma once
 
 namespace velmora {
@@ -13,10 +13,10 @@ bool ExecOption();
 // Opens the Screenshot folder. Always true.
 bool ExecScreenshot();
 
-// Starts the DirectX diagnostics tool. False if the system has none.
+// Starts the DirectX diagnostics tool. False if the system doesn't have it.
 bool ExecDxDiag();
 
-// Whether the Screenshot folder and the diagnostics tool are there.
+// Whether the Screenshot folder and the DirectX diagnostics tool exist.
 [[nodiscard]] bool HasScreenshots();
 [[nodiscard]] bool HasDxDiag();
 

@@ -32,7 +32,7 @@ int StartRun() { return UpdateFiles() ? kServed : kNotStarted; }
 int CancelOrStartRun() {
   if (UpdateState != kRunning) return StartRun();
   platform::EnableControl(Control::kUpdateButton, false);
-  // A run that has ended since keeps its outcome, and the button serves the next one.
+  // If the run has ended in the meantime, its outcome stays and the button starts the next run.
   std::uint32_t running = kRunning;
   if (!UpdateState.compare_exchange_strong(running, kCancelAsked)) {
     platform::EnableControl(Control::kUpdateButton, true);

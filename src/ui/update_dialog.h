@@ -1,12 +1,12 @@
-// What the update dialog does at its events, whatever shows it.
+// What the program does at the update dialog's events, on every platform.
 #pragma once
 
 #include "platform/dialog.h"
 
 namespace velmora {
 
-// The handlers for platform::RunUpdateDialog. Results of a command: 0, or -1 where the start of a
-// run failed.
+// The handlers for platform::RunUpdateDialog. A command returns 0, or -1 if it failed to start a
+// run.
 [[nodiscard]] platform::DialogHandlers UpdateDialogHandlers();
 
 }  // namespace velmora

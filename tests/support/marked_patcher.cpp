@@ -1,5 +1,5 @@
-// A patcher of another edition: the same program, which also leaves a line in the file
-// "edition.txt" for each process of it.
+// Another version of the patcher: the same program, which also appends a line to "edition.txt" in
+// each process.
 #include <fstream>
 #include <string>
 

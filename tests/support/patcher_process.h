@@ -1,4 +1,4 @@
-// The real program as a process of its own, driven by its script of commands.
+// The real program as a child process, driven by a script of commands.
 #pragma once
 
 #include <unistd.h>
@@ -24,7 +24,7 @@ class PatcherProcess : public TerminalChild {
           return 126;
         })) {}
 
-  // Gives a command line by line; EndInput is the end of the script.
+  // Sends one command of the script; EndInput ends the script.
   void Send(const std::string& command) const { TerminalChild::Send(command + "\n"); }
   void EndInput() { CloseInput(); }
   [[nodiscard]] bool HasShown(const std::string& text) { return WaitFor(text); }

@@ -1,4 +1,4 @@
-// A library that lies in the game's folder, and tells that a process took it for the system's.
+// A library in the game's folder that records when a process loads it in place of the system's.
 #include <windows.h>
 
 #include <array>

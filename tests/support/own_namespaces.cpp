@@ -1,8 +1,8 @@
-// Gives each test program a network of its own, and mounts of its own, before the first test:
-// patchers of one user keep each other out by a name that belongs to the network, and so do servers
-// by their ports. So tests run beside each other, and beside a patcher that somebody uses. An
-// ordinary user becomes the owner of these namespaces, and may use port 80 and mount disks there as
-// root may. Where the system forbids it, test programs of one user wait for each other.
+// Gives each test program its own network and mount namespace before the first test. Patchers of
+// one user exclude each other by a name that belongs to the network namespace, and so do servers by
+// their ports; this way tests can run in parallel, even while a patcher is in use. An ordinary user
+// owns these namespaces, and can use port 80 and mount disks in them as root can. On a system that
+// forbids this, the test programs of one user run one after the other.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
@@ -49,7 +49,7 @@ void WaitForOtherTests() {
   EXPECT_EQ(flock(lock, LOCK_EX), 0);  // until the process ends
 }
 
-bool EnterOwnWorld() {
+bool EnterOwnNamespaces() {
   if (unshare(kNamespaces) != 0 && !BecomeOwner()) {
     WaitForOtherTests();
     return false;
@@ -59,14 +59,14 @@ bool EnterOwnWorld() {
   return true;
 }
 
-class OwnWorld : public testing::Environment {
+class OwnNamespaces : public testing::Environment {
   void SetUp() override {
-    [[maybe_unused]] static const bool once = EnterOwnWorld();  // also if all is repeated
+    [[maybe_unused]] static const bool once = EnterOwnNamespaces();  // not again for --gtest_repeat
   }
 };
 
-[[maybe_unused]] const testing::Environment* const kOwnWorld =
-    testing::AddGlobalTestEnvironment(new OwnWorld);
+[[maybe_unused]] const testing::Environment* const kOwnNamespaces =
+    testing::AddGlobalTestEnvironment(new OwnNamespaces);
 
 }  // namespace
 }  // namespace velmora::test

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -37,7 +36,7 @@ Lines LogEnd(std::ptrdiff_t count) {
   return {log.end() - std::min(count, std::ssize(log)), log.end()};
 }
 
-class Chain : public testing::Test {
+class Chain : public EngineTest {
  protected:
   Chain() { InstallProgram(VELMORA_PROGRAM, kPatcher); }
 
@@ -45,9 +44,11 @@ class Chain : public testing::Test {
     Serve(LoopbackServer::Serving(std::move(files)));
   }
   void Serve(LoopbackServer::Answer answer) {
-    server_ = std::make_unique<LoopbackServer>(std::move(answer));
-    WriteFile("VelmoraUpdate.dat",
-              "[Setting]\r\nServerAddress=127.0.0.1:" + std::to_string(server_->port()) + "\r\n");
+    EngineTest::Serve(std::move(answer));
+    WriteFile("VelmoraUpdate.dat", SettingsText());
+  }
+  std::string SettingsText() const {
+    return "[Setting]\r\nServerAddress=127.0.0.1:" + std::to_string(server_->port()) + "\r\n";
   }
   // Carries out a script to its end.
   static PatcherProcess Play(const std::string& program, const Lines& options = {},
@@ -65,9 +66,6 @@ class Chain : public testing::Test {
     EXPECT_EQ(log.front(), "==== LogFile Initialized. ====");
     EXPECT_EQ(log.back(), "Deleted temporary files.");
   }
-
-  TemporaryFolder folder_;
-  std::unique_ptr<LoopbackServer> server_;
 };
 
 TEST_F(Chain, NothingToUpdate) {
@@ -155,17 +153,14 @@ TEST_F(Chain, NewPatcherRunsWithThePlayersOptions) {
 }
 
 TEST_F(Chain, NewSettingsFileIsReadByTheNextProcess) {
-  // The new settings name the server as the request did.
-  Serve([](const ServedRequest& request) {
+  Serve([this](const ServedRequest& request) {
     if (request.path == "/other.dat") return Ok("");
-    const std::size_t host = request.head.find("Host: ") + 6;
-    const std::string settings = "[Setting]\r\nDataFile=other.dat\r\nServerAddress=" +
-                                 request.head.substr(host, request.head.find('\r', host) - host);
-    return Ok(request.path == "/hashlist.dat" ? FileLine("./VelmoraUpdate.dat", settings)
-                                              : settings);
+    const std::string settings = SettingsText() + "DataFile=other.dat\r\n";
+    const bool isList = request.path == "/hashlist.dat";
+    return Ok(isList ? FileLine("./VelmoraUpdate.dat", settings) : settings);
   });
   Play(kPatcher);
-  EXPECT_TRUE(ReadFile("VelmoraUpdate.dat").starts_with("[Setting]\r\nDataFile=other.dat\r\n"));
+  EXPECT_TRUE(ReadFile("VelmoraUpdate.dat").ends_with("DataFile=other.dat\r\n"));
   EXPECT_EQ(LogMessagesWith("requested information file"),
             Lines{"requested information file : /other.dat"});
   ExpectCompleteChain();
@@ -177,19 +172,19 @@ TEST_F(Chain, EndDuringADownload) {
     if (request.path == "/hashlist.dat") return Ok(FileLine("a.dat", "0123456789"));
     return Raw("Content-Length: 10\r\n", "0123", Reply::End::kStall);
   });
-  const std::function<void(PatcherProcess&)> ends[] = {
-      [](PatcherProcess& patcher) { patcher.Send("close"); },
-      [](PatcherProcess& patcher) {
-        patcher.Signal(SIGINT);
-        EXPECT_TRUE(patcher.HasShown("Update button: disabled"));
-        patcher.Signal(SIGINT);
-      }};
-  for (const auto& end : ends) {
+  for (const bool byCtrlC : {false, true}) {
     WriteFile("VelmoraUpdate.cvc", "kept H 1 H 1 0\r\n");
     PatcherProcess patcher(kPatcher, {});
+    if (byCtrlC) patcher.Send("wait");
     ASSERT_TRUE(patcher.HasShown("file bar: 40 %"));
     const std::uint32_t start = platform::TickCount();
-    end(patcher);
+    if (byCtrlC) {
+      patcher.Signal(SIGINT);
+      EXPECT_TRUE(patcher.HasShown("Update button: disabled"));
+      patcher.Signal(SIGINT);
+    } else {
+      patcher.Send("close");
+    }
     EXPECT_EQ(patcher.Wait(), 0);
     EXPECT_LT(platform::TickCount() - start, 5000U);
     ExpectCompleteChain();

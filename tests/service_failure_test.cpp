@@ -23,12 +23,10 @@
 namespace velmora::platform {
 namespace {
 
-enum class End { kWhole, kBroken };  // of a body: the read after the last chunk succeeds, or fails
-
 struct Served {
   std::string length;               // Content-Length
   std::vector<std::string> chunks;  // as they become available
-  End end = End::kWhole;
+  bool breaks = false;              // the read after the last chunk fails
 };
 
 struct Services {
@@ -64,17 +62,17 @@ std::optional<std::string> QueryHttpField(HttpHandle, HttpField field, std::size
 }
 std::uint32_t QueryHttpDataAvailable(HttpHandle) {
   const Served& file = services.files[services.requested];
-  if (services.chunk == file.chunks.size()) return file.end == End::kBroken ? 1 : 0;
+  if (services.chunk == file.chunks.size()) return file.breaks ? 1 : 0;
   return static_cast<std::uint32_t>(file.chunks[services.chunk].size());
 }
 bool ReadHttp(HttpHandle, void* buffer, std::uint32_t size, std::uint32_t& read) {
   const Served& file = services.files[services.requested];
   read = 0;
-  if (services.chunk == file.chunks.size()) return file.end == End::kWhole;
+  if (services.chunk == file.chunks.size()) return !file.breaks;
   const std::string& chunk = file.chunks[services.chunk++];
   read = std::min(size, static_cast<std::uint32_t>(chunk.size()));
   std::memcpy(buffer, chunk.data(), read);
-  return !services.readsFail || (services.chunk == file.chunks.size() && file.end == End::kWhole);
+  return !services.readsFail || (services.chunk == file.chunks.size() && !file.breaks);
 }
 void CloseHttpHandle(HttpHandle handle) { services.closed += static_cast<char>(handle); }
 
@@ -92,7 +90,6 @@ namespace velmora::test {
 namespace {
 
 using Lines = std::vector<std::string>;
-using platform::End;
 using platform::services;
 
 class ServiceFailure : public EngineTest {
@@ -141,7 +138,7 @@ TEST_F(ServiceFailure, HandlesAreClosedOnceAndInOrder) {
   // A new connection first closes what the last one left.
   services.closed.clear();
   EXPECT_TRUE(ConnectServer());
-  services.files["/hashlist.dat"] = {"100", {}, End::kBroken};
+  services.files["/hashlist.dat"] = {"100", {}, true};
   EXPECT_TRUE(ConnectServer());
   EXPECT_EQ(services.closed, "RCSR");
   EXPECT_EQ(UpdateSet.Count(), 0U);
@@ -157,7 +154,7 @@ TEST_F(ServiceFailure, BodiesThatBreakOrRunOver) {
     std::string positions;
   } cases[] = {
       {{"10", {"0123", "45678", "9"}}, true, "Update Success : file f ", " 4 9 10 10"},
-      {{"10", {"0123", "45"}, End::kBroken}, false, "InternetReadFile() :: f : 6", " 4 6"},
+      {{"10", {"0123", "45"}, true}, false, "InternetReadFile() :: f : 6", " 4 6"},
       {{"5", {content}}, false, tooLong + "ActualRead:10", ""},
       {{"5", {"012", "345", "6789"}}, false, tooLong + "ActualRead:6", " 3"},
   };
@@ -181,7 +178,7 @@ TEST_F(ServiceFailure, BodiesThatBreakOrRunOver) {
 TEST_F(ServiceFailure, ProbeReadsOnUntilAReadFailsWithNothing) {
   services.readsFail = true;
   services.files = {{"/whole", {"10", {"0123", "45", "678"}}},
-                    {"/broken", {"10", {"0123", "45"}, End::kBroken}},
+                    {"/broken", {"10", {"0123", "45"}, true}},
                     {"/none", {"-1", {"0"}}}};
   const struct {
     const char* path;

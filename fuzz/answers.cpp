@@ -35,7 +35,6 @@
 namespace velmora::fuzz {
 
 struct Answer {
-  Answer() = default;
   explicit Answer(std::string_view input);
   // The value, or `right` if the input doesn't name it.
   [[nodiscard]] std::string Get(const std::string& name, const std::string& right) const {
@@ -49,15 +48,15 @@ struct Answer {
   FileRecord record;
   std::string status;
   std::optional<std::string> length;
-  std::string body;
+  std::string body;  // what comes of it
+  std::string size;  // of all
   std::vector<std::size_t> pieces;
-  std::size_t end = 0;  // of the bytes that come
   bool breaks = false;
 
   // Of the connection under `download`.
   std::size_t piece = 0;  // the next to become available
   std::string delivered;  // by reads
-  bool isWhole = false;   // the reader has met the end
+  bool hasEnded = false;  // the reader has met the end
 };
 
 Answer::Answer(std::string_view input) {
@@ -66,21 +65,20 @@ Answer::Answer(std::string_view input) {
     values.emplace(name, line);
   }
   const std::string content(input);
-  const std::string served = values.contains("pack") ? test::Compressed(content) : content;
-  body = served + Get("tail", "");
+  body = (values.contains("pack") ? test::Compressed(content) : content) + Get("tail", "");
+  size = std::to_string(body.size());
   record = {.path = Get("path", "file"),
             .transferHash = Hash("hash", body),
-            .transferSize = Get("size", std::to_string(body.size())),
+            .transferSize = Get("size", size),
             .contentHash = Hash("content-hash", content),
             .contentSize = Get("content-size", std::to_string(content.size())),
             .compressed = values.contains("compressed")};
   status = Get("status", "200");
-  if (Get("length", "") != "none") length = Get("length", std::to_string(body.size()));
+  if (Get("length", "") != "none") length = Get("length", size);
   std::istringstream words(Get("pieces", ""));
-  for (std::size_t size = 0; words >> size;) pieces.push_back(size);
+  for (std::size_t bytes = 0; words >> bytes;) pieces.push_back(bytes);
   breaks = values.contains("broken");
-  end = breaks ? static_cast<std::size_t>(std::max(ToNumber(Get("broken", "")), 0)) : body.size();
-  end = std::min(end, body.size());
+  body = body.substr(0, static_cast<std::uint32_t>(ToNumber(Get("broken", size))));
 }
 
 static bool HasHash(const std::string& bytes, const std::string& hash) {
@@ -107,7 +105,7 @@ static std::optional<std::string> Content(const FileRecord& record, const std::s
   return content;
 }
 
-static Answer answer;
+static Answer answer("");
 
 }  // namespace velmora::fuzz
 
@@ -139,19 +137,19 @@ std::optional<std::string> QueryHttpField(HttpHandle, HttpField field, std::size
 
 // A server may announce more than there is.
 std::uint32_t QueryHttpDataAvailable(HttpHandle) {
-  const std::size_t left = answer.end - answer.delivered.size() + (answer.breaks ? 1 : 0);
+  const std::size_t left = answer.body.size() - answer.delivered.size() + (answer.breaks ? 1 : 0);
   const bool isNamed = answer.piece < answer.pieces.size();
   const auto available = static_cast<std::uint32_t>(isNamed ? answer.pieces[answer.piece++] : left);
-  answer.isWhole = available == 0;
+  answer.hasEnded = available == 0;
   return available;
 }
 
 bool ReadHttp(HttpHandle, void* buffer, std::uint32_t size, std::uint32_t& read) {
-  const std::string bytes = answer.body.substr(0, answer.end).substr(answer.delivered.size(), size);
+  const std::string bytes = answer.body.substr(answer.delivered.size(), size);
   read = static_cast<std::uint32_t>(bytes.size());
   std::memcpy(buffer, bytes.data(), read);
   answer.delivered += bytes;
-  answer.isWhole = read == 0 && !answer.breaks;
+  answer.hasEnded = read == 0 && !answer.breaks;
   return read > 0 || !answer.breaks;
 }
 
@@ -195,7 +193,7 @@ void CheckDownload(std::string_view input) {
   EndInstalling();
   CloseIfOpen(RequestHandle);
   const std::string length = answer.length.value_or("-1");
-  const bool isProof = ToNumber(answer.status) == 200 && answer.isWhole && length.size() < 32 &&
+  const bool isProof = ToNumber(answer.status) == 200 && answer.hasEnded && length.size() < 32 &&
                        ToNumber(length) == static_cast<std::int64_t>(answer.delivered.size()) &&
                        RequestPath(Settings.DataPath, record);
   uLong used = 0;
@@ -219,7 +217,7 @@ static std::vector<Problem> Check(const Answer& sent, const std::vector<std::siz
   return publish::CheckPayload(sent.record, [&](Sink& sink) {
     const ResponseHead head{.status = ToNumber(sent.status), .length = sent.length, .trouble = ""};
     if (!sink.TakeHead(head)) return DeliveryEnd::kUnwanted;
-    std::string rest = sent.body.substr(0, sent.end);
+    std::string rest = sent.body;
     for (std::size_t i = 0; !rest.empty(); ++i) {
       const std::size_t wanted = i < pieces.size() && pieces[i] > 0 ? pieces[i] : rest.size();
       const std::string taken = rest.substr(0, wanted);
@@ -248,12 +246,11 @@ void CheckPayload(std::string_view input) {
   if (!CheckRecord(record).empty()) return;
   uLong used = 0;
   const auto content = Content(record, sent.body, used);
-  const std::string size = std::to_string(sent.body.size());
   const bool isRight = isWhole && content && HasHash(*content, record.contentHash) &&
-                       std::to_string(ToNumber(record.transferSize)) == size &&
+                       std::to_string(ToNumber(record.transferSize)) == sent.size &&
                        content->size() == static_cast<std::size_t>(ToNumber(record.contentSize));
   Require(!isPassed || isRight, "what passes is right", input);
-  Require(isPassed || !isRight || sent.length != size, "what is right passes", input);
+  Require(isPassed || !isRight || sent.length != sent.size, "what is right passes", input);
   Require(!isPassed || problems.empty() == (used == sent.body.size()), "a tail is warned of",
           input);
 }

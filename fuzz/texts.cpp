@@ -156,7 +156,7 @@ void CheckPaths(std::string_view rest) {
   std::string native = NativePath(path);
   std::string normal = path.find('\0') == kNone ? NormalPath(path) : "";
   for (std::string* const text : {&native, &normal}) {
-    if (text->size() > 1 && text->ends_with('/')) text->pop_back();
+    while (text->size() > 1 && text->ends_with('/')) text->pop_back();
   }
   Require(native == normal, "the native path", path);
 }

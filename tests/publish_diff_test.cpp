@@ -31,7 +31,7 @@ std::string Text(const ListDiff& diff) {
   return text + (diff.uncertain > 0 ? " by size" : "");
 }
 
-TEST(ListDiff, TellsWhatPlayersGoThrough) {
+TEST(ListDiff, ListsDownloadsChecksAndDeletions) {
   const std::string md5 = test::Md5("content");
   const std::string uncached(180, 'x');  // too long for a line of the cache
   const std::string threeFiles = File("a") + File("b" + uncached) + File("c");

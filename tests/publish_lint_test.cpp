@@ -23,7 +23,6 @@ using test::ReadFile;
 using test::WriteFile;
 
 const std::string kHash(40, 'A');
-const std::string kOther(40, 'B');
 
 std::string File(const std::string& path, const std::string& hash = kHash,
                  const std::string& size = "7") {
@@ -44,7 +43,7 @@ Found Lint(const std::string& text, const LintOptions& options) {
 TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
   const std::string at = ", " + kHash + ", ";
   const std::string a = "FILE : a" + at;
-  const std::string other = "7, " + kOther + ", ";
+  const std::string other = "7, " + std::string(40, 'B') + ", ";
   const LintOptions options{.dataPath = "/" + std::string(90, 'd'), .tree = {}};
   const struct {
     Found expected;
@@ -105,7 +104,7 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
       {{{1, kNotPlainPath}}, {File(".\\a"), File("d\\\\a")}},
       // Records that conflict.
       {{{2, kSameLine}}, {File("a") + File("a")}},
-      {{{2, kSamePath}}, {File("a") + File("a", kOther)}},
+      {{{2, kSamePath}}, {File("a") + File("a", std::string(40, 'B'))}},
       {{{2, kSamePatcherPath}}, {File("VelmoraUpdate.exe") + File("VelmoraUpdate.exe")}},
       {{{2, kSameFile}}, {File("d\\a") + File("D\\A"), File("d\\\x82\x60") + File("d\\\x82\x81")}},
       {{{1, kFileIsFolder}}, {File("d\\a") + File("D")}},

@@ -2,14 +2,16 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "publish/verify/progress_line.h"
@@ -165,18 +167,6 @@ TEST_F(PublishVerify, FailingServerIsGivenUp) {
                           [](const std::string& text) { return text.ends_with("no answer"); }));
 }
 
-TEST_F(PublishVerify, StopsWhenAsked) {
-  std::atomic<bool> stop = false;
-  const LoopbackServer server(ManyFiles([&] {
-    stop = true;
-    return Ok("wrong");
-  }));
-  const auto [findings, summary] = Verify(server, {.connections = 4, .stop = &stop});
-  EXPECT_TRUE(summary.isStopped);
-  EXPECT_LE(summary.requests, 1U + 4);
-  EXPECT_EQ(findings, Texts{});
-}
-
 TEST_F(PublishVerify, ProgressFitsALine) {
   Progress progress;
   EXPECT_EQ(ProgressText(progress, 0), "[----------------] 0/0 files, 0.0 kB");
@@ -298,13 +288,32 @@ TEST_F(VerifyCommand, AllServersOfASettingsFile) {
             "http://127.0.0.82:8080/d: 0 of 0 files, 4 bytes, 1 requests; 1 errors, 0 warnings\n");
 }
 
-// A server that doesn't answer delays the stop that the first signal asks for; the second one ends
-// the process.
+// Waits until the server has been asked.
+constexpr char kThenInterrupt[] =
+    " 2>&1 & timeout 20 sh -c 'until [ -e asked ]; do sleep 0.05; done'; kill -INT $!; sleep 0.3; ";
+
+TEST_F(VerifyCommand, SignalStopsIt) {
+  const LoopbackServer server(ManyFiles([] {
+    WriteFile("asked", "");
+    while (!std::filesystem::exists("interrupted")) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return Ok("wrong");
+  }));
+  const std::string root = "http://127.0.0.1:" + std::to_string(server.port()) + "/d";
+  EXPECT_EQ(Run(root + " --connections 1" + kThenInterrupt + "touch interrupted; wait $!"),
+            "1: " + root + ": 0 of 300 files, 30605 bytes, 2 requests; 0 errors, 0 warnings\n" +
+                "velmora-publish: stopped before the end\n");
+}
+
+// A server that doesn't answer delays the stop. A second signal ends the process.
 TEST_F(VerifyCommand, SecondSignalEndsItAtAStalledServer) {
-  const LoopbackServer server([](const ServedRequest&) { return Reply{"", Reply::End::kStall}; });
-  EXPECT_EQ(Run("http://127.0.0.1:" + std::to_string(server.port()) +
-                " 2>&1 & sleep 0.3; kill -INT $!; sleep 0.3; kill -0 $! && echo still there; "
-                "kill -INT $!; wait $!"),
+  const LoopbackServer server([](const ServedRequest&) {
+    WriteFile("asked", "");
+    return Reply{"", Reply::End::kStall};
+  });
+  EXPECT_EQ(Run("http://127.0.0.1:" + std::to_string(server.port()) + kThenInterrupt +
+                "kill -0 $! && echo still there; kill -INT $!; wait $!"),
             std::to_string(128 + SIGINT) + ": still there\n");
 }
 

@@ -8,6 +8,7 @@
 
 #include "base/text.h"
 #include "engine/reference_list.h"
+#include "engine/verify_cache.h"
 #include "publish/common/publish_error.h"
 
 namespace velmora::publish {
@@ -44,6 +45,11 @@ std::optional<std::int32_t> ListedSize(std::string_view digits) {
 
 std::uint64_t ByteCount(std::string_view size) {
   return static_cast<std::uint64_t>(std::max(ToNumber(size), 0));
+}
+
+bool EndsCache(const FileRecord& record) {
+  const std::size_t length = CacheLine(record).size() - 1;  // without its line feed
+  return length > kMaxCacheLine;
 }
 
 std::string ReadWholeFile(const fs::path& path) {

@@ -25,15 +25,18 @@ struct PublishedList {
   bool isReadWhole = true;
 };
 
-// The digest of which `hash` is the text: 40 or 32 upper-case hexadecimal digits. Nothing for any
-// other text, which never equals the one that a patcher computes.
+// The kind of a hash text, which has 40 or 32 upper-case hexadecimal digits. Nothing for any other
+// text: it never equals one that a patcher computes.
 [[nodiscard]] std::optional<HashKind> ListedHash(std::string_view hash);
 
 // A size in decimal digits, if patchers read it as what it says: at most 2,147,483,647.
 [[nodiscard]] std::optional<std::int32_t> ListedSize(std::string_view digits);
 
-// The bytes that patchers take any text of a size field for; 0 if that is a negative number.
+// The number of bytes that patchers read from any text of a size field; 0 if it is negative.
 [[nodiscard]] std::uint64_t ByteCount(std::string_view size);
+
+// Whether patchers can't read their cache beyond the line of this record.
+[[nodiscard]] bool EndsCache(const FileRecord& record);
 
 // The whole file. Throws PublishError if it can't be read.
 [[nodiscard]] std::string ReadWholeFile(const std::filesystem::path& path);

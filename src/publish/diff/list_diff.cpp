@@ -33,8 +33,7 @@ RemovalIndex IndexOfRemovals(const PublishedList& list) {
 std::optional<std::string> EndOfCache(const PublishedList& list) {
   std::optional<std::string> end;
   for (const FileRecord& record : list.files) {
-    const bool endsReading = CacheLine(record).size() - 1 > kMaxCacheLine;
-    if (endsReading && (!end || record.path < *end)) end = record.path;
+    if (EndsCache(record) && (!end || record.path < *end)) end = record.path;
   }
   return end;
 }

@@ -4,7 +4,6 @@
 #include "base/ascii.h"
 #include "base/text.h"
 #include "engine/request_path.h"
-#include "engine/verify_cache.h"
 #include "publish/common/list_path.h"
 #include "publish/common/published_list.h"
 #include "publish/lint/checks.h"
@@ -201,7 +200,7 @@ void CheckPath(const ListedRecord& listed, std::string_view listedPath, const Li
   if (record.compressed && record.path.size() + kCompressedMark.size() != listedPath.size()) {
     findings.Add(Rule::kMarkWithinPath, listed.line, listedPath);
   }
-  if (CacheLine(record).size() - 1 > kMaxCacheLine) findings.Add(Rule::kCacheLineTooLong, listed);
+  if (EndsCache(record)) findings.Add(Rule::kCacheLineTooLong, listed);
   if (!RequestPath(options.dataPath, record)) findings.Add(Rule::kRequestTooLong, listed);
   if (LeavesInstallation(record.path)) findings.Add(Rule::kLeavesInstallation, listed);
   CheckCharacters(listed, findings);

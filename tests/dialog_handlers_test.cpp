@@ -21,7 +21,7 @@ using Lines = std::vector<std::string>;
 
 class DialogHandlers : public EngineTest {
  protected:
-  // What opening and destroying do, without what the run does beside them.
+  // The events of opening and destroying, without those of the run.
   std::string EventsOfALife() const {
     static const std::regex run("^(range|step|position|status|caption|enable 1000|box 40010)");
     handlers_.opened();
@@ -134,7 +134,7 @@ TEST_F(DialogHandlers, LaunchesAndTheirTexts) {
 }
 
 TEST_F(DialogHandlers, WorkingDirectoriesOfAnySpellingAndLength) {
-  // The second byte of a character must not swallow the backslash after it.
+  // The last byte of a character must not swallow the backslash after it.
   for (const char* name : {"\xE3\x81\x82", "\xE3\x82\xBD", "\xC3\xA9"}) {
     fs::create_directories(std::string(name) + "/Screenshot");
     fs::current_path(name);

@@ -1,4 +1,4 @@
-// The digest service's failures, provoked by a stand-in for the platform's.
+// Failures of the digest service, from test doubles for the platform's functions.
 #include <gtest/gtest.h>
 
 #include <string>

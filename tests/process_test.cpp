@@ -1,4 +1,5 @@
-// The whole chain of a start as real processes: installed run, temporary copy, clean-up or restart.
+// The whole chain of a start as real processes: installed patcher, temporary copy, clean-up or
+// restart.
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -26,7 +27,7 @@ void InstallProgram(const std::string& source, const std::string& name) {
   fs::copy_file(source, name, fs::copy_options::overwrite_existing);
 }
 
-std::string FileOnceThere(const std::string& path) {
+std::string WaitForFile(const std::string& path) {
   for (int i = 0; i < 500 && !fs::exists(path); ++i) usleep(10000);
   return ReadFile(path);
 }
@@ -50,7 +51,7 @@ class Chain : public EngineTest {
   std::string SettingsText() const {
     return "[Setting]\r\nServerAddress=127.0.0.1:" + std::to_string(server_->port()) + "\r\n";
   }
-  // Carries out a script to its end.
+  // Runs a script to its end.
   static PatcherProcess Play(const std::string& program, const Lines& options = {},
                              const Lines& script = {}) {
     PatcherProcess patcher(program, options);
@@ -203,7 +204,7 @@ TEST_F(Chain, GameGetsItsDirectoryItsIdAndNothingElse) {
          {"/bin/Game.exe", game}});
   Play(kPatcher, {"/Iplayer1"}, {"wait", "start"});
   // The descriptors are the three streams and the listing's own.
-  EXPECT_EQ(FileOnceThere("bin/started"), fs::canonical("bin").string() + "\n2:-id player1\n4\n");
+  EXPECT_EQ(WaitForFile("bin/started"), fs::canonical("bin").string() + "\n2:-id player1\n4\n");
   ExpectCompleteChain();
 
   // One that can't be started ends the patcher all the same. The first command finds a button that
@@ -230,8 +231,8 @@ TEST_F(Chain, WindowsProgramsAndFolders) {
   const std::string here = fs::current_path().string();
   Play("/bin/sh", {"-c", "PATH=$PWD/tools:$PATH exec ./VelmoraUpdate.exe"},
        {"wait", "screenshots", "start"});
-  EXPECT_EQ(FileOnceThere("tools/wine.told"), here + ":2:" + here + "/Game.exe -id\n");
-  EXPECT_EQ(FileOnceThere("tools/xdg-open.told"), here + ":1:" + here + "/Screenshot\n");
+  EXPECT_EQ(WaitForFile("tools/wine.told"), here + ":2:" + here + "/Game.exe -id\n");
+  EXPECT_EQ(WaitForFile("tools/xdg-open.told"), here + ":1:" + here + "/Screenshot\n");
 }
 
 // The copy gets the whole command line. The patcher that cleans up gets whole options of it.

@@ -1,4 +1,5 @@
-// Failures of HTTP and threads that no server can cause at will, by stand-ins for the platform's.
+// HTTP and thread failures that no server can cause on demand, from test doubles for the platform's
+// functions.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -32,7 +33,7 @@ struct Served {
 struct Services {
   bool opensSession = true;
   bool startsThread = true;
-  bool readsFail = false;  // though they bring bytes; all but the last of a whole body
+  bool readsFail = false;  // although they return bytes; the last of a whole body succeeds
   std::map<std::string, Served> files;
   std::string requested;
   std::size_t chunk = 0;
@@ -76,7 +77,7 @@ bool ReadHttp(HttpHandle, void* buffer, std::uint32_t size, std::uint32_t& read)
 }
 void CloseHttpHandle(HttpHandle handle) { services.closed += static_cast<char>(handle); }
 
-// A run is carried out at once, on the thread that starts it.
+// A run happens at once, on the thread that starts it.
 ThreadHandle StartThread(void (*entry)()) {
   if (!services.startsThread) return 0;
   entry();
@@ -174,7 +175,7 @@ TEST_F(ServiceFailure, BodiesThatBreakOrRunOver) {
   }
 }
 
-// A failed read that brought something is repeated for the rest.
+// A failed read that returned bytes is repeated for the rest.
 TEST_F(ServiceFailure, ProbeReadsOnUntilAReadFailsWithNothing) {
   services.readsFail = true;
   services.files = {{"/whole", {"10", {"0123", "45", "678"}}},

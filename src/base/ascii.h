@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <string>
 #include <string_view>
 
 namespace velmora {
@@ -30,7 +31,25 @@ namespace velmora {
                     [](char left, char right) { return LowerCase(left) == LowerCase(right); });
 }
 
+[[nodiscard]] inline bool HasControl(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), IsControl);
+}
+
 inline constexpr char kHexDigits[] = "0123456789ABCDEF";
+
+// `text` with each byte for which `mustEscape` is true as %XX (RFC 3986, 2.1).
+[[nodiscard]] inline std::string Escaped(std::string_view text, bool (*mustEscape)(char)) {
+  std::string escaped;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (mustEscape(c)) {
+      escaped += {'%', kHexDigits[byte >> 4], kHexDigits[byte & 15]};
+    } else {
+      escaped += c;
+    }
+  }
+  return escaped;
+}
 
 // `text` without those of `characters` at either end.
 [[nodiscard]] constexpr std::string_view Trimmed(std::string_view text,
@@ -43,7 +62,7 @@ inline constexpr char kHexDigits[] = "0123456789ABCDEF";
 // Whether `host`, without a port, can be the name or address of a server.
 [[nodiscard]] inline bool IsHost(std::string_view host) {
   return !host.empty() && host.find_first_of(" /\\?#@") == std::string_view::npos &&
-         std::none_of(host.begin(), host.end(), IsControl);
+         !HasControl(host);
 }
 
 // `text` without the byte order mark that editors put in front of UTF-8.

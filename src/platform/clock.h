@@ -1,4 +1,4 @@
-// Time, as the log's stamps, the choice of a mirror and repeated attempts need it. Safe from any
+// Time for the log's stamps, the choice of a mirror and pauses between attempts. Safe from any
 // thread.
 #pragma once
 
@@ -17,10 +17,10 @@ struct LocalTime {
 
 [[nodiscard]] LocalTime CurrentLocalTime();
 
-// Milliseconds since some moment in the past; wraps around.
+// Milliseconds since an arbitrary moment; wraps around.
 [[nodiscard]] std::uint32_t TickCount();
 
-// Lets others have the processor for a while.
+// Sleeps.
 void Pause(std::uint32_t milliseconds);
 
 }  // namespace velmora::platform

@@ -1,10 +1,9 @@
-// Files and directories. Paths are relative to the working directory, which the program never
-// changes, or absolute; their directories are separated by backslashes. A backslash that stands
-// second in a double-byte character of code page 932 separates nothing. Names are byte strings and
-// are never converted.
+// Files and directories. Paths are absolute, or relative to the working directory, which the
+// program never changes; backslashes separate their elements. A backslash that is the second byte
+// of a double-byte character of code page 932 is no separator. Names are byte strings and are never
+// converted.
 //
-// Safe from any thread. A failing operation leaves the system's code for LastSystemError, per
-// thread.
+// Safe from any thread. After a failure, LastSystemError returns the reason.
 #pragma once
 
 #include <cstddef>
@@ -15,72 +14,74 @@
 
 namespace velmora::platform {
 
-// True if something of that name exists: a file, a directory, anything. An empty path doesn't.
+// Whether something of that name exists, whatever it is. Nothing has an empty name.
 [[nodiscard]] bool FileExists(const std::string& path);
 [[nodiscard]] bool IsDirectory(const std::string& path);
 
-// True if `path` names a link to somewhere else, also with a separator at its end: a symbolic link,
-// on Windows a junction as well.
+// Whether `path`, with or without a separator at its end, names a link: a symbolic link, on Windows
+// also a junction.
 [[nodiscard]] bool IsLink(const std::string& path);
 
-// Deletes a file, or a link itself, whatever it leads to; a trailing separator is allowed for a
-// link to a directory. False if it is missing, a directory, read-only, or the program of a running
-// process; the file is then as it was.
+// Deletes a file, or a link but not its target; the path of a link to a directory may end in a
+// separator. Fails, and leaves everything as it was, if the file is missing, a directory,
+// read-only, or the program of a running process.
 [[nodiscard]] bool RemoveFile(const std::string& path);
 
-// Removes an empty directory; a trailing backslash is allowed. False for anything else.
+// Removes an empty directory, whose path may end in a backslash. Fails for anything else.
 [[nodiscard]] bool RemoveEmptyDirectory(const std::string& path);
 
-// Copies a file with its right to be run, replacing an existing target. The copy is never
-// read-only. False if the source can't be read whole or the target can't be written, as when it is
-// the program of a running process.
+// Copies a file, replacing an existing target. The copy may be run if the original may, and is
+// never read-only. Fails if the source can't be read completely, or if the target can't be written,
+// for example because it is the program of a running process.
 [[nodiscard]] bool CopyFileOver(const std::string& from, const std::string& to);
 
-// Gives the file `from` the place of `to`: at every moment, even if the process is killed, the name
-// leads to one of them whole, or for an instant to none. The new file takes over what the old one
-// had of its own: owner and rights, extended attributes; on Windows access list, attributes and
-// streams. On Windows what the file holds is on the disk before it is moved. False if the system
-// has something against it, as if `to` is read-only, hidden, a system file, held open, the program
-// of a running process, a link, of several names, or on another volume; both are then as they were.
-// (Should a replacement on Windows break off between its two steps, the old file may be gone by
-// then.)
+// Moves the file `from` to `to`, replacing a file there. At every moment, even if the process is
+// killed, the name `to` leads to one complete file, or for an instant to none. The new file takes
+// over the old one's owner, rights and extended attributes; on Windows its access list, attributes
+// and streams. On Windows the contents are on the disk before the file is moved.
+//
+// Fails, and leaves both files as they were, if `to` is read-only, hidden, a system file, open
+// elsewhere, the program of a running process, a link, a file with several names, or on another
+// volume. (On Windows a replacement has two steps; if it breaks off between them, the old file may
+// be gone.)
 [[nodiscard]] bool MoveFileOver(const std::string& from, const std::string& to);
 
-// Whether an existing file can be opened for writing, which doesn't change it.
+// Whether an existing file can be opened for writing. Doesn't change it.
 [[nodiscard]] bool CanBeWritten(const std::string& path);
 
-// Whether a failure of that code may pass by itself within moments, as when a virus scanner holds a
-// file open. It may also last, so bound the wait. Never where an open file is in nobody's way.
+// Whether an operation that failed with `code` may succeed moments later, for example when a virus
+// scanner closes a file. It may also go on failing, so bound the wait. Always false on systems
+// where an open file can be replaced.
 [[nodiscard]] bool IsHeldByAnother(std::int32_t code);
 
-// Whether a failure of that code comes from a disk that is full or broken.
+// Whether `code` means that a disk is full or broken.
 [[nodiscard]] bool IsDiskTrouble(std::int32_t code);
 
-// Returns when every file that was closed, and then moved by MoveFileOver, in one of the
-// directories would survive a loss of power, its name and what it holds; on Windows, would
-// survive it before anything that is written later does. Each directory is given with its last
-// backslash; the working directory is "". False if the system fails to do that.
+// Makes every file that MoveFileOver has moved to one of the directories survive a power failure,
+// its name and its contents. On Windows the promise is one of order: such a file survives if
+// anything that is written later does. Each directory ends in a backslash; "" is the working
+// directory. Fails if the system can't flush.
 [[nodiscard]] bool FlushFolders(const std::set<std::string>& directories);
 
-// Creates every directory that `path` names in front of its last backslash. True when they exist
-// afterwards, which holds at once for a path without a backslash.
+// Creates every missing directory that `path` names before its last backslash. True if all of them
+// exist afterwards, or if there is no backslash.
 [[nodiscard]] bool MakeDirectoriesOf(const std::string& path);
 
-// A file opened for reading; others may read it meanwhile, and none write. Closed by the
-// destructor.
+// A file opened for reading; others may read it in the meantime, but not write it. The destructor
+// closes it.
 class InputFile {
  public:
-  // Fails, so that IsOpen gives false, for whatever isn't a readable file.
+  // IsOpen is false afterwards if `path` isn't a readable file.
   explicit InputFile(const std::string& path);
   ~InputFile();
   InputFile(const InputFile&) = delete;
   InputFile& operator=(const InputFile&) = delete;
 
   [[nodiscard]] bool IsOpen() const;
-  // Size in bytes at the time of its opening, its low 32 bits.
+  // The low 32 bits of the file's size in bytes when it was opened.
   [[nodiscard]] std::uint32_t Size() const;
-  // Reads on from where the last read ended. Gives the number of bytes read, which is less than
-  // `size` at the end of the file and after a failure.
+  // Continues where the last read ended. Returns the number of bytes read, which is less than
+  // `size` only at the end of the file or after a failure.
   std::uint32_t Read(void* buffer, std::uint32_t size);
 
  private:
@@ -88,13 +89,13 @@ class InputFile {
   std::intptr_t file_;
 };
 
-// A file opened for writing; others may read it meanwhile, but not as an InputFile, which wants no
-// writers beside it. Closed by the destructor.
+// A file opened for writing. Others may read it in the meantime, but not as an InputFile, which
+// allows no writers. The destructor closes it.
 class OutputFile {
  public:
   enum class Mode {
-    kReplace,  // created, or cut to length zero; fails for a hidden or system file
-    kAppend,   // created if missing; every write goes to the end in one piece
+    kReplace,  // created, or truncated; fails for a hidden or system file
+    kAppend,   // created if missing; every write goes to the end and isn't split
   };
 
   OutputFile(const std::string& path, Mode mode);
@@ -103,12 +104,11 @@ class OutputFile {
   OutputFile& operator=(const OutputFile&) = delete;
 
   [[nodiscard]] bool IsOpen() const;
-  // True when all `size` bytes were taken. A full disk gives false, and part of them may stand.
+  // True if all `size` bytes were written. On a full disk part of them may have been.
   [[nodiscard]] bool Write(const void* data, std::size_t size);
-  // Returns when what was written would survive a loss of power, as far as its volume can promise
-  // that; false if the system failed to do it.
+  // Makes what was written survive a power failure, as far as the file system can promise that.
   [[nodiscard]] bool Flush();
-  // Closes the file before the destructor does, and says whether the system kept all of it.
+  // Closes the file before the destructor does; false if the system has lost some of it.
   bool Close();
 
  private:
@@ -141,7 +141,8 @@ class DirectorySearch {
   std::unique_ptr<Listing> listing_;
 };
 
-// The code of this thread's last failed operation of this header, and the system's text for a code.
+// The code of this thread's last failure of an operation in this header, and the system's text for
+// a code.
 [[nodiscard]] std::int32_t LastSystemError();
 [[nodiscard]] std::string SystemErrorText(std::int32_t code);
 

@@ -1,4 +1,4 @@
-// Reading of one value from a settings file in INI form.
+// Reads a value from a settings file in INI format.
 #pragma once
 
 #include <cstddef>
@@ -7,14 +7,14 @@
 namespace velmora::platform {
 
 // The value of `key` in `section` of the file, cut to `bufferSize` - 1 bytes; empty if the file,
-// the section or the key is absent or can't be read.
+// the section or the key is missing or unreadable.
 //
-// Section and key match without regard to case, and the first match of each wins. Blanks around
-// section, key and value don't belong to them. One pair of quotes around the value, single or
-// double, is dropped. A line that begins with a semicolon is a comment.
+// Section and key match without regard to case, and the first match of each counts. White space
+// around section, key and value is ignored. One pair of quotes around the value, single or double,
+// is dropped. A line that begins with a semicolon is a comment.
 //
-// A path without a directory part is taken as the system takes it: Windows looks into the Windows
-// folder, other systems into the working directory. Safe from any thread.
+// A path without a directory means the Windows folder on Windows, the working directory elsewhere.
+// Safe from any thread.
 [[nodiscard]] std::string ReadIniValue(const std::string& path, const char* section,
                                        const std::string& key, std::size_t bufferSize);
 

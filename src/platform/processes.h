@@ -8,15 +8,15 @@
 
 namespace velmora::platform {
 
-// The hidden window is the process's message queue: whoever waits in PumpUntilQuit goes on when the
-// window has been destroyed.
+// The hidden window is the process's message queue: PumpUntilQuit returns when the window has been
+// destroyed.
 //
-// False if no window can be had at all.
+// False if windows are unavailable.
 [[nodiscard]] bool RegisterHiddenWindow();
 void CreateHiddenWindow();
 // Asks the window to close, which destroys it.
 void CloseHiddenWindow();
-// Tells the window that it is destroyed; the quit message is then in the queue.
+// Has the window post the quit message, as it does when it is destroyed.
 void DestroyHiddenWindow();
 void PumpUntilQuit();
 
@@ -24,48 +24,47 @@ void PumpUntilQuit();
 // answered.
 void ShowStartBox(const std::string& text, const std::string& caption, std::uint32_t type);
 
-// Paths are bytes, and the system's own names may be more than bytes can say: on Windows a name may
-// have characters outside the code page of the player's system. A directory then comes in its short
-// form, and never as bytes that name another one; where it has no such form, there is no path.
+// On Windows a name may have characters outside the player's code page, which a byte string can't
+// express. The functions below then return a directory's short name, or nothing if it has none, but
+// never a path that names something else.
 
-// Full path of the running program file; empty if it can't be told.
+// The full path of the running program's file; empty if unknown.
 [[nodiscard]] std::string ModulePath();
 
-// The working directory, without a separator at its end unless it is a root; empty if it can't be
-// told, or needs more than `bufferSize` bytes with its terminator.
+// The working directory, without a separator at its end unless it is a root; empty if unknown, or
+// if it needs more than `bufferSize` bytes with its terminator.
 [[nodiscard]] std::string WorkingDirectory(std::size_t bufferSize);
 
-// `path` in its short form; unchanged if it has none, or one that needs more than `bufferSize`
-// bytes.
+// The short form of `path`; `path` itself if it has none, or one of more than `bufferSize` bytes.
 [[nodiscard]] std::string ShortPath(const std::string& path, std::size_t bufferSize);
 
-// The folder of the operating system; empty where there is none of that kind.
+// The folder of the operating system; empty on systems that have none.
 [[nodiscard]] std::string SystemFolder(std::size_t bufferSize);
 
-// The single-instance lock: one per user, shared by all processes of the user, gone with its holder
-// however that ends.
+// The single-instance lock: one for each user, shared by all of the user's processes, and released
+// when its holder ends in whatever way.
 struct NamedMutex {
-  std::uintptr_t handle = 0;    // 0: it can't be had at all
+  std::uintptr_t handle = 0;    // 0: unavailable
   bool alreadyExisted = false;  // another process holds it
 };
 [[nodiscard]] NamedMutex CreateNamedMutex(const char* name);
 void ReleaseNamedMutex(const NamedMutex& mutex);
 
-// Hands the player over to another start of the program: the file is looked for in the working
-// directory, and gets `parameters` as its command line. Where a terminal serves as the dialog, the
-// successor takes it over when this process ends, by EndProcess. Nobody learns of a failure.
+// Starts the program again: `file`, in the working directory, with `parameters` as its command
+// line. Where the dialog is a terminal, the successor takes it over when this process ends in
+// EndProcess. A failure isn't reported.
 void StartSuccessor(const std::string& file, const std::string& directory,
                     const std::string& parameters);
 
-// Starts another program and doesn't wait for it: `file` without a directory, looked for in
-// `directory`, the working directory and the system's search path; run in `directory`, or in the
-// working directory if there is none. Returns the reason if it can't be started; empty if it was,
-// and always where the system itself tells the player, as Windows' shell does.
+// Starts another program and doesn't wait for it. `file` has no directory; it is looked up in
+// `directory`, in the working directory and on the system's search path. The program runs in
+// `directory`, or in the working directory if there is none. Returns why it failed to start, empty
+// if it started; always empty on Windows, whose shell tells the player by itself.
 [[nodiscard]] std::string LaunchProgram(const std::string& file,
                                         const std::optional<std::string>& directory,
                                         const std::string& parameters);
 
-// Ends the process at once, with whatever threads it has; no destructor runs.
+// Ends the process and all its threads at once; no destructor runs.
 [[noreturn]] void EndProcess(int exitCode);
 
 }  // namespace velmora::platform

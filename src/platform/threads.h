@@ -7,9 +7,8 @@ namespace velmora::platform {
 
 using ThreadHandle = std::uintptr_t;
 
-// Starts a thread that runs `entry` and ends with it. 0 if no thread can be had. Nobody waits for
-// the thread: closing its handle doesn't end it, and the end of the process ends it wherever it
-// stands.
+// Starts a thread that runs `entry`; 0 on failure. Nobody joins the thread. Closing its handle
+// doesn't end it; the end of the process does, whatever it is doing.
 [[nodiscard]] ThreadHandle StartThread(void (*entry)());
 void CloseThreadHandle(ThreadHandle handle);
 

@@ -1,5 +1,5 @@
-// Splitting and canonicalising of URLs (RFC 1738 and what Windows' own splitter makes of it).
-// Pure; safe from any thread.
+// Splits and canonicalises URLs (RFC 1738, as Windows' own functions read it). Pure; safe from any
+// thread.
 #pragma once
 
 #include <cstddef>
@@ -16,18 +16,18 @@ struct UrlParts {
   std::uint16_t port = 0;  // the scheme's default if the URL names none
   std::string user;
   std::string password;
-  std::string path;   // from the first slash behind the host, without query and fragment
+  std::string path;   // from the first slash after the host, without query and fragment
   std::string extra;  // query and fragment, with their first character
 };
 
-// Splits an absolute URL. Nothing if `url` is none, or if one of its parts has more than 999 bytes.
+// Splits an absolute URL. Nothing if `url` isn't one, or if a part has more than 999 bytes.
 [[nodiscard]] std::optional<UrlParts> CrackUrl(const std::string& url);
 
 enum class Canonicalize { kUnsafe, kSpacesOnly };
 
-// The path in a form fit for a request line: with kUnsafe, blanks and other unsafe bytes become
-// %XX; with kSpacesOnly, blanks alone. Nothing if the result and its terminator need more than
-// `bufferSize` bytes.
+// The path as a request line can contain it: kUnsafe turns spaces and other unsafe bytes into %XX,
+// kSpacesOnly only spaces. Nothing if the result and its terminator need more than `bufferSize`
+// bytes.
 [[nodiscard]] std::optional<std::string> CanonicalizeUrlPath(const std::string& path,
                                                              Canonicalize mode,
                                                              std::size_t bufferSize);

@@ -6,9 +6,8 @@
 
 namespace velmora::platform {
 
-// `text` as UTF-8 (RFC 3629). What isn't code page 932 becomes '?', and so does every control
-// character but the line feed, which stays, and the tab, which becomes a space: a terminal can't be
-// steered by it.
+// `text` as UTF-8 (RFC 3629). Whatever isn't code page 932 becomes '?'. So do control characters,
+// which could steer a terminal; but a line feed stays, and a tab becomes a space.
 [[nodiscard]] std::string ToUtf8(std::string_view text);
 
 }  // namespace velmora::platform

@@ -101,10 +101,6 @@ const std::vector<Kind> kKinds = {
     {"stall", "$T", {End::kStall}},
 };
 
-#undef OK
-#undef LOCATION
-#undef ODD_CHUNK
-
 // Cuts off the beginning of `text`, up to the first `end` outside of brackets, and that as well.
 std::string_view TakeUntil(std::string_view& text, char end) {
   std::size_t length = 0;

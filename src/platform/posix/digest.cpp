@@ -12,7 +12,7 @@ namespace velmora::platform {
 
 namespace {
 
-// OpenSSL needs no provider to be opened; the handle only says that it was asked for.
+// OpenSSL needs no provider; the handle only records that one was requested.
 constexpr DigestHandle kProvider = 1;
 
 struct FreeContext {
@@ -26,8 +26,8 @@ struct Digest {
   bool isFinished = false;
 };
 
-// Looking an algorithm up by name takes locks and searches, so it is done once. The result is never
-// freed: a thread may still be hashing while the process ends.
+// Looking an algorithm up by name takes locks and searches, so it happens once. The result is never
+// freed, because a thread may still be hashing while the process ends.
 const EVP_MD* Algorithm(DigestKind kind) {
   static const EVP_MD* const md5 = EVP_MD_fetch(nullptr, "MD5", nullptr);
   static const EVP_MD* const sha1 = EVP_MD_fetch(nullptr, "SHA1", nullptr);
@@ -54,7 +54,7 @@ bool Start(Digest& digest, DigestKind kind) {
   return EVP_DigestInit_ex2(digest.context.get(), algorithm, nullptr) == 1;
 }
 
-// A digest can be asked for more than once, OpenSSL's only once.
+// A caller may ask for the digest more than once, OpenSSL allows it once.
 bool Finish(Digest& digest) {
   if (digest.isFinished) return true;
   digest.isFinished = EVP_DigestFinal_ex(digest.context.get(), digest.value.data(), nullptr) == 1;

@@ -26,8 +26,8 @@ constexpr int kNoFile = -1;
 
 thread_local std::int32_t lastError = 0;
 
-// Keeps the reason of a failure before another call can overwrite it.
-bool Remember(bool succeeded) {
+// Keeps the reason for a failure before another call can overwrite it. Returns `succeeded`.
+bool RecordError(bool succeeded) {
   if (!succeeded) lastError = errno;
   return succeeded;
 }
@@ -39,8 +39,7 @@ auto RetryInterrupted(Call call) {
   return result;
 }
 
-// Windows runs whatever is called .exe; here a program that comes into being has to be marked as
-// one.
+// Windows runs whatever is called .exe; here a new program has to be marked as executable.
 mode_t ModeOfNewFile(const std::string& native) {
   const std::size_t dot = native.rfind('.');
   const bool isProgram = dot != std::string::npos && strcasecmp(native.c_str() + dot, ".exe") == 0;
@@ -48,13 +47,13 @@ mode_t ModeOfNewFile(const std::string& native) {
 }
 
 int OpenNative(const std::string& native, int flags) {
-  // Without O_NONBLOCK, opening a fifo waits for its other end.
+  // Without O_NONBLOCK, opening a FIFO waits for its other end.
   constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   return RetryInterrupted(
       [&] { return open(native.c_str(), flags | kAlways, ModeOfNewFile(native)); });
 }
 
-// What Windows keeps in the read-only attribute, which binds every user.
+// As Windows' read-only attribute, this binds every user, root included.
 bool IsReadOnly(const struct stat& status) { return (status.st_mode & S_IWUSR) == 0; }
 
 bool IsNativeDirectory(const std::string& native) {
@@ -65,14 +64,14 @@ bool IsNativeDirectory(const std::string& native) {
   return false;
 }
 
-// A separator at the end of a path leads through a link.
+// A system call follows a link whose path ends in a separator.
 std::string WithoutLastSeparator(std::string native) {
   while (native.size() > 1 && native.back() == '/') native.pop_back();
   return native;
 }
 
-// The system refuses to write a running program but not to unlink it, so asking for the one tells
-// whether to do the other.
+// The system refuses to write a running program, but not to unlink it. So try to open it for
+// writing first.
 bool IsFreeToChange(const std::string& native, const struct stat& status) {
   if (IsReadOnly(status)) {
     errno = EACCES;
@@ -95,15 +94,15 @@ bool ListAttributes(const std::string& native, std::string& names) {
 }
 
 std::optional<std::string> Attribute(const std::string& native, const char* name) {
-  std::string value(std::size_t{1} << 16, '\0');  // the most that the system allows
+  std::string value(std::size_t{1} << 16, '\0');  // the system's limit
   const ssize_t size = lgetxattr(native.c_str(), name, value.data(), value.size());
   if (size < 0) return std::nullopt;
   value.resize(static_cast<std::size_t>(size));
   return value;
 }
 
-// Access lists are among them. One that the system has given both files, such as a label, isn't
-// written again, for which a user may have no right.
+// The attributes include access lists. One that is already equal, such as a security label that the
+// system sets by itself, isn't written: the user may not be allowed to.
 bool CopyAttributes(const std::string& from, const std::string& to) {
   std::string names;
   if (!ListAttributes(from, names)) return false;
@@ -113,20 +112,21 @@ bool CopyAttributes(const std::string& from, const std::string& to) {
     if (Attribute(to, name) == value) continue;
     if (lsetxattr(to.c_str(), name, value->data(), value->size(), 0) != 0) return false;
   }
-  // What a folder gives to new files may be wider than what the old one had.
+  // The folder's default access list may be wider than the old file's.
   static constexpr char kAccessList[] = "system.posix_acl_access";
   return Attribute(from, kAccessList) || lremovexattr(to.c_str(), kAccessList) == 0 ||
          errno == ENODATA || errno == ENOTSUP;
 }
 
-// What `target` may be or, if there is none, what a file that is created there may be.
-bool TakeRightsOver(const std::string& source, const std::string& target) {
+// Gives `source` the owner, mode and attributes of `target` or, if there is none, the mode of a
+// file that is created there.
+bool CopyOwnerAndMode(const std::string& source, const std::string& target) {
   struct stat now {};
   struct stat before {};
   if (stat(source.c_str(), &now) != 0) return false;
   if (lstat(target.c_str(), &before) != 0) {
     if (errno != ENOENT) return false;
-    const mode_t toRun = (now.st_mode & 0444) >> 2;  // as far as it may be read
+    const mode_t toRun = (now.st_mode & 0444) >> 2;  // by whoever may read it
     const bool isProgram = (ModeOfNewFile(target) & 0111) != 0;
     return !isProgram || chmod(source.c_str(), (now.st_mode & 07777) | toRun) == 0;
   }
@@ -154,7 +154,7 @@ int OpenRegularFile(const std::string& native, std::uint32_t& size) {
   return kNoFile;
 }
 
-// Whether an open file may be written, and how much it holds.
+// Whether an open file may be written, and its size.
 bool MayBeWritten(int file, std::int64_t& size) {
   struct stat status {};
   if (fstat(file, &status) != 0) return false;
@@ -164,7 +164,7 @@ bool MayBeWritten(int file, std::int64_t& size) {
   return false;
 }
 
-// The file keeps what it holds until it is known that it may be written.
+// The file isn't truncated before it is known that it may be written.
 int OpenToWrite(const std::string& native, OutputFile::Mode mode) {
   const bool replaces = mode == OutputFile::Mode::kReplace;
   const int file = OpenNative(native, O_WRONLY | O_CREAT | (replaces ? 0 : O_APPEND));
@@ -179,8 +179,8 @@ int OpenToWrite(const std::string& native, OutputFile::Mode mode) {
   return kNoFile;
 }
 
-std::intptr_t Kept(int file) {
-  Remember(file != kNoFile);
+std::intptr_t RecordOpenError(int file) {
+  RecordError(file != kNoFile);
   return file;
 }
 
@@ -193,47 +193,49 @@ void CloseIfOpen(std::intptr_t file) {
 }  // namespace
 
 bool FileExists(const std::string& path) {
-  return Remember(access(NativePath(path).c_str(), F_OK) == 0);
+  return RecordError(access(NativePath(path).c_str(), F_OK) == 0);
 }
 
-bool IsDirectory(const std::string& path) { return Remember(IsNativeDirectory(NativePath(path))); }
+bool IsDirectory(const std::string& path) {
+  return RecordError(IsNativeDirectory(NativePath(path)));
+}
 
 bool IsLink(const std::string& path) {
   struct stat status {};
   const std::string itself = WithoutLastSeparator(NativePath(path));
-  return Remember(lstat(itself.c_str(), &status) == 0) && S_ISLNK(status.st_mode);
+  return RecordError(lstat(itself.c_str(), &status) == 0) && S_ISLNK(status.st_mode);
 }
 
 bool RemoveFile(const std::string& path) {
   std::string native = NativePath(path);
   if (IsNativeDirectory(native)) native = WithoutLastSeparator(std::move(native));
   struct stat status {};
-  if (lstat(native.c_str(), &status) != 0) return Remember(false);
-  if (S_ISREG(status.st_mode) && !IsFreeToChange(native, status)) return Remember(false);
-  return Remember(unlink(native.c_str()) == 0);
+  if (lstat(native.c_str(), &status) != 0) return RecordError(false);
+  if (S_ISREG(status.st_mode) && !IsFreeToChange(native, status)) return RecordError(false);
+  return RecordError(unlink(native.c_str()) == 0);
 }
 
 bool RemoveEmptyDirectory(const std::string& path) {
-  return Remember(rmdir(NativePath(path).c_str()) == 0);
+  return RecordError(rmdir(NativePath(path).c_str()) == 0);
 }
 
 namespace {
 
 bool CopyContent(InputFile& source, OutputFile& target) {
-  std::vector<std::uint8_t> piece(std::size_t{1} << 16);
-  const auto room = static_cast<std::uint32_t>(piece.size());
+  std::vector<std::uint8_t> buffer(std::size_t{1} << 16);
+  const auto size = static_cast<std::uint32_t>(buffer.size());
   std::uint32_t copied = 0;
-  while (const std::uint32_t count = source.Read(piece.data(), room)) {
-    if (!target.Write(piece.data(), count)) return false;
+  while (const std::uint32_t count = source.Read(buffer.data(), size)) {
+    if (!target.Write(buffer.data(), count)) return false;
     copied += count;
   }
-  return copied == source.Size();  // or the source stopped being readable half-way
+  return copied == source.Size();  // otherwise a read has failed
 }
 
 bool CopyRights(const std::string& from, const std::string& to) {
   struct stat status {};
-  return Remember(stat(from.c_str(), &status) == 0 &&
-                  chmod(to.c_str(), (status.st_mode & 07777) | S_IWUSR) == 0);
+  return RecordError(stat(from.c_str(), &status) == 0 &&
+                     chmod(to.c_str(), (status.st_mode & 07777) | S_IWUSR) == 0);
 }
 
 }  // namespace
@@ -247,31 +249,32 @@ bool CopyFileOver(const std::string& from, const std::string& to) {
   if (CopyContent(source, target) && CopyRights(NativePath(from), native) && target.Close()) {
     return true;
   }
-  unlink(native.c_str());  // nobody takes half a copy for a whole one
+  unlink(native.c_str());  // so that nobody takes half a copy for a complete one
   return false;
 }
 
 bool MoveFileOver(const std::string& from, const std::string& to) {
   const std::string source = NativePath(from);
   const std::string target = NativePath(to);
-  return Remember(TakeRightsOver(source, target) && rename(source.c_str(), target.c_str()) == 0);
+  return RecordError(CopyOwnerAndMode(source, target) &&
+                     rename(source.c_str(), target.c_str()) == 0);
 }
 
 bool CanBeWritten(const std::string& path) {
   const int file = OpenNative(NativePath(path), O_WRONLY);
-  if (!Remember(file != kNoFile)) return false;
+  if (!RecordError(file != kNoFile)) return false;
   std::int64_t size = 0;
-  const bool may = Remember(MayBeWritten(file, size));
+  const bool may = RecordError(MayBeWritten(file, size));
   close(file);
   return may;
 }
 
-// Here an open file can be replaced and removed.
+// An open file can be replaced and removed here.
 bool IsHeldByAnother(std::int32_t) { return false; }
 
 bool IsDiskTrouble(std::int32_t code) { return code == ENOSPC || code == EDQUOT || code == EIO; }
 
-// One call for each file system, whatever number of files it is about.
+// One call for each file system, however many files were moved.
 bool FlushFolders(const std::set<std::string>& directories) {
   std::set<dev_t> flushed;
   bool result = true;
@@ -280,11 +283,11 @@ bool FlushFolders(const std::set<std::string>& directories) {
     struct stat status {};
     if (stat(native.c_str(), &status) != 0) {
       const bool isRemoved = errno == ENOENT || errno == ENOTDIR;
-      if (!Remember(isRemoved)) result = false;
+      if (!RecordError(isRemoved)) result = false;
       continue;
     }
     if (!flushed.insert(status.st_dev).second) continue;
-    if (!Remember(SyncFileSystem(native))) result = false;
+    if (!RecordError(SyncFileSystem(native))) result = false;
   }
   return result;
 }
@@ -297,13 +300,13 @@ bool MakeDirectoriesOf(const std::string& path) {
   for (std::size_t i = directory.find('/', 1); i != std::string::npos;
        i = directory.find('/', i + 1)) {
     const std::string parent = directory.substr(0, i);
-    if (mkdir(parent.c_str(), 0777) != 0 && errno != EEXIST) return Remember(false);
+    if (mkdir(parent.c_str(), 0777) != 0 && errno != EEXIST) return RecordError(false);
   }
-  return Remember(IsNativeDirectory(directory));
+  return RecordError(IsNativeDirectory(directory));
 }
 
 InputFile::InputFile(const std::string& path)
-    : file_(Kept(OpenRegularFile(NativePath(path), size_))) {}
+    : file_(RecordOpenError(OpenRegularFile(NativePath(path), size_))) {}
 
 InputFile::~InputFile() { CloseIfOpen(file_); }
 
@@ -317,42 +320,43 @@ std::uint32_t InputFile::Read(void* buffer, std::uint32_t size) {
   while (count < size) {
     const ssize_t got =
         RetryInterrupted([&] { return read(Descriptor(file_), bytes + count, size - count); });
-    if (!Remember(got >= 0) || got == 0) break;
+    if (!RecordError(got >= 0) || got == 0) break;
     count += static_cast<std::uint32_t>(got);
   }
   return count;
 }
 
 OutputFile::OutputFile(const std::string& path, Mode mode)
-    : file_(Kept(OpenToWrite(NativePath(path), mode))) {}
+    : file_(RecordOpenError(OpenToWrite(NativePath(path), mode))) {}
 
 OutputFile::~OutputFile() { CloseIfOpen(file_); }
 
 bool OutputFile::IsOpen() const { return file_ != kNoFile; }
 
 bool OutputFile::Write(const void* data, std::size_t size) {
-  // For a larger piece the system looks for memory in one piece as well, which takes it longer.
-  constexpr std::size_t kPiece = std::size_t{1} << 16;
+  // For a larger chunk the system needs more contiguous memory, which takes it longer to find.
+  constexpr std::size_t kChunk = std::size_t{1} << 16;
   const auto* bytes = static_cast<const std::uint8_t*>(data);
   while (size > 0) {
-    const std::size_t piece = std::min(size, kPiece);
-    const ssize_t taken = RetryInterrupted([&] { return write(Descriptor(file_), bytes, piece); });
-    if (!Remember(taken >= 0)) return false;
-    bytes += taken;
-    size -= static_cast<std::size_t>(taken);
+    const std::size_t chunk = std::min(size, kChunk);
+    const ssize_t written =
+        RetryInterrupted([&] { return write(Descriptor(file_), bytes, chunk); });
+    if (!RecordError(written >= 0)) return false;
+    bytes += written;
+    size -= static_cast<std::size_t>(written);
   }
   return IsOpen();
 }
 
 bool OutputFile::Flush() {
   const bool isFlushed = fsync(Descriptor(file_)) == 0;
-  return Remember(isFlushed || errno == EINVAL || errno == ENOTSUP);  // unknown to its volume
+  return RecordError(isFlushed || errno == EINVAL || errno == ENOTSUP);  // its volume has no flush
 }
 
 bool OutputFile::Close() {
-  // The descriptor is gone even if the system then says that it lost something.
+  // The descriptor is closed even if the system reports a failure.
   const int file = Descriptor(std::exchange(file_, kNoFile));
-  return Remember(close(file) == 0);
+  return RecordError(close(file) == 0);
 }
 
 struct DirectorySearch::Listing {
@@ -367,7 +371,7 @@ struct CloseDirectory {
 };
 using OpenDirectory = std::unique_ptr<DIR, CloseDirectory>;
 
-// The directory that a search text names, with its last separator; nothing if it names none.
+// The directory of a search path, with its last separator; empty if there is none.
 std::string_view SearchedDirectory(std::string_view searchPath) {
   const std::size_t end = FindLastCharacter(searchPath, kBackslashOrSlash);
   if (end == std::string_view::npos || searchPath.substr(end + 1) != "*") return {};
@@ -385,7 +389,7 @@ bool IsDirectoryItself(DIR* directory, const dirent& entry) {
   return IsOfType(directory, entry, AT_SYMLINK_NOFOLLOW, S_IFDIR);
 }
 
-// A link that leads nowhere may lead to a disk that isn't mounted.
+// A link to nothing may lead to a disk that isn't mounted, so it counts as one to a directory.
 bool IsDirectoryLink(DIR* directory, const dirent& entry) {
   if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) return false;
   struct stat status {};
@@ -393,9 +397,8 @@ bool IsDirectoryLink(DIR* directory, const dirent& entry) {
          (fstatat(dirfd(directory), entry.d_name, &status, 0) != 0 || S_ISDIR(status.st_mode));
 }
 
-// Reads a directory whole and closes it, so that a walk down a deep tree holds no descriptors and
-// what it deletes can't confuse the listing. A search that breaks off has listed what it has
-// listed.
+// Reads all of a directory and closes it, so that a walk down a deep tree holds no descriptors and
+// can delete entries without confusing the listing. If reading breaks off, what was read counts.
 bool ReadEntries(const std::string& native, std::vector<DirectoryEntry>& entries) {
   const OpenDirectory directory(opendir(native.c_str()));
   if (directory == nullptr) return false;
@@ -412,7 +415,7 @@ bool ReadEntries(const std::string& native, std::vector<DirectoryEntry>& entries
 DirectorySearch::DirectorySearch(const std::string& searchPath) {
   auto listing = std::make_unique<Listing>();
   const std::string native = NativePath(SearchedDirectory(searchPath));
-  if (Remember(ReadEntries(native, listing->entries))) listing_ = std::move(listing);
+  if (RecordError(ReadEntries(native, listing->entries))) listing_ = std::move(listing);
 }
 
 DirectorySearch::~DirectorySearch() = default;
@@ -428,7 +431,7 @@ bool DirectorySearch::Next(DirectoryEntry& entry) {
 std::int32_t LastSystemError() { return lastError; }
 
 std::string SystemErrorText(std::int32_t code) {
-  // The untranslated text: the log and the boxes take no other encoding than their own.
+  // Untranslated, since the log and the message boxes have an encoding of their own.
   const char* const text = strerrordesc_np(code);
   return text != nullptr ? text : FormatText("Unknown error %d", code);
 }

@@ -1,7 +1,7 @@
-// HTTP by libcurl's multi interface, one multi handle a connection: its pool keeps the server's
-// connection between requests, and libcurl itself takes a fresh one when the kept one turns out to
-// be closed. The transfer is driven only while a caller waits for something; between calls what has
-// arrived waits in the request's buffer, and a full buffer pauses the transfer.
+// HTTP with libcurl's multi interface. Each Connection has a multi handle, whose pool keeps the
+// server's connection between requests; libcurl opens a new one if the server has closed it. A
+// transfer makes progress only while a caller waits. What has arrived and wasn't read yet is in the
+// request's buffer; a full buffer pauses the transfer.
 #include "platform/http.h"
 
 #include <curl/curl.h>
@@ -42,8 +42,8 @@ struct Connection {
   std::string user;
   std::string password;
   CURLM* multi = nullptr;
-  // Waits for the next request. It knows what the server wants credentials by, once it was asked
-  // for some, so that they go out at once.
+  // The handle for the next request. Once the server has asked for credentials, it knows the method
+  // that the server wants, so that later requests have them at once.
   CURL* idle = nullptr;
 
   [[nodiscard]] bool HasCredentials() const { return !user.empty() || !password.empty(); }
@@ -87,7 +87,7 @@ class Request {
   void Wait();
   void EndTransfer();
   void NoteActivity() { lastActivity_ = TickCount(); }
-  [[nodiscard]] std::size_t Buffered() const { return body_.size() - taken_; }
+  [[nodiscard]] std::size_t Buffered() const { return body_.size() - read_; }
 
   std::shared_ptr<Connection> connection_;
   std::string url_;
@@ -96,33 +96,33 @@ class Request {
   CURLcode result_ = CURLE_OK;
   bool connected_ = false;
   bool paused_ = false;
-  bool headEnded_ = false;     // by its blank line; a head that breaks off is none
-  bool headComplete_ = false;  // and no other answer follows
+  bool headEnded_ = false;     // by its empty line; a head that breaks off doesn't count
+  bool headComplete_ = false;  // and no other response follows
   std::uint32_t lastActivity_ = 0;
   std::optional<std::string> status_;
   std::optional<std::string> contentLength_;
-  std::string body_;       // received, of which
-  std::size_t taken_ = 0;  // so many bytes have been read
+  std::string body_;      // what was received,
+  std::size_t read_ = 0;  // and how much of it was read
 };
 
 void Request::Send() {
   const bool isKnown = connection_->idle != nullptr && connection_->HasCredentials();
   Transfer(true);
-  // It may want to be asked anew, as when it takes a nonce only once.
+  // The server may want another method, or a new nonce.
   if (isKnown && status_ == "401") {
     EndTransfer();
     connection_->Forget();
     Transfer(true);
   }
-  // A length that is no number ends the answer for libcurl, before anyone gets to see it.
+  // For libcurl a Content-Length that is no number is an error; callers want to see it.
   if (!headEnded_ && result_ == CURLE_WEIRD_SERVER_REPLY) Transfer(false);
   if (headEnded_) return;
   status_.reset();
   contentLength_.reset();
 }
 
-// From the request to the end of the answer's head. A length that isn't trusted is given to the
-// caller all the same, and the body goes to the close of the connection.
+// From the request to the end of the response's head. If the length isn't trusted, the body ends
+// where the connection closes; the caller gets the Content-Length all the same.
 void Request::Transfer(bool trustsLength) {
   EndTransfer();
   result_ = CURLE_OK;
@@ -151,7 +151,7 @@ void Request::Configure() {
   curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(easy_, CURLOPT_BUFFERSIZE, kReceiveBuffer);
   curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(session.timeout));
-  // The look-up of a name that takes longer isn't waited for either.
+  // Don't wait for a name to be resolved either.
   curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &Request::OnHeader);
@@ -192,13 +192,11 @@ int Request::OnConnected(void* request, char*, char*, int, int) {
   return CURL_PREREQFUNC_OK;
 }
 
-bool StartsWithIgnoringCase(std::string_view text, std::string_view start) {
-  return text.size() >= start.size() &&
-         std::equal(start.begin(), start.end(), text.begin(),
-                    [](char a, char b) { return a == LowerCase(b); });
+bool StartsWithoutCase(std::string_view text, std::string_view start) {
+  return EqualWithoutCase(text.substr(0, start.size()), start);
 }
 
-// An answer that libcurl acts on by itself, so that another answer follows.
+// A response that libcurl acts on by itself, so that another one follows.
 bool IsFollowed(std::string_view status) {
   return status.front() == '1' || status.front() == '3' || status == "401" || status == "407";
 }
@@ -207,16 +205,15 @@ void Request::TakeHeader(std::string_view line) {
   static constexpr std::string_view kLength = "content-length:";
   NoteActivity();
   while (!line.empty() && IsWhiteSpace(line.back())) line.remove_suffix(1);
-  if (StartsWithIgnoringCase(line, "http/")) {
-    const std::size_t blank = std::min(line.find(' '), line.size());
-    line.remove_prefix(blank);
+  if (StartsWithoutCase(line, "http/")) {
+    const std::size_t space = std::min(line.find(' '), line.size());
+    line.remove_prefix(space);
     status_ = line.substr(std::min<std::size_t>(1, line.size()), 3);
     contentLength_.reset();
     headEnded_ = false;
-  } else if (StartsWithIgnoringCase(line, kLength)) {
+  } else if (StartsWithoutCase(line, kLength)) {
     line.remove_prefix(kLength.size());
-    while (!line.empty() && IsWhiteSpace(line.front())) line.remove_prefix(1);
-    contentLength_ = line;
+    contentLength_ = Trimmed(line, kWhiteSpace);
   } else if (line.empty() && status_ && !status_->empty()) {
     headEnded_ = true;
     headComplete_ = !IsFollowed(*status_);
@@ -247,8 +244,8 @@ void Request::TakeResult() {
   }
 }
 
-// Waits for the network. Until there is a connection libcurl bounds the wait; from then on, the
-// time since anything came.
+// Waits for the network. libcurl limits the wait for a connection; after that, the time since the
+// last byte counts.
 void Request::Wait() {
   const std::uint32_t timeout = connection_->session->timeout;
   const std::uint32_t quiet = TickCount() - lastActivity_;
@@ -271,7 +268,7 @@ void Request::EndTransfer() {
 std::size_t Request::WaitForData() {
   if (Buffered() == 0) {
     body_.clear();
-    taken_ = 0;
+    read_ = 0;
     if (paused_ && easy_ != nullptr) {
       paused_ = false;
       curl_easy_pause(easy_, CURLPAUSE_CONT);
@@ -284,16 +281,16 @@ std::size_t Request::WaitForData() {
 bool Request::Read(char* buffer, std::size_t size, std::uint32_t& read) {
   while (read < size && WaitForData() > 0) {
     const std::size_t count = std::min(size - read, Buffered());
-    std::memcpy(buffer + read, body_.data() + taken_, count);
-    taken_ += count;
+    std::memcpy(buffer + read, body_.data() + read_, count);
+    read_ += count;
     read += static_cast<std::uint32_t>(count);
   }
   const bool isWhole = result_ == CURLE_OK || result_ == CURLE_PARTIAL_FILE;
   return read == size || isWhole;
 }
 
-// Handles are numbers in one table, so that closing one while it is in use, or twice, is harmless:
-// whoever uses an object holds a share of it. The table is never destroyed, since a worker may live
+// Handles are numbers in one table, so that closing one twice, or while it is in use, is harmless:
+// whoever uses an object shares its ownership. The table is never destroyed, since a worker may run
 // until the very end of the process.
 using HandleObject =
     std::variant<std::shared_ptr<Session>, std::shared_ptr<Connection>, std::shared_ptr<Request>>;
@@ -326,8 +323,8 @@ std::shared_ptr<Object> Find(HttpHandle handle) {
   return object == nullptr ? nullptr : *object;
 }
 
-// Whether `object` was opened on `parent`. Handles are entered behind what they are opened on, so
-// one walk in their order meets all descendants.
+// Whether `object` was opened on `parent`. A handle's number is higher than that of what it was
+// opened on, so one pass in order finds all descendants.
 bool IsOpenedBelow(const HandleObject& object, const HandleObject& parent) {
   if (const auto* request = std::get_if<std::shared_ptr<Request>>(&object)) {
     const auto* connection = std::get_if<std::shared_ptr<Connection>>(&parent);
@@ -340,20 +337,10 @@ bool IsOpenedBelow(const HandleObject& object, const HandleObject& parent) {
   return false;
 }
 
-// The path as a part of a URL, where a blank and the start of a fragment can't stand for
-// themselves.
+// The path as part of a URL, which can't contain a space, and where "#" would begin a fragment.
 std::string UrlPath(const std::string& path) {
-  std::string result = path.empty() || path.front() != '/' ? "/" : "";
-  for (const char c : path) {
-    if (c == ' ') {
-      result += "%20";
-    } else if (c == '#') {
-      result += "%23";
-    } else {
-      result += c;
-    }
-  }
-  return result;
+  const std::string escaped = Escaped(path, [](char c) { return c == ' ' || c == '#'; });
+  return path.starts_with('/') ? escaped : "/" + escaped;
 }
 
 bool StartLibrary() {
@@ -391,7 +378,7 @@ HttpHandle ConnectHttp(HttpHandle session, const std::string& host, std::uint16_
 
 HttpHandle OpenHttpGet(HttpHandle connection, const std::string& path) {
   auto object = Find<Connection>(connection);
-  if (object == nullptr || std::any_of(path.begin(), path.end(), IsControl)) return kNoHttpHandle;
+  if (object == nullptr || HasControl(path)) return kNoHttpHandle;
   std::string url = "http://" + object->authority + UrlPath(path);
   return Enter(std::make_shared<Request>(std::move(object), std::move(url)));
 }
@@ -421,7 +408,7 @@ bool ReadHttp(HttpHandle request, void* buffer, std::uint32_t size, std::uint32_
 
 void CloseHttpHandle(HttpHandle handle) {
   HandleTable& table = Handles();
-  std::vector<HandleObject> closed;  // declared first, so that they are let go of after the lock
+  std::vector<HandleObject> closed;  // declared first, so that they are destroyed after the unlock
   const std::lock_guard lock(table.mutex);
   const auto found = table.objects.find(handle);
   if (found == table.objects.end()) return;

@@ -12,8 +12,8 @@ namespace velmora::platform {
 
 namespace {
 
-// A settings file has some hundred bytes. What is larger than this is something else, and reads as
-// absent.
+// A settings file has some hundred bytes. A file larger than this is something else, and counts as
+// missing.
 constexpr std::uint32_t kMaxFileSize = 16 << 20;
 
 std::string ReadWholeFile(const std::string& path) {
@@ -24,14 +24,14 @@ std::string ReadWholeFile(const std::string& path) {
   return bytes;
 }
 
-// DOS programs close a text with Ctrl-Z.
-std::string_view WithoutBlanks(std::string_view text) { return Trimmed(text, " \t\n\v\f\r\x1A"); }
+// Without white space, or the Ctrl-Z with which DOS programs end a text.
+std::string_view WithoutSpace(std::string_view text) { return Trimmed(text, " \t\n\v\f\r\x1A"); }
 
-// Takes the next line, without the blanks around it, off a non-empty text. CR and LF each end one;
-// that CR LF is then followed by an empty line does no harm.
+// Cuts the next line off a non-empty text and returns it without the white space around it. CR and
+// LF each end a line; the empty line between CR and LF does no harm.
 std::string_view TakeLine(std::string_view& text) {
   const std::size_t end = std::min(text.find_first_of("\r\n"), text.size());
-  const std::string_view line = WithoutBlanks(text.substr(0, end));
+  const std::string_view line = WithoutSpace(text.substr(0, end));
   text.remove_prefix(std::min(end + 1, text.size()));
   return line;
 }
@@ -40,11 +40,11 @@ std::string_view TakeLine(std::string_view& text) {
 std::optional<std::string_view> SectionName(std::string_view line) {
   const std::size_t end = line.rfind(']');
   if (line.empty() || line.front() != '[' || end == line.npos) return std::nullopt;
-  return WithoutBlanks(line.substr(1, end - 1));
+  return WithoutSpace(line.substr(1, end - 1));
 }
 
-// What stands behind the first line of that section.
-std::string_view BehindSection(std::string_view text, std::string_view section) {
+// The text after the first line of that section.
+std::string_view AfterSection(std::string_view text, std::string_view section) {
   while (!text.empty()) {
     const auto name = SectionName(TakeLine(text));
     if (name && EqualWithoutCase(*name, section)) return text;
@@ -58,8 +58,8 @@ std::string_view FindValue(std::string_view text, std::string_view key) {
     const std::string_view line = TakeLine(text);
     if (SectionName(line)) break;
     const std::size_t equals = std::min(line.find('='), line.size());
-    if (!EqualWithoutCase(WithoutBlanks(line.substr(0, equals)), key)) continue;
-    return WithoutBlanks(line.substr(std::min(equals + 1, line.size())));
+    if (!EqualWithoutCase(WithoutSpace(line.substr(0, equals)), key)) continue;
+    return WithoutSpace(line.substr(std::min(equals + 1, line.size())));
   }
   return {};
 }
@@ -77,7 +77,7 @@ std::string ReadIniValue(const std::string& path, const char* section, const std
   const std::string file = ReadWholeFile(path);
   std::string_view text = file;
   text = WithoutByteOrderMark(text);
-  std::string_view value = FindValue(BehindSection(text, section), key);
+  std::string_view value = FindValue(AfterSection(text, section), key);
   value = value.substr(0, value.find('\0'));
   return std::string(CutText(WithoutQuotes(value), bufferSize - 1));
 }

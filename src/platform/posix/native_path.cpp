@@ -12,12 +12,12 @@ namespace {
 constexpr std::size_t kNone = std::string_view::npos;
 
 bool EndsInHalfCharacter(std::string_view text) {
-  std::size_t last = 0;
-  for (std::size_t i = 0; i < text.size(); i += CharacterLength(text, i)) last = i;
-  return !text.empty() && last + 1 == text.size() && IsLeadByte(text[last]);
+  std::string_view last;
+  for (const std::string_view character : Characters(text)) last = character;
+  return last.size() == 1 && IsLeadByte(last[0]);
 }
 
-// Bytes of the UTF-8 character (RFC 3629) at `position`, 0 if there is none of several bytes.
+// The length of the multi-byte UTF-8 character (RFC 3629) at `position`, 0 if there is none.
 std::size_t Utf8Length(std::string_view text, std::size_t position) {
   const auto first = static_cast<unsigned char>(text[position]);
   const std::size_t length = first >= 0xF0 && first <= 0xF4   ? 4
@@ -31,15 +31,14 @@ std::size_t Utf8Length(std::string_view text, std::size_t position) {
   return length;
 }
 
-// A text that begins at this system's root starts with folders that the system named, which is in
-// UTF-8 as a rule. Read as code page 932, the end of such a name could swallow the backslash that
-// is put behind it.
+// An absolute path starts with folders that this system has named, usually in UTF-8. Read as code
+// page 932, the end of such a name could swallow the backslash after it.
 std::size_t LengthOfCharacter(std::string_view text, std::size_t position) {
   const std::size_t length = text.front() == '/' ? Utf8Length(text, position) : 0;
   return length != 0 ? length : CharacterLength(text, position);
 }
 
-// A relative path of ASCII names between single separators, none of which begins with a dot: what
+// A relative path of ASCII names between single separators, none of which begins with a dot, as
 // nearly all paths of a list are. Only its separators differ from the native path.
 bool IsPlain(std::string_view path) {
   bool beginsElement = true;
@@ -61,14 +60,14 @@ std::string WithSlashes(std::string_view path) {
 
 std::size_t FindCharacter(std::string_view text, std::string_view wanted, std::size_t from) {
   for (std::size_t i = from; i < text.size(); i += LengthOfCharacter(text, i)) {
-    // A lead byte is never among the wanted, so the first byte decides.
+    // A lead byte is never wanted, so the first byte decides.
     if (wanted.find(text[i]) != kNone) return i;
   }
   return kNone;
 }
 
 std::size_t FindLastCharacter(std::string_view text, std::string_view wanted) {
-  // Only from the front can one tell where a character begins.
+  // Where a character begins can only be told from the front.
   std::size_t last = kNone;
   for (std::size_t i = FindCharacter(text, wanted); i != kNone;
        i = FindCharacter(text, wanted, i + 1)) {

@@ -21,8 +21,8 @@ bool EqualCharacters(std::string_view a, std::string_view b) {
   return a == b;
 }
 
-// Matches one pattern of a list. Only the last asterisk met is ever gone back to, which is enough
-// and keeps the work within path length times pattern length.
+// Matches one pattern of a list. Backtracks only to the last asterisk, which is enough and limits
+// the time to path length times pattern length.
 bool MatchesOne(std::string_view path, std::string_view pattern) {
   std::size_t at = 0;
   std::size_t in = 0;
@@ -54,7 +54,7 @@ std::string_view WithoutLeading(std::string_view text, char c) {
   return text;
 }
 
-// Length of the root in front of the elements: "D:\", "D:", "\\" or "\".
+// The length of the root before the elements: "D:\", "D:", "\\" or "\".
 std::size_t RootLength(std::string_view path) {
   const bool hasDrive = path.size() >= 2 && path[1] == ':';
   const std::size_t limit = std::min<std::size_t>(hasDrive ? 3 : 2, path.size());

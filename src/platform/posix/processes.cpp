@@ -24,26 +24,25 @@
 
 #include "platform/clock.h"
 #include "platform/posix/native_path.h"
-#include "platform/posix/terminal/text.h"
 #include "platform/utf8.h"
 
 namespace velmora::platform {
 namespace {
 
-// Nothing but the quit message ever matters of the hidden window's queue.
+// Of the hidden window's message queue, only the quit message matters.
 bool quitPosted = false;
 
-// The successor takes the terminal over by taking the place of this very process when it ends: the
-// shell's job, the foreground group and the exit status then pass on by themselves.
+// The successor replaces this process when it ends. So it keeps the terminal, the shell's job and
+// the foreground group, and the shell gets its exit status.
 struct Successor {
   std::string file;
   std::string parameters;
 };
 Successor successor;
 
-// The parameters as arguments, cut at every blank: the successor joins them by blanks again. As one
-// argument, a long line would exceed what the system takes.
-std::vector<std::string> CutAtBlanks(const std::string& text) {
+// The parameters as arguments, split at every space; the successor joins them with spaces again. As
+// one argument, a long line would exceed the system's limit.
+std::vector<std::string> SplitAtSpaces(const std::string& text) {
   std::vector<std::string> parts;
   for (std::size_t start = 0; !text.empty() && start <= text.size();) {
     const std::size_t end = std::min(text.find(' ', start), text.size());
@@ -53,7 +52,7 @@ std::vector<std::string> CutAtBlanks(const std::string& text) {
   return parts;
 }
 
-// The words as execv wants them; they must outlive the result.
+// The words as execv expects them; they must outlive the result.
 std::vector<char*> ArgumentVector(std::vector<std::string>& words) {
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);
@@ -62,10 +61,10 @@ std::vector<char*> ArgumentVector(std::vector<std::string>& words) {
   return arguments;
 }
 
-// A file that somebody still writes can't be run for that moment.
+// While another process has the file open for writing, it can't be run, so try again for a while.
 void BecomeSuccessor() {
   constexpr int kAttempts = 100;
-  std::vector<std::string> words = CutAtBlanks(successor.parameters);
+  std::vector<std::string> words = SplitAtSpaces(successor.parameters);
   words.insert(words.begin(), successor.file);
   const std::vector<char*> arguments = ArgumentVector(words);
   close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
@@ -78,7 +77,7 @@ void BecomeSuccessor() {
 
 bool IsTerminal() { return isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1; }
 
-// Any key will do, Ctrl-C and Ctrl-Z too: the start has still to end in an orderly way.
+// Accepts any key, including Ctrl-C and Ctrl-Z: the start still has to end in an orderly way.
 void WaitForKey() {
   termios before{};
   if (tcgetattr(STDIN_FILENO, &before) != 0) return;
@@ -87,7 +86,7 @@ void WaitForKey() {
   raw.c_cc[VMIN] = 1;
   raw.c_cc[VTIME] = 0;
   tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw);
-  // Not before: what is typed up to there is dropped.
+  // Only now, since tcsetattr has dropped what was typed before.
   std::fputs("[Enter]\n", stderr);
   char key = 0;
   while (read(STDIN_FILENO, &key, 1) < 0 && errno == EINTR) {
@@ -138,7 +137,7 @@ std::string FindProgram(const std::string& name, const std::string& directory) {
   return OnSearchPath(name);
 }
 
-// The words of a parameters text: blanks and tabs separate, double quotes hold together.
+// The words of a command line: separated by spaces and tabs, which double quotes protect.
 std::vector<std::string> Words(const std::string& text) {
   std::vector<std::string> words;
   bool inWord = false;
@@ -159,7 +158,7 @@ std::vector<std::string> Words(const std::string& text) {
   return words;
 }
 
-// The command that carries a launch out here, or what is missing for it.
+// The command for a launch, or what is missing for it.
 struct LaunchCommand {
   std::vector<std::string> words;
   std::string missing;
@@ -187,8 +186,8 @@ LaunchCommand CommandFor(const std::string& file, const std::string& directory,
 
 void Report(int report, int error) { static_cast<void>(!write(report, &error, sizeof error)); }
 
-// Runs in the child between fork and exec: only what is safe beside threads that were cut off. What
-// keeps the program from starting goes to `report`, which closes without a word when it starts.
+// Runs in the child between fork and exec, so it may only use async-signal-safe functions. If the
+// program fails to start, the error is written to `report`, which otherwise just closes.
 [[noreturn]] void RunDetached(const char* directory, char* const* arguments, int report) {
   constexpr int kReport = STDERR_FILENO + 1;
   setsid();
@@ -209,7 +208,7 @@ void Report(int report, int error) { static_cast<void>(!write(report, &error, si
   _exit(127);
 }
 
-// The error that the detached child reports; 0 if its program runs.
+// The error that the detached child has reported; 0 if its program runs.
 int ReportedError(int report) {
   int error = 0;
   ssize_t count = 0;
@@ -219,7 +218,8 @@ int ReportedError(int report) {
   return count == sizeof error ? error : 0;
 }
 
-// Starts the command as no child of this process; gives the error that it met, or 0.
+// Starts the command as a process that isn't a child of this one. Returns an error of errno.h, or
+// 0.
 int StartDetached(const std::string& directory, std::vector<std::string>& words) {
   const std::vector<char*> arguments = ArgumentVector(words);
   std::array<int, 2> report{};
@@ -247,7 +247,7 @@ void CloseHiddenWindow() { DestroyHiddenWindow(); }
 
 void DestroyHiddenWindow() { quitPosted = true; }
 
-// Whoever comes here has seen to the quit message: nothing else in this process could post it.
+// The caller has already posted the quit message; nothing else in this process could.
 void PumpUntilQuit() {
   if (!quitPosted) std::abort();
 }
@@ -274,8 +274,8 @@ std::string ShortPath(const std::string& path, std::size_t) { return path; }
 
 std::string SystemFolder(std::size_t) { return {}; }
 
-// A name in the abstract socket namespace: the system takes it back with its last holder. A handle
-// is the descriptor and 1.
+// A name in the abstract socket namespace, which the system frees when its last holder ends. The
+// handle is the descriptor plus 1.
 NamedMutex CreateNamedMutex(const char* name) {
   const int socketFile = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (socketFile < 0) return {};

@@ -6,7 +6,7 @@ namespace velmora::platform {
 
 namespace {
 
-// A started thread takes care of itself; its handle only tells it from one that couldn't start.
+// A thread is detached; its handle only says that it has started.
 constexpr ThreadHandle kStarted = 1;
 
 void* RunEntry(void* entry) {

@@ -1,4 +1,4 @@
-// What has come over the network, for whoever shows a rate.
+// Counts what has come over the network, to show a rate.
 #pragma once
 
 #include <atomic>
@@ -6,7 +6,7 @@
 
 namespace velmora::platform {
 
-// The bytes of all answers' bodies since the start of the process. Grows as they arrive.
+// The bytes of all responses' bodies that have arrived since the process started.
 inline std::atomic<std::int64_t> bodyBytesReceived = 0;
 
 }  // namespace velmora::platform

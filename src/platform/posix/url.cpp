@@ -27,12 +27,12 @@ std::uint16_t DefaultPort(std::string_view scheme) {
   return 0;
 }
 
-// Splits `text` at `position`, which may be npos. The byte there goes to neither part.
 struct Halves {
   std::string_view before;
-  std::string_view behind;
+  std::string_view after;
 };
 
+// Splits `text` at `position`, which may be npos. The byte there belongs to neither half.
 Halves SplitAt(std::string_view text, std::size_t position) {
   if (position == kNone) return {text, {}};
   return {text.substr(0, position), text.substr(position + 1)};
@@ -60,15 +60,17 @@ bool FitsBuffers(const UrlParts& parts) {
          fits(parts.path) && fits(parts.extra);
 }
 
-// Bytes that have no place in a request line, or may be changed on the way. The percent sign isn't
-// among them, so that what is escaped already stays as it is.
+bool IsSpace(char c) { return c == ' '; }
+
+// Bytes that a request line can't contain, or that may be changed on the way. The percent sign
+// isn't one of them, so what is already escaped stays as it is.
 bool IsUnsafe(char c) {
   const auto byte = static_cast<unsigned char>(c);
   constexpr std::string_view kUnsafe = "<>\"{}|\\^[]`&";
   return byte <= 0x20 || byte >= 0x7F || kUnsafe.find(c) != kNone;
 }
 
-// //authority, which may be missing, and what follows it.
+// [//authority]path
 void SplitAuthorityAndPath(std::string_view text, UrlParts& parts) {
   if (text.starts_with("//")) {
     text.remove_prefix(2);
@@ -79,13 +81,8 @@ void SplitAuthorityAndPath(std::string_view text, UrlParts& parts) {
   parts.path = text;
 }
 
-// A URL that was read from a file ends where its line ends.
+// A URL from a file ends at the end of its line.
 void CutAtLineFeed(std::string& path) { path.resize(std::min(path.find('\n'), path.size())); }
-
-void AppendEscaped(std::string& text, char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  text += {'%', kHexDigits[byte >> 4], kHexDigits[byte & 15]};
-}
 
 }  // namespace
 
@@ -107,15 +104,8 @@ std::optional<UrlParts> CrackUrl(const std::string& url) {
 
 std::optional<std::string> CanonicalizeUrlPath(const std::string& path, Canonicalize mode,
                                                std::size_t bufferSize) {
-  std::string canonical;
-  for (const char c : path) {
-    const bool isEscaped = mode == Canonicalize::kSpacesOnly ? c == ' ' : IsUnsafe(c);
-    if (isEscaped) {
-      AppendEscaped(canonical, c);
-    } else {
-      canonical += c;
-    }
-  }
+  const bool spacesOnly = mode == Canonicalize::kSpacesOnly;
+  std::string canonical = Escaped(path, spacesOnly ? IsSpace : IsUnsafe);
   if (canonical.size() >= bufferSize) return std::nullopt;
   return canonical;
 }

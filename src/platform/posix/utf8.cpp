@@ -16,7 +16,7 @@ char WithoutControl(char c) {
   return IsControl(c) ? '?' : c;
 }
 
-// The system's table from code page 932 to UTF-8. Where the system has none, every character fails.
+// The system's conversion from code page 932 to UTF-8. If it has none, every character becomes '?'.
 class Conversion {
  public:
   Conversion() : handle_(iconv_open("UTF-8", "CP932")) {}
@@ -26,7 +26,7 @@ class Conversion {
   Conversion(const Conversion&) = delete;
   Conversion& operator=(const Conversion&) = delete;
 
-  // One character of one or two bytes, or '?'.
+  // One character in UTF-8, or '?'.
   [[nodiscard]] std::string Convert(std::string_view character) const {
     if (!IsOpen()) return "?";
     std::string from(character);

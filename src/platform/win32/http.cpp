@@ -7,7 +7,6 @@
 #include <algorithm>
 
 #include "base/ascii.h"
-#include "platform/win32/escape.h"
 
 namespace velmora::platform {
 
@@ -16,10 +15,6 @@ namespace {
 HINTERNET ToInternet(HttpHandle handle) { return reinterpret_cast<HINTERNET>(handle); }
 
 HttpHandle ToHttpHandle(HINTERNET handle) { return reinterpret_cast<HttpHandle>(handle); }
-
-bool HasControls(const std::string& text) {
-  return std::any_of(text.begin(), text.end(), IsControl);
-}
 
 bool MustEscape(char c) { return c == ' ' || c == '#' || static_cast<unsigned char>(c) > 0x7E; }
 
@@ -101,7 +96,7 @@ HttpHandle ConnectHttp(HttpHandle session, const std::string& host, std::uint16_
 }
 
 HttpHandle OpenHttpGet(HttpHandle connection, const std::string& path) {
-  if (HasControls(path)) return kNoHttpHandle;
+  if (HasControl(path)) return kNoHttpHandle;
   return ToHttpHandle(HttpOpenRequestA(ToInternet(connection), "GET", RequestTarget(path).c_str(),
                                        nullptr, nullptr, nullptr, 0, 0));
 }

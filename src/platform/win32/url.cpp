@@ -6,7 +6,7 @@
 #include <array>
 #include <cstring>
 
-#include "platform/win32/escape.h"
+#include "base/ascii.h"
 
 namespace velmora::platform {
 

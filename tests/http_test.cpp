@@ -94,7 +94,7 @@ TEST_F(Http, PlainAnswer) {
   EXPECT_EQ(served.head.find("Accept-Encoding"), std::string::npos);
 }
 
-TEST_F(Http, PathsGoOutAsTheyAre) {
+TEST_F(Http, PathsAreSentUnchanged) {
   Connect([](const ServedRequest&) { return Ok(""); });
   const struct {
     std::string path;
@@ -275,7 +275,7 @@ TEST_F(Http, ClosingAHandleClosesWhatWasOpenedOnIt) {
   EXPECT_EQ(OpenHttpGet(connection_, "/x"), kNoHttpHandle);
 }
 
-TEST_F(Http, HandlesAndHostsThatAreNone) {
+TEST_F(Http, InvalidHandlesAndHosts) {
   for (const char* host : {"", "a b", "a/b", "a\r\nb", "u@h"}) {
     const HttpHandle session = OpenHttpSession("x");
     EXPECT_EQ(ConnectHttp(session, host, 80, "", ""), kNoHttpHandle) << host;

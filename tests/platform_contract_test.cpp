@@ -579,7 +579,7 @@ TEST(ClockContract, LocalTimeIsTheCalendarsAndTicksAreMilliseconds) {
   EXPECT_LE(passed, 60'000U);
 }
 
-TEST(Utf8, HasNoControlCharacterAndNothingThatIsNoText) {
+TEST(Utf8, ControlCharactersAndInvalidBytesBecomeQuestionMarks) {
   const struct {
     std::string text;
     std::string utf8;

@@ -41,7 +41,7 @@ class PosixPlatform : public ::testing::Test {
   test::TemporaryFolder folder_;
 };
 
-TEST_F(PosixPlatform, AFifoIsNoFileAndNobodyWaitsForItsOtherEnd) {
+TEST_F(PosixPlatform, AFifoIsNoFileAndOpeningItDoesNotWait) {
   ASSERT_EQ(mkfifo("fifo", 0666), 0);
   EXPECT_FALSE(InputFile("fifo").IsOpen());
   const int reader = open("fifo", O_RDONLY | O_NONBLOCK);
@@ -52,7 +52,7 @@ TEST_F(PosixPlatform, AFifoIsNoFileAndNobodyWaitsForItsOtherEnd) {
   EXPECT_FALSE(InputFile("/dev/null").IsOpen());
 }
 
-TEST_F(PosixPlatform, ReplacingKeepsTheModeAndRespectsIt) {
+TEST_F(PosixPlatform, ReplacingKeepsOwnerAndModeAndRespectsThem) {
   const auto modeOf = [](const char* path) {
     return static_cast<int>(fs::status(path).permissions());
   };
@@ -65,9 +65,13 @@ TEST_F(PosixPlatform, ReplacingKeepsTheModeAndRespectsIt) {
     EXPECT_TRUE(CopyFileOver("tool", "copy"));
     EXPECT_EQ(modeOf("copy"), 0754);
   }
+  const bool isGivenAway = chown("tool", 1, 2) == 0;  // which only root may do
   WriteFile("fresh", "newer");
   EXPECT_TRUE(MoveFileOver("fresh", "tool"));
   EXPECT_EQ(modeOf("tool"), 0754);
+  struct stat status {};
+  EXPECT_EQ(stat("tool", &status), 0);
+  EXPECT_TRUE(!isGivenAway || (status.st_uid == 1 && status.st_gid == 2));
   for (const char* name : {"game.EXE", "game.dat"}) {
     WriteFile("fresh", "new");
     ASSERT_EQ(chmod("fresh", 0640), 0);

@@ -21,6 +21,8 @@
 namespace velmora::test {
 namespace {
 
+constexpr std::size_t kChunk = 4096;  // a socket that takes any byte takes so many at once
+
 #ifdef _WIN32
 using Socket = SOCKET;
 constexpr Socket kNoSocket = INVALID_SOCKET;
@@ -154,7 +156,6 @@ int LoopbackServer::State::Receive(Socket socket, char* buffer, int size) const 
 }
 
 bool LoopbackServer::State::Send(Socket socket, const std::string& bytes) const {
-  constexpr std::size_t kChunk = 4096;  // a socket that takes any byte takes so many at once
   for (std::size_t sent = 0; sent < bytes.size();) {
     if (!IsReady(socket, true)) return false;
     const std::size_t length = std::min(kChunk, bytes.size() - sent);
@@ -168,9 +169,11 @@ bool LoopbackServer::State::Send(Socket socket, const std::string& bytes) const 
 bool LoopbackServer::State::Send(Socket socket, const Reply& reply) const {
   constexpr std::size_t kRepeated = std::size_t{16} << 20;
   if (!Send(socket, reply.bytes)) return false;
-  for (std::size_t sent = 0; sent < kRepeated && !reply.repeated.empty();
-       sent += reply.repeated.size()) {
-    if (!Send(socket, reply.repeated)) return false;
+  if (reply.repeated.empty()) return true;
+  std::string block;
+  while (block.size() < kChunk) block += reply.repeated;
+  for (std::size_t sent = 0; sent < kRepeated; sent += block.size()) {
+    if (!Send(socket, block)) return false;
   }
   return true;
 }

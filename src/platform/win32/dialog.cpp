@@ -131,7 +131,6 @@ int RunUpdateDialog(const DialogHandlers& handlers) {
   const OleScope ole;
   dialogHandlers = handlers;
   RegisterProgressBars();
-  AtlAxWinInit();
   return static_cast<int>(
       AtlAxDialogBox(ProgramInstance(), kDialogTemplate, nullptr, UpdateDialogProc, 0));
 }

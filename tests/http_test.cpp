@@ -243,7 +243,7 @@ TEST_F(Http, BodiesThatEndEarlyBreakOrStall) {
     EXPECT_EQ(ReadHttp(again, buffer, sizeof buffer, read), test.isWhole);
     EXPECT_EQ(std::string(buffer, read), test.body.substr(0, sizeof buffer));
     CloseHttpHandle(again);
-    EXPECT_LT(TickCount() - start, 5000U);
+    EXPECT_LT(TickCount() - start, test.body.size() < 100 ? 5000U : 60000U);
   }
 }
 

@@ -151,6 +151,9 @@ TEST_F(FilesContract, WhatIsWrittenIsFlushed) {
   EXPECT_TRUE(file.Write("new", 3) && file.Flush() && file.Close());
   EXPECT_FALSE(file.IsOpen() || file.Flush() || file.Write("x", 1) || file.Close());
   EXPECT_TRUE(FlushFolders({"", "data\\", "missing\\"}));
+  EXPECT_TRUE(FlushDirectory("data"));
+  for (const char* const path : {"missing", "a.txt", ""})
+    EXPECT_FALSE(FlushDirectory(path)) << path;
 }
 
 TEST_F(FilesContract, LinksAreRemovedThemselvesAndNeverReplaced) {

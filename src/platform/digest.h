@@ -2,8 +2,7 @@
 // open a provider, create a hash object, feed it, get the digest, release both.
 //
 // A handle of 0 is invalid: operations on it fail or, if they have no result, do nothing. Every
-// failing operation stores the system's code in `error`. A handle belongs to the thread that opened
-// it.
+// failing operation stores the system's code in `error`. A handle is used by one thread at a time.
 #pragma once
 
 #include <cstddef>

@@ -63,6 +63,12 @@ namespace velmora::platform {
 // directory. Fails if the system can't flush.
 [[nodiscard]] bool FlushFolders(const std::set<std::string>& directories);
 
+// Makes the files in the directory, all of them closed, survive a power failure. Natively that
+// includes everything else that was written or renamed on its file system; on Windows, earlier
+// renames survive if a later one does. `directory` is a path as the system spells it, without a
+// separator at its end. Fails if the system can't flush.
+[[nodiscard]] bool FlushDirectory(const std::string& directory);
+
 // Creates every missing directory that `path` names before its last backslash. True if all of them
 // exist afterwards, or if there is no backslash.
 [[nodiscard]] bool MakeDirectoriesOf(const std::string& path);

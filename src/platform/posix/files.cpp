@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "base/text.h"
-#include "platform/posix/disk_sync.h"
 #include "platform/posix/native_path.h"
 
 namespace velmora::platform {
@@ -274,6 +273,15 @@ bool IsHeldByAnother(std::int32_t) { return false; }
 
 bool IsDiskTrouble(std::int32_t code) { return code == ENOSPC || code == EDQUOT || code == EIO; }
 
+bool FlushDirectory(const std::string& directory) {
+  const int file =
+      RetryInterrupted([&] { return open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+  if (!RecordError(file != kNoFile)) return false;
+  const bool flushed = RecordError(syncfs(file) == 0);
+  close(file);
+  return flushed;
+}
+
 // One call for each file system, however many files were moved.
 bool FlushFolders(const std::set<std::string>& directories) {
   std::set<dev_t> flushed;
@@ -287,7 +295,7 @@ bool FlushFolders(const std::set<std::string>& directories) {
       continue;
     }
     if (!flushed.insert(status.st_dev).second) continue;
-    if (!RecordError(SyncFileSystem(native))) result = false;
+    if (!FlushDirectory(native)) result = false;
   }
   return result;
 }

@@ -75,7 +75,7 @@ void BecomeSuccessor() {
   }
 }
 
-bool IsTerminal() { return isatty(STDIN_FILENO) == 1 && isatty(STDERR_FILENO) == 1; }
+bool IsTerminal() { return isatty(STDIN_FILENO) == 1 && IsErrorStreamATerminal(); }
 
 // Accepts any key, including Ctrl-C and Ctrl-Z: the start still has to end in an orderly way.
 void WaitForKey() {
@@ -305,6 +305,8 @@ std::string LaunchProgram(const std::string& file, const std::optional<std::stri
   const int error = StartDetached(folder, command.words);
   return error == 0 ? std::string() : std::strerror(error);
 }
+
+bool IsErrorStreamATerminal() { return isatty(STDERR_FILENO) == 1; }
 
 void EndProcess(int exitCode) {
   std::fflush(nullptr);

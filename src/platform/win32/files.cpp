@@ -332,6 +332,17 @@ bool ReadEntries(const std::string& searchPath, std::vector<DirectoryEntry>& ent
 
 }  // namespace
 
+// A change of names needs no flushing: the file system's journal keeps their order.
+bool FlushDirectory(const std::string& directory) {
+  std::vector<DirectoryEntry> entries;
+  if (!ReadEntries(directory + "\\*", entries)) return false;
+  bool result = true;
+  for (const DirectoryEntry& entry : entries) {
+    if (!entry.isDirectory && !FlushFile(directory + "\\" + entry.name)) result = false;
+  }
+  return result;
+}
+
 DirectorySearch::DirectorySearch(const std::string& searchPath) {
   auto listing = std::make_unique<Listing>();
   if (ReadEntries(searchPath, listing->entries)) listing_ = std::move(listing);

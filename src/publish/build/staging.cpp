@@ -4,7 +4,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/posix/disk_sync.h"
+#include "platform/files.h"
 #include "publish/common/publish_error.h"
 
 namespace velmora::publish {
@@ -76,7 +76,9 @@ void Staging::MakeRoom(const fs::path& target) const {
 }
 
 void Staging::Sync() const {
-  if (!platform::SyncFileSystem(folder_.native())) Fail(folder_, LastError());
+  if (platform::FlushDirectory(folder_.native())) return;
+  throw PublishError(folder_.native() + ": can't be written: " +
+                     platform::SystemErrorText(platform::LastSystemError()));
 }
 
 void Staging::Publish(std::size_t number, const fs::path& target) const {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/processes.h"
 #include "publish/commands/commands.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/shown_text.h"
@@ -77,7 +78,8 @@ const char* Severity(const Finding& finding) {
 class Verifier {
  public:
   explicit Verifier(const VerifyArguments& arguments)
-      : arguments_(arguments), hasLine_(arguments.showsProgress || IsErrorStreamATerminal()) {}
+      : arguments_(arguments),
+        hasLine_(arguments.showsProgress || platform::IsErrorStreamATerminal()) {}
 
   // Returns the exit status.
   int Run();

@@ -1,6 +1,7 @@
 #include "publish/common/file_digest.h"
 
-#include <openssl/evp.h>
+#include <array>
+#include <cstdint>
 
 #include "base/ascii.h"
 #include "publish/common/publish_error.h"
@@ -12,35 +13,39 @@ void Require(bool succeeded) {
   if (!succeeded) throw PublishError("the system's digest service fails");
 }
 
-}  // namespace
-
-struct FileDigest::Context {
-  Context() = default;
-  ~Context() { EVP_MD_CTX_free(evp); }
-  Context(const Context&) = delete;
-  Context& operator=(const Context&) = delete;
-
-  EVP_MD_CTX* evp = EVP_MD_CTX_new();
-};
-
-FileDigest::FileDigest(HashKind kind) : context_(std::make_unique<Context>()) {
-  const EVP_MD* digest = kind == HashKind::kMd5 ? EVP_md5() : EVP_sha1();
-  Require(context_->evp != nullptr && EVP_DigestInit_ex(context_->evp, digest, nullptr) == 1);
+platform::DigestHandle OpenProvider() {
+  std::int32_t error = 0;
+  const auto provider = platform::OpenDigestProvider(platform::KeySet::kDefault, error);
+  if (provider != 0 || error != platform::kErrorBadKeySet) return provider;
+  return platform::OpenDigestProvider(platform::KeySet::kCreate, error);
 }
 
-FileDigest::~FileDigest() = default;
-FileDigest::FileDigest(FileDigest&&) noexcept = default;
+}  // namespace
+
+FileDigest::FileDigest(HashKind kind) : provider_(OpenProvider()) {
+  std::int32_t error = 0;
+  digest_ = platform::CreateDigest(provider_, kind, error);
+  if (digest_ == 0) platform::CloseDigestProvider(provider_);
+  Require(digest_ != 0);
+}
+
+FileDigest::~FileDigest() {
+  platform::DestroyDigest(digest_);
+  platform::CloseDigestProvider(provider_);
+}
 
 void FileDigest::Add(const void* bytes, std::size_t count) {
-  Require(EVP_DigestUpdate(context_->evp, bytes, count) == 1);
+  std::int32_t error = 0;
+  Require(platform::FeedDigest(digest_, bytes, static_cast<std::uint32_t>(count), error));
 }
 
 std::string FileDigest::Text() {
-  unsigned char bytes[EVP_MAX_MD_SIZE];
-  unsigned int length = 0;
-  Require(EVP_DigestFinal_ex(context_->evp, bytes, &length) == 1);
+  std::array<std::uint8_t, 20> bytes{};
+  std::uint32_t length = bytes.size();
+  std::int32_t error = 0;
+  Require(platform::GetDigest(digest_, bytes.data(), length, error));
   std::string text;
-  for (unsigned int i = 0; i < length; ++i) {
+  for (std::uint32_t i = 0; i < length; ++i) {
     text += kHexDigits[bytes[i] >> 4];
     text += kHexDigits[bytes[i] & 0xF];
   }

@@ -1,28 +1,31 @@
-// The digest of bytes that come piece by piece, as the text that a reference list holds.
+// The digest of bytes that arrive in chunks, as the text that a reference list holds.
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string>
+
+#include "platform/digest.h"
 
 namespace velmora::publish {
 
-enum class HashKind { kSha1, kMd5 };  // RFC 3174, RFC 1321
+using HashKind = platform::DigestKind;
 
-// Throws PublishError when the system's digest service fails.
+// One thread at a time. Throws PublishError when the system's digest service fails.
 class FileDigest {
  public:
   explicit FileDigest(HashKind kind);
   ~FileDigest();
-  FileDigest(FileDigest&&) noexcept;
+  FileDigest(const FileDigest&) = delete;
+  FileDigest& operator=(const FileDigest&) = delete;
 
+  // At most 4 GiB at once.
   void Add(const void* bytes, std::size_t count);
-  // Upper-case hexadecimal; 40 or 32 characters. Once, behind the last piece.
+  // Upper-case hexadecimal; 40 or 32 characters. To be called once, after the last chunk.
   [[nodiscard]] std::string Text();
 
  private:
-  struct Context;
-  std::unique_ptr<Context> context_;
+  platform::DigestHandle provider_ = 0;
+  platform::DigestHandle digest_ = 0;
 };
 
 }  // namespace velmora::publish

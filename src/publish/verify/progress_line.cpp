@@ -1,7 +1,5 @@
 #include "publish/verify/progress_line.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -56,8 +54,6 @@ std::string ProgressText(const Progress& progress, double seconds) {
   if (text.size() > kMaxCells) text.resize(kMaxCells);
   return text;
 }
-
-bool IsErrorStreamATerminal() { return isatty(STDERR_FILENO) == 1; }
 
 struct ProgressLine::Drawing {
   explicit Drawing(const Progress& watched) : progress(watched) {}

@@ -23,8 +23,6 @@ struct Progress {
 // Bar, files, bytes, rate and time left after `seconds` of work; at most 79 characters, all ASCII.
 [[nodiscard]] std::string ProgressText(const Progress& progress, double seconds);
 
-[[nodiscard]] bool IsErrorStreamATerminal();
-
 // Returns to the beginning of the terminal's line and erases it (ECMA-48, EL).
 inline constexpr char kEraseLine[] = "\r\x1B[K";
 

@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Nothing if it can't be read: then there is nothing to build on.
+// Empty if the file is missing or unreadable: everything is then made again.
 std::string TextIfAny(const fs::path& path) {
   std::error_code ignored;
   if (!fs::is_regular_file(path, ignored)) return {};
@@ -58,8 +58,8 @@ std::optional<FileRecord> EarlierPublication::Unchanged(const SourceFile& file) 
   if (found == records_.end()) return std::nullopt;
   const FileRecord& record = found->second;
   if (record.contentSize != std::to_string(file.size) || !HasPayload(record)) return std::nullopt;
-  const auto goOn = [this] { StopIfAsked(options_); };
-  if (DigestOfFile(file.path, file.size, options_.hash, goOn) != record.contentHash) {
+  const auto checkStop = [this] { StopIfAsked(options_); };
+  if (DigestOfFile(file.path, file.size, options_.hash, checkStop) != record.contentHash) {
     return std::nullopt;
   }
   return record;

@@ -1,4 +1,4 @@
-// What of a publication can stay as it is when it is made anew.
+// Which parts of a publication can stay as they are when it is built again.
 #pragma once
 
 #include <filesystem>
@@ -14,24 +14,23 @@
 
 namespace velmora::publish {
 
-// Lies beside the list, and says how its publication was made.
+// The file next to the list that says how its publication was made.
 inline constexpr char kSettingsName[] = ".velmora-publish";
 
-// All that payloads depend on besides their files, and the digest of the list that they were
-// published with, so that it counts for no other one. Lines of text.
+// Lines of text: everything besides their files that payloads depend on, and the digest of the list
+// that they were published with, so that the settings are valid for no other list.
 [[nodiscard]] std::string SettingsText(const PayloadOptions& options, std::string_view list);
 
-// The publication that stands in a folder; nothing if there is none, or one made with other
-// settings. Holds what it read: the folder may change afterwards, but for its payloads.
+// The publication in a folder; empty if there is none, or one made with other settings. The list is
+// read once: apart from the payloads, the folder may change afterwards.
 class EarlierPublication {
  public:
   EarlierPublication(const std::filesystem::path& folder, const std::string& listName,
                      const PayloadOptions& options);
 
-  // The record of `file`, if its content is what was published and the payload is still there,
-  // whole: then making it anew would give the same bytes. Reads both, but only if the sizes say
-  // that it may be so. Any thread, several at once. Throws PublishError if `file` can't be read,
-  // and when asked to stop.
+  // The record of `file` if its content is what was published and its payload is intact: making it
+  // again would produce the same bytes. Both are read only if their sizes match. Any number of
+  // threads. Throws PublishError if `file` can't be read, and when asked to stop.
   [[nodiscard]] std::optional<FileRecord> Unchanged(const SourceFile& file) const;
 
  private:
@@ -42,7 +41,7 @@ class EarlierPublication {
   std::map<std::string, FileRecord> records_;
 };
 
-// Where the payload of a record stands below its publication's folder.
+// The path of a record's payload, relative to its publication's folder.
 [[nodiscard]] std::filesystem::path PayloadPlace(const FileRecord& record);
 
 }  // namespace velmora::publish

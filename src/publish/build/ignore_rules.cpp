@@ -32,8 +32,8 @@ constexpr std::array<CharacterClass, 12> kClasses = {{{"alnum", std::isalnum},
                                                       {"upper", std::isupper},
                                                       {"xdigit", std::isxdigit}}};
 
-// One pattern against one path. Remembers which stars can't match from where, so that the time is
-// bounded by the product of both lengths and the path's.
+// Matches one pattern against one path. Remembers which stars failed at which positions, so that
+// the time is at most proportional to the pattern's length times the square of the path's.
 class Match {
  public:
   Match(std::string_view pattern, std::string_view path)
@@ -49,7 +49,7 @@ class Match {
   }
 
  private:
-  // Whether the element of the pattern at `p`, anything but a star, takes `c`. Moves `p` behind it.
+  // Whether the element of the pattern at `p`, which is no star, matches `c`. Moves `p` past it.
   bool One(std::size_t& p, char c) {
     const char element = pattern_[p++];
     if (element == '?') return c != '/';
@@ -58,14 +58,14 @@ class Match {
     return p < pattern_.size() && pattern_[p++] == c;
   }
 
-  // `p` stands behind the bracket. A set without an end takes nothing.
+  // `p` is just after the opening bracket. A set that isn't closed matches nothing.
   bool Set(std::size_t& p, char c) {
     const bool isNegated = p < pattern_.size() && (pattern_[p] == '!' || pattern_[p] == '^');
     if (isNegated) ++p;
-    bool isTaken = false;
+    bool isMatched = false;
     for (bool isFirst = true; isFirst || Peek(p) != ']'; isFirst = false) {
       if (const std::optional<bool> inClass = Class(p, c)) {
-        isTaken = isTaken || *inClass;
+        isMatched = isMatched || *inClass;
         continue;
       }
       const auto low = SetCharacter(p);
@@ -75,13 +75,13 @@ class Match {
         high = SetCharacter(++p);
       if (!high) return false;
       const auto byte = static_cast<unsigned char>(c);
-      isTaken = isTaken || (*low <= byte && byte <= *high);
+      isMatched = isMatched || (*low <= byte && byte <= *high);
     }
     ++p;
-    return isTaken != isNegated;
+    return isMatched != isNegated;
   }
 
-  // The class at `p`, as in [:digit:], if there is one: whether it holds `c`.
+  // Whether the class at `p`, such as [:digit:], contains `c`; nothing if there is no class.
   std::optional<bool> Class(std::size_t& p, char c) const {
     if (pattern_.substr(p, 2) != "[:") return std::nullopt;
     const std::size_t end = pattern_.find(":]", p + 2);
@@ -101,22 +101,22 @@ class Match {
     return static_cast<unsigned char>(pattern_[p++]);
   }
 
-  // 0 at the end.
+  // NUL at the end.
   char Peek(std::size_t p) const { return p < pattern_.size() ? pattern_[p] : '\0'; }
 
   bool Star(std::size_t p, std::size_t t) {
     const std::size_t mark = p * (path_.size() + 1) + t;
     if (failed_[mark]) return false;
-    const std::size_t behind = std::min(pattern_.find_first_not_of('*', p), pattern_.size());
-    const bool isEnd = behind == pattern_.size();
-    // Two stars that are a whole name take slashes as well.
+    const std::size_t after = std::min(pattern_.find_first_not_of('*', p), pattern_.size());
+    const bool isEnd = after == pattern_.size();
+    // Two stars that form a whole name also match slashes.
     const bool isDeep =
-        behind - p >= 2 && (p == 0 || pattern_[p - 1] == '/') && (isEnd || pattern_[behind] == '/');
+        after - p >= 2 && (p == 0 || pattern_[p - 1] == '/') && (isEnd || pattern_[after] == '/');
     const std::size_t limit = isDeep ? path_.size() : std::min(path_.find('/', t), path_.size());
     if (isEnd) return limit == path_.size();
-    if (isDeep && From(behind + 1, t)) return true;
+    if (isDeep && From(after + 1, t)) return true;
     for (; t <= limit; ++t) {
-      if (From(behind, t)) return true;
+      if (From(after, t)) return true;
     }
     failed_[mark] = true;
     return false;
@@ -127,7 +127,7 @@ class Match {
   std::vector<bool> failed_;
 };
 
-std::string_view WithoutBlanksAtEnd(std::string_view line) {
+std::string_view WithoutTrailingSpaces(std::string_view line) {
   std::size_t length = 0;
   for (std::size_t i = 0; i < line.size(); ++i) {
     const bool isEscaped = line[i] == '\\' && i + 1 < line.size();
@@ -151,10 +151,10 @@ IgnoreRules::IgnoreRules(std::string_view text) {
 void IgnoreRules::AddRule(std::string_view line) {
   if (line.ends_with('\r')) line.remove_suffix(1);
   if (line.starts_with('#')) return;
-  line = WithoutBlanksAtEnd(line);
+  line = WithoutTrailingSpaces(line);
   Rule rule;
-  rule.takesBack = line.starts_with('!');
-  if (rule.takesBack) line.remove_prefix(1);
+  rule.publishes = line.starts_with('!');
+  if (rule.publishes) line.remove_prefix(1);
   rule.directoriesOnly = line.ends_with('/');
   if (rule.directoriesOnly) line.remove_suffix(1);
   rule.fromRoot = line.find('/') != kNone;
@@ -173,7 +173,7 @@ bool IgnoreRules::Ignores(const std::string& path, bool isDirectory) const {
     return (isDirectory || !rule.directoriesOnly) &&
            Match(rule.pattern, rule.fromRoot ? path : name).From(0, 0);
   });
-  return last != rules_.rend() && !last->takesBack;
+  return last != rules_.rend() && !last->publishes;
 }
 
 }  // namespace velmora::publish

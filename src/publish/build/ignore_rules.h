@@ -1,16 +1,15 @@
-// What of a tree isn't published, by rules in the manner of .gitignore files. Pure.
+// Which files of a tree aren't published, by rules like those of .gitignore files. Pure.
 //
-// One rule a line. Blank lines and lines that begin with # say nothing; blanks at the end don't
-// count unless a backslash stands in front; a backslash in front of any character takes away its
-// meaning.
-//   !RULE      takes back what rules above have ignored; the last rule that matches counts
-//   RULE/      matches directories alone
-//   /RULE, A/B a slash anywhere but at the end ties the rule to the root; without one it matches in
+// Each line is a rule. Empty lines and lines that begin with # are comments. Spaces at the end are
+// dropped unless a backslash precedes them; a backslash makes any character literal.
+//   !RULE      publishes what earlier rules ignore; the last rule that matches counts
+//   RULE/      matches directories only
+//   /RULE, A/B a slash anywhere but at the end ties the rule to the root; otherwise it matches in
 //              every directory
-//   * ? [a-z]  any text, any byte, one of a set ([!a-z] none of it); none of them matches a slash
-//   **/  /**   any directories, none included; everything below a directory
-// What lies in an ignored directory is ignored whatever the rules say of it. Matching is by bytes,
-// so capitals and small letters differ.
+//   * ? [a-z]  any text, any byte, one of a set ([!a-z]: none of it); none of them matches a slash
+//   **/  /**   any number of directories, including none; everything below a directory
+// Everything in an ignored directory is ignored, whatever the rules say about it. Matching compares
+// bytes, so upper and lower case differ.
 #pragma once
 
 #include <set>
@@ -20,25 +19,25 @@
 
 namespace velmora::publish {
 
-// The rules of a tree, in its root; never published itself.
+// The file in the root of a tree that holds its rules. Never published.
 inline constexpr char kIgnoreName[] = ".publishignore";
 
 class IgnoreRules {
  public:
-  IgnoreRules() = default;  // only kIgnoreName
+  IgnoreRules() = default;  // ignore only kIgnoreName
   explicit IgnoreRules(std::string_view text);
 
-  // Ignores this path, whatever the rules say.
+  // Ignores this path whatever the rules say.
   void Add(std::string path);
 
-  // Whether a file or directory is ignored for itself. `path` is relative to the root, with
-  // slashes; the directories above it aren't looked at.
+  // Whether the rules ignore this file or directory itself; the directories above it don't count.
+  // `path` is relative to the root, with slashes.
   [[nodiscard]] bool Ignores(const std::string& path, bool isDirectory) const;
 
  private:
   struct Rule {
     std::string pattern;
-    bool takesBack = false;
+    bool publishes = false;
     bool directoriesOnly = false;
     bool fromRoot = false;
   };

@@ -1,4 +1,4 @@
-// The text of a reference list, written so that a patcher works through it in the best order.
+// The text of a reference list, in the best order for patchers.
 #pragma once
 
 #include <string>
@@ -8,10 +8,10 @@
 
 namespace velmora::publish {
 
-// The patcher's own records stand last, and of them the program file, so that a patcher, which
-// takes such records to the front as it meets them, deals with them first. The other records keep
-// their order. Of a removal path and mode count. Throws PublishError if the patcher's own parser
-// doesn't read exactly these records from the text, with the patcher's in front.
+// Patchers move their own records to the front as they read them. So these come last, and of them
+// the program's, which patchers then handle first. The other records keep their order. Of a
+// removal only path and mode are used. Throws PublishError if the patcher's own parser doesn't read
+// exactly these records from the text, the patcher's first.
 [[nodiscard]] std::string ListText(const std::vector<FileRecord>& records,
                                    const std::vector<FileRecord>& removals,
                                    const std::string& clientExe);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "engine/reference_list.h"
+#include "engine/request_path.h"
 #include "publish/build/staging.h"
 #include "publish/build/zlib_blocks.h"
 #include "publish/common/list_path.h"
@@ -96,7 +97,7 @@ bool StreamWriter::Write(FileRecord& record) {
   if (options_.compress == Compress::kPays && !Pays(stream_.size(), size_, options_.paysFrom)) {
     return false;
   }
-  stream_.Keep();
+  stream_.Commit();
   record.contentHash = content_.Text();
   record.transferHash = transfer_.Text();
   record.transferSize = std::to_string(stream_.size());
@@ -164,7 +165,7 @@ void WritePlain(const PayloadTask& task, const PayloadOptions& options, FileReco
     content.Add(chunk.data(), count);
     copy.Write(chunk.data(), count);
   } while (reader.left() > 0);
-  copy.Keep();
+  copy.Commit();
   record.contentHash = record.transferHash = content.Text();
   record.transferSize = record.contentSize;
 }
@@ -175,13 +176,24 @@ std::string Extension(const std::string& listPath) {
   return FoldedPath(listPath.substr(dot + 1));
 }
 
+// Whether the path with the mark fits the list, a patcher's request and the server's disk.
+bool HasRoomForMark(const std::string& listPath) {
+  constexpr std::size_t kMaxFileName = 255;  // bytes, on the usual file systems
+  FileRecord record;
+  record.path = listPath;
+  record.compressed = true;
+  const std::string served = ServedPath(listPath) + std::string(kCompressedMark);
+  return served.size() <= kMaxListPath && served.size() - (served.rfind('/') + 1) <= kMaxFileName &&
+         RequestPath("", record).has_value();
+}
+
 bool IsTried(const SourceFile& file, const PayloadOptions& options) {
   if (options.compress == Compress::kNever || file.size == 0) return false;
   if (options.compress == Compress::kPays &&
       options.plainTypes.contains(Extension(file.listPath))) {
     return false;
   }
-  return CanBeAskedFor(file.listPath, kCompressedMark);
+  return HasRoomForMark(file.listPath);
 }
 
 // A task and where its result goes.

@@ -1,4 +1,4 @@
-// What the server holds of a publication's files, and their records of the list.
+// The payloads, which are the files that the server offers, and their records in the list.
 #pragma once
 
 #include <atomic>
@@ -13,29 +13,28 @@
 
 namespace velmora::publish {
 
-// Which files are stored compressed, among those whose name has room for the mark behind it.
+// Which files are compressed, among those whose name has room for the mark at its end.
 enum class Compress {
   kAlways,  // every file that isn't empty, even one that doesn't get smaller
   kNever,
   kPays,  // every file that gets smaller by PayloadOptions::paysFrom
 };
 
-// The extensions of files that are compressed already, in small letters.
+// The extensions of files that are compressed already, in lower case.
 [[nodiscard]] std::set<std::string> CompressedTypes();
 
 struct PayloadOptions {
   HashKind hash = HashKind::kSha1;
   Compress compress = Compress::kPays;
-  // Percent of its size, 0 to 99, that a file loses at least; one that loses less isn't worth the
-  // expanding at every player's.
+  // The least saving, in percent from 0 to 99, that is worth the expansion on players' machines.
   unsigned paysFrom = 5;
-  // Where it has to pay, files with these extensions aren't even tried. Small letters.
+  // With kPays, files with these extensions, in lower case, aren't even tried.
   std::set<std::string> plainTypes = CompressedTypes();
-  // Becomes true when the work shall stop; may stay out.
+  // Set to true, from any thread, to stop the work; may be null.
   const std::atomic<bool>* stop = nullptr;
 };
 
-// Throws PublishError when the options' `stop` asks for it.
+// Throws PublishError if the options' `stop` is set.
 void StopIfAsked(const PayloadOptions& options);
 
 struct PayloadTask {
@@ -43,11 +42,10 @@ struct PayloadTask {
   std::filesystem::path target;  // where its payload is written
 };
 
-// Reads the files, writes what the server holds of them, and gives their records in the order of
-// the tasks, which also say what is compressed. A file's payload depends on nothing but its
-// content, its path, the options and zlib. All cores work: together on one large file, each by
-// itself on small ones. Memory: a few MiB for each core, whatever the sizes. Throws PublishError,
-// also when asked to stop; targets of complete payloads remain then.
+// Reads the files, writes their payloads and returns their records, in the order of the tasks. A
+// payload depends only on its file's content and path, on the options and on zlib. Uses all cores:
+// together for each large file, one for each of the others. Needs some 10 MiB of memory for each
+// core. Throws PublishError, also when asked to stop; complete payloads then remain.
 [[nodiscard]] std::vector<FileRecord> WritePayloads(const std::vector<PayloadTask>& tasks,
                                                     const PayloadOptions& options);
 

@@ -21,20 +21,20 @@ bool Holds(const fs::path& outer, const fs::path& inner) {
   return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
 }
 
-// Of two folders one within the other, the publication would publish itself or replace its source.
+// If one folder contained the other, the publication would publish itself or overwrite its source.
 void RequireApart(const fs::path& tree, const fs::path& output) {
   const fs::path from = fs::weakly_canonical(tree);
   const fs::path to = fs::weakly_canonical(output);
   if (Holds(from, to) || Holds(to, from)) {
-    throw PublishError("the tree and the publication must lie beside each other: " + from.native() +
-                       ", " + to.native());
+    throw PublishError("neither of the tree and the publication may contain the other: " +
+                       from.native() + ", " + to.native());
   }
 }
 
-// Below the data path, it sends every player elsewhere.
+// A file of this name below the data path redirects every player.
 constexpr char kRedirectionName[] = "enable.cdn";
 
-// Patchers escape nothing of the list's name.
+// Patchers don't escape the list's name in their request.
 void RequireListName(const std::string& name) {
   const bool isPlain =
       name.find_first_of("/\\ ?#%") == std::string::npos && name != "." && name != "..";
@@ -50,7 +50,7 @@ IgnoreRules RulesOf(const BuildOptions& options) {
   const fs::path& file = options.ignoreFile.empty() ? ofTree : options.ignoreFile;
   if (options.ignoreFile.empty() && !fs::exists(fs::symlink_status(file))) return {};
   IgnoreRules rules(ReadWholeFile(file));
-  // Nor are rules published that lie in the tree under another name.
+  // Rules that are in the tree under another name aren't published either.
   rules.Add(fs::weakly_canonical(file).lexically_relative(fs::weakly_canonical(options.tree)));
   return rules;
 }
@@ -63,13 +63,12 @@ std::vector<FileRecord> AllRemovals(const BuildOptions& options,
   const PublishedList earlier(text);
   const bool isList = text.empty() || earlier.files.Count() + earlier.removals.Count() > 0;
   if (!isList || !earlier.isReadWhole || !earlier.refused.empty()) {
-    throw PublishError(file.native() + ": is no list, or not one that patchers read to its end");
+    throw PublishError(file.native() + ": not a list, or not one that patchers read to its end");
   }
   return Removals(options.removals, &earlier, files);
 }
 
-// The files of a tree can't meet each other below the output, but the list, and what is at work
-// there.
+// Files of the tree can't collide with each other in the output, but with what the tool puts there.
 void RequireOwnPlaces(const std::vector<SourceFile>& files, const std::string& listName) {
   for (const SourceFile& file : files) {
     FileRecord record;
@@ -83,7 +82,7 @@ void RequireOwnPlaces(const std::vector<SourceFile>& files, const std::string& l
   }
 }
 
-// The records of the files whose earlier payloads stay as they are; none for the others.
+// The records of the files whose earlier payloads can stay; nothing for the others.
 std::vector<std::optional<FileRecord>> UnchangedRecords(const std::vector<SourceFile>& files,
                                                         const BuildOptions& options) {
   const EarlierPublication earlier(options.output, options.listName, options.payload);
@@ -92,7 +91,7 @@ std::vector<std::optional<FileRecord>> UnchangedRecords(const std::vector<Source
   return records;
 }
 
-// What is staged, by the numbers of its files there, on its way to its places.
+// The staged files, by their numbers, and where they belong.
 class NewFiles {
  public:
   NewFiles(const Staging& staging, const fs::path& output) : staging_(staging), output_(output) {}
@@ -103,12 +102,12 @@ class NewFiles {
   void AddText(std::size_t number, const std::string& text, const fs::path& place) {
     NewFile file(staging_.At(number));
     file.Write(text.data(), text.size());
-    file.Keep();
+    file.Commit();
     Add(number, place);
   }
-  // In the order in which they were added, the last one, the list, when all others are safe.
+  // In the order in which they were added; the last one, the list, once all others are on the disk.
   void Publish() const {
-    for (const auto& [number, target] : files_) staging_.MakeRoom(target);
+    for (const auto& [number, target] : files_) staging_.PrepareTarget(target);
     staging_.Sync();
     for (const auto& [number, target] : files_) {
       if (number == files_.back().first) staging_.Sync();
@@ -123,8 +122,8 @@ class NewFiles {
   std::vector<std::pair<std::size_t, fs::path>> files_;
 };
 
-// Writes the payloads that can't stay as they are, each under its file's number, and adds them to
-// `newFiles`. Gives the records of all files.
+// Writes the payloads that have to be made, each under its file's number, and adds them to
+// `newFiles`. Returns the records of all files.
 std::vector<FileRecord> WriteNewPayloads(const std::vector<SourceFile>& files,
                                          const BuildOptions& options, const Staging& staging,
                                          NewFiles& newFiles) {
@@ -163,14 +162,14 @@ BuildSummary BuildPublication(const BuildOptions& options) {
   const std::vector<SourceFile> files = ScanTree(options.tree, RulesOf(options));
   RequireOwnPlaces(files, options.listName);
   const std::vector<FileRecord> removals = AllRemovals(options, files);
-  // What the list can't say is refused before the long work begins.
+  // Refuses what a list can't express before the long work begins.
   static_cast<void>(ListText({}, removals, options.clientExe));
 
   const Staging staging(options.output);
   NewFiles newFiles(staging, options.output);
   const std::vector<FileRecord> records = WriteNewPayloads(files, options, staging, newFiles);
   const std::string list = ListText(records, removals, options.clientExe);
-  // The settings name the list that they belong to: beside another one they mean nothing.
+  // The settings hold the list's digest, so that they are valid for no other list.
   newFiles.AddText(files.size(), SettingsText(options.payload, list), kSettingsName);
   newFiles.AddText(files.size() + 1, list, options.listName);
   StopIfAsked(options.payload);

@@ -1,5 +1,5 @@
-// A publication: a folder that a web server offers as it is, with the reference list and, below it,
-// what patchers download.
+// A publication: a folder that a web server offers as it is, with the reference list and all files
+// that patchers download.
 #pragma once
 
 #include <cstddef>
@@ -20,8 +20,8 @@ struct BuildOptions {
   std::string listName = "hashlist.dat";
   std::string clientExe;             // empty: patchers keep the name they know
   std::vector<FileRecord> removals;  // path and mode
-  // A list, or the folder of a publication, whose players shall lose what is gone since. May be the
-  // one in `output`. Empty: none.
+  // An earlier list, or the folder of its publication: files that are gone since then are removed
+  // from players' disks. May be the one in `output`. Empty: none.
   std::filesystem::path removeFrom;
   // Rules as ignore_rules.h describes them. Empty: those of the tree, if it has any.
   std::filesystem::path ignoreFile;
@@ -34,17 +34,16 @@ struct BuildSummary {
   std::uint64_t transferBytes = 0;
 };
 
-// Writes the payloads of all files of the tree, on all cores, and the list; when all of it is
-// complete, gives the payloads their places and then the list, which appears at once: at no moment
-// a list names what isn't there yet, not even after a power cut, since the disk has all of the
-// payloads before the list takes its place, and the list before this function returns. (The whole
-// file system is asked for that, three times: a sync of each file would take far longer.) Payloads
-// whose files haven't changed since the publication that stands there stay untouched, provided that
-// it was made with the same settings. The same tree gives the same bytes, on every run and machine
-// that has the same zlib, whatever stood in `output`.
+// Writes the payloads of all files of the tree, on all cores, and the list. Once everything is
+// complete, moves the payloads to their places, and then the list in one step, so that a list never
+// names a file that isn't there. That holds even after a power cut: the payloads are flushed to
+// the disk before the list is moved, and the list before this function returns. (This flushes the
+// whole file system three times, which is far faster than flushing each file.) If the publication
+// in `output` was made with the same settings, the payloads of unchanged files are left alone. The
+// result is the same on every run and machine with the same zlib, whatever `output` held.
 //
-// Throws PublishError; what was published before then still stands as it was, unless the disk
-// failed among those last steps.
+// Throws PublishError. The earlier publication is then unchanged, unless the disk failed during
+// those last steps.
 BuildSummary BuildPublication(const BuildOptions& options);
 
 }  // namespace velmora::publish

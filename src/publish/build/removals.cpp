@@ -15,14 +15,13 @@
 namespace velmora::publish {
 namespace {
 
-// In the root of the installation, and as FoldedPath gives them.
-const std::set<std::string> kPatcher = {"velmoraupdate.exe", "velmoraupdate.dat"};
+const std::set<std::string> kPatcher = {kPatcherProgram, kPatcherSettings};
 
 std::string Key(const FileRecord& removal) {
   return FoldedPath(removal.path) + (IsPatternRemoval(removal) ? "\n" : "");
 }
 
-// The published files, as removals see them, and with them the patcher, which every player has.
+// The folded paths of the published files, and of the patcher, which every player has.
 class PublishedFiles {
  public:
   explicit PublishedFiles(const std::vector<SourceFile>& files) : files_(kPatcher) {
@@ -35,7 +34,7 @@ class PublishedFiles {
     }
   }
 
-  // Whether players who have this file can't have all of the new ones.
+  // Whether this file is a folder in the new publication, or lies in what is a file there.
   [[nodiscard]] bool IsInTheWay(const std::string& path) const {
     const auto folders = FoldersAbove(path);
     return directories_.contains(path) ||
@@ -44,7 +43,7 @@ class PublishedFiles {
            });
   }
 
-  // One of the files that the removal would delete.
+  // One of the files that the removal would delete, if any.
   [[nodiscard]] std::optional<std::string> HitBy(const FileRecord& removal) const {
     if (IsPatternRemoval(removal)) {
       const auto hit = std::find_if(files_.begin(), files_.end(), [&](const std::string& path) {
@@ -60,11 +59,11 @@ class PublishedFiles {
 
  private:
   std::set<std::string> files_;
-  std::map<std::string, std::string> directories_;  // each with a file somewhere in it
+  std::map<std::string, std::string> directories_;  // each with a file somewhere below it
 };
 
 void RequireWithin(const FileRecord& removal) {
-  // A pattern is tried on paths within the installation alone.
+  // Patterns are only matched against paths within the installation.
   if (!IsPatternRemoval(removal) && LeavesInstallation(removal.path)) {
     throw PublishError("a removal leads out of the installation: " + ShownText(removal.path));
   }
@@ -83,7 +82,7 @@ FileRecord Removal(const FileRecord& gone) {
   return removal;
 }
 
-// A list can't make room: what takes the old file or folder away would take the new one as well.
+// A list can't replace a file by a folder: what removes the old one would remove the new one too.
 void RequireSameKind(const PublishedList& earlier, const PublishedFiles& files) {
   for (const FileRecord& file : earlier.files) {
     const std::string path = FoldedPath(file.path);
@@ -94,14 +93,14 @@ void RequireSameKind(const PublishedList& earlier, const PublishedFiles& files) 
   }
 }
 
-std::vector<FileRecord> NecessaryAfter(const PublishedList& earlier, const PublishedFiles& files) {
+std::vector<FileRecord> RemovalsAfter(const PublishedList& earlier, const PublishedFiles& files) {
   std::vector<FileRecord> removals;
   for (const FileRecord& file : earlier.files) {
     if (!kPatcher.contains(FoldedPath(file.path))) removals.push_back(Removal(file));
   }
   for (const FileRecord& removal : earlier.removals) removals.push_back(removal);
   std::erase_if(removals, [&files](const FileRecord& removal) {
-    if (removal.path.empty()) return true;  // patchers do nothing for it
+    if (removal.path.empty()) return true;  // patchers ignore it
     RequireWithin(removal);
     return files.HitBy(removal).has_value();
   });
@@ -113,10 +112,11 @@ std::vector<FileRecord> NecessaryAfter(const PublishedList& earlier, const Publi
 
 }  // namespace
 
-std::vector<FileRecord> Removals(const std::vector<FileRecord>& asked, const PublishedList* earlier,
+std::vector<FileRecord> Removals(const std::vector<FileRecord>& requested,
+                                 const PublishedList* earlier,
                                  const std::vector<SourceFile>& files) {
   const PublishedFiles published(files);
-  for (const FileRecord& removal : asked) {
+  for (const FileRecord& removal : requested) {
     RequireWithin(removal);
     if (const auto hit = published.HitBy(removal)) {
       throw PublishError(
@@ -124,14 +124,14 @@ std::vector<FileRecord> Removals(const std::vector<FileRecord>& asked, const Pub
           " would delete a file that players need, at each start: " + ShownText(*hit));
     }
   }
-  std::vector<FileRecord> removals = asked;
+  std::vector<FileRecord> removals = requested;
   if (earlier != nullptr) {
     RequireSameKind(*earlier, published);
-    for (FileRecord& removal : NecessaryAfter(*earlier, published)) {
+    for (FileRecord& removal : RemovalsAfter(*earlier, published)) {
       removals.push_back(std::move(removal));
     }
   }
-  // Patchers tell removals apart by their paths alone, whatever their modes.
+  // To patchers, removals of the same path are the same, whatever their modes.
   std::set<std::string> keys;
   std::set<std::string> paths;
   std::erase_if(removals, [&](const FileRecord& removal) {

@@ -1,7 +1,7 @@
-// What players shall lose: the DEL lines of a publication.
+// The removals of a publication, which become the DEL lines of its list.
 //
-// Every start of a player carries them out before it installs anything. One that hit a published
-// file would have that file deleted and downloaded at each start, so there is none of that kind.
+// Patchers carry them out at every start, before they install anything. A removal that matched a
+// published file would have it deleted and downloaded at each start, so there is none.
 #pragma once
 
 #include <string>
@@ -13,17 +13,17 @@
 
 namespace velmora::publish {
 
-// Mode of a record whose path is a pattern, which hits every file whose whole path matches it. A
-// record of another mode names a file or a directory with all it holds.
+// The mode of a removal whose path is a pattern: it removes every file whose whole path matches.
+// With any other mode, the path names a file, or a directory with everything in it.
 inline constexpr char kPatternMode[] = "R";
 
-// The removals (path and mode) of a publication of `files`: those of `asked`, in their order, and
-// behind them, in byte order, what `earlier` (none: null) makes necessary: its files that are none
-// of the new publication, and its own removals, unless they would hit a new file. What players'
-// disks take for the same path is removed once. The patcher's own program and settings never go
-// because a tree doesn't hold them. Throws PublishError if one of `asked` hits a file, and for one
-// that names anything outside of the installation, or the whole of it.
-[[nodiscard]] std::vector<FileRecord> Removals(const std::vector<FileRecord>& asked,
+// The removals (path and mode) of a publication of `files`: those of `requested`, in their order,
+// then, in byte order, what follows from `earlier` (null if there is no earlier list): its files
+// that are gone, and its own removals, unless they match a new file. Paths that mean the same file
+// on players' disks appear once. The patcher's program and settings aren't removed when a tree
+// doesn't contain them. Throws PublishError if one of `requested` matches a file, or leaves the
+// installation, or removes all of it.
+[[nodiscard]] std::vector<FileRecord> Removals(const std::vector<FileRecord>& requested,
                                                const PublishedList* earlier,
                                                const std::vector<SourceFile>& files);
 

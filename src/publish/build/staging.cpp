@@ -17,7 +17,7 @@ namespace {
   throw PublishError(path.native() + ": can't be written: " + error.message());
 }
 
-// A stream doesn't say why it failed; the system call below it just did.
+// A stream doesn't say why it failed, but the system call that it made last does.
 std::error_code LastError() { return {errno == 0 ? EIO : errno, std::generic_category()}; }
 
 }  // namespace
@@ -28,7 +28,7 @@ NewFile::NewFile(fs::path path) : path_(std::move(path)) {
 }
 
 NewFile::~NewFile() {
-  if (kept_) return;
+  if (committed_) return;
   stream_.close();
   std::error_code ignored;
   fs::remove(path_, ignored);
@@ -40,10 +40,10 @@ void NewFile::Write(const void* bytes, std::size_t count) {
   size_ += count;
 }
 
-void NewFile::Keep() {
+void NewFile::Commit() {
   stream_.close();
   if (!stream_) Fail(path_, LastError());
-  kept_ = true;
+  committed_ = true;
 }
 
 Staging::Staging(const fs::path& output) : folder_(output / kFolder) {
@@ -54,8 +54,8 @@ Staging::Staging(const fs::path& output) : folder_(output / kFolder) {
   if (error) Fail(folder_, error);
   if (!isNew) {
     throw PublishError(folder_.native() +
-                       " is there: another build is under way, or one was killed; if none is, "
-                       "remove this folder");
+                       " exists: another build is running, or one was killed; if none is "
+                       "running, remove this folder");
   }
 }
 
@@ -66,7 +66,7 @@ Staging::~Staging() {
 
 fs::path Staging::At(std::size_t number) const { return folder_ / std::to_string(number); }
 
-void Staging::MakeRoom(const fs::path& target) const {
+void Staging::PrepareTarget(const fs::path& target) const {
   std::error_code error;
   fs::create_directories(target.parent_path(), error);
   if (error) Fail(target, error);

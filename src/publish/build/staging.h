@@ -1,4 +1,4 @@
-// How a publication appears: every file of it is complete before the first one takes its place.
+// New files of a publication: all of them are complete before the first one is moved to its place.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,8 @@
 
 namespace velmora::publish {
 
-// A file being written at `path`. It goes again unless Keep was called. Throws PublishError when
-// the disk doesn't take it.
+// A file being written at `path`. The destructor removes it unless Commit was called. Throws
+// PublishError if writing fails.
 class NewFile {
  public:
   explicit NewFile(std::filesystem::path path);
@@ -19,18 +19,18 @@ class NewFile {
 
   void Write(const void* bytes, std::size_t count);
   [[nodiscard]] std::uint64_t size() const { return size_; }
-  void Keep();
+  void Commit();
 
  private:
   std::filesystem::path path_;
   std::ofstream stream_;
   std::uint64_t size_ = 0;
-  bool kept_ = false;
+  bool committed_ = false;
 };
 
-// A folder within `output` (which is made if it is missing) for what isn't published yet, with all
-// it holds as long-lived as this object. One at a time for an output: a second one is refused,
-// since the two would mix. Throws PublishError.
+// A folder within `output`, which is created if it is missing, for files that aren't published yet.
+// The destructor removes it. Two at a time for one output would get mixed up, so the second one is
+// refused. Throws PublishError.
 class Staging {
  public:
   static constexpr char kFolder[] = ".publishing";
@@ -40,15 +40,15 @@ class Staging {
   Staging(const Staging&) = delete;
   Staging& operator=(const Staging&) = delete;
 
-  // Where the file of this number is written.
+  // Where the file with this number is written.
   [[nodiscard]] std::filesystem::path At(std::size_t number) const;
 
-  // Makes the folders of `target` and sees that nothing stands there but a file: what Publish
-  // needs.
-  void MakeRoom(const std::filesystem::path& target) const;
-  // Returns when all that was written and published so far would outlive a power cut.
+  // Creates the folders of `target`, and fails if it is a directory itself. To be called before
+  // Publish.
+  void PrepareTarget(const std::filesystem::path& target) const;
+  // Returns when everything written and published so far would survive a power cut.
   void Sync() const;
-  // The file takes its place, instead of the one that had it, in one step.
+  // Moves the file to its place in one step, replacing an earlier one.
   void Publish(std::size_t number, const std::filesystem::path& target) const;
 
  private:

@@ -28,7 +28,7 @@ void AddPlainTypes(std::set<std::string>& plain, const Texts& types) {
   for (const std::string& type : types) {
     const std::string name = FoldedPath(type.starts_with('.') ? type.substr(1) : type);
     if (name.empty() || name.find_first_of("./\\ \n") != std::string::npos) {
-      throw CLI::ValidationError("--plain", "\"" + type + "\" is no extension");
+      throw CLI::ValidationError("--plain", "\"" + type + "\" is not an extension");
     }
     plain.insert(name);
   }
@@ -38,23 +38,23 @@ void AddCompressionOptions(CLI::App& build, PayloadOptions& options) {
   build.add_option("--compress", options.compress, "always, never, or where it pays (default)")
       ->transform(CLI::CheckedTransformer(std::map<std::string, Compress>{
           {"always", Compress::kAlways}, {"never", Compress::kNever}, {"pays", Compress::kPays}}));
-  build.add_option("--pays-from", options.paysFrom, "Percent that a file has to lose for that")
+  build.add_option("--pays-from", options.paysFrom, "The least saving in percent that pays")
       ->check(CLI::Range(0U, 99U))
       ->capture_default_str();
   build.add_flag_callback(
       "--try-all", [&options] { options.plainTypes.clear(); },
-      "Try files of every type, also of those known to be compressed already");
-  // Parsed in the order of their adding: what is named here counts also behind --try-all.
+      "Try files of every type, even those known to be compressed already");
+  // Parsed after --try-all wherever it stands, since options run in the order of their definition.
   build
       .add_option_function<Texts>(
           "--plain", [&options](const Texts& types) { AddPlainTypes(options.plainTypes, types); },
-          "Extensions of files that aren't even tried, besides the known ones")
+          "More extensions of files that aren't even tried")
       ->delimiter(',')
       ->allow_extra_args(false);
 }
 
 void AddOptions(CLI::App& build, BuildOptions& options) {
-  build.add_option("TREE", options.tree, "The game as players shall have it")
+  build.add_option("TREE", options.tree, "The folder with the game's files")
       ->required()
       ->check(CLI::ExistingDirectory);
   build.add_option("OUT", options.output, "The folder that the web server offers")->required();
@@ -68,20 +68,20 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
   build
       .add_option_function<Texts>(
           "--remove", [&](const Texts& paths) { AddRemovals(options.removals, paths, ""); },
-          "A file or directory that players shall lose; can be given again")
+          "A file or directory to remove from players' disks; repeatable")
       ->allow_extra_args(false);
   build
       .add_option_function<Texts>(
           "--remove-pattern",
           [&](const Texts& patterns) { AddRemovals(options.removals, patterns, kPatternMode); },
-          "The same for all files whose path matches, as in \"*.tmp\"")
+          "A pattern, such as \"*.tmp\": removes all files whose path matches; repeatable")
       ->allow_extra_args(false);
   build.add_option("--remove-from", options.removeFrom,
-                   "An earlier list, or its publication's folder, whose files players shall lose "
-                   "if they are gone");
+                   "An earlier list, or its publication's folder: files that are gone since then "
+                   "are removed from players' disks");
   build.add_option(
       "--ignore", options.ignoreFile,
-      "Rules for what isn't published, as in .gitignore; default: TREE/.publishignore");
+      "A file with rules for what isn't published, like .gitignore; default: TREE/.publishignore");
 }
 
 void Build(const BuildOptions& options) {
@@ -97,7 +97,7 @@ void Build(const BuildOptions& options) {
 }  // namespace
 
 void AddBuildCommand(CLI::App& app, int& status) {
-  CLI::App* build = app.add_subcommand("build", "Makes a publication of a tree of files");
+  CLI::App* build = app.add_subcommand("build", "Builds a publication from a folder of files");
   const auto options = std::make_shared<BuildOptions>();
   options->payload.stop = &stopAsked;
   AddOptions(*build, *options);

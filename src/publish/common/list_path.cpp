@@ -24,11 +24,7 @@ void AppendFolded(std::string& folded, std::string_view character) {
 
 std::string Folded(std::string_view text) {
   std::string folded;
-  for (std::size_t i = 0; i < text.size();) {
-    const std::size_t length = CharacterLength(text, i);
-    AppendFolded(folded, text.substr(i, length));
-    i += length;
-  }
+  for (const std::string_view character : Characters(text)) AppendFolded(folded, character);
   return folded;
 }
 
@@ -46,13 +42,15 @@ bool IsDangerous(std::string_view element) {
 
 std::vector<std::string_view> PathElements(std::string_view path) {
   std::vector<std::string_view> elements;
-  std::size_t start = 0;
-  for (std::size_t i = 0; i < path.size(); i += CharacterLength(path, i)) {
-    if (!IsSeparator(path[i])) continue;
-    elements.push_back(path.substr(start, i - start));
-    start = i + 1;
+  const char* start = path.data();
+  const auto addUpTo = [&](const char* end) {
+    elements.emplace_back(start, static_cast<std::size_t>(end - start));
+    start = end + 1;
+  };
+  for (const std::string_view character : Characters(path)) {
+    if (IsSeparator(character[0])) addUpTo(character.data());
   }
-  elements.push_back(path.substr(start));
+  addUpTo(path.data() + path.size());
   return elements;
 }
 
@@ -69,8 +67,10 @@ std::string FoldedPath(std::string_view path) {
 
 std::vector<std::string_view> FoldersAbove(std::string_view foldedPath) {
   std::vector<std::string_view> folders;
-  for (std::size_t i = 0; i < foldedPath.size(); i += CharacterLength(foldedPath, i)) {
-    if (foldedPath[i] == '\\') folders.push_back(foldedPath.substr(0, i));
+  for (const std::string_view character : Characters(foldedPath)) {
+    if (character != "\\") continue;
+    folders.push_back(
+        foldedPath.substr(0, static_cast<std::size_t>(character.data() - foldedPath.data())));
   }
   return folders;
 }
@@ -93,8 +93,8 @@ bool NamesDevice(std::string_view element) {
 
 bool HoldsForbiddenCharacter(std::string_view path) {
   // The second byte of a double-byte character may look like one.
-  for (std::size_t i = 0; i < path.size(); i += CharacterLength(path, i)) {
-    if (std::string_view("<>:\"|*?").find(path[i]) != std::string_view::npos) return true;
+  for (const std::string_view character : Characters(path)) {
+    if (std::string_view("<>:\"|*?").find(character[0]) != std::string_view::npos) return true;
   }
   return false;
 }
@@ -107,21 +107,17 @@ bool LeavesInstallation(std::string_view path) {
 }
 
 bool IsCodePageText(std::string_view text) {
-  for (std::size_t i = 0; i < text.size();) {
-    const std::size_t length = CharacterLength(text, i);
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const bool isHalf = length == 1 && IsLeadByte(text[i]);
+  for (const std::string_view character : Characters(text)) {
+    const auto byte = static_cast<unsigned char>(character[0]);
+    const bool isHalf = character.size() == 1 && IsLeadByte(character[0]);
     if (isHalf || byte == 0x80 || byte == 0xA0 || byte > 0xFC) return false;
-    i += length;
   }
   return true;
 }
 
 bool HoldsBackslashInCharacter(std::string_view path) {
-  for (std::size_t i = 0; i < path.size();) {
-    const std::size_t length = CharacterLength(path, i);
-    if (length == 2 && path[i + 1] == '\\') return true;
-    i += length;
+  for (const std::string_view character : Characters(path)) {
+    if (character.size() == 2 && character[1] == '\\') return true;
   }
   return false;
 }

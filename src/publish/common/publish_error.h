@@ -1,4 +1,4 @@
-// What stops the publisher's tool: a text for its user, which names the file it is about.
+// The error that stops the publisher's tool: a text for its user that names the file it is about.
 #pragma once
 
 #include <stdexcept>

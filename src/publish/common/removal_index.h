@@ -1,4 +1,4 @@
-// Which files players lose by the removals of a list.
+// Which files the removals of a list delete on players' disks.
 #pragma once
 
 #include <cstddef>
@@ -10,19 +10,19 @@
 
 namespace velmora::publish {
 
-// Whether the removal takes every matching file instead of one path.
+// Whether the removal deletes all files that match a pattern, instead of one path.
 [[nodiscard]] bool IsPatternRemoval(const FileRecord& removal);
 
-// Whether it takes all that an installation holds.
+// Whether it deletes everything in an installation.
 [[nodiscard]] bool RemovesEverything(const FileRecord& removal);
 
 class RemovalIndex {
  public:
-  // Removals are known by the order in which they were added, from 0.
+  // Removals are numbered in the order in which they are added, from 0.
   void Add(const FileRecord& removal);
 
-  // Those that take the file of this path, given folded: each that names it or a folder above it,
-  // and each pattern that matches it.
+  // The numbers of those that delete the file of this folded path: each that names it or a folder
+  // above it, and each pattern that matches it.
   [[nodiscard]] std::vector<std::size_t> Matching(const std::string& foldedPath) const;
 
  private:

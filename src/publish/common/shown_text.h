@@ -1,5 +1,5 @@
-// Names and texts of a publication, which are bytes of code page 932, as the publisher's terminal
-// and JSON (RFC 8259) take them.
+// Names and texts of a publication, which are in code page 932, for the publisher's terminal and
+// for JSON (RFC 8259).
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace velmora::publish {
 
-// `text` as UTF-8 on one line. What isn't code page 932, and every control character, becomes '?'.
+// `text` in UTF-8, on one line. Control characters, and bytes outside code page 932, become '?'.
 [[nodiscard]] std::string ShownText(std::string_view text);
 
 }  // namespace velmora::publish

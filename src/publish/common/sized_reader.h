@@ -1,4 +1,4 @@
-// Reading a file that has to be what it was when it was listed.
+// Reading a file that must not have changed since it was listed.
 #pragma once
 
 #include <cstddef>
@@ -12,16 +12,15 @@
 
 namespace velmora::publish {
 
-// Gives the bytes of a file from front to back. A file that doesn't have exactly `size` bytes is
-// refused, at the latest with its last byte: its record would be a lie. Throws PublishError. One
-// thread at a time.
+// Reads a file from start to end. Throws PublishError if the file can't be read, or doesn't have
+// exactly `size` bytes, which shows at the last byte at the latest. One thread at a time.
 class SizedReader {
  public:
   SizedReader(std::filesystem::path path, std::uint64_t size);
 
-  // Fills `buffer` with the next `count` bytes, or with as many as are left; says how many.
+  // Reads the next `count` bytes, or as many as are left. Returns how many.
   std::size_t Read(std::uint8_t* buffer, std::size_t count);
-  // Bytes that are still to be read.
+  // The number of bytes that are still to be read.
   [[nodiscard]] std::uint64_t left() const { return left_; }
 
  private:
@@ -30,18 +29,18 @@ class SizedReader {
   std::ifstream stream_;
 };
 
-// The digest of the whole file. `goOn` is called between two pieces, and ends the work by throwing.
-template <typename GoOn>
+// The digest of the whole file. `checkStop` is called before each chunk and may throw to stop.
+template <typename CheckStop>
 [[nodiscard]] std::string DigestOfFile(const std::filesystem::path& path, std::uint64_t size,
-                                       HashKind kind, GoOn goOn) {
-  static constexpr std::size_t kPiece = std::size_t{1} << 18;
+                                       HashKind kind, CheckStop checkStop) {
+  static constexpr std::size_t kChunk = std::size_t{1} << 18;
   SizedReader reader(path, size);
   FileDigest digest(kind);
-  std::vector<std::uint8_t> piece(kPiece);
+  std::vector<std::uint8_t> chunk(kChunk);
   do {
-    goOn();
-    const std::size_t count = reader.Read(piece.data(), piece.size());
-    digest.Add(piece.data(), count);
+    checkStop();
+    const std::size_t count = reader.Read(chunk.data(), chunk.size());
+    digest.Add(chunk.data(), count);
   } while (reader.left() > 0);
   return digest.Text();
 }

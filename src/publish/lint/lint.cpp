@@ -62,4 +62,12 @@ std::vector<LintFinding> LintList(std::string_view text, const LintOptions& opti
   return std::move(findings).Sorted();
 }
 
+std::vector<LintFinding> LintFiles(std::string_view text) {
+  Findings findings;
+  ListedRecords records;
+  ReadLines(text, {}, records, findings);
+  CheckFilesTogether(records, findings);
+  return std::move(findings).Sorted();
+}
+
 }  // namespace velmora::publish

@@ -30,4 +30,7 @@ struct LintFinding {
 // be read.
 [[nodiscard]] std::vector<LintFinding> LintList(std::string_view text, const LintOptions& options);
 
+// The same for a list of FILE lines whose order doesn't matter.
+[[nodiscard]] std::vector<LintFinding> LintFiles(std::string_view text);
+
 }  // namespace velmora::publish

@@ -15,8 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kProgram[] = "velmoraupdate.exe";
-constexpr char kSettings[] = "velmoraupdate.dat";
 constexpr char kRedirection[] = "enable.cdn";
 
 bool IsPatchers(const FileRecord& record) {
@@ -54,9 +52,9 @@ void CheckPatchersOwn(const ListedRecord& listed, Findings& findings) {
   };
   if (IsPatchersOwn(listed.folded)) {
     findings.Add(Rule::kPatcherFile, listed);
-  } else if (listed.folded == kSettings) {
+  } else if (listed.folded == kPatcherSettings) {
     if (!holds("./VelmoraUpdate.dat")) findings.Add(Rule::kSettingsWithoutRestart, listed);
-  } else if (listed.folded == kProgram) {
+  } else if (listed.folded == kPatcherProgram) {
     if (!holds("VelmoraUpdate.exe")) findings.Add(Rule::kProgramWithoutRestart, listed);
   } else if (listed.folded == kRedirection) {
     findings.Add(Rule::kRedirection, listed);
@@ -85,7 +83,7 @@ std::string TreePath(const fs::path& file, const fs::path& root) {
 }
 
 bool IsPatchersOwnFile(const std::string& folded) {
-  return folded == kProgram || folded == kSettings || IsPatchersOwn(folded);
+  return folded == kPatcherProgram || folded == kPatcherSettings || IsPatchersOwn(folded);
 }
 
 }  // namespace
@@ -119,7 +117,7 @@ void CheckRemovals(const ListedRecords& records, Findings& findings) {
     CheckRemovalsOf(file.folded, Rule::kListedAndRemoved,
                     file.record.path + ", " + SeeLine(file.line), records, findings);
   }
-  for (const char* own : {kProgram, kSettings}) {
+  for (const char* own : {kPatcherProgram, kPatcherSettings}) {
     CheckRemovalsOf(own, Rule::kRemovesPatcher, own, records, findings);
   }
   for (const char* own : kPatchersOwnInRoot) {

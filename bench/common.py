@@ -1,4 +1,4 @@
-"""What the benchmarks share: measuring, a web server, data, the tables."""
+"""Shared by the benchmarks: measuring, a web server, data, the tables."""
 
 import hashlib
 import os
@@ -21,8 +21,8 @@ def sh(command, **options):
 
 
 class Usage:
-    """Wall seconds, processor seconds and peak memory of a command and of all that it started. time
-    starts it, since a process that Python starts begins with Python's own peak."""
+    """Wall seconds, processor seconds and peak memory of a command and all its children. It is started by
+    `time`: a process that Python starts itself begins with Python's own peak."""
 
     under = []  # the words of a program that watches the command
 
@@ -47,7 +47,7 @@ def processor_seconds():
 
 
 def watched(run, words):
-    """What a watching program that takes the option -o writes about the run."""
+    """What a tracing program with an option -o writes about the run."""
     with tempfile.NamedTemporaryFile("r") as output:
         Usage.under = [*words, "-o", output.name]
         try:
@@ -62,7 +62,7 @@ def system_calls(run):
 
 
 def instructions(run):
-    """None where the machine doesn't count them, as many virtual ones."""
+    """None if the machine doesn't count them, as many virtual machines don't."""
     if not shutil.which("perf"):
         return None
     counted = re.search(r"^(\d+),", watched(run, ["perf", "stat", "-e", "instructions", "-x", ","]), re.M)
@@ -125,7 +125,7 @@ def patch(folder):
 
 
 def forget(folder, keep_files=True):
-    """Makes the next run of the installation start without its cache, or without anything."""
+    """Deletes the cache of the installation, or everything in it, before the next run."""
     if keep_files:
         try:
             os.remove(os.path.join(folder, "VelmoraUpdate.cvc"))
@@ -147,7 +147,7 @@ def clean_installation(tree):
 
 
 def alternate(turns, ours, peers, warm=True):
-    """The usages of ours and of each peer, their runs taking turns."""
+    """The usages of ours and of each peer; their runs alternate."""
     runs = [ours, *peers]
     if warm:
         for run in runs:
@@ -157,12 +157,12 @@ def alternate(turns, ours, peers, warm=True):
 
 
 def median_of(values, form):
-    """The median, and between which values it lies."""
+    """The median, with the lowest and the highest value."""
     return f"{statistics.median(values):{form}} ({min(values):{form}} to {max(values):{form}})"
 
 
 class Row:
-    """A work beside one peer: the medians of each round, and what one unit of the work costs."""
+    """A task next to one peer: the medians of each round, and the cost of one unit of the task."""
 
     def __init__(self, work, peer, wanted, count, unit):
         self.work, self.peer, self.wanted, self.count, self.unit = work, peer, wanted, count, unit
@@ -197,7 +197,7 @@ class Table:
         self.rows = {}
 
     def add(self, work, peer, wanted, usages, runs, count, unit):
-        """One round: usages of ours and of the peer, as alternate gives them, and the runs themselves."""
+        """One round: usages of ours and of the peer, as alternate returns them, and the runs themselves."""
         row = self.rows.setdefault((work, peer), Row(work, peer, wanted, count, unit))
         row.add(*usages)
         if not row.calls:
@@ -222,7 +222,7 @@ class Table:
 
 
 def random_bytes(count, seed):
-    """The same bytes on every machine, and none that compress."""
+    """The same bytes on every machine; they don't compress."""
     return hashlib.shake_128(str(seed).encode()).digest(count)
 
 
@@ -259,14 +259,14 @@ def make_one(place, name, content):
 
 
 def three_to_one():
-    """Pieces that zlib makes about a third of: random bytes in between of repeated ones."""
+    """Blocks that zlib compresses to about a third: random bytes between repeated ones."""
     for i in range(512):
         noise = random_bytes(1 << 15, i)
         yield b"".join(noise[k:k + 320] + bytes(704) for k in range(0, 1 << 15, 32))[:1 << 20]
 
 
 def publish(tree, place, *options):
-    """The publication of the tree beside it, made once."""
+    """The publication of the tree, next to it, made once."""
     target = os.path.join(place, os.path.basename(tree) + "-" + "-".join(options).replace("-", ""))
     if not os.path.exists(os.path.join(target, "hashlist.dat")):
         subprocess.run([TOOL, "build", tree, target, *options], check=True, stdout=subprocess.DEVNULL)

@@ -1,4 +1,4 @@
-// The inner parts, by themselves: nanoseconds for each record, bytes for each second.
+// Single parts: nanoseconds for each record, bytes for each second.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -19,7 +19,7 @@
 namespace velmora {
 namespace {
 
-// A folder of its own, for cache and log.
+// A folder for the cache and the log.
 const bool inFolder = [] {
   const auto folder = std::filesystem::temp_directory_path() / "velmora-inner-bench";
   std::filesystem::create_directories(folder);

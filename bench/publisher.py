@@ -1,4 +1,4 @@
-"""Figures of velmora-publish beside other programs that do the same work. See whole_process.py."""
+"""Compares velmora-publish with other programs that do the same work. See whole_process.py."""
 
 import argparse
 import os
@@ -9,7 +9,7 @@ from common import (ROOT, TOOL, Server, Table, Usage, alternate, machine, make_s
 
 
 def make_mixed(place):
-    """1 GiB of this machine's own programs and documents: what compresses and what doesn't, by nature."""
+    """1 GiB of this machine's own programs and documents, of which some compress well and some don't."""
     tree = os.path.join(place, "mixed")
     if os.path.exists(tree):
         return tree

@@ -1,6 +1,6 @@
-// What one record costs, for scripts/instructions.sh: each step of a start with nothing to do,
-// once, over ten thousand records, in an empty folder given as the working directory. Prints the
-// number of records.
+// For scripts/instructions.sh, which counts what one record costs: runs each step of a start with
+// nothing to do, once, on ten thousand records. Start it in an empty folder. Prints the number of
+// records.
 #include <cstdio>
 #include <string>
 

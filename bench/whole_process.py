@@ -1,9 +1,9 @@
-"""Whole-process figures of the native patcher beside other programs that do the same work.
+"""Compares whole processes of the native patcher with other programs that do the same work.
 
-Called by scripts/bench.sh, which installs what is needed. A round makes all data anew below one folder,
-serves it with a fresh nginx on a loopback port, and alternates runs of ours and of the peer's, so that
-whatever else the machine does hits both. The tables tell the median of all rounds, and their lowest and
-highest. With --document they go into docs/performance.md.
+Called by scripts/bench.sh, which installs what is needed. Each round creates all data anew in one folder,
+serves it with a new nginx on a loopback port, and alternates our runs and the peer's, so that other load
+affects both. The tables show the median of all rounds, the lowest and the highest. With --document they are
+written to docs/performance.md.
 """
 
 import argparse
@@ -20,7 +20,7 @@ from common import (ROOT, Server, Table, Usage, alternate, clean_installation, f
                     replace, rounds_of, sh, sums, three_to_one)
 
 
-# --- Works.
+# --- Tasks.
 
 
 def full_check(place, turns, table):
@@ -74,7 +74,7 @@ def first_installation(place, turns, table):
     config = os.path.join(place, "curl.config")
     numbers = itertools.count()
 
-    # A new folder for each run: a file system may take long to give away what was deleted just before.
+    # A new folder for each run: a file system may be slow to reuse the space of files just deleted.
     def folder():
         path = os.path.join(place, f"installed{next(numbers)}")
         os.mkdir(path)
@@ -127,12 +127,12 @@ def one_file(place, turns, table):
         shutil.rmtree(target)
 
 
-# --- What a crowd costs the server and the line.
+# --- What a crowd costs the server and the network.
 
 
 class Crowd:
-    """200 patchers, each of a user of its own, since those of one user keep each other out, and 200 curl
-    that fetch the same files. Also on port 80, where patchers ask for enable.cdn."""
+    """200 patchers, and 200 curl that fetch the same files. Each patcher runs as a user of its own: one user
+    can't run two. The server also listens on port 80, where patchers ask for enable.cdn."""
 
     def __init__(self):
         self.costs = {}
@@ -145,7 +145,7 @@ class Crowd:
         publication = publish(tree, place, "--compress", "never")
         folder = os.path.join(place, "crowd")
         patcher = "bash -c 'printf \"wait\\nclose\\n\" | ./VelmoraUpdate.exe >/dev/null'"
-        # A server for each measurement, so that its log and its processor time are of this one alone.
+        # A new server for each measurement, so that its log and processor time belong to that one.
         for name in ("200 patchers", "200 `curl`"):
             with Server(os.path.join(place, "nginx"), publication, "listen 127.0.0.1:80;") as server:
                 urls = " ".join(f"-o f{i}.dat http://127.0.0.1:{server.port}/game/d000/f{i:07}.dat"
@@ -195,7 +195,7 @@ class Crowd:
 
 
 def growth(place, turns):
-    """Seconds per record of a start with nothing to do, by the number of records."""
+    """Seconds for each record of a start with nothing to do, by the number of records."""
     empty = hashlib.sha1(b"").hexdigest().upper()
     points = []
     for count in (1_000, 10_000, 100_000, 1_000_000):
@@ -226,7 +226,7 @@ def growth_text(points):
 
 
 def growth_plot(points):
-    """Microseconds for each record over the number of records, the latter on a logarithmic scale."""
+    """Microseconds for each record, over the number of records on a logarithmic scale."""
     width, height, left, bottom = 560, 300, 60, 50
     top = max(seconds / count * 1e6 for count, seconds, _ in points) * 1.15
     def at(count, value):

@@ -1,4 +1,4 @@
-# Compiler options that hold for every target of the project.
+# Compiler options of every target.
 add_library(velmora_options INTERFACE)
 target_include_directories(velmora_options INTERFACE ${CMAKE_SOURCE_DIR}/src)
 target_compile_options(velmora_options INTERFACE
@@ -9,7 +9,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   target_compile_options(velmora_options INTERFACE -Wno-restrict)
 endif()
 
-# Sources are UTF-8; the texts in the program are code page 932.
+# Sources are UTF-8; the program's texts are code page 932.
 if(VELMORA_CODE_PAGE_932 AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(velmora_options INTERFACE -fexec-charset=CP932)
 endif()
@@ -20,8 +20,8 @@ if(VELMORA_SANITIZE)
   target_link_options(velmora_options INTERFACE -fsanitize=${VELMORA_SANITIZE})
 endif()
 
-# A 32-bit program gets all 4 GiB of its addresses from a 64-bit Windows only if it asks for them; a
-# file of the game is in memory whole.
+# On a 64-bit Windows a 32-bit program can use 4 GiB of addresses only if it asks for them. A file of the
+# game is kept in memory whole.
 if(WIN32 AND CMAKE_SIZEOF_VOID_P EQUAL 4)
   target_link_options(velmora_options INTERFACE -Wl,--large-address-aware)
 endif()

@@ -224,6 +224,10 @@ static std::vector<Problem> Check(const Answer& sent, const std::vector<std::siz
       const auto* const bytes = reinterpret_cast<const std::uint8_t*>(taken.data());
       if (!sink.TakeBytes(bytes, taken.size())) return DeliveryEnd::kUnwanted;
       rest.erase(0, wanted);
+      const std::int32_t announced = ToNumber(head.length.value_or(""));
+      Require(head.status != 200 || head.length != std::to_string(announced) ||
+                  sent.body.size() - rest.size() <= static_cast<std::size_t>(announced),
+              "nothing beyond the announced length is taken", sent.body);
     }
     return sent.breaks ? DeliveryEnd::kBroken : DeliveryEnd::kEnded;
   });

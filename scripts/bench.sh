@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Measures the native programs beside other programs that do the same work, in the same run, and writes
-# the tables of docs/performance.md. Data and results go below build/bench (some 12 GiB).
+# Compares the native programs with other programs that do the same work, and writes the tables of
+# docs/performance.md. Data and results go to build/bench (some 12 GiB).
 #
-#   bench.sh               all of it, in five rounds: an hour or so
-#   bench.sh patcher ...   works of the patcher: check, many, install, one, crowd, growth
-#   bench.sh publish ...   works of velmora-publish: build, build-one, verify
-#   bench.sh inner         the inner parts alone, with Google Benchmark
+#   bench.sh               everything, in five rounds: about an hour
+#   bench.sh patcher ...   tasks of the patcher: check, many, install, one, crowd, growth
+#   bench.sh publish ...   tasks of velmora-publish: build, build-one, verify
+#   bench.sh inner         single parts, with Google Benchmark
 #
-# Named works are printed; only a run of all works of a kind goes into the document.
+# Named tasks are only printed. A run of all tasks of a kind is written to the document.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/own_network.sh

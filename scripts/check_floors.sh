@@ -43,5 +43,5 @@ while IFS= read -r line; do
   complain "src/$line asks for its system"
 done < <(grep -rnE '^#\s*if.*(_WIN32|__linux__|__unix__)' "${portable[@]}" || true)
 
-[[ $broken -eq 0 ]] && echo "Floors: nothing includes upward."
+[[ $broken -eq 0 ]] && echo "Layers: nothing includes upward."
 exit $broken

@@ -1,7 +1,7 @@
-# Sourced by scripts that want real game data: a Debian package, unpacked and not installed.
+# Sourced by scripts that need real game data: a Debian package, unpacked and not installed.
 
-# unpack_game PACKAGE FOLDER: the package's files below FOLDER/PACKAGE, which is made anew. Needs the
-# package lists, and gets them if the download fails without.
+# unpack_game PACKAGE FOLDER: unpacks the package to FOLDER/PACKAGE, which is recreated. Needs the package
+# lists, and fetches them if the download fails.
 unpack_game() {
   local package=$1 folder=$2 as_root=()
   [[ $(id -u) -eq 0 ]] || as_root=(sudo)

@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Installs the Debian packages of the groups named, those that are missing: build, demo, bench, check,
-# fuzz, windows.
+# Installs the missing Debian packages of the groups named: build, demo, bench, check, fuzz, windows.
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libncurses-dev
@@ -32,7 +31,7 @@ installed() { [[ $(dpkg-query -W -f '${Status}' "$1" 2>/dev/null) == *"ok instal
 as_root=()
 [[ $(id -u) -eq 0 ]] || as_root=(sudo)
 
-# Wine takes its code page from the locale: Windows programs of this project want a Japanese one.
+# Wine takes its code page from the locale: this project's Windows programs need a Japanese one.
 make_locale() {
   [[ " $* " == *" windows "* ]] || return 0
   locale -a | grep -qix 'ja_JP\.utf-\?8' || "${as_root[@]}" localedef -i ja_JP -f UTF-8 ja_JP.UTF-8
@@ -55,8 +54,8 @@ echo "Installing: ${missing[*]}"
 had_nginx=false
 installed nginx && had_nginx=true
 
-# nginx comes as a service, which would listen to the whole network. While this file stands, installing
-# starts no service.
+# Debian starts nginx as a service that listens to the whole network. While this file exists, installing a
+# package starts no service.
 policy=/usr/sbin/policy-rc.d
 if [[ ! -e $policy ]]; then
   trap '"${as_root[@]}" rm -f "$policy"' EXIT
@@ -75,7 +74,7 @@ if ! { "${apt[@]}" update && "${apt[@]}" install -y --no-install-recommends "${m
 fi
 rm -f "$log"
 
-# Nor shall it start with the machine.
+# Nor should it start with the machine.
 if ! $had_nginx && installed nginx; then
   "${as_root[@]}" env PATH="$PATH:/usr/sbin:/sbin" update-rc.d nginx disable >/dev/null
 fi

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Publishes two real games' files, the second with names that are hard on everything added, and installs
-# them with both patchers, the native one and the Windows program under Wine, into empty folders. Fails
-# unless the publications are in order and all installations equal their trees, byte for byte.
+# Publishes two real games' files, the second with difficult names added, and installs them into empty folders
+# with both patchers: the native one, and the Windows program under Wine. Fails unless the publications pass
+# all checks and all installations equal their trees, byte for byte.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 place=$PWD/build/real-trees
@@ -27,7 +27,7 @@ trap 'exit 130' INT
 trap 'exit 143' TERM
 start_windows "$place" || fail "no Windows"
 
-# Names in code page 932: kanji that end in 5C, katakana, a blank, what a request escapes, a deep path.
+# Names in code page 932: kanji that end in 5C, katakana, a space, what a request escapes, a deep path.
 odd_names() {
   python3 - "$1" <<'PYTHON'
 import os, sys
@@ -42,8 +42,8 @@ for i, name in enumerate(names):
 PYTHON
 }
 
-# Compares two trees by their bytes. Wine stores names as UTF-8; with "utf-8" for the second argument
-# they are turned back. What patchers keep for themselves doesn't count.
+# same_tree TREE OTHER bytes|utf-8: compares two trees. Wine stores names as UTF-8; "utf-8" converts those of
+# OTHER back. The patcher's own files don't count.
 same_tree() {
   python3 - "$1" "$2" "$3" <<'PYTHON'
 import hashlib, os, sys

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Shows the main job on real data: publishes a real game's files, serves them with nginx on a loopback
-# port, and lets the patcher bring an installation into line with them: from nothing, with nothing to
-# do, after damage, and when a new patcher is published. Fails if the trees differ at the end.
+# Demonstrates the patcher on real data: publishes a real game's files, serves them with nginx on a loopback
+# port, and updates an installation: from nothing, with nothing to do, after damage, and when a new patcher
+# is published. Fails if the trees differ at the end.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -25,14 +25,14 @@ scripts/build.sh native VelmoraUpdate velmora-publish
 rm -rf "$demo"/{tree,server,earlier.dat,installed,nginx}
 mkdir -p "$demo"/{server,installed}
 cp -rL "$demo/unpacked/$package/usr/share/games/neverball" "$demo/tree"
-# A stand-in for the game client, which writes down how it was started.
+# Replaces the game client, and records how it was started.
 cat >"$demo/tree/Game.exe" <<'GAME'
 #!/bin/sh
 echo "Game.exe in $PWD with $# arguments: $*" >"$PWD/game-was-started"
 GAME
 cp build/native/VelmoraUpdate.exe "$demo/tree/"
 
-# --- The web server, ended on every way out.
+# --- The web server, stopped however the script ends.
 
 trap stop_web_server EXIT
 start_web_server "$demo/nginx" "$demo/server" || fail "no web server"
@@ -41,8 +41,7 @@ start_web_server "$demo/nginx" "$demo/server" || fail "no web server"
 
 tool=build/native/velmora-publish
 
-# publish OPTIONS...: builds what the server offers, checks it, and tells what it costs players of the
-# earlier publication.
+# publish OPTIONS...: builds the publication, checks it, and prints what it costs players of the earlier one.
 publish() {
   local earlier=()
   if [[ -e $demo/server/hashlist.dat ]]; then
@@ -56,7 +55,7 @@ publish() {
   echo "   verify: $($tool verify "http://127.0.0.1:$port/game" | tail -1)"
 }
 
-# patch COMMANDS...: runs the patcher in the installation with this script.
+# patch COMMANDS...: runs the patcher in the installation with these commands.
 patch() {
   : >"$demo/nginx/access.log"
   local start
@@ -125,7 +124,7 @@ for _ in $(seq 100); do [[ -e $demo/installed/game-was-started ]] && break; slee
 echo "   told the player: $(head -1 "$demo/patcher.err")"
 echo "   $(cat "$demo/installed/game-was-started")"
 cmp "$demo/tree/VelmoraUpdate.exe" "$demo/installed/VelmoraUpdate.exe"
-[[ ! -e $demo/installed/_VelmoraUpdate.exe ]] || fail "the copy is left behind"
+[[ ! -e $demo/installed/_VelmoraUpdate.exe ]] || fail "the copy is still there"
 grep -aq 'Deleted temporary files' <(tail -1 "$demo/installed/session.log")
 same_trees
 

@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds everything and runs every test: natively, under the sanitizers, and as
-# Windows programs under Wine; before that the order of the floors, format and lints. With --quick: the
-# native build and its tests alone.
+# Installs what is missing, builds everything, checks includes, format and lints, and runs every test: natively,
+# under the sanitizers, and as Windows programs under Wine. With --quick: only the native build and its tests.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/own_network.sh
@@ -28,12 +27,12 @@ fi
 
 scripts/install_packages.sh build demo check windows
 
-# Mostly downloads, so it is made beside the rest.
+# Mostly downloads, so it runs in the background.
 mkdir -p build
 scripts/wine32_root.sh --prepare >build/wine32-prepare.log 2>&1 &
 wine32=$!
 
-step "Floors, format, lints"
+step "Layers, format, lints"
 scripts/check_floors.sh
 scripts/lint.sh --quick
 
@@ -46,8 +45,8 @@ done
 step "Memory check"
 scripts/valgrind.sh
 
-# Under Wine, all programs of one prefix share a desktop: one test at a time. Hostile answers take longer
-# there, so fewer of them.
+# Under Wine, all programs of one prefix share a desktop: one test at a time. Hostile responses take longer
+# there, so fewer of them are tried.
 VELMORA_CASES=100 run_suite win64 1
 
 step "The 32-bit program, driven by its windows"
@@ -57,7 +56,7 @@ result=0
 scripts/wine32_root.sh build/win32/windows_process_test.exe --gtest_brief=1 || result=$?
 case $result in
   0) ;;
-  77) echo "No 32-bit Wine can be had here: the 64-bit program has run in its place." ;;
+  77) echo "32-bit Wine is unavailable here: only the 64-bit program was tested." ;;
   *) fail "win32: tests fail" ;;
 esac
 

@@ -1,13 +1,13 @@
-# Sourced by scripts that serve a publication with nginx on a loopback port, in the way that the
-# documentation recommends. The caller ends $server_pid on every way out.
+# Sourced by scripts that serve a publication with nginx on a loopback port, as the documentation recommends.
+# The caller must call stop_web_server however it ends.
 
-# start_web_server FOLDER PUBLICATION [CONFIGURATION...]: serves PUBLICATION as /game/; logs and all else
-# of the server go into FOLDER. Each CONFIGURATION is a line for the server. Sets port and server_pid.
+# start_web_server FOLDER PUBLICATION [CONFIGURATION...]: serves PUBLICATION as /game/. Logs and the server's
+# other files go to FOLDER. Each CONFIGURATION is a line for the server. Sets port and server_pid.
 start_web_server() {
   local folder=$1 publication=$2
   local docs
   docs=$(cd "$(dirname "${BASH_SOURCE[0]}")/../docs" && pwd)
-  PATH=$PATH:/usr/sbin  # where Debian keeps nginx, and where a user's path doesn't lead
+  PATH=$PATH:/usr/sbin  # where Debian installs nginx, not in a user's PATH
   port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
   mkdir -p "$folder"
   : >"$folder/access.log"

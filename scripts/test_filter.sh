@@ -6,7 +6,7 @@ test_filter() {
   local patterns pattern
   IFS=: read -ra patterns <<<"$1"
   for pattern in "${patterns[@]}"; do
-    "${@:2}" --gtest_list_tests --gtest_filter="$pattern" | grep -q '^  ' ||
+    "${@:2}" --gtest_list_tests --gtest_filter="$pattern" | grep '^  ' >/dev/null ||
       { echo "no test of ${*: -1} matches $pattern" >&2; return 1; }
   done
   echo "--gtest_filter=$1"

@@ -135,19 +135,24 @@ TEST_F(Publication, CompressesWhatPays) {
       {"half", Noise(50000) + std::string(50000, 'x')},
       // What doesn't compress at its beginning isn't tried to its end.
       {"late", Noise(4 * kBlockSize) + std::string(8 * kBlockSize, 'x')},
+      {"early", std::string(8 * kBlockSize, 'x') + Noise(5 * kBlockSize)},
       {"empty", ""}};
   for (const auto& path : {"text", "sub.png/text", "a.PnG", "b.own", "png"}) tree[path] = text;
   for (const auto& path : {deep, name}) tree[path] = text;
   for (const auto& [path, content] : tree) WriteFile("tree/" + path, content);
   const Names types = CompressedTypes();
-  const Names all = {"a.PnG", "b.own", "half", "late", "noise", "png", "sub.png/text", "text"};
+  const Names all = {"a.PnG", "b.own", "early",        "half", "late",
+                     "noise", "png",   "sub.png/text", "text"};
   for (const auto& [compress, paysFrom, plainTypes, compressed] :
        std::vector<std::tuple<Compress, unsigned, Names, Names>>{
            {Compress::kNever, 5, {}, {}},
-           {Compress::kPays, 5, types, {"b.own", "half", "png", "sub.png/text", "text"}},
-           {Compress::kPays, 51, {"own"}, {"a.PnG", "png", "sub.png/text", "text"}},
+           {Compress::kPays, 5, types, {"b.own", "early", "half", "png", "sub.png/text", "text"}},
+           {Compress::kPays, 51, {"own"}, {"a.PnG", "early", "png", "sub.png/text", "text"}},
            {Compress::kPays, 99, {}, {}},
-           {Compress::kPays, 0, {}, {"a.PnG", "b.own", "half", "png", "sub.png/text", "text"}},
+           {Compress::kPays,
+            0,
+            {},
+            {"a.PnG", "b.own", "early", "half", "png", "sub.png/text", "text"}},
            {Compress::kAlways, 5, types, all}}) {
     fs::remove_all("out");
     options_.payload = {HashKind::kSha1, compress, paysFrom, plainTypes, nullptr};

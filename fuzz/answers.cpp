@@ -16,6 +16,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "base/data_block.h"
 #include "base/text.h"
 #include "engine/download.h"
 #include "engine/install.h"
@@ -24,7 +25,6 @@
 #include "engine/update_state.h"
 #include "engine/verify_cache.h"
 #include "platform/http.h"
-#include "platform/memory.h"
 #include "platform/posix/native_path.h"
 #include "publish/verify/payload_check.h"
 #include "settings/patcher_settings.h"
@@ -109,16 +109,19 @@ static Answer answer("");
 
 }  // namespace velmora::fuzz
 
+// Blocks beyond a small memory are unavailable.
+bool velmora::DataBlock::Allocate(std::size_t size) {
+  Release();
+  return size <= fuzz::kMemory && Hold(std::malloc(size + 1), size);
+}
+bool velmora::DataBlock::AllocateZeroed(std::size_t size) {
+  Release();
+  return size <= fuzz::kMemory && Hold(std::calloc(size + 1, 1), size);
+}
+
 namespace velmora::platform {
 
 using fuzz::answer;
-
-// Blocks beyond a small memory are unavailable.
-void* AllocateMemory(std::size_t size, bool zeroed) {
-  if (size > fuzz::kMemory) return nullptr;
-  return zeroed ? std::calloc(size, 1) : std::malloc(size);
-}
-void FreeMemory(void* block, std::size_t) { std::free(block); }
 
 HttpHandle OpenHttpSession(const char*) { return 1; }
 void SetHttpTimeouts(HttpHandle, std::uint32_t) {}

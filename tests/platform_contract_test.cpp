@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <limits>
 #include <map>
 #include <string>
 #include <thread>
@@ -18,7 +16,6 @@
 #include "platform/digest.h"
 #include "platform/files.h"
 #include "platform/ini.h"
-#include "platform/memory.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
 #include "platform/url.h"
@@ -52,11 +49,12 @@ class FilesContract : public ::testing::Test {
 
   using Entries = std::multimap<std::string, bool>;  // name, whether it is a directory
 
-  static Entries Listed(const std::string& searchPath) {
-    DirectorySearch search(searchPath);
-    EXPECT_TRUE(search.Started()) << searchPath;
+  static Entries Listed(const std::string& directory) {
     Entries entries;
-    for (DirectoryEntry entry; search.Next(entry);) entries.emplace(entry.name, entry.isDirectory);
+    const auto listed = ListDirectory(directory);
+    for (const DirectoryEntry& entry : listed.value()) {
+      entries.emplace(entry.name, entry.isDirectory);
+    }
     return entries;
   }
 
@@ -164,8 +162,8 @@ TEST_F(FilesContract, LinksAreRemovedThemselvesAndNeverReplaced) {
   fs::create_directory_symlink("elsewhere", "to folder", error);
   if (!error) fs::create_symlink("elsewhere/kept", "to file", error);
   if (error) GTEST_SKIP() << "no links can be made here: " << error.message();
-  DirectorySearch search(".\\*");
-  for (DirectoryEntry entry; search.Next(entry);) {
+  const auto entries = ListDirectory(".\\");
+  for (const DirectoryEntry& entry : entries.value()) {
     EXPECT_EQ(entry.isDirectoryLink, entry.name == "to folder") << entry.name;
     EXPECT_FALSE(entry.isDirectory && entry.isDirectoryLink);
   }
@@ -195,7 +193,7 @@ TEST_F(FilesContract, ABackslashInsideACharacterSeparatesNothing) {
   Write(directory + "\\" + name, "inside");
   EXPECT_EQ(Contents(directory + "\\" + name), "inside");
   EXPECT_FALSE(FileExists(name));
-  EXPECT_EQ(Listed(".\\" + directory + "\\*"), (Entries{{".", true}, {"..", true}, {name, false}}));
+  EXPECT_EQ(Listed(".\\" + directory + "\\"), (Entries{{".", true}, {"..", true}, {name, false}}));
   EXPECT_TRUE(RemoveFile(directory + "\\" + name));
   EXPECT_TRUE(RemoveEmptyDirectory(directory));
 }
@@ -240,22 +238,19 @@ TEST_F(FilesContract, TheProgramOfARunningProcessStays) {
   EXPECT_TRUE(RemoveFile("copy of it"));
 }
 
-TEST_F(FilesContract, DirectorySearchGivesEveryEntryWithItsKind) {
+TEST_F(FilesContract, ListDirectoryReturnsEveryEntryWithItsKind) {
   fs::create_directories("data/inner/deeper");
   for (const char* const name : {"a.txt", ".hidden", "no extension"}) {
     Write(std::string("data\\") + name, "");
   }
-  EXPECT_EQ(Listed("data\\*"), (Entries{{".", true},
-                                        {"..", true},
-                                        {"inner", true},
-                                        {"a.txt", false},
-                                        {".hidden", false},
-                                        {"no extension", false}}));
-  for (const char* const path : {"missing\\*", "data\\a.txt\\*", ".\\missing\\below\\*"}) {
-    DirectorySearch search(path);
-    EXPECT_FALSE(search.Started()) << path;
-    DirectoryEntry entry;
-    EXPECT_FALSE(search.Next(entry)) << path;
+  EXPECT_EQ(Listed("data\\"), (Entries{{".", true},
+                                       {"..", true},
+                                       {"inner", true},
+                                       {"a.txt", false},
+                                       {".hidden", false},
+                                       {"no extension", false}}));
+  for (const char* const path : {"missing\\", "data\\a.txt\\", ".\\missing\\below\\"}) {
+    EXPECT_FALSE(ListDirectory(path)) << path;
   }
 }
 
@@ -526,37 +521,6 @@ TEST(DigestContract, FailuresComeWithAReason) {
   for (const std::int32_t error : errors) EXPECT_NE(error, 0);
   for (const DigestHandle handle : {digest, DigestHandle{0}}) DestroyDigest(handle);
   for (const DigestHandle handle : {provider, DigestHandle{0}}) CloseDigestProvider(handle);
-}
-
-// --- memory.h
-
-// Blocks that follow each other, grow, shrink and stand beside each other.
-TEST(MemoryContract, BlocksAreTheCallersAndZeroedOnesZero) {
-  constexpr std::size_t kMiB = std::size_t{1} << 20;
-  const auto isFilledWith = [](const void* block, int byte, std::size_t size) {
-    const auto* bytes = static_cast<const char*>(block);
-    return bytes[0] == byte && std::memcmp(bytes, bytes + 1, size - 1) == 0;
-  };
-  void* neighbour = AllocateMemory(8 * kMiB, true);
-  ASSERT_NE(neighbour, nullptr);
-  for (const std::size_t size : {kMiB, 6 * kMiB, 6 * kMiB, 9 * kMiB + 5, 5 * kMiB, std::size_t{7},
-                                 40 * kMiB, 4 * kMiB, 33 * kMiB}) {
-    void* const block = AllocateMemory(size, true);
-    ASSERT_NE(block, nullptr) << size;
-    EXPECT_TRUE(isFilledWith(block, 0, size)) << size;
-    std::memset(block, 0x55, size);
-    EXPECT_TRUE(isFilledWith(neighbour, 0, 8 * kMiB)) << size;
-    FreeMemory(block, size);
-  }
-  void* const plain = AllocateMemory(12 * kMiB, false);
-  ASSERT_NE(plain, nullptr);
-  std::memset(plain, 0x55, 12 * kMiB);
-  EXPECT_TRUE(isFilledWith(neighbour, 0, 8 * kMiB));
-  FreeMemory(neighbour, 8 * kMiB);
-  EXPECT_TRUE(isFilledWith(plain, 0x55, 12 * kMiB));
-  FreeMemory(plain, 12 * kMiB);
-  EXPECT_EQ(AllocateMemory(std::numeric_limits<std::size_t>::max() / 2, true), nullptr);
-  FreeMemory(nullptr, 0);
 }
 
 // --- clock.h

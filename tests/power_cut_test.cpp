@@ -143,11 +143,7 @@ bool OutputFile::Flush() {
 }
 bool OutputFile::Close() { return true; }
 
-struct DirectorySearch::Listing {};
-DirectorySearch::DirectorySearch(const std::string&) {}
-DirectorySearch::~DirectorySearch() = default;
-bool DirectorySearch::Started() const { return false; }
-bool DirectorySearch::Next(DirectoryEntry&) { return false; }
+std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string&) { return {}; }
 
 std::int32_t LastSystemError() { return 1; }
 std::string SystemErrorText(std::int32_t) { return "refused"; }

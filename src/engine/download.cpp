@@ -5,10 +5,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "base/data_block.h"
 #include "base/text.h"
 #include "base/texts.h"
 #include "engine/install.h"
@@ -17,7 +18,6 @@
 #include "engine/update_state.h"
 #include "engine/verify_cache.h"
 #include "engine/verify_hash.h"
-#include "platform/data_block.h"
 #include "platform/dialog.h"
 #include "platform/files.h"
 #include "platform/http.h"
@@ -31,9 +31,6 @@ constexpr std::size_t kHeaderBuffer = 32;
 constexpr std::size_t kMaxMessageText = 255;
 constexpr char kPatcherFile[] = "VelmoraUpdate.exe";
 
-// Raised inside the guarded region after the failure was logged and shown.
-constexpr bool kDownloadFailed = true;
-
 void ShowError(const std::string& text) {
   platform::ShowMessageBox(std::string(CutText(text, kMaxMessageText)), texts::kErrorCaption,
                            platform::kBoxError);
@@ -44,161 +41,192 @@ std::int32_t QueryNumber(platform::HttpField field, std::int32_t fallback) {
   return text ? ToNumber(*text) : fallback;
 }
 
-// The status of the answer; 0 if there is none.
-std::int32_t SendRequest(const FileRecord& record) {
-  const auto requestPath = RequestPath(Settings.DataPath, record);
+// Ends a download. The log and the player have been told by then.
+struct DownloadFailed {};
+
+class Download {
+ public:
+  explicit Download(const FileRecord& record) : record_(record) {}
+
+  void Run() {
+    SendRequest();
+    ReceiveTransfer();
+    CheckTransferHash();
+    ExpandContent();
+    Install();
+    RememberVerified(record_);
+  }
+
+ private:
+  void SendRequest();
+  void ReceiveTransfer();
+  std::uint32_t ReadChunk(std::uint32_t received, std::uint32_t available);
+  void CheckTransferHash();
+  void ExpandContent();
+  void Install();
+
+  void AllocateOrFail(DataBlock& block, std::int32_t size, std::int32_t indicated,
+                      std::int32_t received);
+  void ShowFileError(std::int32_t error);
+  [[noreturn]] void FailStatus(std::int32_t status);
+  [[noreturn]] void FailRead(std::uint32_t received);
+  [[noreturn]] void FailShort(std::int32_t indicated, std::uint32_t received);
+  [[noreturn]] void FailHash();
+  [[noreturn]] void FailExpand();
+  [[noreturn]] void FailDirectory(std::int32_t error);
+  [[noreturn]] void FailCreate(std::int32_t error);
+  [[noreturn]] void FailWrite(std::int32_t error);
+
+  const FileRecord& record_;
+  DataBlock block_;         // what the server sent; once expanded, what the file will hold
+  std::size_t length_ = 0;  // of what the file will hold
+};
+
+void Download::SendRequest() {
+  const auto requestPath = RequestPath(Settings.DataPath, record_);
   if (!requestPath) {
-    LogMessage("Request refused, its path is too long : file %s \n", record.path.c_str());
-    return 0;
+    LogMessage("Request refused, its path is too long : file %s \n", record_.path.c_str());
+    FailStatus(0);
   }
   RequestHandle = platform::OpenHttpGet(ConnectionHandle, *requestPath);
   platform::SendHttpRequest(RequestHandle);
-  return QueryNumber(platform::HttpField::kStatusCode, 0);
+  const std::int32_t status = QueryNumber(platform::HttpField::kStatusCode, 0);
+  if (status != 200) FailStatus(status);
 }
 
-bool FailStatus(const FileRecord& record, std::int32_t status) {
-  LogMessage(texts::kLogFileStatus, status, record.path.c_str());
-  ShowError(FormatText(texts::kNotOnServer, record.path.c_str()));
-  UpdateState = kNotRunning;
-  return false;
-}
-
-// Failures of the guarded region.
-
-[[noreturn]] void FailRead(const FileRecord& record, std::uint32_t received) {
-  LogMessage("[Error] InternetReadFile() :: %s : %d\n", record.path.c_str(),
-             static_cast<std::int32_t>(received));
-  ShowError(texts::kConnectionLost);
-  throw kDownloadFailed;
-}
-
-[[noreturn]] void FailShort(const FileRecord& record, std::int32_t indicated,
-                            std::uint32_t received) {
-  LogMessage(
-      "[Error] Download Failed(Insufficient File data has been read):: %s : IndicatedSize:%d "
-      "ActualRead:%d\n",
-      record.path.c_str(), indicated, static_cast<std::int32_t>(received));
-  ShowError(texts::kConnectionLost);
-  throw kDownloadFailed;
-}
-
-[[noreturn]] void FailHash(const FileRecord& record) {
-  LogMessage("Error Invalid Hash : file %s Hash is %s \n", record.path.c_str(),
-             record.transferHash.c_str());
-  ShowError(texts::kWrongData);
-  throw kDownloadFailed;
-}
-
-[[noreturn]] void FailExpand(const FileRecord& record) {
-  LogMessage("Error uncompress failed : file %s \n", record.path.c_str());
-  ShowError(texts::kExpandFailed);
-  throw kDownloadFailed;
-}
-
-void ShowFileError(const FileRecord& record, std::int32_t error) {
-  ShowError(FormatText(texts::kFileFailed, record.path.c_str(),
-                       platform::SystemErrorText(error).c_str()));
-}
-
-[[noreturn]] void FailDirectory(const FileRecord& record, std::int32_t error) {
-  ShowFileError(record, error);
-  LogMessage(texts::kLogNoDirectory, record.path.c_str());
-  throw kDownloadFailed;
-}
-
-[[noreturn]] void FailCreate(const FileRecord& record, std::int32_t error) {
-  ShowFileError(record, error);
-  LogMessage(texts::kLogNoFile, record.path.c_str(), error);
-  throw kDownloadFailed;
-}
-
-[[noreturn]] void FailWrite(const FileRecord& record, std::int32_t error) {
-  ShowFileError(record, error);
-  LogMessage(texts::kLogNoWrite, record.path.c_str(), error);
-  throw kDownloadFailed;
-}
-
-// A size that is no size, or more than can be had, ends like a transfer that brought too little.
-void AllocateOrFail(DataBlock& block, std::int32_t size, const FileRecord& record,
-                    std::int32_t indicated, std::uint32_t received) {
-  if (size >= 0 && block.AllocateZeroed(static_cast<std::size_t>(size))) return;
-  LogMessage("Couldn't allocate %d bytes : File %s \n", size, record.path.c_str());
-  FailShort(record, indicated, received);
-}
-
-// One chunk, straight into the transfer block. A chunk that would go beyond its end is counted and
-// not read: the server doesn't keep to what it announced, and there may be no end to it.
-std::uint32_t ReadChunk(DataBlock& transfer, std::uint32_t received, std::uint32_t available,
-                        const FileRecord& record) {
-  if (available > transfer.size() - received) {
-    FailShort(record, static_cast<std::int32_t>(transfer.size()), received + available);
-  }
-  std::uint32_t count = 0;
-  if (!platform::ReadHttp(RequestHandle, transfer.data() + received, available, count)) {
-    FailRead(record, received);
-  }
-  return count;
-}
-
-void Receive(DataBlock& transfer, std::int32_t indicated, const FileRecord& record) {
+void Download::ReceiveTransfer() {
+  const std::int32_t indicated = QueryNumber(platform::HttpField::kContentLength, -1);
+  AllocateOrFail(block_, indicated, indicated, 0);
   std::uint32_t received = 0;
   while (const std::uint32_t available = platform::QueryHttpDataAvailable(RequestHandle)) {
-    const std::uint32_t count = ReadChunk(transfer, received, available, record);
+    const std::uint32_t count = ReadChunk(received, available);
     if (count == 0) break;
     received += count;
     platform::SetBarPosition(platform::Control::kFileBar, static_cast<std::int32_t>(received));
   }
-  if (received != static_cast<std::uint32_t>(indicated)) FailShort(record, indicated, received);
+  if (received != block_.size()) FailShort(indicated, received);
 }
 
-// The file as it will stand on disk. The transfer block is given up as soon as it isn't needed.
-DataBlock Expand(DataBlock& transfer, std::size_t& outputLength, const FileRecord& record) {
-  const std::int32_t contentSize = ToNumber(record.contentSize);
-  const auto indicated = static_cast<std::int32_t>(transfer.size());
-  outputLength = static_cast<std::size_t>(std::max(contentSize, 0));
-  if (!record.compressed && contentSize == indicated) return std::move(transfer);
+// Reads straight into the block. A chunk that would go beyond its end is counted and not read: the
+// server has sent more than it announced, and there may be no end to it.
+std::uint32_t Download::ReadChunk(std::uint32_t received, std::uint32_t available) {
+  if (available > block_.size() - received) {
+    FailShort(static_cast<std::int32_t>(block_.size()), received + available);
+  }
+  std::uint32_t count = 0;
+  if (!platform::ReadHttp(RequestHandle, block_.data() + received, available, count)) {
+    FailRead(received);
+  }
+  return count;
+}
+
+void Download::CheckTransferHash() {
+  const auto size = static_cast<std::uint32_t>(block_.size());
+  if (!VerifyHash(block_.data(), size, record_.transferHash)) FailHash();
+}
+
+// A stream may expand to less than the listed size. A plain file is cut to it, or filled up with
+// zeros.
+void Download::ExpandContent() {
+  const std::int32_t contentSize = ToNumber(record_.contentSize);
+  const auto transferSize = static_cast<std::int32_t>(block_.size());
+  length_ = static_cast<std::size_t>(std::max(contentSize, 0));
+  if (!record_.compressed && contentSize == transferSize) return;
 
   DataBlock content;
-  AllocateOrFail(content, contentSize, record, indicated, static_cast<std::uint32_t>(indicated));
-  if (record.compressed) {
-    uLongf produced = static_cast<uLongf>(outputLength);
-    if (uncompress(content.data(), &produced, transfer.data(),
-                   static_cast<uLong>(transfer.size())) != Z_OK) {
-      FailExpand(record);
+  AllocateOrFail(content, contentSize, transferSize, transferSize);
+  if (record_.compressed) {
+    auto produced = static_cast<uLongf>(length_);
+    if (uncompress(content.data(), &produced, block_.data(), static_cast<uLong>(block_.size())) !=
+        Z_OK) {
+      FailExpand();
     }
-    outputLength = produced;
+    length_ = produced;
   } else {
-    std::memcpy(content.data(), transfer.data(), std::min(transfer.size(), content.size()));
+    std::memcpy(content.data(), block_.data(), std::min(block_.size(), content.size()));
   }
-  return content;
+  block_ = std::move(content);
 }
 
-void Install(const DataBlock& content, std::size_t length, const FileRecord& record) {
-  const InstallResult result = InstallFile(record, content, length);
+void Download::Install() {
+  const InstallResult result = InstallFile(record_, block_, length_);
   switch (result.step) {
     case InstallStep::kDone:
       return;
     case InstallStep::kDirectory:
-      FailDirectory(record, result.error);
+      FailDirectory(result.error);
     case InstallStep::kCreate:
-      FailCreate(record, result.error);
+      FailCreate(result.error);
     case InstallStep::kWrite:
-      FailWrite(record, result.error);
+      FailWrite(result.error);
   }
 }
 
-void DownloadAndInstall(const FileRecord& record) {
-  const std::int32_t indicated = QueryNumber(platform::HttpField::kContentLength, -1);
-  DataBlock transfer;
-  AllocateOrFail(transfer, indicated, record, indicated, 0);
-  Receive(transfer, indicated, record);
-  if (!VerifyHash(transfer.data(), static_cast<std::uint32_t>(indicated), record.transferHash)) {
-    FailHash(record);
-  }
-  std::size_t length = 0;
-  const DataBlock content = Expand(transfer, length, record);
-  Install(content, length, record);
-  RememberVerified(record);
+// A size that is negative, or larger than the memory allows, ends like a transfer that is too
+// short.
+void Download::AllocateOrFail(DataBlock& block, std::int32_t size, std::int32_t indicated,
+                              std::int32_t received) {
+  if (size >= 0 && block.AllocateZeroed(static_cast<std::size_t>(size))) return;
+  LogMessage("Couldn't allocate %d bytes : File %s \n", size, record_.path.c_str());
+  FailShort(indicated, static_cast<std::uint32_t>(received));
+}
+
+void Download::FailStatus(std::int32_t status) {
+  LogMessage(texts::kLogFileStatus, status, record_.path.c_str());
+  ShowError(FormatText(texts::kNotOnServer, record_.path.c_str()));
+  throw DownloadFailed();
+}
+
+void Download::FailRead(std::uint32_t received) {
+  LogMessage("[Error] InternetReadFile() :: %s : %d\n", record_.path.c_str(),
+             static_cast<std::int32_t>(received));
+  ShowError(texts::kConnectionLost);
+  throw DownloadFailed();
+}
+
+void Download::FailShort(std::int32_t indicated, std::uint32_t received) {
+  LogMessage(
+      "[Error] Download Failed(Insufficient File data has been read):: %s : IndicatedSize:%d "
+      "ActualRead:%d\n",
+      record_.path.c_str(), indicated, static_cast<std::int32_t>(received));
+  ShowError(texts::kConnectionLost);
+  throw DownloadFailed();
+}
+
+void Download::FailHash() {
+  LogMessage("Error Invalid Hash : file %s Hash is %s \n", record_.path.c_str(),
+             record_.transferHash.c_str());
+  ShowError(texts::kWrongData);
+  throw DownloadFailed();
+}
+
+void Download::FailExpand() {
+  LogMessage("Error uncompress failed : file %s \n", record_.path.c_str());
+  ShowError(texts::kExpandFailed);
+  throw DownloadFailed();
+}
+
+void Download::ShowFileError(std::int32_t error) {
+  ShowError(FormatText(texts::kFileFailed, record_.path.c_str(),
+                       platform::SystemErrorText(error).c_str()));
+}
+
+void Download::FailDirectory(std::int32_t error) {
+  ShowFileError(error);
+  LogMessage(texts::kLogNoDirectory, record_.path.c_str());
+  throw DownloadFailed();
+}
+
+void Download::FailCreate(std::int32_t error) {
+  ShowFileError(error);
+  LogMessage(texts::kLogNoFile, record_.path.c_str(), error);
+  throw DownloadFailed();
+}
+
+void Download::FailWrite(std::int32_t error) {
+  ShowFileError(error);
+  LogMessage(texts::kLogNoWrite, record_.path.c_str(), error);
+  throw DownloadFailed();
 }
 
 bool Contains(std::string_view path, std::string_view part) {
@@ -220,11 +248,9 @@ bool AsksForRestart(const FileRecord& record) {
 }  // namespace
 
 bool DownloadFile(const FileRecord& record) {
-  const std::int32_t status = SendRequest(record);
-  if (status != 200) return FailStatus(record, status);
   try {
-    DownloadAndInstall(record);
-  } catch (const bool) {
+    Download(record).Run();
+  } catch (const DownloadFailed&) {
     UpdateState = kNotRunning;
     return false;
   }

@@ -20,6 +20,8 @@ struct FileRecord {
   std::string contentSize;
   // The server holds the file as a zlib stream (RFC 1950) under `path` plus ".compressed".
   bool compressed = false;
+
+  bool operator==(const FileRecord&) const = default;
 };
 
 }  // namespace velmora

@@ -12,8 +12,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/data_block.h"
 #include "engine/file_record.h"
-#include "platform/data_block.h"
 
 namespace velmora {
 

@@ -112,14 +112,14 @@ bool RemoveItem(const std::string& path, const std::string& mode) {
 }
 
 bool RemoveFiles(const std::string& searchPath, const std::string& pattern) {
-  platform::DirectorySearch search(searchPath);
-  if (!search.Started()) {
+  const std::string directory = searchPath.substr(0, searchPath.size() - 1);
+  const auto entries = platform::ListDirectory(directory);
+  if (!entries) {
     LogMessage("RemoveFiles() : FindFirstFile() :: Couldn't find file %s.\n", searchPath.c_str());
     return false;
   }
-  const std::string directory = searchPath.substr(0, searchPath.size() - 1);
   bool result = true;
-  for (platform::DirectoryEntry entry; search.Next(entry);) {
+  for (const platform::DirectoryEntry& entry : *entries) {
     if (UpdateState == kCancelAsked) return false;
     if (!RemoveEntry(directory, entry, pattern)) result = false;
   }

@@ -5,12 +5,12 @@
 #include <string>
 #include <string_view>
 
+#include "base/data_block.h"
 #include "base/text.h"
 #include "base/texts.h"
 #include "engine/record_set.h"
 #include "engine/reference_list.h"
 #include "engine/update_state.h"
-#include "platform/data_block.h"
 #include "platform/dialog.h"
 #include "settings/patcher_settings.h"
 #include "settings/session_log.h"

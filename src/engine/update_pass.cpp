@@ -5,13 +5,13 @@
 #include <cstring>
 #include <string>
 
+#include "base/data_block.h"
 #include "base/text.h"
 #include "base/texts.h"
 #include "engine/download.h"
 #include "engine/update_state.h"
 #include "engine/verify_cache.h"
 #include "engine/verify_hash.h"
-#include "platform/data_block.h"
 #include "platform/dialog.h"
 #include "platform/files.h"
 #include "settings/session_log.h"
@@ -32,30 +32,41 @@ bool ReportMissing(const FileRecord& record) {
   return true;
 }
 
+// A block beyond this size is freed with its record: it may be long until the next large file.
+constexpr std::size_t kMaxKeptBlock = std::size_t{64} << 20;
+
+// The content of one local file after the other. The block is kept and grows, because new memory
+// for each file costs the system more than reading the file into it.
+struct FileContent {
+  DataBlock block;
+  std::uint32_t size = 0;  // of the file, at most the block's
+};
+
 enum class LocalFile { kMissing, kTooLarge, kRead };
 
 // Reads the file whole and closes it. A short read isn't told apart from a bad file: what is
 // missing counts as zeros, and the digest decides.
-LocalFile ReadLocalFile(const FileRecord& record, DataBlock& block) {
+LocalFile ReadLocalFile(const FileRecord& record, FileContent& content) {
   platform::InputFile file(record.path);
   if (!file.IsOpen()) return LocalFile::kMissing;
-  const std::uint32_t size = file.Size();
-  if (!block.Allocate(size)) {
-    LogMessage("Couldn't allocate %u bytes : File %s \n", size, record.path.c_str());
+  DataBlock& block = content.block;
+  content.size = file.Size();
+  const bool fits = block.data() != nullptr && content.size <= block.size();
+  if (!fits && !block.Allocate(content.size)) {
+    LogMessage("Couldn't allocate %u bytes : File %s \n", content.size, record.path.c_str());
     return LocalFile::kTooLarge;
   }
-  const std::uint32_t count = file.Read(block.data(), size);
-  std::memset(block.data() + count, 0, size - count);
+  const std::uint32_t count = file.Read(block.data(), content.size);
+  std::memset(block.data() + count, 0, content.size - count);
   return LocalFile::kRead;
 }
 
-bool NeedsUpdate(const FileRecord& record, bool isVouchedFor) {
+bool NeedsUpdate(const FileRecord& record, bool isVouchedFor, FileContent& content) {
   if (isVouchedFor) return !platform::FileExists(record.path) && ReportMissing(record);
-  DataBlock block;
-  const LocalFile local = ReadLocalFile(record, block);
+  const LocalFile local = ReadLocalFile(record, content);
   if (local == LocalFile::kMissing) return ReportMissing(record);
   if (local == LocalFile::kRead &&
-      VerifyHash(block.data(), static_cast<std::uint32_t>(block.size()), record.contentHash)) {
+      VerifyHash(content.block.data(), content.size, record.contentHash)) {
     RememberVerified(record);
     return false;
   }
@@ -67,8 +78,8 @@ std::int64_t TransferSize(const FileRecord& record) {
   return std::max(ToNumber(record.transferSize), 0);
 }
 
-// What comes after a record that the cache doesn't vouch for. It is summed up once in a run, and
-// never where the cache vouches for all.
+// Bytes that come after a record that the cache doesn't vouch for. They are summed up once in a
+// run, and never if the cache vouches for every record.
 std::int64_t BytesAfter(FileRecordSet::Iterator it, const FileRecordSet& updateSet) {
   if (BytesAhead != kUnknownBytes) {
     return std::max<std::int64_t>(BytesAhead - TransferSize(*it), 0);
@@ -84,13 +95,16 @@ std::int64_t BytesAfter(FileRecordSet::Iterator it, const FileRecordSet& updateS
 }  // namespace
 
 bool UpdatePass(const FileRecordSet& updateSet) {
+  FileContent content;
   std::int32_t index = 0;
   for (auto it = updateSet.begin(); it != updateSet.end(); ++it) {
     const FileRecord record = *it;
     if (UpdateState == kCancelAsked) return false;
     ShowRecord(record, index, updateSet.Count());
     const bool isVouchedFor = IsVerifiedUnchanged(record);
-    const bool needUpdate = NeedsUpdate(record, isVouchedFor);
+    const bool needUpdate = NeedsUpdate(record, isVouchedFor, content);
+    // A download needs the memory for itself.
+    if (needUpdate || content.block.size() > kMaxKeptBlock) content.block.Release();
 
     const std::int32_t transferSize = ToNumber(record.transferSize);
     platform::SetBarRange(Control::kFileBar, 0, transferSize);

@@ -8,9 +8,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace velmora::platform {
 
@@ -123,29 +124,15 @@ class OutputFile {
 
 struct DirectoryEntry {
   std::string name;
-  bool isDirectory = false;  // a link to a directory is none
+  bool isDirectory = false;  // not for a link to a directory
   bool isDirectoryLink = false;
 };
 
-// Lists a directory, hidden entries included, "." and ".." among them, in the system's order.
-// Entries that appear or vanish meanwhile may or may not be given.
-class DirectorySearch {
- public:
-  // `searchPath` is a directory's path followed by a backslash and an asterisk.
-  explicit DirectorySearch(const std::string& searchPath);
-  ~DirectorySearch();
-  DirectorySearch(const DirectorySearch&) = delete;
-  DirectorySearch& operator=(const DirectorySearch&) = delete;
-
-  // False if the directory doesn't exist or can't be listed.
-  [[nodiscard]] bool Started() const;
-  // Gives the next entry; false when there is none left.
-  [[nodiscard]] bool Next(DirectoryEntry& entry);
-
- private:
-  struct Listing;
-  std::unique_ptr<Listing> listing_;
-};
+// All entries of a directory, which is given with its last backslash: hidden ones, "." and ".."
+// too, in the system's order. One that appears or vanishes meanwhile may be missing or listed.
+// Nothing if the directory doesn't exist or can't be listed.
+[[nodiscard]] std::optional<std::vector<DirectoryEntry>> ListDirectory(
+    const std::string& directory);
 
 // The code of this thread's last failure of an operation in this header, and the system's text for
 // a code.

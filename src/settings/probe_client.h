@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/data_block.h"
+#include "base/data_block.h"
 #include "platform/http.h"
 
 namespace velmora {

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -367,24 +368,12 @@ bool OutputFile::Close() {
   return RecordError(close(file) == 0);
 }
 
-struct DirectorySearch::Listing {
-  std::vector<DirectoryEntry> entries;
-  std::size_t next = 0;
-};
-
 namespace {
 
 struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 using OpenDirectory = std::unique_ptr<DIR, CloseDirectory>;
-
-// The directory of a search path, with its last separator; empty if there is none.
-std::string_view SearchedDirectory(std::string_view searchPath) {
-  const std::size_t end = FindLastCharacter(searchPath, kBackslashOrSlash);
-  if (end == std::string_view::npos || searchPath.substr(end + 1) != "*") return {};
-  return searchPath.substr(0, end + 1);
-}
 
 bool IsOfType(DIR* directory, const dirent& entry, int flags, mode_t type) {
   struct stat status {};
@@ -405,35 +394,21 @@ bool IsDirectoryLink(DIR* directory, const dirent& entry) {
          (fstatat(dirfd(directory), entry.d_name, &status, 0) != 0 || S_ISDIR(status.st_mode));
 }
 
-// Reads all of a directory and closes it, so that a walk down a deep tree holds no descriptors and
-// can delete entries without confusing the listing. If reading breaks off, what was read counts.
-bool ReadEntries(const std::string& native, std::vector<DirectoryEntry>& entries) {
-  const OpenDirectory directory(opendir(native.c_str()));
-  if (directory == nullptr) return false;
-  while (const dirent* const entry = readdir(directory.get())) {
-    const bool isDirectory = IsDirectoryItself(directory.get(), *entry);
-    if (!CanBeElement(entry->d_name, isDirectory)) continue;
-    entries.push_back({entry->d_name, isDirectory, IsDirectoryLink(directory.get(), *entry)});
-  }
-  return true;
-}
-
 }  // namespace
 
-DirectorySearch::DirectorySearch(const std::string& searchPath) {
-  auto listing = std::make_unique<Listing>();
-  const std::string native = NativePath(SearchedDirectory(searchPath));
-  if (RecordError(ReadEntries(native, listing->entries))) listing_ = std::move(listing);
-}
-
-DirectorySearch::~DirectorySearch() = default;
-
-bool DirectorySearch::Started() const { return listing_ != nullptr; }
-
-bool DirectorySearch::Next(DirectoryEntry& entry) {
-  if (!Started() || listing_->next == listing_->entries.size()) return false;
-  entry = std::move(listing_->entries[listing_->next++]);
-  return true;
+// Closes the directory before anything is done with its entries: a walk down a deep tree holds no
+// descriptors, and what it deletes can't confuse the listing. A listing that breaks off holds what
+// it had read by then.
+std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string& directory) {
+  const OpenDirectory open(opendir(NativePath(directory).c_str()));
+  if (!RecordError(open != nullptr)) return std::nullopt;
+  std::vector<DirectoryEntry> entries;
+  while (const dirent* const entry = readdir(open.get())) {
+    const bool isDirectory = IsDirectoryItself(open.get(), *entry);
+    if (!CanBeElement(entry->d_name, isDirectory)) continue;
+    entries.push_back({entry->d_name, isDirectory, IsDirectoryLink(open.get(), *entry)});
+  }
+  return entries;
 }
 
 std::int32_t LastSystemError() { return lastError; }

@@ -9,7 +9,6 @@ add_library(velmora_platform STATIC
   platform/posix/files.cpp
   platform/posix/http.cpp
   platform/posix/ini.cpp
-  platform/posix/memory.cpp
   platform/posix/native_path.cpp
   platform/posix/paths.cpp
   platform/posix/processes.cpp

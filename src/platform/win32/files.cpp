@@ -304,11 +304,6 @@ bool OutputFile::Flush() { return FlushHandle(HandleOf(file_)); }
 
 bool OutputFile::Close() { return CloseIfOpen(std::exchange(file_, kNoFile)); }
 
-struct DirectorySearch::Listing {
-  std::vector<DirectoryEntry> entries;
-  std::size_t next = 0;
-};
-
 namespace {
 
 DirectoryEntry EntryOf(const WIN32_FIND_DATAA& found) {
@@ -317,45 +312,31 @@ DirectoryEntry EntryOf(const WIN32_FIND_DATAA& found) {
   return {found.cFileName, leadsDown && !isLink, leadsDown && isLink};
 }
 
-// Reads a directory whole and closes the search, which would keep the directory from being removed.
-// A search that breaks off has listed what it has listed.
-bool ReadEntries(const std::string& searchPath, std::vector<DirectoryEntry>& entries) {
+}  // namespace
+
+// Closes the search before anything is done with the entries: an open one keeps the directory from
+// being removed. A listing that breaks off holds what it had read by then.
+std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string& directory) {
   WIN32_FIND_DATAA found{};
-  const HANDLE search = FindFirstFileA(searchPath.c_str(), &found);
-  if (!RecordError(search != INVALID_HANDLE_VALUE)) return false;
+  const HANDLE search = FindFirstFileA((directory + "*").c_str(), &found);
+  if (!RecordError(search != INVALID_HANDLE_VALUE)) return std::nullopt;
+  std::vector<DirectoryEntry> entries;
   do {
     entries.push_back(EntryOf(found));
   } while (FindNextFileA(search, &found));
   FindClose(search);
-  return true;
+  return entries;
 }
-
-}  // namespace
 
 // A change of names needs no flushing: the file system's journal keeps their order.
 bool FlushDirectory(const std::string& directory) {
-  std::vector<DirectoryEntry> entries;
-  if (!ReadEntries(directory + "\\*", entries)) return false;
+  const auto entries = ListDirectory(directory + "\\");
+  if (!entries) return false;
   bool result = true;
-  for (const DirectoryEntry& entry : entries) {
+  for (const DirectoryEntry& entry : *entries) {
     if (!entry.isDirectory && !FlushFile(directory + "\\" + entry.name)) result = false;
   }
   return result;
-}
-
-DirectorySearch::DirectorySearch(const std::string& searchPath) {
-  auto listing = std::make_unique<Listing>();
-  if (ReadEntries(searchPath, listing->entries)) listing_ = std::move(listing);
-}
-
-DirectorySearch::~DirectorySearch() = default;
-
-bool DirectorySearch::Started() const { return listing_ != nullptr; }
-
-bool DirectorySearch::Next(DirectoryEntry& entry) {
-  if (!Started() || listing_->next == listing_->entries.size()) return false;
-  entry = std::move(listing_->entries[listing_->next++]);
-  return true;
 }
 
 std::int32_t LastSystemError() { return lastError; }

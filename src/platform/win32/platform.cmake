@@ -7,7 +7,6 @@ add_library(velmora_platform STATIC
   platform/win32/files.cpp
   platform/win32/http.cpp
   platform/win32/ini.cpp
-  platform/win32/memory.cpp
   platform/win32/paths.cpp
   platform/win32/processes.cpp
   platform/win32/start.cpp

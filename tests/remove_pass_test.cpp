@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,74 +19,55 @@ using Lines = std::vector<std::string>;
 
 class Removal : public EngineTest {
  protected:
-  static void MakeTree() {
-    for (const char* file : {"top.tmp", "top.dat", "noext", "data/a.tmp", "data/b.dat",
-                             "data/sub/c.tmp", "data/sub/deep/d.tmp", "other/e.dat"}) {
-      WriteFile(file, "x");
-    }
-    fs::create_directories("data/empty");
-  }
-  static Lines Names() {
-    Lines names;
+  // What stands below the working directory, each name followed by a space.
+  static std::string Names() {
+    std::set<std::string> names;
     for (const auto& entry : fs::recursive_directory_iterator(".")) {
       const std::string name = entry.path().lexically_relative(".").generic_string();
-      if (name != "session.log") names.push_back(name + (entry.is_directory() ? "/" : ""));
+      if (name != "session.log") names.insert(name + (entry.is_directory() ? "/ " : " "));
     }
-    std::sort(names.begin(), names.end());
-    return names;
+    std::string text;
+    for (const std::string& name : names) text += name;
+    return text;
   }
 };
 
 TEST_F(Removal, ItemsByKind) {
-  const Lines all = {"data/",     "data/a.tmp",     "data/b.dat",     "data/empty/",
-                     "data/sub/", "data/sub/c.tmp", "data/sub/deep/", "data/sub/deep/d.tmp",
-                     "noext",     "other/",         "other/e.dat",    "top.dat",
-                     "top.tmp"};
   const struct {
     const char* path;
     const char* mode;
     bool result;
-    Lines gone;
+    std::string left;
   } cases[] = {
-      {"top.dat", "", true, {"top.dat"}},
-      {"data\\b.dat", "", true, {"data/b.dat"}},
-      {"missing", "", false, {}},
-      {"", "", false, {}},
-      {"*.tmp", "", false, {}},
-      {"*.tmp", "r", false, {}},
-      {"data",
-       "",
-       true,
-       {"data/", "data/a.tmp", "data/b.dat", "data/empty/", "data/sub/", "data/sub/c.tmp",
-        "data/sub/deep/", "data/sub/deep/d.tmp"}},
-      {"data\\empty", "x", true, {"data/empty/"}},
-      {"*.tmp", "R", true, {"data/a.tmp", "data/sub/c.tmp", "data/sub/deep/d.tmp", "top.tmp"}},
-      {"*.TMP", "Rest", true, {"data/a.tmp", "data/sub/c.tmp", "data/sub/deep/d.tmp", "top.tmp"}},
-      {"top.tmp", "R", true, {"top.tmp"}},
-      // A bare name is matched against the full path: not found below a directory.
-      {"c.tmp", "R", true, {}},
-      {"*\\c.tmp", "R", true, {"data/sub/c.tmp"}},
-      {"data\\*.tmp", "R", true, {"data/a.tmp", "data/sub/c.tmp", "data/sub/deep/d.tmp"}},
-      {"data\\?.tmp", "R", true, {"data/a.tmp"}},
-      {"*.*", "", false, {}},
+      {"top.dat", "", true, "d/ d/a.tmp d/b.dat d/empty/ d/sub/ d/sub/c.tmp noext top.tmp "},
+      {"d\\b.dat", "", true, "d/ d/a.tmp d/empty/ d/sub/ d/sub/c.tmp noext top.dat top.tmp "},
+      {"d\\empty", "x", true, "d/ d/a.tmp d/b.dat d/sub/ d/sub/c.tmp noext top.dat top.tmp "},
+      {"d", "", true, "noext top.dat top.tmp "},
+      {"*.tmp", "R", true, "d/ d/b.dat d/empty/ d/sub/ noext top.dat "},
+      {"*.TMP", "Rest", true, "d/ d/b.dat d/empty/ d/sub/ noext top.dat "},
+      {"*.*", "R", true, ""},
+      // A pattern is matched against the full path, so a bare name means the top folder only.
+      {"top.tmp", "R", true, "d/ d/a.tmp d/b.dat d/empty/ d/sub/ d/sub/c.tmp noext top.dat "},
+      {"*\\c.tmp", "R", true, "d/ d/a.tmp d/b.dat d/empty/ d/sub/ noext top.dat top.tmp "},
+      {"d\\*.tmp", "R", true, "d/ d/b.dat d/empty/ d/sub/ noext top.dat top.tmp "},
+      {"d\\?.tmp", "R", true, "d/ d/b.dat d/empty/ d/sub/ d/sub/c.tmp noext top.dat top.tmp "},
+      {"c.tmp", "R", true, "all"},
+      {"missing", "", false, "all"},
+      {"", "", false, "all"},
+      {"*.tmp", "r", false, "all"},
+      {"*.*", "", false, "all"},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(std::string(test.path) + "," + test.mode);
     for (const auto& entry : fs::directory_iterator(".")) fs::remove_all(entry);
-    MakeTree();
-    ASSERT_EQ(Names(), all);
+    for (const char* file : {"top.tmp", "top.dat", "noext", "d/a.tmp", "d/b.dat", "d/sub/c.tmp"}) {
+      WriteFile(file, "x");
+    }
+    fs::create_directory("d/empty");
+    const std::string all = Names();
     EXPECT_EQ(RemoveItem(test.path, test.mode), test.result);
-    Lines left;
-    std::set_difference(all.begin(), all.end(), test.gone.begin(), test.gone.end(),
-                        std::back_inserter(left));
-    EXPECT_EQ(Names(), left);
+    EXPECT_EQ(Names(), test.left == "all" ? all : test.left);
   }
-}
-
-TEST_F(Removal, EverythingPatternEmptiesTheTree) {
-  MakeTree();
-  EXPECT_TRUE(RemoveItem("*.*", "R"));
-  EXPECT_TRUE(Names().empty());
 }
 
 TEST_F(Removal, WalkShowsAndLogsEachStep) {
@@ -98,24 +79,22 @@ TEST_F(Removal, WalkShowsAndLogsEachStep) {
 }
 
 TEST_F(Removal, FailuresAreLoggedOnEveryLevel) {
+  const auto fails = [](const auto& removal, const Lines& logged) {
+    fs::remove("session.log");
+    EXPECT_FALSE(removal());
+    EXPECT_EQ(LogMessages(), logged);
+  };
+  const std::string file = "[Error] DeleteFile() d\\sub\\kept.dat Couldn't delete this file. ";
   WriteFile("d/sub/kept.dat", "x");
   fs::permissions("d/sub/kept.dat", fs::perms::owner_read);
-  EXPECT_FALSE(RemoveItem("d", ""));
-  EXPECT_EQ(LogMessages(),
-            (Lines{"[Error] DeleteFile() d\\sub\\kept.dat Couldn't delete this file. ",
-                   "[Error] RemoveFiles() d\\sub\\* Couldn't delete this file. ",
-                   "[Error]RemoveDirectory() d\\sub\\ Couldn't delete this directory. ",
-                   "[Error]RemoveDirectory() .\\d Couldn't delete this directory. "}));
-  EXPECT_EQ(ReadFile("d/sub/kept.dat"), "x");
-
-  fs::remove("session.log");
-  EXPECT_FALSE(RemoveItem("*.dat", "R"));
-  EXPECT_EQ(LogMessages(),
-            Lines{"[Error] DeleteFile() d\\sub\\kept.dat Couldn't delete this file. "});
-  fs::remove("session.log");
-  EXPECT_FALSE(RemoveFiles(".\\missing\\*", "*.*"));
-  EXPECT_EQ(LogMessages(),
-            Lines{"RemoveFiles() : FindFirstFile() :: Couldn't find file .\\missing\\*."});
+  fails([] { return RemoveItem("d", ""); },
+        {file, "[Error] RemoveFiles() d\\sub\\* Couldn't delete this file. ",
+         "[Error]RemoveDirectory() d\\sub\\ Couldn't delete this directory. ",
+         "[Error]RemoveDirectory() .\\d Couldn't delete this directory. "});
+  fails([] { return RemoveItem("*.dat", "R"); }, {file});
+  fails([] { return RemoveFiles(".\\missing\\*", "*.*"); },
+        {"RemoveFiles() : FindFirstFile() :: Couldn't find file .\\missing\\*."});
+  EXPECT_EQ(Names(), "d/ d/sub/ d/sub/kept.dat ");
   fs::permissions("d/sub/kept.dat", fs::perms::owner_all);
 }
 
@@ -124,11 +103,11 @@ TEST_F(Removal, CancelUnwindsThroughEveryLevel) {
   Dialog().onEvent = [](const std::string& event) {
     if (event.ends_with("d\\sub")) UpdateState = kCancelAsked;
   };
-  FileRecordSet set;
   FileRecord record;
   record.path = "d";
+  FileRecordSet set;
   set.InsertRecord(record);
-  // It was the last record, so that the pass itself doesn't see the cancel.
+  // It was the last record, so the pass itself doesn't see the cancel.
   EXPECT_TRUE(RemovePass(set));
   EXPECT_EQ(LogMessages(),
             (Lines{"[Error] RemoveFiles() d\\sub\\* Couldn't delete this file. ",
@@ -136,31 +115,28 @@ TEST_F(Removal, CancelUnwindsThroughEveryLevel) {
                    "[Error]RemoveDirectory() .\\d Couldn't delete this directory. ",
                    "[Error] RemoveFiles( d ) Couldn't delete this file. "}));
   EXPECT_EQ(Dialog().events.back(), "stepit 1002");
-  EXPECT_EQ(ReadFile("d/sub/f.dat"), "x");
+  EXPECT_EQ(Names(), "d/ d/sub/ d/sub/f.dat ");
   EXPECT_FALSE(RemovePass(set));
 }
 
+// A full path has at most 259 bytes. So has a folder's with the "\\*" of its search.
 TEST_F(Removal, PathsBeyondTheirLimitAreLeftAlone) {
-  // Below "deep", one directory fits with its search text and one doesn't; one file fits and one
-  // doesn't.
-  const std::string deep = "deep\\" + std::string(200, 'd');
-  const std::string native = "deep/" + std::string(200, 'd');
-  const std::size_t room = 259 - deep.size() - 1;
-  const std::string fits(room, 'f');
-  const std::string tooLong(room + 1, 'g');
-  WriteFile(native + "/" + fits, "x");
-  WriteFile(native + "/" + tooLong, "x");
-  WriteFile(native + "/" + std::string(room - 1, 'h') + "/file", "x");
-  EXPECT_FALSE(RemoveItem("deep", ""));
-  EXPECT_FALSE(fs::exists(native + "/" + fits));
-  EXPECT_TRUE(fs::exists(native + "/" + tooLong));
-  EXPECT_TRUE(fs::exists(native + "/" + std::string(room - 1, 'h') + "/file"));
+  const std::string folder = "d/" + std::string(200, 'd');
+  const std::string file = folder + "/" + std::string(57, 'f');
+  const std::string subfolder = folder + "/" + std::string(55, 's');
+  for (const std::string& name : {file, subfolder + "/f"}) WriteFile(name, "x");
+  for (const std::string& fits : {file.substr(0, 259), subfolder.substr(0, 257) + "/f"}) {
+    WriteFile(fits, "x");
+  }
+  EXPECT_FALSE(RemoveItem("d", ""));
+  EXPECT_EQ(Names(), "d/ " + folder + "/ " + file + " " + subfolder + "/ " + subfolder + "/f ");
   EXPECT_EQ(LogMessagesWith("path can't be used").size(), 2U);
 
-  EXPECT_FALSE(RemoveItem(std::string(100, 'a') + "\\" + std::string(200, 'a'), ""));
-  fs::create_directories(std::string(100, 'b') + "/" + std::string(155, 'b'));
-  EXPECT_FALSE(RemoveItem(std::string(100, 'b') + "\\" + std::string(155, 'b'), ""));
-  EXPECT_TRUE(fs::exists(std::string(100, 'b') + "/" + std::string(155, 'b')));
+  const std::string item = "d/" + std::string(254, 'i');
+  fs::remove_all("d");
+  fs::create_directories(item);
+  EXPECT_FALSE(RemoveItem("d\\" + item.substr(2), ""));
+  EXPECT_EQ(Names(), "d/ " + item + "/ ");
 }
 
 }  // namespace

@@ -11,7 +11,7 @@ std::uint32_t LengthOf(const std::string& text) { return static_cast<std::uint32
 
 }  // namespace
 
-std::size_t PackedRecord::SizeOf(const FileRecord& record) {
+std::size_t PackedRecord::PackedSize(const FileRecord& record) {
   std::size_t size = sizeof(PackedRecord) + record.path.size() + record.transferHash.size() +
                      record.transferSize.size();
   if (record.contentHash != record.transferHash) size += record.contentHash.size();

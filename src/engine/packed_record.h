@@ -14,7 +14,7 @@ namespace velmora {
 class PackedRecord {
  public:
   // Bytes that Pack needs.
-  [[nodiscard]] static std::size_t SizeOf(const FileRecord& record);
+  [[nodiscard]] static std::size_t PackedSize(const FileRecord& record);
   // Makes a copy of `record` at `place`, which is aligned for a pointer.
   static PackedRecord* Pack(void* place, const FileRecord& record);
 

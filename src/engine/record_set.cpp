@@ -52,8 +52,8 @@ FileRecordSet::Node* FileRecordSet::Previous(Node* node) {
   return node;
 }
 
-// Each comparison is FileRecordBefore's, with what it asks of the new record alone asked once.
-FileRecordSet::InsertResult FileRecordSet::InsertRecord(const FileRecord& record) {
+// Each comparison is FileRecordBefore's. What it asks of the new record alone is asked once.
+void FileRecordSet::InsertRecord(const FileRecord& record) {
   const bool isMarked = HoldsMarker(record.path);
   Node* parent = nullptr;
   bool left = true;
@@ -61,23 +61,23 @@ FileRecordSet::InsertResult FileRecordSet::InsertRecord(const FileRecord& record
     parent = node;
     left = isMarked || PathBefore(record.path, node->Record().path());
   }
-  if (left && (parent == nullptr || parent == first_)) return {Link(record, parent, left), true};
-
-  Node* neighbour = left ? Previous(parent) : parent;
-  const std::string_view path = neighbour->Record().path();
-  if (HoldsMarker(path) || PathBefore(path, record.path)) return {Link(record, parent, left), true};
-  return {Iterator(neighbour), false};
+  const bool isFirst = left && (parent == nullptr || parent == first_);
+  if (!isFirst) {
+    const std::string_view previous = (left ? Previous(parent) : parent)->Record().path();
+    if (!HoldsMarker(previous) && !PathBefore(previous, record.path)) return;
+  }
+  Link(record, parent, left);
 }
 
 FileRecordSet::Node* FileRecordSet::NewNode(const FileRecord& record) {
-  void* place = memory_.Take(sizeof(Node) + PackedRecord::SizeOf(record));
+  void* place = memory_.Take(sizeof(Node) + PackedRecord::PackedSize(record));
   auto* node = new (place) Node;
   PackedRecord::Pack(node + 1, record);
   ++count_;
   return node;
 }
 
-FileRecordSet::Iterator FileRecordSet::Link(const FileRecord& record, Node* parent, bool left) {
+void FileRecordSet::Link(const FileRecord& record, Node* parent, bool left) {
   Node* node = NewNode(record);
   node->parent = parent;
   if (parent == nullptr) {
@@ -87,7 +87,6 @@ FileRecordSet::Iterator FileRecordSet::Link(const FileRecord& record, Node* pare
   }
   if (first_ == nullptr || (left && parent == first_)) first_ = node;
   Rebalance(node);
-  return Iterator(node);
 }
 
 // Restores the red-black rules above a new red node: no red node has a red child, and every way

@@ -54,17 +54,12 @@ class FileRecordSet {
     const Node* node_;
   };
 
-  struct InsertResult {
-    Iterator position;  // of the record that entered, or of the one that kept it out
-    bool entered;
-  };
-
   FileRecordSet() = default;
   FileRecordSet(const FileRecordSet&) = delete;
   FileRecordSet& operator=(const FileRecordSet&) = delete;
 
-  // Inserts a copy of `record`, unless the place it belongs to is taken by its equal.
-  InsertResult InsertRecord(const FileRecord& record);
+  // Inserts a copy of `record`, unless its place is taken by its equal.
+  void InsertRecord(const FileRecord& record);
 
   void Clear();
   [[nodiscard]] std::uint32_t Count() const { return count_; }
@@ -74,7 +69,7 @@ class FileRecordSet {
  private:
   static Node* Previous(Node* node);
   Node* NewNode(const FileRecord& record);
-  Iterator Link(const FileRecord& record, Node* parent, bool left);
+  void Link(const FileRecord& record, Node* parent, bool left);
   void Rebalance(Node* node);
   void Rotate(Node* node, bool left);
 

@@ -13,7 +13,7 @@ namespace velmora {
 VerifiedRecords VerifyCache;
 
 const PackedRecord* VerifiedRecords::Copy(const FileRecord& record) {
-  return PackedRecord::Pack(memory_.Take(PackedRecord::SizeOf(record)), record);
+  return PackedRecord::Pack(memory_.Take(PackedRecord::PackedSize(record)), record);
 }
 
 const PackedRecord* VerifiedRecords::Find(std::string_view path) const {

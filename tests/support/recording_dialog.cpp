@@ -22,9 +22,10 @@ void Note(const std::string& event) {
   if (onEvent) onEvent(event);
 }
 
-void NoteNumbers(const char* name, platform::Control control, std::vector<std::int32_t> numbers) {
-  std::string event = name + (" " + std::to_string(static_cast<int>(control)));
-  for (const std::int32_t number : numbers) event += " " + std::to_string(number);
+template <typename... Numbers>
+void Note(const std::string& name, platform::Control control, Numbers... numbers) {
+  std::string event = name + " " + std::to_string(static_cast<int>(control));
+  ((event += " " + std::to_string(numbers)), ...);
   Note(event);
 }
 
@@ -50,25 +51,18 @@ std::vector<std::string> EventsOf(const std::string& start) {
 namespace velmora::platform {
 
 using test::Note;
-using test::NoteNumbers;
 
 void SetStatusText(const std::string& text) { Note("status " + text); }
-void SetBarRange(Control bar, std::int32_t lowest, std::int32_t highest) {
-  NoteNumbers("range", bar, {lowest, highest});
+void SetBarRange(Control bar, std::int32_t low, std::int32_t high) {
+  Note("range", bar, low, high);
 }
-void SetBarStep(Control bar, std::int32_t step) { NoteNumbers("step", bar, {step}); }
-void SetBarPosition(Control bar, std::int32_t position) {
-  NoteNumbers("position", bar, {position});
-}
-void MoveBarPosition(Control bar, std::int32_t difference) {
-  NoteNumbers("move", bar, {difference});
-}
-void StepBar(Control bar) { NoteNumbers("stepit", bar, {}); }
-void EnableControl(Control control, bool enable) {
-  NoteNumbers("enable", control, {enable ? 1 : 0});
-}
+void SetBarStep(Control bar, std::int32_t step) { Note("step", bar, step); }
+void SetBarPosition(Control bar, std::int32_t position) { Note("position", bar, position); }
+void MoveBarPosition(Control bar, std::int32_t difference) { Note("move", bar, difference); }
+void StepBar(Control bar) { Note("stepit", bar); }
+void EnableControl(Control control, bool enable) { Note("enable", control, enable ? 1 : 0); }
 void SetButtonCaption(Control button, const std::string& text) {
-  Note("caption " + std::to_string(static_cast<int>(button)) + " " + text);
+  Note(FormatText("caption %d %s", static_cast<int>(button), text.c_str()));
 }
 void SetDialogIcon() { Note("icon"); }
 void ShowMessageBox(const std::string& text, const std::string& caption, std::uint32_t type) {

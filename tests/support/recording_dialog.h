@@ -1,5 +1,5 @@
-// A dialog without a screen: it writes down what the program does to it, in order, and answers
-// boxes at once. Linked in the place of the real one; it also stands for the browser of the pane.
+// A dialog without a screen, linked instead of the real one and its browser. It records each call
+// in order, and message boxes return at once.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ namespace velmora::test {
 // "caption 1000 CancelUpdate", "box 40010 <caption>|<text>", "close", "end 1", "navigate <url>".
 struct DialogRecord {
   std::vector<std::string> events;
-  // Called behind each event with its line, on the thread that caused it.
+  // Called after each event with its line, on the thread that caused it.
   std::function<void(const std::string&)> onEvent;
 
   // What the pane holds.

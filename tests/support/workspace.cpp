@@ -2,10 +2,12 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <fstream>
 #include <random>
 #include <sstream>
 
+#include "base/text.h"
 #include "engine/record_set.h"
 #include "engine/server_connection.h"
 #include "engine/update_run.h"
@@ -45,8 +47,8 @@ std::string ReadFile(const fs::path& path) {
   return content.str();
 }
 
-std::map<std::string, std::string> FilesHere() {
-  std::map<std::string, std::string> files;
+Files FilesHere() {
+  Files files;
   for (const fs::directory_entry& entry : fs::recursive_directory_iterator(".")) {
     const std::string name = entry.path().lexically_relative(".").generic_string();
     if (entry.is_regular_file() && name != "session.log" && name != kCacheFile) {
@@ -56,23 +58,17 @@ std::map<std::string, std::string> FilesHere() {
   return files;
 }
 
-std::vector<std::string> LogMessages() {
+std::vector<std::string> LogMessagesWith(const std::string& part) {
   constexpr std::size_t kTimeStamp = 22;
   std::vector<std::string> messages;
   std::istringstream log(ReadFile("session.log"));
   for (std::string line; std::getline(log, line);) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (line.size() >= kTimeStamp) messages.push_back(line.substr(kTimeStamp));
+    if (line.ends_with('\r')) line.pop_back();
+    if (line.size() < kTimeStamp) continue;
+    const std::string message = line.substr(kTimeStamp);
+    if (message.find(part) != std::string::npos) messages.push_back(message);
   }
   return messages;
-}
-
-std::vector<std::string> LogMessagesWith(const std::string& part) {
-  std::vector<std::string> found;
-  for (const std::string& message : LogMessages()) {
-    if (message.find(part) != std::string::npos) found.push_back(message);
-  }
-  return found;
 }
 
 namespace {
@@ -84,18 +80,13 @@ std::string DigestText(platform::DigestKind kind, const std::string& bytes) {
   const auto digest = platform::CreateDigest(provider, kind, error);
   std::uint8_t buffer[64];
   std::uint32_t length = sizeof buffer;
-  const auto half = static_cast<std::uint32_t>(bytes.size() / 2);
-  const auto rest = static_cast<std::uint32_t>(bytes.size()) - half;
-  EXPECT_TRUE(platform::FeedDigest(digest, bytes.data(), half, error) &&
-              platform::FeedDigest(digest, bytes.data() + half, rest, error));
-  EXPECT_TRUE(platform::GetDigest(digest, buffer, length, error));
+  const auto size = static_cast<std::uint32_t>(bytes.size());
+  EXPECT_TRUE(platform::FeedDigest(digest, bytes.data(), size, error) &&
+              platform::GetDigest(digest, buffer, length, error));
   platform::DestroyDigest(digest);
   platform::CloseDigestProvider(provider);
   std::string text;
-  for (std::uint32_t i = 0; i < length; ++i) {
-    text += "0123456789ABCDEF"[buffer[i] >> 4];
-    text += "0123456789ABCDEF"[buffer[i] & 15];
-  }
+  for (std::uint32_t i = 0; i < length; ++i) text += FormatText("%02X", buffer[i]);
   return text;
 }
 
@@ -110,10 +101,9 @@ std::string Md5(const std::string& bytes) { return DigestText(platform::DigestKi
 std::string Compressed(const std::string& bytes) {
   uLongf length = compressBound(static_cast<uLong>(bytes.size()));
   std::string stream(length, '\0');
-  EXPECT_EQ(
-      compress(reinterpret_cast<Bytef*>(stream.data()), &length,
-               reinterpret_cast<const Bytef*>(bytes.data()), static_cast<uLong>(bytes.size())),
-      Z_OK);
+  const auto* const source = reinterpret_cast<const Bytef*>(bytes.data());
+  auto* const target = reinterpret_cast<Bytef*>(stream.data());
+  EXPECT_EQ(compress(target, &length, source, static_cast<uLong>(bytes.size())), Z_OK);
   stream.resize(length);
   return stream;
 }
@@ -130,6 +120,11 @@ std::string FileLine(const std::string& path, const std::string& content) {
 
 std::string CompressedLine(const std::string& path, const std::string& content) {
   return FileLine(path + ".compressed", Compressed(content), content);
+}
+
+std::string CacheEntry(const std::string& path, const std::string& content) {
+  const std::string fields = Sha1(content) + " " + std::to_string(content.size());
+  return path + " " + fields + " " + fields + " 0\r\n";
 }
 
 EngineTest::EngineTest() {
@@ -158,8 +153,17 @@ void EngineTest::Serve(LoopbackServer::Answer answer) {
   Settings.ServerPort = server_->port();
 }
 
-void EngineTest::Serve(std::map<std::string, std::string> files) {
-  Serve(LoopbackServer::Serving(std::move(files)));
+void EngineTest::Serve(Files files) { Serve(LoopbackServer::Serving(std::move(files))); }
+
+void EngineTest::Publish(const Files& files, const std::string& lines) {
+  Files served = {{"/hashlist.dat", lines}};
+  for (const auto& [path, content] : files) {
+    served["/hashlist.dat"] += FileLine(path, content);
+    std::string request = "/" + path;
+    std::replace(request.begin(), request.end(), '\\', '/');
+    served[request] = content;
+  }
+  Serve(std::move(served));
 }
 
 bool EngineTest::Run() {

@@ -1,7 +1,7 @@
-// Download, proof and installation of one file over the run's connection.
+// Downloads one file over the run's connection.
 //
-// The file is received into memory, proved against its transfer hash, expanded if it is compressed,
-// and only then installed (engine/install.h). Nothing is retried or resumed.
+// The file is received into memory, checked against its transfer hash, and expanded if it is
+// compressed. Only then is it installed (engine/install.h). Nothing is retried or resumed.
 #pragma once
 
 #include "engine/file_record.h"
@@ -9,10 +9,11 @@
 namespace velmora {
 
 // True when the file was installed and the pass goes on. False ends the pass: either a step failed,
-// and then the player was told and UpdateState is kNotRunning; or the patcher or its settings file
-// was replaced, and then RestartRequested is set. RequestHandle is left open on a false.
+// the player was told and UpdateState is kNotRunning, or the patcher or its settings file was
+// replaced and RestartRequested is set. RequestHandle then stays open.
 //
-// A file and its transfer stay below 2 GiB each, and both must fit into memory. Worker thread.
+// A file and its transfer must each be smaller than 2 GiB, and both must fit into memory. Worker
+// thread.
 [[nodiscard]] bool DownloadFile(const FileRecord& record);
 
 }  // namespace velmora

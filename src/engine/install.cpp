@@ -13,7 +13,8 @@
 namespace velmora {
 namespace {
 
-// What this run has installed into, each with its last separator; the working directory is "".
+// The folders that this run has installed into, each with its last separator; the working directory
+// is "".
 std::set<std::string> foldersInUse;
 bool everyFlushWorked = true;
 bool leftUnfinishedFile = false;
@@ -25,8 +26,8 @@ std::string FolderOf(const std::string& path) {
   return path.substr(0, path.size() - platform::LastPathElement(path).size());
 }
 
-// A scanner holds each new file for a moment, which is no reason to give up the step. What looks
-// like that may last, too: then a run doesn't wait for it again and again.
+// A virus scanner holds each new file for a moment, so the step is repeated for a while. If several
+// waits were in vain, something else holds files, and the run waits no more.
 template <typename Step>
 bool UntilNotHeld(const Step& step) {
   constexpr std::uint32_t kLongest = 2000;
@@ -49,9 +50,9 @@ bool Discard(const std::string& file) {
   return UntilNotHeld([&] { return platform::RemoveFile(file) || !platform::FileExists(file); });
 }
 
-// If the note can't be written, as on a full disk, the file is installed all the same: only a
-// process that is killed would leave something, and only a list that has changed by then keeps the
-// next run from writing the same file again.
+// If the note can't be written, as on a full disk, the file is installed all the same. An
+// unfinished file would stay only if the process is killed and the list has changed by the next
+// run, which otherwise writes the same file again.
 void NoteFolder(const std::string& folder) {
   if (!foldersInUse.insert(folder).second || folder.empty()) return;
   platform::OutputFile note(kUnfinishedFolders, platform::OutputFile::Mode::kAppend);
@@ -67,13 +68,13 @@ std::string ReadNote() {
   return text;
 }
 
-// Whenever the process ends, the path holds the old file or the new one, always whole. The cache
-// may vouch for the path from before, so that half of a file would be believed.
+// Whenever the process ends, the path holds the old file or the new one, always whole. Half a file
+// would be believed, because the cache may still vouch for the path.
 //
-// A file that is missing while the cache still vouches for it would be believed as soon as its name
-// reappears, so what it holds goes to the disk first.
+// If the file is missing while the cache vouches for it, it is believed as soon as its name
+// reappears. So its content is flushed first.
 //
-// A result of kCreate stands for a system that refuses this way.
+// A result of kCreate means that the system refuses to replace the file.
 InstallResult InstallInOneStep(const FileRecord& record, const DataBlock& content,
                                std::size_t length) {
   const std::string folder = FolderOf(record.path);
@@ -94,8 +95,8 @@ InstallResult InstallInOneStep(const FileRecord& record, const DataBlock& conten
   return result;
 }
 
-// Whatever ends this half-way, a full disk or the end of the process, nothing may vouch for the
-// file then. But as long as it isn't known that it can be written, the cache stays as it is.
+// If a full disk or the end of the process interrupts this, nothing may vouch for the file. But the
+// cache stays as it is until the file is known to be writable.
 InstallResult InstallInPlace(const FileRecord& record, const DataBlock& content,
                              std::size_t length) {
   const std::string& path = record.path;
@@ -125,7 +126,7 @@ InstallResult InstallInPlace(const FileRecord& record, const DataBlock& content,
 InstallResult InstallFile(const FileRecord& record, const DataBlock& content, std::size_t length) {
   if (!platform::MakeDirectoriesOf(record.path)) return FailedAt(InstallStep::kDirectory);
   const InstallResult result = InstallInOneStep(record, content, length);
-  // On a disk that is full or broken the old file is worth more than another attempt.
+  // On a full or broken disk, another attempt would only put the old file at risk.
   const bool isRefused =
       result.step == InstallStep::kCreate && !platform::IsDiskTrouble(result.error);
   return isRefused ? InstallInPlace(record, content, length) : result;
@@ -139,7 +140,7 @@ void DiscardUnfinishedFiles() {
   const std::string note = ReadNote();
   for (std::string_view rest = note; !rest.empty();) {
     const std::string folder(TakeTextLine(rest));
-    // A line that was cut with the process may end in half a name.
+    // The last line may be cut in the middle of a name.
     const bool isWhole = FolderOf(folder + kUnfinishedFile) == folder;
     if (isWhole && !Discard(folder + kUnfinishedFile)) leftUnfinishedFile = true;
   }

@@ -1,6 +1,6 @@
-// A FileRecord in one piece of memory, its texts directly behind it, for sets of many records: a
-// record of the usual kind takes some 100 bytes instead of 400. A content hash or size that equals
-// the transfer's is kept once.
+// A FileRecord in one block of memory, followed by its texts, for sets of many records. A typical
+// record takes some 100 bytes instead of 400. A content hash or size that equals the transfer's is
+// stored once.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +15,7 @@ class PackedRecord {
  public:
   // Bytes that Pack needs.
   [[nodiscard]] static std::size_t PackedSize(const FileRecord& record);
-  // Makes a copy of `record` at `place`, which is aligned for a pointer.
+  // Writes a copy of `record` to `place`, which must be aligned for a pointer.
   static PackedRecord* Pack(void* place, const FileRecord& record);
 
   PackedRecord(const PackedRecord&) = delete;
@@ -34,13 +34,13 @@ class PackedRecord {
   }
   [[nodiscard]] std::string_view contentSize() const {
     if (sharesSize_) return transferSize();
-    const char* behindHash = transferSize().data() + transferSizeLength_;
-    return {behindHash + (sharesHash_ ? 0 : contentHashLength_), contentSizeLength_};
+    const char* const transferEnd = transferSize().data() + transferSizeLength_;
+    return {transferEnd + (sharesHash_ ? 0 : contentHashLength_), contentSizeLength_};
   }
   [[nodiscard]] bool compressed() const { return compressed_; }
 
   [[nodiscard]] FileRecord Unpacked() const;
-  // Whether all fields but the path equal the record's.
+  // Whether all fields except the path equal the record's.
   [[nodiscard]] bool HasFieldsOf(const FileRecord& record) const;
 
  private:

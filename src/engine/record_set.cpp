@@ -10,7 +10,7 @@ FileRecordSet RemoveSet;
 
 namespace {
 
-bool HoldsMarker(std::string_view path) { return path.find(kUpdateMarker) != std::string::npos; }
+bool HasMarker(std::string_view path) { return path.find(kUpdateMarker) != std::string::npos; }
 
 bool PathBefore(std::string_view a, std::string_view b) {
   return a.size() != b.size() ? a.size() < b.size() : a < b;
@@ -19,7 +19,7 @@ bool PathBefore(std::string_view a, std::string_view b) {
 }  // namespace
 
 bool FileRecordBefore(const FileRecord& a, const FileRecord& b) {
-  return HoldsMarker(a.path) || PathBefore(a.path, b.path);
+  return HasMarker(a.path) || PathBefore(a.path, b.path);
 }
 
 FileRecordSet::Iterator& FileRecordSet::Iterator::operator++() {
@@ -54,7 +54,7 @@ FileRecordSet::Node* FileRecordSet::Previous(Node* node) {
 
 // Each comparison is FileRecordBefore's. What it asks of the new record alone is asked once.
 void FileRecordSet::InsertRecord(const FileRecord& record) {
-  const bool isMarked = HoldsMarker(record.path);
+  const bool isMarked = HasMarker(record.path);
   Node* parent = nullptr;
   bool left = true;
   for (Node* node = root_; node != nullptr; node = left ? node->left : node->right) {
@@ -64,7 +64,7 @@ void FileRecordSet::InsertRecord(const FileRecord& record) {
   const bool isFirst = left && (parent == nullptr || parent == first_);
   if (!isFirst) {
     const std::string_view previous = (left ? Previous(parent) : parent)->Record().path();
-    if (!HoldsMarker(previous) && !PathBefore(previous, record.path)) return;
+    if (!HasMarker(previous) && !PathBefore(previous, record.path)) return;
   }
   Link(record, parent, left);
 }
@@ -89,8 +89,8 @@ void FileRecordSet::Link(const FileRecord& record, Node* parent, bool left) {
   Rebalance(node);
 }
 
-// Restores the red-black rules above a new red node: no red node has a red child, and every way
-// down from the root meets as many black ones.
+// Restores the red-black rules above a new red node: no red node has a red child, and all paths
+// from the root to a leaf have the same number of black nodes.
 void FileRecordSet::Rebalance(Node* node) {
   while (node != root_ && node->parent->red) {
     Node* parent = node->parent;
@@ -117,7 +117,7 @@ void FileRecordSet::Rebalance(Node* node) {
   root_->red = false;
 }
 
-// Turns `node` down to the left (or right), so that its right (or left) child takes its place.
+// Rotates `node` down to the left (or right), so that its right (or left) child takes its place.
 void FileRecordSet::Rotate(Node* node, bool left) {
   Node* up = left ? node->right : node->left;
   Node* inner = left ? up->left : up->right;

@@ -1,10 +1,10 @@
 // The ordered sets of records that a run works through: UpdateSet and RemoveSet.
 //
-// Shorter paths stand before longer ones, equally long ones in byte order, and a record whose path
-// holds the patcher's name goes to the very front at the moment of its insert. That last rule looks
-// at one operand only, so the ordering is no strict weak ordering and a standard set can't keep it:
-// where records land depends on the tree's shape. The set is therefore a red-black tree of our own
-// with the classic insertion, and InsertRecord is exactly its procedure.
+// Shorter paths come before longer ones, and paths of the same length are in byte order. A record
+// whose path contains the patcher's name goes to the very front when it is inserted. That rule
+// looks at one operand only, so the order isn't a strict weak ordering, and a standard set can't be
+// used: where a record ends up depends on the shape of the tree. Hence a red-black tree of our own,
+// with the classic insertion.
 //
 // Not safe for use by two threads at once.
 #pragma once
@@ -20,10 +20,10 @@
 
 namespace velmora {
 
-// A path that holds this anywhere, in this case, belongs to the patcher itself.
+// A path that contains this, in exactly this case, belongs to the patcher itself.
 inline constexpr std::string_view kUpdateMarker = "VelmoraUpdate";
 
-// True when `a` stands before `b`: always if a's path holds the marker; otherwise by length in
+// True when `a` comes before `b`: always if a's path contains the marker, otherwise by length in
 // bytes, then by unsigned byte order.
 [[nodiscard]] bool FileRecordBefore(const FileRecord& a, const FileRecord& b);
 
@@ -34,18 +34,18 @@ class FileRecordSet {
     Node* right = nullptr;
     bool red = true;
 
-    // Lies directly behind the node.
+    // Follows the node in memory.
     [[nodiscard]] const PackedRecord& Record() const {
       return *std::launder(reinterpret_cast<const PackedRecord*>(this + 1));
     }
   };
 
  public:
-  // Walks the set in its order.
+  // Visits the records in their order.
   class Iterator {
    public:
     explicit Iterator(const Node* node) : node_(node) {}
-    // A copy, made for each call.
+    // Returns a new copy on each call.
     FileRecord operator*() const { return node_->Record().Unpacked(); }
     Iterator& operator++();
     bool operator==(const Iterator&) const = default;

@@ -25,7 +25,7 @@ std::string_view TakeWord(std::string_view& rest) {
   return word;
 }
 
-// A field ends at a comma or at the line's end, the last one also at a blank.
+// A field ends at a comma or at the end of the line, the last one also at a space.
 std::string_view TakeField(std::string_view& rest, bool isLast) {
   const auto ends = [isLast](char c) {
     return c == ',' || c == '\r' || c == '\n' || (isLast && c == ' ');

@@ -1,15 +1,16 @@
-// The reference list: plain text lines that say which files must exist (FILE), what must go (DEL)
-// and which program the game client is (EXE). Pure: text in, records out.
+// The reference list: plain text lines that say which files must exist (FILE), what to remove (DEL)
+// and which program is the game client (EXE). Pure: text in, records out.
 //
 //   FILE : path, transfer hash, transfer size, content hash, content size
 //   DEL : path, mode
 //   EXE : name
 //
-// The colon stands between white space, each comma directly behind its field; white space behind a
-// comma is skipped, blanks in front of it belong to the field. A field needs at least one byte: the
-// first one that has none, or that no comma follows, ends the line's fields, and all behind it are
-// empty. The fifth field also ends at a blank. Other keywords, and lines without one, mean nothing.
-// A path that holds ".compressed" is cut off there and marks its record as compressed.
+// White space separates the keyword from the colon. White space after the colon and after a comma
+// is skipped; spaces before a comma belong to the field. A field has at least one byte: the first
+// one that is empty, or isn't followed by a comma, is the last, and all others are empty. The fifth
+// field also ends at a space. Lines without a keyword, or with any other, are ignored. A path that
+// contains
+// ".compressed" is cut off there, and its record is marked as compressed.
 #pragma once
 
 #include <array>
@@ -39,8 +40,8 @@ struct ListLine {
 // Splits one line, given without its line feed. The views point into `line`.
 [[nodiscard]] ListLine ScanListLine(std::string_view line);
 
-// Whether every field that counts for the line's keyword keeps to its limit: of FILE all, of DEL
-// path and mode, of EXE the name.
+// Whether no field exceeds its limit. All fields of FILE count, path and mode of DEL, the name of
+// EXE.
 [[nodiscard]] bool IsWithinLimits(const ListLine& line);
 
 // The record of a FILE line and of a DEL line.

@@ -26,7 +26,7 @@ void ShowEntry(const std::string& fullPath) {
   platform::SetStatusText(texts::kRemovingEntry + fullPath);
 }
 
-// A path that its buffer can't hold is left alone: cut short, it would name something else.
+// A path that is too long is left alone: cut short, it would name something else.
 bool RefusePath(const std::string& path) {
   LogMessage("[Error] RemoveFiles() path can't be used, left alone : %s \n", path.c_str());
   return false;
@@ -71,9 +71,9 @@ bool RemoveFileEntry(const std::string& fullPath) {
   return removed;
 }
 
-// What a link leads to isn't the installation's, and no walk goes there. The log tells why files of
-// a player who put another disk in a folder's place have stayed.
-bool PassLink(const std::string& fullPath) {
+// The target of a link isn't part of the installation. The log tells a player who replaced a folder
+// by a link to another disk why files have stayed.
+bool SkipLink(const std::string& fullPath) {
   LogMessage("[RemoveDir] %s is a link to a folder, left alone. \n", fullPath.c_str());
   return true;
 }
@@ -84,7 +84,7 @@ bool RemoveEntry(const std::string& directory, const platform::DirectoryEntry& e
   const std::optional<std::string> fullPath = platform::JoinPath(directory, entry.name);
   if (!fullPath) return RefusePath(directory + entry.name);
   if (entry.isDirectory) return RemoveDirectoryEntry(*fullPath, pattern);
-  if (entry.isDirectoryLink && pattern != kEverything) return PassLink(*fullPath);
+  if (entry.isDirectoryLink && pattern != kEverything) return SkipLink(*fullPath);
   return !platform::MatchPathPattern(*fullPath, pattern) || RemoveFileEntry(*fullPath);
 }
 
@@ -106,7 +106,7 @@ bool RemovePass(const FileRecordSet& removeSet) {
 
 bool RemoveItem(const std::string& path, const std::string& mode) {
   if (!mode.empty() && mode.front() == 'R') return RemoveFiles(".\\*", path);
-  // A link to a directory goes itself: what it leads to isn't the installation's.
+  // Of a link to a directory only the link is removed.
   if (platform::IsDirectory(path) && !platform::IsLink(path)) return RemoveTree(path);
   return platform::RemoveFile(path);
 }

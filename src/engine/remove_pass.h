@@ -1,6 +1,6 @@
-// The removal of what the reference list's DEL lines name: single files, directories with all they
-// hold, and patterns over the whole tree below the working directory. The list is trusted: nothing
-// here keeps a path inside the installation. Worker thread.
+// Removes what the DEL lines of the reference list name: single files, directories with everything
+// in them, and files that match a pattern anywhere below the working directory. The list is
+// trusted: nothing here keeps a path inside the installation. Worker thread.
 #pragma once
 
 #include <string>
@@ -14,14 +14,14 @@ namespace velmora {
 [[nodiscard]] bool RemovePass(const FileRecordSet& removeSet);
 
 // Removes one item: with a mode that begins with 'R', every file of the tree whose path matches
-// `path`; otherwise the directory or file `path`. False if something that was tried failed.
+// `path`; otherwise the directory or file `path`. False if a removal failed.
 [[nodiscard]] bool RemoveItem(const std::string& path, const std::string& mode);
 
 // Walks the directory `searchPath`, which ends in an asterisk, and everything below it, and deletes
-// the files whose full path matches `pattern`; with the pattern "*.*", the directories too, and
-// links to directories, which are otherwise passed over and logged. No walk goes through one. False
-// if the directory can't be listed, something that was tried failed, or a cancel was seen. An entry
-// whose full path has more than 259 bytes is passed over, logged, and counts as a failure.
+// the files whose full path matches `pattern`. The pattern "*.*" also deletes directories, and
+// links to directories, which are otherwise skipped and logged. Links are never followed. False if
+// the directory can't be listed, a deletion failed, or a cancel was seen. An entry whose full path
+// has more than 259 bytes is skipped, logged, and counts as a failure.
 [[nodiscard]] bool RemoveFiles(const std::string& searchPath, const std::string& pattern);
 
 }  // namespace velmora

@@ -65,8 +65,8 @@ bool FailWithoutList(const std::string& requestPath, std::int32_t status) {
   return false;
 }
 
-// Makes room for the announced body. An announcement that is missing, negative or larger than what
-// can be had gives false: reading on would mean guessing where the list ends.
+// False if the announced length is missing, negative or larger than the memory allows: reading on
+// would mean guessing where the list ends.
 bool AllocateBody(DataBlock& body) {
   const auto text =
       platform::QueryHttpField(RequestHandle, platform::HttpField::kContentLength, kHeaderBuffer);
@@ -82,7 +82,7 @@ void LogRefused(std::string_view line) {
              static_cast<int>(line.size()), line.data());
 }
 
-// What the one read delivers is the list, wherever it ends. Its last line may be cut then.
+// Whatever the single read returns is the list. If the body ends early, the last line is cut.
 void ParseBody(DataBlock& body) {
   std::uint32_t received = 0;
   static_cast<void>(platform::ReadHttp(RequestHandle, body.data(),

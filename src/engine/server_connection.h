@@ -1,5 +1,5 @@
-// The connection of a run to the download server, and the fetching of the reference list over it.
-// Called on the worker thread; failures are told to the player and the log here.
+// Connects a run to the download server and fetches the reference list. Worker thread. Failures are
+// logged and shown to the player here.
 #pragma once
 
 #include <atomic>
@@ -8,17 +8,17 @@
 
 namespace velmora {
 
-// The process-wide handles. The worker opens and closes them; the main thread closes what is left
-// when the process ends.
+// The process-wide handles. The worker opens and closes them; the main thread closes those left
+// open when the process ends.
 extern std::atomic<platform::HttpHandle> SessionHandle;
 extern std::atomic<platform::HttpHandle> ConnectionHandle;
 extern std::atomic<platform::HttpHandle> RequestHandle;
 
-// Closes a handle if it is open and leaves none behind, so that it is closed once however many ask.
+// Closes and clears a handle if it is open. Two threads may do so at once; it is closed once.
 void CloseIfOpen(std::atomic<platform::HttpHandle>& handle);
 
-// Opens session and connection as the settings say, and fetches the list. True when the list was
-// fetched and parsed; session and connection are then open for the downloads.
+// Opens session and connection according to the settings and fetches the list. True when the list
+// was parsed; session and connection then stay open for the downloads.
 [[nodiscard]] bool ConnectServer();
 
 // Fetches the reference list and fills UpdateSet, RemoveSet and ClientExe from it. True when the

@@ -30,8 +30,8 @@ namespace {
 using platform::Control;
 using platform::RunPhase;
 
-// A lock and a condition, and no atomic that is waited for: where the system has no support for
-// those, as on Windows, g++ 12 makes them so that a wake-up can be lost.
+// A lock and a condition instead of waiting on an atomic: where the system doesn't support that, as
+// on Windows, the implementation of g++ 12 can lose a wake-up.
 std::mutex phaseMutex;
 std::condition_variable phaseChanged;
 RunPhase phase = RunPhase::kNone;
@@ -57,8 +57,7 @@ bool ClaimWorker() {
   return true;
 }
 
-// All that a pass says of its end is a false result; the handler finds the reason in the state
-// words.
+// A pass that ended early just returns false; the handler finds the reason in the state words.
 constexpr int kPassEnded = 0;
 
 void EnterPasses() {
@@ -81,7 +80,7 @@ void EnterPasses() {
 void RunPasses() {
   if (!RemovePass(RemoveSet)) throw kPassEnded;
   if (!UpdatePass(UpdateSet)) throw kPassEnded;
-  // Before the player is told that all is well, and is served by buttons that wait for the save.
+  // Now, rather than when the cache is saved: from then on the dialog's buttons wait for the save.
   static_cast<void>(FlushInstalledFiles());
 
   LogMessage("GetMissingFile() : Update Completed.\n");
@@ -91,7 +90,7 @@ void RunPasses() {
   if (RecheckPending.exchange(0) == 0) platform::EnableControl(Control::kRecheckButton, true);
 }
 
-// What the cache vouches for is on the disk before the cache is.
+// The files that the cache vouches for must reach the disk before the cache does.
 void SaveCache() {
   if (!FlushInstalledFiles() && VerifyCache.Count() > 0) {
     LogMessage(

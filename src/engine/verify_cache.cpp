@@ -21,8 +21,7 @@ const PackedRecord* VerifiedRecords::Find(std::string_view path) const {
   return found == entries_.end() ? nullptr : found->second;
 }
 
-// As a rule the records come in their order, those of a file always, so the last place is tried
-// first.
+// Records usually arrive in their order, those of a file always, so the end is tried first.
 VerifiedRecords::Place VerifiedRecords::Search(std::string_view path) {
   if (entries_.empty() || entries_.rbegin()->first < path) return {entries_.end(), false};
   const auto at = entries_.lower_bound(path);
@@ -126,11 +125,11 @@ std::string CacheLine(const FileRecord& record) {
                 record.contentSize, record.compressed);
 }
 
-// Piece by piece, each of which begins with what the one before left of a line.
+// Reads chunks. Each begins with the line that the one before has left incomplete.
 void LoadVerifyCache() {
-  constexpr std::size_t kPiece = std::size_t{1} << 16;
+  constexpr std::size_t kChunk = std::size_t{1} << 16;
   platform::InputFile file(kCacheFile);
-  std::string text(kPiece, '\0');
+  std::string text(kChunk, '\0');
   std::size_t left = 0;
   for (bool isOpen = file.IsOpen(); isOpen;) {
     const auto room = static_cast<std::uint32_t>(text.size() - left);

@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t kMd5TextLength = 32;
 constexpr std::int32_t kHashesDiffer = -9;
 
-// The handles of one verification, dropped on every way out.
+// The handles of one verification, closed on every way out.
 struct Handles {
   Handles() = default;
   Handles(const Handles&) = delete;
@@ -26,7 +26,7 @@ struct Handles {
   platform::DigestHandle digest = 0;
 };
 
-// Each stage logs its own failure and gives its code; the one handler in VerifyHash takes it.
+// Each stage logs its own failure and throws the system's code, which VerifyHash catches.
 using FailureCode = std::int32_t;
 
 void OpenProvider(Handles& handles) {

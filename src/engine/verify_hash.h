@@ -1,4 +1,4 @@
-// The one place where digests are computed: does this block of bytes have this reference hash?
+// Compares the digest of a block with a hash of the reference list.
 #pragma once
 
 #include <cstdint>
@@ -7,9 +7,9 @@
 namespace velmora {
 
 // True when the digest of the block, as upper-case hexadecimal text, equals `referenceHash` byte
-// for byte. A reference of exactly 32 characters asks for MD5 (RFC 1321), any other for SHA-1 (RFC
-// 3174). Both texts, or the failure of the digest service, go to the session log; a failure is a
-// false. Worker thread.
+// for byte. A reference of exactly 32 characters means MD5 (RFC 1321), any other SHA-1 (RFC 3174).
+// Both texts, or the failure of the digest service, go to the session log. A failure returns false.
+// Worker thread.
 [[nodiscard]] bool VerifyHash(const void* data, std::uint32_t length,
                               const std::string& referenceHash);
 

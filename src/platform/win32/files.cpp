@@ -328,8 +328,10 @@ std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string& dire
   return entries;
 }
 
-// A change of names needs no flushing: the file system's journal keeps their order.
+// Renames need no flushing: the file system's journal keeps their order.
 bool FlushDirectory(const std::string& directory) {
+  // With a backslash, no name at all would be the root of the drive.
+  if (directory.empty()) return Fail(ERROR_PATH_NOT_FOUND);
   const auto entries = ListDirectory(directory + "\\");
   if (!entries) return false;
   bool result = true;

@@ -12,9 +12,10 @@ namespace velmora::platform {
 namespace {
 
 struct DigestService {
-  int missingKeySets;      // as many opens find none
-  std::string failing;     // the operation that fails, with code 1234
-  std::string calls = {};  // D and C for opens by key set, R for each released handle
+  std::vector<std::int32_t> refusals;  // the codes with which the first opens fail, in turn
+  std::string failing;                 // the operation that fails, with code 1234
+  std::vector<KeySet> opens = {};
+  int released = 0;  // handles
 };
 DigestService service;
 
@@ -26,9 +27,10 @@ bool Succeeds(const char* operation, std::int32_t& error) {
 }  // namespace
 
 DigestHandle OpenDigestProvider(KeySet keySet, std::int32_t& error) {
-  service.calls += keySet == KeySet::kDefault ? 'D' : 'C';
-  if (service.missingKeySets-- <= 0) return Succeeds("open", error) ? 1 : 0;
-  error = kErrorBadKeySet;
+  const std::size_t attempt = service.opens.size();
+  service.opens.push_back(keySet);
+  if (attempt >= service.refusals.size()) return 1;
+  error = service.refusals[attempt];
   return 0;
 }
 DigestHandle CreateDigest(DigestHandle, DigestKind, std::int32_t& error) {
@@ -46,8 +48,8 @@ bool GetDigest(DigestHandle, std::uint8_t* buffer, std::uint32_t&, std::int32_t&
   buffer[1] = 0xFF;
   return Succeeds("digest", error);
 }
-void DestroyDigest(DigestHandle digest) { service.calls += digest == 0 ? "" : "R"; }
-void CloseDigestProvider(DigestHandle provider) { service.calls += provider == 0 ? "" : "R"; }
+void DestroyDigest(DigestHandle digest) { service.released += digest == 0 ? 0 : 1; }
+void CloseDigestProvider(DigestHandle provider) { service.released += provider == 0 ? 0 : 1; }
 
 }  // namespace velmora::platform
 
@@ -55,29 +57,37 @@ namespace velmora::test {
 namespace {
 
 TEST(DigestFailure, IsLoggedAndEveryHandleIsReleased) {
+  using platform::KeySet;
+  const std::vector<KeySet> once = {KeySet::kDefault};
+  const std::vector<KeySet> twice = {KeySet::kDefault, KeySet::kCreate};
+  const std::int32_t noKeySet = platform::kErrorBadKeySet;
   const std::string log = "VerifyHash() : Error in Crypt";
+  const std::string parameter = log + "GetHashParam() : Code = 1234";
   const struct {
     platform::DigestService service;
     std::string logged;
-    std::string calls;
+    std::string code;
+    std::vector<KeySet> opens;
+    int released;
   } cases[] = {
-      {{0, "open"}, log + "AcquireContext() : Code = ", "D"},
-      {{1, "open"}, log + "AcquireContext() : Code = ", "DC"},
-      {{1, ""}, "Correct Hash : 0AFF [local] vs 0AFF [reference]", "DCRR"},
-      {{0, "create"}, log + "CreateHash() : Code = ", "DR"},
-      {{0, "feed"}, log + "HashData() : Code = 1234", "DRR"},
-      {{0, "length"}, log + "GetHashParam() : Code = 1234", "DRR"},
-      {{0, "digest"}, log + "GetHashParam() : Code = 1234", "DRR"},
+      {{{77}, ""}, log + "AcquireContext() : Code = ", "77", once, 0},
+      {{{noKeySet, noKeySet}, ""}, log + "AcquireContext() : Code = ", "-2146893802", twice, 0},
+      {{{noKeySet, 78}, ""}, log + "AcquireContext() : Code = ", "78", twice, 0},
+      {{{noKeySet}, ""}, "Correct Hash : 0AFF [local] vs 0AFF [reference]", "", twice, 2},
+      {{{}, "create"}, log + "CreateHash() : Code = ", "1234", once, 1},
+      {{{}, "feed"}, log + "HashData() : Code = 1234", "1234", once, 2},
+      {{{}, "length"}, parameter, "1234", once, 2},
+      {{{}, "digest"}, parameter, "1234", once, 2},
   };
   for (const auto& test : cases) {
     const TemporaryFolder folder;
     platform::service = test.service;
-    const bool succeeds = test.service.failing.empty();
     std::vector<std::string> messages = {test.logged};
-    if (!succeeds) messages.push_back("CompareHash() Error : Code = 1234");
-    EXPECT_EQ(VerifyHash("x", 1, "0AFF"), succeeds);
+    if (!test.code.empty()) messages.push_back("CompareHash() Error : Code = " + test.code);
+    EXPECT_EQ(VerifyHash("x", 1, "0AFF"), test.code.empty());
     EXPECT_EQ(LogMessages(), messages);
-    EXPECT_EQ(platform::service.calls, test.calls);
+    EXPECT_EQ(platform::service.opens, test.opens);
+    EXPECT_EQ(platform::service.released, test.released);
   }
 }
 

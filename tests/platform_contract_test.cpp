@@ -14,6 +14,7 @@
 
 #include "platform/clock.h"
 #include "platform/digest.h"
+#include "platform/file_lock.h"
 #include "platform/files.h"
 #include "platform/ini.h"
 #include "platform/paths.h"
@@ -252,6 +253,20 @@ TEST_F(FilesContract, ListDirectoryReturnsEveryEntryWithItsKind) {
   for (const char* const path : {"missing\\", "data\\a.txt\\", ".\\missing\\below\\"}) {
     EXPECT_FALSE(ListDirectory(path)) << path;
   }
+}
+
+TEST_F(FilesContract, ALockHasOneHolderAndLeavesNoFile) {
+  using Outcome = FileLock::Outcome;
+  for (int turn = 0; turn < 2; ++turn) {
+    const FileLock lock("lock");
+    EXPECT_EQ(lock.outcome(), Outcome::kHeld);
+    EXPECT_EQ(FileLock("lock").outcome(), Outcome::kTaken);
+    EXPECT_TRUE(FileExists("lock"));
+  }
+  EXPECT_FALSE(FileExists("lock"));
+  Write("lock", "left by a killed process");
+  EXPECT_EQ(FileLock("lock").outcome(), Outcome::kHeld);
+  EXPECT_EQ(FileLock("missing/lock").outcome(), Outcome::kFailed);
 }
 
 TEST_F(FilesContract, TheReasonOfAFailureBelongsToItsThread) {

@@ -14,7 +14,10 @@ namespace {
 
 // A second signal ends the process at once.
 void StopOnSignals() {
-  for (const int number : {SIGINT, SIGTERM}) {
+  for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+    // nohup wants the tool to go on when its terminal is gone.
+    const bool isIgnored = std::signal(number, SIG_IGN) == SIG_IGN;
+    if (number == SIGHUP && isIgnored) continue;
     std::signal(number, [](int caught) {
       stopAsked = true;
       std::signal(caught, SIG_DFL);
@@ -30,6 +33,7 @@ int RunTool(int count, char** arguments) {
   AddLintCommand(app, status);
   AddDiffCommand(app, status);
   AddVerifyCommand(app, status);
+  AddRecoverCommand(app, status);
   StopOnSignals();
   try {
     app.parse(count, arguments);

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
+#include <utmp.h>
 
 #include <functional>
 #include <string>
@@ -42,14 +43,18 @@ class TerminalChild {
   static TerminalChild OnTerminal(const std::function<int()>& body, unsigned short columns = 80,
                                   unsigned short rows = 24, const char* kind = "xterm") {
     int master = -1;
+    int slave = -1;
     const winsize size = {rows, columns, 0, 0};
-    const pid_t child = forkpty(&master, nullptr, nullptr, &size);
+    EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
+    const pid_t child = fork();
     if (child == 0) {
+      close(master);
+      login_tty(slave);
       unsetenv("TERM");
       if (kind != nullptr) setenv("TERM", kind, 1);
       RunBody(body);
     }
-    return {child, master, dup(master), -1, -1};
+    return {child, master, dup(master), -1, slave};
   }
 
   TerminalChild(TerminalChild&& other) noexcept
@@ -102,12 +107,13 @@ class TerminalChild {
     return WIFSIGNALED(status_) ? 1000 + WTERMSIG(status_) : WEXITSTATUS(status_);
   }
 
+  // All that has arrived so far.
   [[nodiscard]] const std::string& output() const { return output_; }
   [[nodiscard]] const std::string& errors() const { return errors_; }
   // Whether the terminal passes on whole lines and echoes them.
   [[nodiscard]] bool IsTerminalNormal() const {
     termios modes = {};
-    tcgetattr(streams_.in, &modes);
+    tcgetattr(streams_.childSide, &modes);
     return (modes.c_lflag & ICANON) != 0 && (modes.c_lflag & ECHO) != 0;
   }
 
@@ -116,7 +122,9 @@ class TerminalChild {
     int in = -1;
     int out = -1;
     int err = -1;
-    int childSide = -1;  // of the input: a child that has ended must not raise SIGPIPE
+    // The child's end of the terminal or of the input. It stays open here: sending to a child that
+    // has ended must not raise SIGPIPE.
+    int childSide = -1;
   };
 
   TerminalChild(pid_t child, int in, int out, int err, int childSide)

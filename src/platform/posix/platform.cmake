@@ -6,6 +6,7 @@ file(GLOB terminal_sources CONFIGURE_DEPENDS platform/posix/terminal/*.cpp)
 add_library(velmora_platform STATIC
   platform/posix/clock.cpp
   platform/posix/digest.cpp
+  platform/posix/file_lock.cpp
   platform/posix/files.cpp
   platform/posix/http.cpp
   platform/posix/ini.cpp

@@ -4,6 +4,7 @@ add_library(velmora_platform STATIC
   platform/win32/control_host.cpp
   platform/win32/dialog.cpp
   platform/win32/digest.cpp
+  platform/win32/file_lock.cpp
   platform/win32/files.cpp
   platform/win32/http.cpp
   platform/win32/ini.cpp

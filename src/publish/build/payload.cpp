@@ -7,7 +7,7 @@
 
 #include "engine/reference_list.h"
 #include "engine/request_path.h"
-#include "publish/build/staging.h"
+#include "publish/build/new_file.h"
 #include "publish/build/zlib_blocks.h"
 #include "publish/common/list_path.h"
 #include "publish/common/parallel_for.h"

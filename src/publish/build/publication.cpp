@@ -1,11 +1,13 @@
 #include "publish/build/publication.h"
 
 #include <algorithm>
+#include <memory>
 #include <optional>
 
 #include "engine/reference_list.h"
 #include "publish/build/earlier_publication.h"
 #include "publish/build/list_text.h"
+#include "publish/build/new_file.h"
 #include "publish/build/removals.h"
 #include "publish/build/staging.h"
 #include "publish/common/parallel_for.h"
@@ -55,17 +57,34 @@ IgnoreRules RulesOf(const BuildOptions& options) {
   return rules;
 }
 
-std::vector<FileRecord> AllRemovals(const BuildOptions& options,
-                                    const std::vector<SourceFile>& files) {
-  if (options.removeFrom.empty()) return Removals(options.removals, nullptr, files);
-  const fs::path file = ListFile(options.removeFrom, options.listName);
+using EarlierList = std::unique_ptr<const PublishedList>;
+
+EarlierList ReadEarlierList(const fs::path& file) {
   const std::string text = ReadWholeFile(file);
-  const PublishedList earlier(text);
-  const bool isList = text.empty() || earlier.files.Count() + earlier.removals.Count() > 0;
-  if (!isList || !earlier.isReadWhole || !earlier.refused.empty()) {
+  auto earlier = std::make_unique<const PublishedList>(text);
+  const bool isList = text.empty() || earlier->files.Count() + earlier->removals.Count() > 0;
+  if (!isList || !earlier->isReadWhole || !earlier->refused.empty()) {
     throw PublishError(file.native() + ": not a list, or not one that patchers read to its end");
   }
-  return Removals(options.removals, &earlier, files);
+  return earlier;
+}
+
+// The list that removals are made from; null if there is none.
+EarlierList ListToRemoveFrom(const BuildOptions& options) {
+  if (options.removeFrom.empty()) return nullptr;
+  const fs::path file = ListFile(options.removeFrom, options.listName);
+  const fs::path own = options.output / options.listName;
+  const bool isFirst = fs::weakly_canonical(file) == fs::weakly_canonical(own) ||
+                       fs::weakly_canonical(file) == fs::weakly_canonical(options.output);
+  if (isFirst && !fs::exists(own)) return nullptr;
+  return ReadEarlierList(file);
+}
+
+// The list in the output, if there is one that can be read.
+EarlierList ListInOutput(const BuildOptions& options) try {
+  return ReadEarlierList(options.output / options.listName);
+} catch (const PublishError&) {
+  return nullptr;
 }
 
 // Files of the tree can't collide with each other in the output, but with what the tool puts there.
@@ -91,35 +110,23 @@ std::vector<std::optional<FileRecord>> UnchangedRecords(const std::vector<Source
   return records;
 }
 
-// The staged files, by their numbers, and where they belong.
+// Staged files on their way to their places, in the order in which they are added.
 class NewFiles {
  public:
-  NewFiles(const Staging& staging, const fs::path& output) : staging_(staging), output_(output) {}
+  explicit NewFiles(const Staging& staging) : staging_(staging) {}
 
-  void Add(std::size_t number, const fs::path& place) {
-    files_.emplace_back(number, output_ / place);
-  }
+  void Add(std::size_t number, const fs::path& place) { placements_.push_back({number, place}); }
   void AddText(std::size_t number, const std::string& text, const fs::path& place) {
     NewFile file(staging_.At(number));
     file.Write(text.data(), text.size());
     file.Commit();
     Add(number, place);
   }
-  // In the order in which they were added; the last one, the list, once all others are on the disk.
-  void Publish() const {
-    for (const auto& [number, target] : files_) staging_.PrepareTarget(target);
-    staging_.Sync();
-    for (const auto& [number, target] : files_) {
-      if (number == files_.back().first) staging_.Sync();
-      staging_.Publish(number, target);
-    }
-    staging_.Sync();
-  }
+  void Publish() const { staging_.Publish(placements_); }
 
  private:
   const Staging& staging_;
-  const fs::path& output_;
-  std::vector<std::pair<std::size_t, fs::path>> files_;
+  std::vector<Placement> placements_;
 };
 
 // Writes the payloads that have to be made, each under its file's number, and adds them to
@@ -143,7 +150,7 @@ std::vector<FileRecord> WriteNewPayloads(const std::vector<SourceFile>& files,
   return records;
 }
 
-BuildSummary Sum(const std::vector<FileRecord>& records) {
+BuildSummary Sum(const std::vector<FileRecord>& records, const PublishedList* earlier) {
   BuildSummary summary;
   summary.files = records.size();
   for (const FileRecord& record : records) {
@@ -151,6 +158,8 @@ BuildSummary Sum(const std::vector<FileRecord>& records) {
     summary.contentBytes += std::stoull(record.contentSize);
     summary.transferBytes += std::stoull(record.transferSize);
   }
+  const PublishedList none("");
+  summary.changes = ChangesSince(earlier == nullptr ? none : *earlier, records);
   return summary;
 }
 
@@ -159,14 +168,24 @@ BuildSummary Sum(const std::vector<FileRecord>& records) {
 BuildSummary BuildPublication(const BuildOptions& options) {
   RequireApart(options.tree, options.output);
   RequireListName(options.listName);
+  const Leftover leftover = RecoverPublication(options.output);
   const std::vector<SourceFile> files = ScanTree(options.tree, RulesOf(options));
+  if (files.empty() && !options.allowEmpty) {
+    throw PublishError(
+        options.tree.native() +
+        ": holds no file to publish. Is it complete? If so, --allow-empty allows it");
+  }
   RequireOwnPlaces(files, options.listName);
-  const std::vector<FileRecord> removals = AllRemovals(options, files);
+  const EarlierList removeFrom = ListToRemoveFrom(options);
+  const EarlierList inOutput = removeFrom ? nullptr : ListInOutput(options);
+  const PublishedList* const earlier = removeFrom ? removeFrom.get() : inOutput.get();
+  if (earlier != nullptr) RequireFewRemoved(*earlier, files, options.maxRemovedPercent);
+  const std::vector<FileRecord> removals = Removals(options.removals, removeFrom.get(), files);
   // Refuses what a list can't express before the long work begins.
   static_cast<void>(ListText({}, removals, options.clientExe));
 
   const Staging staging(options.output);
-  NewFiles newFiles(staging, options.output);
+  NewFiles newFiles(staging);
   const std::vector<FileRecord> records = WriteNewPayloads(files, options, staging, newFiles);
   const std::string list = ListText(records, removals, options.clientExe);
   // The settings hold the list's digest, so that they are valid for no other list.
@@ -174,7 +193,9 @@ BuildSummary BuildPublication(const BuildOptions& options) {
   newFiles.AddText(files.size() + 1, list, options.listName);
   StopIfAsked(options.payload);
   newFiles.Publish();
-  return Sum(records);
+  BuildSummary summary = Sum(records, earlier);
+  summary.leftover = leftover;
+  return summary;
 }
 
 }  // namespace velmora::publish

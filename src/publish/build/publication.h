@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "engine/file_record.h"
+#include "publish/build/changes.h"
 #include "publish/build/payload.h"
+#include "publish/build/replacement.h"
 
 namespace velmora::publish {
 
@@ -21,8 +23,12 @@ struct BuildOptions {
   std::string clientExe;             // empty: patchers keep the name they know
   std::vector<FileRecord> removals;  // path and mode
   // An earlier list, or the folder of its publication: files that are gone since then are removed
-  // from players' disks. May be the one in `output`. Empty: none.
+  // from players' disks. May be the one in `output`, also when that doesn't exist yet. Empty: none.
   std::filesystem::path removeFrom;
+  // The share of the earlier publication's files, and of their bytes, that the tree may lack. The
+  // earlier publication is `removeFrom`, or else the one in `output`.
+  unsigned maxRemovedPercent = 25;
+  bool allowEmpty = false;  // a tree without a file
   // Rules as ignore_rules.h describes them. Empty: those of the tree, if it has any.
   std::filesystem::path ignoreFile;
 };
@@ -32,6 +38,8 @@ struct BuildSummary {
   std::size_t compressed = 0;
   std::uint64_t contentBytes = 0;
   std::uint64_t transferBytes = 0;
+  Changes changes;  // since the earlier publication
+  Leftover leftover = Leftover::kNone;
 };
 
 // Writes the payloads of all files of the tree, on all cores, and the list. Once everything is
@@ -42,8 +50,9 @@ struct BuildSummary {
 // in `output` was made with the same settings, the payloads of unchanged files are left alone. The
 // result is the same on every run and machine with the same zlib, whatever `output` held.
 //
-// Throws PublishError. The earlier publication is then unchanged, unless the disk failed during
-// those last steps.
+// Throws PublishError. The earlier publication is then unchanged; if the disk fails so badly during
+// those last steps that they can't be undone, RecoverPublication (staging.h) does it later, and so
+// does the next call. The same goes for a process that is killed.
 BuildSummary BuildPublication(const BuildOptions& options);
 
 }  // namespace velmora::publish

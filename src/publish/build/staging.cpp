@@ -1,10 +1,9 @@
 #include "publish/build/staging.h"
 
-#include <cerrno>
+#include <string>
 #include <system_error>
-#include <utility>
 
-#include "platform/files.h"
+#include "publish/build/new_file.h"
 #include "publish/common/publish_error.h"
 
 namespace velmora::publish {
@@ -13,78 +12,56 @@ namespace fs = std::filesystem;
 
 namespace {
 
-[[noreturn]] void Fail(const fs::path& path, const std::error_code& error) {
-  throw PublishError(path.native() + ": can't be written: " + error.message());
-}
-
-// A stream doesn't say why it failed, but the system call that it made last does.
-std::error_code LastError() { return {errno == 0 ? EIO : errno, std::generic_category()}; }
+constexpr char kLock[] = "lock";
 
 }  // namespace
 
-NewFile::NewFile(fs::path path) : path_(std::move(path)) {
-  stream_.open(path_, std::ios::binary | std::ios::trunc);
-  if (!stream_) Fail(path_, LastError());
-}
-
-NewFile::~NewFile() {
-  if (committed_) return;
-  stream_.close();
-  std::error_code ignored;
-  fs::remove(path_, ignored);
-}
-
-void NewFile::Write(const void* bytes, std::size_t count) {
-  stream_.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(count));
-  if (!stream_) Fail(path_, LastError());
-  size_ += count;
-}
-
-void NewFile::Commit() {
-  stream_.close();
-  if (!stream_) Fail(path_, LastError());
-  committed_ = true;
-}
-
-Staging::Staging(const fs::path& output) : folder_(output / kFolder) {
+Staging::Staging(const fs::path& output)
+    : folder_(output / kFolder), replacement_(folder_, output) {
   std::error_code error;
-  fs::create_directories(output, error);
-  if (error) Fail(output, error);
-  const bool isNew = fs::create_directory(folder_, error);
-  if (error) Fail(folder_, error);
-  if (!isNew) {
-    throw PublishError(folder_.native() +
-                       " exists: another build is running, or one was killed; if none is "
-                       "running, remove this folder");
+  fs::create_directories(folder_, error);
+  if (error) FailToWrite(folder_, error);
+  lock_ = std::make_unique<platform::FileLock>((folder_ / kLock).native());
+  using Outcome = platform::FileLock::Outcome;
+  if (lock_->outcome() == Outcome::kTaken) {
+    throw PublishError(output.native() + ": another build is running");
   }
+  if (lock_->outcome() == Outcome::kFailed) {
+    FailToWrite(folder_, "its lock can't be created");
+  }
+  leftover_ = replacement_.Recover();
+  RemoveContents();
 }
 
 Staging::~Staging() {
+  if (replacement_.IsPending()) return;  // for RecoverPublication
+  RemoveContents();
+  lock_.reset();
   std::error_code ignored;
-  fs::remove_all(folder_, ignored);
+  fs::remove(folder_, ignored);
 }
 
 fs::path Staging::At(std::size_t number) const { return folder_ / std::to_string(number); }
 
-void Staging::PrepareTarget(const fs::path& target) const {
+void Staging::Publish(const std::vector<Placement>& placements) const {
+  replacement_.Run(placements);
+}
+
+// The lock stays.
+void Staging::RemoveContents() const {
   std::error_code error;
-  fs::create_directories(target.parent_path(), error);
-  if (error) Fail(target, error);
-  if (fs::is_directory(target, error)) {
-    Fail(target, std::make_error_code(std::errc::is_a_directory));
+  std::vector<fs::path> contents;
+  for (fs::directory_iterator at(folder_, error); !error && at != fs::end(at);
+       at.increment(error)) {
+    if (at->path().filename() != kLock) contents.push_back(at->path());
   }
+  for (const fs::path& path : contents) fs::remove_all(path, error);
 }
 
-void Staging::Sync() const {
-  if (platform::FlushDirectory(folder_.native())) return;
-  throw PublishError(folder_.native() + ": can't be written: " +
-                     platform::SystemErrorText(platform::LastSystemError()));
-}
-
-void Staging::Publish(std::size_t number, const fs::path& target) const {
+Leftover RecoverPublication(const fs::path& output) {
   std::error_code error;
-  fs::rename(At(number), target, error);
-  if (error) Fail(target, error);
+  if (!fs::exists(output / Staging::kFolder, error)) return Leftover::kNone;
+  return Staging(output).leftover();
 }
 
 }  // namespace velmora::publish

@@ -79,6 +79,12 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
   build.add_option("--remove-from", options.removeFrom,
                    "An earlier list, or its publication's folder: files that are gone since then "
                    "are removed from players' disks");
+  build
+      .add_option("--max-removed", options.maxRemovedPercent,
+                  "Percent of the earlier publication's files, and bytes, that TREE may lack")
+      ->check(CLI::Range(0U, 100U))
+      ->capture_default_str();
+  build.add_flag("--allow-empty", options.allowEmpty, "Publish a TREE without a file");
   build.add_option(
       "--ignore", options.ignoreFile,
       "A file with rules for what isn't published, like .gitignore; default: TREE/.publishignore");
@@ -88,6 +94,9 @@ void Build(const BuildOptions& options) {
   const auto start = std::chrono::steady_clock::now();
   const BuildSummary summary = BuildPublication(options);
   const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+  PrintLeftover(summary.leftover);
+  std::printf("%zu added, %zu changed, %zu removed\n", summary.changes.added,
+              summary.changes.changed, summary.changes.removed);
   std::printf("%zu files, %llu bytes; to download: %llu bytes, %zu files compressed; %.1f s\n",
               summary.files, static_cast<unsigned long long>(summary.contentBytes),
               static_cast<unsigned long long>(summary.transferBytes), summary.compressed,

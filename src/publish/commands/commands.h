@@ -6,6 +6,8 @@
 #include <CLI/CLI.hpp>
 #include <atomic>
 
+#include "publish/build/replacement.h"
+
 namespace velmora::publish {
 
 // Exit statuses of the tool.
@@ -18,9 +20,13 @@ inline constexpr int kWarned = 3;      // nothing worse than warnings was found
 // two chunks and cleans up.
 extern std::atomic<bool> stopAsked;
 
+// What has become of a build that was killed; nothing if none was.
+void PrintLeftover(Leftover leftover);
+
 void AddBuildCommand(CLI::App& app, int& status);
 void AddDiffCommand(CLI::App& app, int& status);
 void AddLintCommand(CLI::App& app, int& status);
+void AddRecoverCommand(CLI::App& app, int& status);
 void AddVerifyCommand(CLI::App& app, int& status);
 
 }  // namespace velmora::publish

@@ -55,7 +55,8 @@ bool EndsCache(const FileRecord& record) {
 std::string ReadWholeFile(const fs::path& path) {
   errno = 0;
   std::ifstream stream(path, std::ios::binary);
-  std::string bytes{std::istreambuf_iterator<char>(stream), {}};
+  std::string bytes;
+  if (!fs::is_directory(path)) bytes.assign(std::istreambuf_iterator<char>(stream), {});
   if (!stream.is_open() || stream.bad() || fs::is_directory(path)) {
     throw PublishError(
         path.native() + ": can't be read: " +

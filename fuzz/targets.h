@@ -1,5 +1,4 @@
-// The fuzz targets. Each takes any bytes, hands them to the real parts of the program and requires
-// what must hold, often by a simpler model of the same thing. One thread.
+// The fuzz targets. Each takes any bytes. One thread.
 #pragma once
 
 #include <string>
@@ -10,8 +9,8 @@ namespace velmora::fuzz {
 
 using Target = void(std::string_view input);
 
-Target CheckCommandLine, CheckSettings, CheckUrl, CheckPaths, CheckReferenceList, CheckVerifyCache,
-    CheckLint, CheckIgnoreRules, CheckDownload, CheckPayload;
+Target CheckCommandLine, CheckSettings, CheckPaths, CheckReferenceList, CheckVerifyCache,
+    CheckIgnoreRules, CheckDownload, CheckPayload;
 
 // Ends the process with a message unless `holds`. `detail` shows what the property failed for.
 void Require(bool holds, std::string_view property, std::string_view detail);

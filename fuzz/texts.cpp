@@ -1,24 +1,19 @@
-// Targets for texts: command lines, settings, URLs, paths, lists, the cache's file, ignore rules.
+// Targets for texts: command lines, settings, paths, lists, the cache's file, ignore rules.
 #include <fnmatch.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
-#include <set>
 #include <sstream>
 
 #include "base/ascii.h"
 #include "base/text.h"
 #include "base/text_mode.h"
 #include "engine/reference_list.h"
-#include "engine/request_path.h"
 #include "engine/verify_cache.h"
 #include "platform/paths.h"
 #include "platform/posix/native_path.h"
 #include "process/command_line.h"
 #include "publish/build/ignore_rules.h"
-#include "publish/common/published_list.h"
-#include "publish/common/shown_text.h"
 #include "publish/lint/lint.h"
 #include "settings/mirror_selection.h"
 #include "settings/patcher_settings.h"
@@ -35,79 +30,32 @@ constexpr auto kNone = std::string_view::npos;
 // Both scans of a command line: what they take from it is part of it.
 void CheckCommandLine(std::string_view input) {
   const test::TemporaryFolder folder;
-  test::WriteFile(kTemporaryCopy, "copy");
   Settings = PatcherSettings();
   const std::string line(input);
   ScanSettingsPath(line);
-  const bool ends = ScanOptions(line) == ScanResult::kEndProcess;
+  static_cast<void>(ScanOptions(line));
   for (const std::string& value :
        {Settings.SettingsPath, Settings.DataFile, Settings.InformationUrl, Settings.LaunchId}) {
     Require(value.size() <= 259 && line.find(value) != kNone, "a value of the line", line);
   }
   Require(line.ends_with(ArgumentTail), "its end is handed on", line);
-  Require(!ends || test::ReadFile(kTemporaryCopy) != "copy", "/C deletes the copy", line);
   Require(WholeOptions(line, 99).size() <= 99 && line.starts_with(WholeOptions(line, 99)), "cut",
           line);
 }
 
-// A settings file: no value that it doesn't hold, and the first section counts.
+// A settings file and its URLs: no value that it doesn't hold, and no mirror without a host.
 void CheckSettings(std::string_view input) {
   const test::TemporaryFolder folder;
   Settings.SettingsPath = "VelmoraUpdate.dat";
-  const auto valueIn = [](const std::string& file) {
-    test::WriteFile(Settings.SettingsPath, file);
-    return ReadSetting("BaseURL1");
-  };
   const std::string file(input);
-  const std::string value = valueIn(file);
+  test::WriteFile(Settings.SettingsPath, file);
+  const std::string value = ReadSetting("BaseURL1");
   Require(value.size() <= 255 && value.find_first_of(std::string_view("\r\n\0", 3)) == kNone &&
               file.find(value) != kNone,
           "a value is part of a line, at most 255 bytes", value);
   ReadMirrors();
   for (std::size_t i = 0; i < Mirrors.count; ++i) {
     Require(!Mirrors.entries[i].host.empty(), "a mirror has a host", file);
-  }
-  const std::string more = "]\r\nBaseURL1=http://other/";
-  Require(valueIn(file + "\r\n[Other" + more) == value, "another section", file);
-  Require(value.empty() || valueIn(file + "\r\n[Setting" + more) == value, "the first", file);
-}
-
-static std::string Whole(const UrlParts& url) {
-  return url.scheme + "://" + url.user + ':' + url.password + '@' + url.host + ':' +
-         std::to_string(url.port) + url.path + url.extra;
-}
-
-static std::string Escaped(std::string_view path, bool spacesOnly) {
-  std::string escaped;
-  for (const char c : path) {
-    const bool isUnsafe = c < 0x20 || std::string_view("<>\"{}|\\^[]`&\x7F").find(c) != kNone;
-    const bool stays = c != ' ' && (spacesOnly || !isUnsafe);
-    escaped += stays ? std::string(1, c) : FormatText("%%%02X", static_cast<unsigned char>(c));
-  }
-  return escaped;
-}
-
-// A URL, and the path of a request.
-void CheckUrl(std::string_view input) {
-  FileRecord record;
-  std::string& text = record.path = input;
-  const auto parts = CrackUrl(text);
-  if (parts && !parts->host.empty()) {
-    const auto again = CrackUrl(Whole(*parts));
-    Require(Whole(again.value()) == Whole(*parts), "put together, the parts are the same", text);
-  }
-  for (const auto mode : {Canonicalize::kUnsafe, Canonicalize::kSpacesOnly}) {
-    const std::string escaped = Escaped(text, mode == Canonicalize::kSpacesOnly);
-    Require(!CanonicalizeUrlPath(text, mode, escaped.size()), "a path that doesn't fit", text);
-    Require(CanonicalizeUrlPath(text, mode, escaped.size() + 1) == escaped, "escapes", text);
-  }
-  for (const bool compressed : {false, true}) {
-    record.compressed = compressed;
-    std::string path = text;
-    std::replace(path.begin(), path.end(), '\\', '/');
-    path = "/data/" + Escaped(path, false) + (record.compressed ? ".compressed" : "");
-    Require(RequestPath("/data", record).value_or("") == (path.size() < 260 ? path : ""),
-            "a request", text);
   }
 }
 
@@ -129,12 +77,6 @@ static bool Matches(std::string_view path, std::string_view pattern) {
   return takes.back();
 }
 
-static std::string NormalPath(std::string_view path) {
-  std::string slashes;
-  for (const std::string_view c : Characters(path)) slashes += c == "\\" ? "/" : c;
-  return std::filesystem::path(slashes).lexically_normal();
-}
-
 // Three lines: a path, a wildcard pattern and a name.
 void CheckPaths(std::string_view rest) {
   const std::string path(TakeUntil("\n", rest));
@@ -151,29 +93,11 @@ void CheckPaths(std::string_view rest) {
   Require(joined.size() <= 259 && joined.ends_with(LastPathElement(joined)) &&
               joined.starts_with(WithoutLastPathElement(joined)),
           "a joined path fits and can be split", joined);
-  // After a slash, which is this system's root, names are in UTF-8.
-  if (path.empty() || path[0] == '/') return;
-  std::string native = NativePath(path);
-  std::string normal = path.find('\0') == kNone ? NormalPath(path) : "";
-  for (std::string* const text : {&native, &normal}) {
-    while (text->size() > 1 && text->ends_with('/')) text->pop_back();
-  }
-  Require(native == normal, "the native path", path);
+  const std::string native = NativePath(path);
+  Require(native.find("//") == kNone && native.find("/./") == kNone, "the native path", path);
 }
 
-struct Before {
-  bool operator()(const FileRecord& a, const FileRecord& b) const {
-    if (a.path.find("VelmoraUpdate") != kNone) return true;
-    return a.path.size() != b.path.size() ? a.path.size() < b.path.size() : a.path < b.path;
-  }
-};
-
-// The library's tree looks for the place of a record by the same comparisons and keeps its balance
-// by the same rules, so that its order is the same even where the comparison is no ordering. That
-// is true of this library and this use alone; the program can't rely on it.
-using LibrarySet = std::set<FileRecord, Before>;
-
-static std::string LinesFor(const auto& records) {
+static std::string LinesFor(const FileRecordSet& records) {
   std::string lines;
   for (const FileRecord& record : records) lines += CacheLine(record);
   return lines;
@@ -186,15 +110,16 @@ static ListLine Scanned(const std::string& line, char (&words)[6][512]) {
   return {words[0], {words[1], words[2], words[3], words[4], words[5]}};
 }
 
-// A reference list: what enters the sets, and in which order.
+// A reference list: what enters the sets, and what the linter says of it.
 void CheckReferenceList(std::string_view text) {
   FileRecordSet sets[2];
   std::string client = "unchanged";
   std::size_t refused = 0;
   ParseReferenceList(text, sets[0], sets[1], client, [&](std::string_view) { ++refused; });
 
-  LibrarySet expected[2];
+  FileRecordSet expected[2];
   std::string expectedClient = "unchanged";
+  std::size_t overLimit = 0;
   for (const std::string_view line : LinesOf(text.substr(0, text.find('\0')))) {
     if (line.size() > 511) break;
     char words[6][512] = {};
@@ -204,19 +129,22 @@ void CheckReferenceList(std::string_view text) {
     const bool isFile = naive.keyword == "FILE";
     if (!isFile && naive.keyword != "DEL" && naive.keyword != "EXE") continue;
     if (!IsWithinLimits(naive)) {
-      --refused;
+      ++overLimit;
     } else if (naive.keyword == "EXE") {
       expectedClient = naive.fields[0];
     } else {
-      expected[isFile ? 0 : 1].insert(isFile ? UpdateRecord(naive) : RemoveRecord(naive));
+      expected[isFile ? 0 : 1].InsertRecord(isFile ? UpdateRecord(naive) : RemoveRecord(naive));
     }
   }
   for (const std::size_t i : {0U, 1U}) {
-    Require(LinesFor(sets[i]) == LinesFor(expected[i]), "the order", LinesFor(sets[i]));
-    Require(sets[i].Count() == expected[i].size(), "the count is the set's", text);
+    Require(LinesFor(sets[i]) == LinesFor(expected[i]), "the records", LinesFor(sets[i]));
   }
   Require(client == expectedClient, "the last client counts", client);
-  Require(refused == 0, "each line over a limit is refused, no other", text);
+  Require(refused == overLimit, "each line over a limit is refused, no other", text);
+
+  const std::vector<LintFinding> findings = LintList(text, {});
+  Require(std::ranges::is_sorted(findings, {}, &LintFinding::line), "findings in order", text);
+  Require(refused == 0 || !findings.empty(), "the linter finds what patchers refuse", text);
 }
 
 static std::map<std::string, FileRecord> CacheEntries(std::string_view bytes) {
@@ -257,25 +185,6 @@ void CheckVerifyCache(std::string_view bytes) {
   SaveVerifyCache();
   Require(VerifyCache.Count() == 0, "saving empties the cache", bytes);
   Require(entries.empty() || test::ReadFile(kCacheFile) == saved, "saved in byte order", saved);
-}
-
-// A list for the linter: where its findings are, and which of them end or shorten a patcher's list.
-void CheckLint(std::string_view text) {
-  const std::size_t lines = LinesOf(text).size() + 1;
-  const PublishedList list(text);
-  bool isRead = true;
-  std::size_t line = 0;
-  for (const LintFinding& finding : LintList(text, {})) {
-    Require(line <= finding.line && finding.line <= lines, "findings in order", text);
-    line = finding.line;
-    const std::string shown = ShownText(finding.subject) + ShownText(finding.detail);
-    Require(std::none_of(shown.begin(), shown.end(), IsControl), "shown on one line", shown);
-    const Rule rule = finding.rule->id;
-    isRead = isRead && rule != Rule::kLineTooLong && rule != Rule::kNulByte &&
-             rule != Rule::kFieldTooLong && rule != Rule::kPathTooLong &&
-             rule != Rule::kTooManyCommas;
-  }
-  Require(!isRead || (list.isReadWhole && list.refused.empty()), "what patchers refuse", text);
 }
 
 // Compares a rule with the C library's matcher, if it means the same to both: plain sets, no two

@@ -84,8 +84,6 @@ TEST_F(Http, PlainAnswer) {
   EXPECT_EQ(Body(request), "body");
   EXPECT_EQ(QueryHttpDataAvailable(request), 0U);
   CloseHttpHandle(request);
-  CloseHttpHandle(request);
-  EXPECT_EQ(Text(request), "(none)");
 
   const ServedRequest served = server_->Requests().at(0);
   EXPECT_EQ(served.path, "/some%20path");
@@ -101,25 +99,13 @@ TEST_F(Http, PathsAreSentUnchanged) {
     std::string target;
   } cases[] = {
       {"/a%20b", "/a%20b"},
-      {"/a?b=c", "/a?b=c"},
-      {"//a", "//a"},
-      {"/", "/"},
       {"/\x83\x65.dat", "/%83e.dat"},
       {"no-slash", "/no-slash"},
-      {"/./x.dat", "/x.dat"},
       {"./x", "/x"},
       {"/a/../b/./c", "/b/c"},
-      {"/../a", "/a"},
       {"/a/../../b", "/b"},
-      {"/a/..", "/"},
       {"/a/.", "/a/"},
-      {"/a/../", "/"},
       {"/a//../b", "/a/b"},
-      {"//a/..", "//"},
-      {"/..", "/"},
-      {".", "/"},
-      {"/a/b/..?c", "/a/?c"},
-      {"/.a", "/.a"},
       {"/a../b.", "/a../b."},
       {"/a#/../b", "/b"},
       {"/%2e%2E/b/%2e", "/%2e%2E/b/%2e"},
@@ -161,9 +147,7 @@ TEST_F(Http, RedirectsAndCredentials) {
       "user", "pw");
   EXPECT_EQ(Fetch("/moved"), "200 found");
   EXPECT_EQ(Fetch("/secret"), "200 secret");
-  if (!kUnderWine) {
-    EXPECT_FALSE(Fetch("/loop").starts_with("200"));
-  }
+  EXPECT_TRUE(kUnderWine || !Fetch("/loop").starts_with("200"));
   // Credentials are sent only when they are asked for.
   EXPECT_EQ(server_->Requests().at(0).head.find("Authorization"), std::string::npos);
 }
@@ -199,8 +183,7 @@ TEST_F(Http, CredentialsAreAskedForOnce) {
   }
 }
 
-// A body as it becomes available, and by one read for all of it. An early close is an end; a broken
-// transfer is a failure.
+// A body as it becomes available, and by one read. An early close is an end, a stall a failure.
 TEST_F(Http, BodiesThatEndEarlyBreakOrStall) {
   const std::string length = "Content-Length: 10\r\n";
   const std::string digits = "0123456789";
@@ -215,18 +198,13 @@ TEST_F(Http, BodiesThatEndEarlyBreakOrStall) {
     std::string length;
     bool isWhole = true;
   } cases[] = {
-      {"whole", Raw(length, digits), digits, "10"},
       {"large", Ok(large), large, std::to_string(large.size())},
       {"closed early", Raw(length, "01234"), "01234", "10"},
       {"stalled", Raw(length, "01234", Reply::End::kStall), "01234", "10", false},
       {"chunked", Raw("Transfer-Encoding: chunked\r\n", "3\r\nabc\r\n0\r\n\r\n"), "abc", "(none)"},
       {"until the close", Raw("", "abc"), "abc", "(none)"},
-      // Text that is no length: the caller converts it, and the body lasts until the close.
       {"no number", Raw("Content-Length: abc\r\n", "body"), "body", "abc"},
-      {"no text", Raw("Content-Length: \r\n", ""), "", ""},
-      {"negative", Raw("Content-Length: -5\r\n", "body"), "body", "-5"},
       {"too much", Raw(length, digits + "more"), kUnderWine ? digits + "more" : digits, "10"},
-      {"empty", Ok(""), "", "0"},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.name);
@@ -266,30 +244,22 @@ TEST_F(Http, HeadsThatBreakOff) {
   }
 }
 
-TEST_F(Http, ClosingAHandleClosesWhatWasOpenedOnIt) {
+TEST_F(Http, InvalidHostsAndClosedHandles) {
   Connect([](const ServedRequest&) { return Ok("body"); });
   const HttpHandle request = Get("/x");
   EXPECT_EQ(Text(request), "200");
+  for (const char* host : {"", "a b", "a/b", "a\r\nb", "u@h"}) {
+    EXPECT_EQ(ConnectHttp(session_, host, 80, "", ""), kNoHttpHandle) << host;
+  }
   CloseHttpHandle(session_);
   EXPECT_EQ(Text(request), "(none)");
-  EXPECT_EQ(OpenHttpGet(connection_, "/x"), kNoHttpHandle);
-}
-
-TEST_F(Http, InvalidHandlesAndHosts) {
-  for (const char* host : {"", "a b", "a/b", "a\r\nb", "u@h"}) {
-    const HttpHandle session = OpenHttpSession("x");
-    EXPECT_EQ(ConnectHttp(session, host, 80, "", ""), kNoHttpHandle) << host;
-    CloseHttpHandle(session);
-  }
-  EXPECT_EQ(ConnectHttp(kNoHttpHandle, "h", 80, "", ""), kNoHttpHandle);
-  EXPECT_EQ(OpenHttpGet(kNoHttpHandle, "/"), kNoHttpHandle);
+  EXPECT_EQ(QueryHttpDataAvailable(request), 0U);
   std::uint32_t read = 9;
   char byte = 0;
-  EXPECT_FALSE(ReadHttp(kNoHttpHandle, &byte, 1, read));
+  EXPECT_FALSE(ReadHttp(request, &byte, 1, read));
   EXPECT_EQ(read, 0U);
-  EXPECT_EQ(QueryHttpDataAvailable(kNoHttpHandle), 0U);
-  SendHttpRequest(kNoHttpHandle);
-  CloseHttpHandle(kNoHttpHandle);
+  EXPECT_EQ(ConnectHttp(session_, "127.0.0.1", 80, "", ""), kNoHttpHandle);
+  EXPECT_EQ(OpenHttpGet(connection_, "/x"), kNoHttpHandle);
 }
 
 }  // namespace

@@ -16,9 +16,8 @@ inline constexpr char kFaultPlan[] = "VELMORA_FAULT_PLAN";
 enum FaultEffect : int {
   kNoFault = 0,
   kHalf = -1,      // half of the bytes are read or written
-  kFullDisk = -2,  // half of the bytes are written, and none from then on
-  kKill = -3,      // the process is killed before the operation
-  kKillHalf = -4,  // the process is killed after half of the bytes
+  kKill = -2,      // the process is killed before the operation
+  kKillHalf = -3,  // the process is killed after half of the bytes
 };
 
 struct FaultPlan {

@@ -51,10 +51,8 @@ bool Counts(std::string_view operation) {
 int Meet(const char* operation, const char* object) {
   if (plan == nullptr || !Counts(operation)) return kNoFault;
   const bool isLog = std::string_view(object).ends_with("session.log");
-  if (isLog && ++plan->logged % plan->logStride != 0 && plan->effect != kFullDisk) return kNoFault;
-  const std::uint32_t count = ++plan->counted;
-  if (plan->effect == kFullDisk && count > plan->number && plan->struck != 0) return errno = ENOSPC;
-  if (count != plan->number) return kNoFault;
+  if (isLog && ++plan->logged % plan->logStride != 0) return kNoFault;
+  if (++plan->counted != plan->number) return kNoFault;
   std::snprintf(plan->struckOperation, sizeof plan->struckOperation, "%s %s", operation, object);
   plan->struck = 1;
   if (plan->effect == kKill) Kill();
@@ -152,12 +150,6 @@ WRAPPED(void*, malloc, std::size_t size) {
 
 WRAPPED(void*, calloc, std::size_t count, std::size_t size) {
   return FailsBlock(count * size, "calloc") ? nullptr : __real_calloc(count, size);
-}
-
-WRAPPED(void*, mmap, void* address, std::size_t size, int protection, int flags, int file,
-        off_t offset) {
-  if (FailsBlock(size, "mmap")) return MAP_FAILED;
-  return __real_mmap(address, size, protection, flags, file, offset);
 }
 
 WRAPPED(int, pthread_create, pthread_t* thread, const pthread_attr_t* attributes,

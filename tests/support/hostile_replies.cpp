@@ -31,29 +31,23 @@ struct Kind {
 };
 
 #define OK "HTTP/1.1 200 OK\r\n"
-#define LOCATION                                                                     \
-  "Location: {/hashlist.dat|/nothing||//|http://|http://[::|http://127.0.0.1:1/|"    \
-  "http://127.0.0.1:99999/|file:///etc/passwd|ftp://127.0.0.1:1/x|javascript:1|/@x|" \
-  "{$P|$P?$d|/honest$P|^60000(/)|/^2000(%)|$r}}\r\n"
+#define LOCATION                                                                          \
+  "Location: {/hashlist.dat||//|http://|http://[::|http://127.0.0.1:99999/|javascript:1|" \
+  "file:///etc/passwd|/@x|{$P|$P?$d|/honest$P|^60000(/)|/^2000(%)|$r}}\r\n"
 #define ODD_CHUNK                                                                           \
   "{{zz|-1||7FFFFFFF|80000000|FFFFFFFF|100000000|7FFFFFFFFFFFFFFF|FFFFFFFFFFFFFFFF|5 \n|0|" \
   "0\r\nContent-Length: 3\r\n|0\r\n@@}|{|5;|0\r\nX: }^{1000|200000}(F)}\r\n"
 
 const std::vector<Kind> kKinds = {
     {"status line",
-     "{|\r\n|garbage|HTTP/1.1|HTTP/1.1 |HTTP/1.1 2|HTTP/1.1 20|HTTP/1.1 2000 OK|HTTP/1.1 200|"
-     "HTTP/1.1 200 |HTTP/1.1 -200 OK|HTTP/1.1 000 OK|HTTP/1.1 abc OK|HTTP/9.9 200 OK|"
-     "HTTP/1.0 200 OK|HTTP/0.9 200 OK|HTTP/2 200 OK|http/1.1 200 ok|HTTP/1.1 200 Not Found|"
-     "HTTP/1.1\t200\tOK|HTTP/1.1 200@OK|ICY 200 OK| HTTP/1.1 200 OK|HTTP/1.1 404 200 OK|"
-     "HTTP/1.1 200 OK\r\nHTTP/1.1 404 Gone|@@@@|{|HTTP/1.1 200 }^{5000|500000}(x)|$r|$r|$r|$B}\r\n"
-     "$L\r\n$B"},
+     "{|\r\n|garbage|HTTP/1.1|HTTP/1.1 |HTTP/1.1 2|HTTP/1.1 2000 OK|HTTP/1.1 200|HTTP/1.1 -200 OK|"
+     "HTTP/9.9 200 OK|HTTP/1.0 200 OK|http/1.1 200 ok|HTTP/1.1\t200\tOK|HTTP/1.1 200@OK|"
+     " HTTP/1.1 200 OK|HTTP/1.1 200 OK\r\nHTTP/1.1 404 Gone|@@@@|{HTTP/1.1 200 |}^500000(x)|$r|$B}"
+     "\r\n$L\r\n$B"},
     {"status code",
-     "HTTP/1.1 {{101|199|201|203|204|205|206|226|299|304|305|306|400|401|403|404|407|408|410|416|"
-     "417|421|426|429|451|500|502|503|504|505|511|599|999}|$d$d$d} X\r\n"
-     "{|Content-Range: bytes 0-4/5\r\n|Content-Range: bytes 99-1/*\r\n|Retry-After: 99999999\r\n|"
-     "WWW-Authenticate: Basic realm=x\r\n|Proxy-Authenticate: Basic\r\n|"
+     "HTTP/1.1 {101|199|204|206|304|401|407|416|500|$d$d$d|$d$d$d} X\r\n"
+     "{|Content-Range: bytes 99-1/*\r\n|Proxy-Authenticate: Basic\r\n|"
      "WWW-Authenticate: Digest realm=\"x\", nonce=\"\", qop=\"auth\"\r\n|"
-     "WWW-Authenticate: Negotiate\r\nWWW-Authenticate: NTLM\r\n|"
      "Upgrade: h2c\r\nConnection: Upgrade\r\n}{$L\r\n$B|Content-Length: 0\r\n\r\n}"},
     // Replies before the reply: few, many, and nothing else.
     {"interim",
@@ -65,11 +59,9 @@ const std::vector<Kind> kKinds = {
     {"headers", OK
      "{$L|}{X: folded\r\n \t further| folded from nothing|X: a@b|@|no colon|: no name|"
      "X: bare LF\nY: z|X: bare CR\rY: z|Content-Length|Content-Length : 5|Content-Encoding: gzip|"
-     "Content-Encoding: deflate, br, x|Transfer-Encoding: gzip|Transfer-Encoding: identity|"
-     "Connection: close, keep-alive, upgrade|Content-Type: multipart/byteranges; boundary=x|"
+     "Transfer-Encoding: gzip|Connection: close, keep-alive, upgrade|"
      "Alt-Svc: h2=\"127.0.0.1:1\"\r\nStrict-Transport-Security: max-age=99|"
-     "{X: ^{4000|99000|200000|2000000}(x)|^{4000|200000}(X): x|^{100|3000|20000}(X-Y: z\r\n)X: y|"
-     "^5000(Set-Cookie: a=b\r\n)X: y|$r}}\r\n{$L|}\r\n$B"},
+     "{X: ^{4000|99000|2000000}(x)|^200000(X): x|^{100|20000}(X-Y: z\r\n)X: y|$r}}\r\n{$L|}\r\n$B"},
     {"endless headers", OK, {End::kClose}, "X-Y: z\r\n"},
     {"length",
      OK "{$L||||}Content-Length: {{|-1|-2147483648|-9223372036854775808|0|1|0x10|2147483646|"
@@ -157,9 +149,9 @@ std::string Expand(Random& random, const Values& values, std::string_view patter
     if (c == '{') {
       text += Expand(random, values, Choose(random, TakeUntil(pattern, '}')));
     } else if (c == '^') {
-      const std::string count = Expand(random, values, TakeUntil(pattern, '('));
+      const int count = ToNumber(Expand(random, values, TakeUntil(pattern, '(')));
       const std::string repeated = Expand(random, values, TakeUntil(pattern, ')'));
-      text += Times(static_cast<std::size_t>(ToNumber(count)), repeated);
+      for (int i = 0; i < count; ++i) text += repeated;
     } else if (c == '$') {
       text += values.at(pattern.front());
       pattern.remove_prefix(1);
@@ -171,12 +163,6 @@ std::string Expand(Random& random, const Values& values, std::string_view patter
 }
 
 }  // namespace
-
-std::string Times(std::size_t count, const std::string& text) {
-  std::string result;
-  for (std::size_t i = 0; i < count; ++i) result += text;
-  return result;
-}
 
 std::vector<std::string> HostileKinds() {
   std::vector<std::string> names;

@@ -35,9 +35,6 @@ class Random {
   std::mt19937 engine_;
 };
 
-// `text`, `count` times.
-[[nodiscard]] std::string Times(std::size_t count, const std::string& text);
-
 // The kinds of replies, by name.
 [[nodiscard]] std::vector<std::string> HostileKinds();
 

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -27,35 +28,28 @@ constexpr std::size_t kChunk = 4096;  // a socket that takes any byte takes so m
 using Socket = SOCKET;
 constexpr Socket kNoSocket = INVALID_SOCKET;
 constexpr int kNoSignal = 0;
-using Length = int;
 void CloseSocket(Socket socket) { closesocket(socket); }
 void StartSockets() {
-  static const bool started = [] {
-    WSADATA data;
-    return WSAStartup(MAKEWORD(2, 2), &data) == 0;
-  }();
-  static_cast<void>(started);
+  WSADATA data;
+  WSAStartup(MAKEWORD(2, 2), &data);
 }
 #else
 using Socket = int;
 constexpr Socket kNoSocket = -1;
 constexpr int kNoSignal = MSG_NOSIGNAL;
-using Length = socklen_t;
 void CloseSocket(Socket socket) { close(socket); }
 void StartSockets() {}
 #endif
 
-void ResetSocket(Socket socket) {
-  const linger now{1, 0};
-  setsockopt(socket, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&now), sizeof now);
+template <typename Value>
+void SetOption(Socket socket, int level, int option, Value value) {
+  setsockopt(socket, level, option, reinterpret_cast<const char*>(&value), sizeof value);
 }
 
+// What stands between the method and the version.
 std::string TargetOf(const std::string& head) {
-  const std::size_t start = head.find(' ');
-  const std::size_t end = head.find(" HTTP/", start);
-  return start == std::string::npos || end == std::string::npos
-             ? head
-             : head.substr(start + 1, end - start - 1);
+  const std::size_t start = head.find(' ') + 1;
+  return head.substr(start, head.find(" HTTP/", start) - start);
 }
 
 }  // namespace
@@ -80,6 +74,106 @@ LoopbackServer::Answer LoopbackServer::Serving(std::map<std::string, std::string
 }
 
 struct LoopbackServer::State {
+  void Listen(std::uint16_t wanted, const char* address) {
+    sockaddr_in name{};
+    name.sin_family = AF_INET;
+    name.sin_port = htons(wanted);
+    inet_pton(AF_INET, address, &name.sin_addr);
+    listener = socket(AF_INET, SOCK_STREAM, 0);
+    SetOption(listener, SOL_SOCKET, SO_REUSEADDR, 1);
+    socklen_t length = sizeof name;
+    if (bind(listener, reinterpret_cast<sockaddr*>(&name), length) != 0 ||
+        listen(listener, 64) != 0) {
+      CloseSocket(std::exchange(listener, kNoSocket));
+      return;
+    }
+    getsockname(listener, reinterpret_cast<sockaddr*>(&name), &length);
+    port = ntohs(name.sin_port);
+    acceptor = std::thread([this] { Accept(); });
+  }
+
+  void Accept() {
+    for (int connection = 1; IsReady(listener, false); ++connection) {
+      const Socket client = accept(listener, nullptr, nullptr);
+      if (client == kNoSocket) continue;
+      SetOption(client, IPPROTO_TCP, TCP_NODELAY, 1);
+      threads.emplace_back([this, client, connection] {
+        std::string pending;
+        while (ServeOne(client, connection, pending)) {
+        }
+        CloseSocket(client);
+      });
+    }
+  }
+
+  // Waits until the socket can be read or written; false if the server ends first. No call that
+  // waits for ever can be woken on every system.
+  bool IsReady(Socket socket, bool forWriting) const {
+    while (!ending) {
+      fd_set sockets;
+      FD_ZERO(&sockets);
+      FD_SET(socket, &sockets);
+      timeval step{0, 20000};
+      if (select(static_cast<int>(socket) + 1, forWriting ? nullptr : &sockets,
+                 forWriting ? &sockets : nullptr, nullptr, &step) > 0) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  // Appends what comes next; false if nothing does.
+  bool Receive(Socket socket, std::string& text) const {
+    char buffer[kChunk];
+    const auto count = IsReady(socket, false) ? recv(socket, buffer, sizeof buffer, 0) : 0;
+    if (count > 0) text.append(buffer, static_cast<std::size_t>(count));
+    return count > 0;
+  }
+
+  bool Send(Socket socket, std::string_view bytes) const {
+    while (!bytes.empty() && IsReady(socket, true)) {
+      const auto length = static_cast<socklen_t>(std::min(kChunk, bytes.size()));
+      const auto count = send(socket, bytes.data(), length, kNoSignal);
+      if (count <= 0) return false;
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return bytes.empty();
+  }
+
+  bool Send(Socket socket, const Reply& reply) const {
+    constexpr std::size_t kRepeated = std::size_t{16} << 20;
+    if (!Send(socket, reply.bytes)) return false;
+    if (reply.repeated.empty()) return true;
+    std::string block;
+    while (block.size() < kChunk) block += reply.repeated;
+    for (std::size_t sent = 0; sent < kRepeated; sent += block.size()) {
+      if (!Send(socket, block)) return false;
+    }
+    return true;
+  }
+
+  // False when the connection is over.
+  bool ServeOne(Socket socket, int connection, std::string& pending) {
+    std::size_t end = std::string::npos;
+    while ((end = pending.find("\r\n\r\n")) == std::string::npos) {
+      if (!Receive(socket, pending)) return false;
+    }
+    const std::string head = pending.substr(0, end + 2);
+    pending.erase(0, end + 4);
+
+    Reply reply;
+    {
+      const std::lock_guard lock(mutex);
+      requests.push_back({TargetOf(head), head, connection});
+      reply = answer(requests.back());
+    }
+    if (!Send(socket, reply)) return false;
+    if (reply.end == Reply::End::kReset) SetOption(socket, SOL_SOCKET, SO_LINGER, linger{1, 0});
+    while (reply.end == Reply::End::kStall && Receive(socket, pending)) {
+    }
+    return reply.end == Reply::End::kKeep;
+  }
+
   Answer answer;
   Socket listener = kNoSocket;
   std::uint16_t port = 0;
@@ -88,127 +182,13 @@ struct LoopbackServer::State {
   std::vector<ServedRequest> requests;
   std::vector<std::thread> threads;  // one for each connection
   std::thread acceptor;
-
-  void Listen(std::uint16_t wanted, const char* address);
-  void Accept();
-  void Serve(Socket socket, int connection);
-  bool ServeOne(Socket socket, int connection, std::string& pending);
-  bool IsReady(Socket socket, bool forWriting) const;
-  int Receive(Socket socket, char* buffer, int size) const;
-  bool Send(Socket socket, const std::string& bytes) const;
-  bool Send(Socket socket, const Reply& reply) const;
 };
-
-void LoopbackServer::State::Listen(std::uint16_t wanted, const char* address) {
-  sockaddr_in name{};
-  name.sin_family = AF_INET;
-  name.sin_port = htons(wanted);
-  inet_pton(AF_INET, address, &name.sin_addr);
-  listener = socket(AF_INET, SOCK_STREAM, 0);
-  const int yes = 1;
-  setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char*>(&yes), sizeof yes);
-  if (bind(listener, reinterpret_cast<sockaddr*>(&name), sizeof name) != 0 ||
-      listen(listener, 64) != 0) {
-    CloseSocket(std::exchange(listener, kNoSocket));
-    return;
-  }
-  Length length = sizeof name;
-  getsockname(listener, reinterpret_cast<sockaddr*>(&name), &length);
-  port = ntohs(name.sin_port);
-}
-
-void LoopbackServer::State::Accept() {
-  for (int connection = 1; IsReady(listener, false); ++connection) {
-    const Socket client = accept(listener, nullptr, nullptr);
-    if (client == kNoSocket) continue;
-    const int yes = 1;
-    setsockopt(client, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&yes), sizeof yes);
-    threads.emplace_back([this, client, connection] { Serve(client, connection); });
-  }
-}
-
-void LoopbackServer::State::Serve(Socket socket, int connection) {
-  std::string pending;
-  while (ServeOne(socket, connection, pending)) {
-  }
-  CloseSocket(socket);
-}
-
-// Waits until the socket can be read or written; false if the server ends first. No call that waits
-// for ever can be woken on every system.
-bool LoopbackServer::State::IsReady(Socket socket, bool forWriting) const {
-  while (!ending) {
-    fd_set sockets;
-    FD_ZERO(&sockets);
-    FD_SET(socket, &sockets);
-    timeval step{0, 20000};
-    if (select(static_cast<int>(socket) + 1, forWriting ? nullptr : &sockets,
-               forWriting ? &sockets : nullptr, nullptr, &step) > 0) {
-      return true;
-    }
-  }
-  return false;
-}
-
-int LoopbackServer::State::Receive(Socket socket, char* buffer, int size) const {
-  if (!IsReady(socket, false)) return 0;
-  return static_cast<int>(recv(socket, buffer, static_cast<Length>(size), 0));
-}
-
-bool LoopbackServer::State::Send(Socket socket, const std::string& bytes) const {
-  for (std::size_t sent = 0; sent < bytes.size();) {
-    if (!IsReady(socket, true)) return false;
-    const std::size_t length = std::min(kChunk, bytes.size() - sent);
-    const auto count = send(socket, bytes.data() + sent, static_cast<Length>(length), kNoSignal);
-    if (count <= 0) return false;
-    sent += static_cast<std::size_t>(count);
-  }
-  return true;
-}
-
-bool LoopbackServer::State::Send(Socket socket, const Reply& reply) const {
-  constexpr std::size_t kRepeated = std::size_t{16} << 20;
-  if (!Send(socket, reply.bytes)) return false;
-  if (reply.repeated.empty()) return true;
-  std::string block;
-  while (block.size() < kChunk) block += reply.repeated;
-  for (std::size_t sent = 0; sent < kRepeated; sent += block.size()) {
-    if (!Send(socket, block)) return false;
-  }
-  return true;
-}
-
-// False when the connection is over.
-bool LoopbackServer::State::ServeOne(Socket socket, int connection, std::string& pending) {
-  char buffer[4096];
-  std::size_t end = std::string::npos;
-  while ((end = pending.find("\r\n\r\n")) == std::string::npos) {
-    const int count = Receive(socket, buffer, sizeof buffer);
-    if (count <= 0) return false;
-    pending.append(buffer, static_cast<std::size_t>(count));
-  }
-  const std::string head = pending.substr(0, end + 2);
-  pending.erase(0, end + 4);
-
-  Reply reply;
-  {
-    const std::lock_guard lock(mutex);
-    requests.push_back({TargetOf(head), head, connection});
-    reply = answer(requests.back());
-  }
-  if (!Send(socket, reply)) return false;
-  if (reply.end == Reply::End::kReset) ResetSocket(socket);
-  while (reply.end == Reply::End::kStall && Receive(socket, buffer, sizeof buffer) > 0) {
-  }
-  return reply.end == Reply::End::kKeep;
-}
 
 LoopbackServer::LoopbackServer(Answer answer, std::uint16_t port, const char* address)
     : state_(std::make_unique<State>()) {
   StartSockets();
   state_->answer = std::move(answer);
   state_->Listen(port, address);
-  if (IsListening()) state_->acceptor = std::thread([state = state_.get()] { state->Accept(); });
 }
 
 LoopbackServer::~LoopbackServer() {

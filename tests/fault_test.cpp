@@ -223,9 +223,6 @@ class FaultyStart : public testing::TestWithParam<std::pair<std::string, std::ve
 // Strikes the operations of the kind one by one, from the first to the last of a run, with all
 // their effects or with one in turn.
 TEST_P(FaultyStart, EndsAndHeals) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "thousands of starts take too long under a sanitizer";
-#endif
   const auto& [operation, effects] = GetParam();
   const bool kills = effects[0] == kKill || effects[0] == kKillHalf;
   const bool onlyReads = operation == "open" || operation == "read" || operation == "status";

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 namespace velmora::test {
@@ -59,10 +60,22 @@ bool EnterOwnNamespaces() {
   return true;
 }
 
+std::ptrdiff_t ThreadCount() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
 class OwnNamespaces : public testing::Environment {
   void SetUp() override {
     [[maybe_unused]] static const bool once = EnterOwnNamespaces();  // not again for --gtest_repeat
+    threads_ = ThreadCount();
   }
+  // The patcher's worker ends by itself after its run has: until it has freed what it holds, it
+  // looks like a leak.
+  void TearDown() override {
+    for (int i = 0; i < 1000 && ThreadCount() > threads_; ++i) usleep(1000);
+  }
+
+  std::ptrdiff_t threads_ = 0;
 };
 
 [[maybe_unused]] const testing::Environment* const kOwnNamespaces =

@@ -281,7 +281,7 @@ TEST(TerminalScript, IsSplitIntoLinesHoweverItArrives) {
 std::atomic<RunPhase> phase = RunPhase::kNone;
 
 void StartWorker(const std::function<void()>& work) {
-  if (phase == RunPhase::kNone) phase = RunPhase::kPreparing;
+  if (phase == RunPhase::kNone) phase = RunPhase::kBusy;
   std::thread([work] {
     work();
     phase = RunPhase::kNone;

@@ -1,6 +1,6 @@
-// Every text that a player reads, and every Japanese text of the log, in one place. The source is
-// UTF-8; the compiler turns these literals into code page 932, the encoding of dialogs, message
-// boxes and the log. Trailing spaces and line feeds are part of the texts.
+// All Japanese texts of the program: dialog, message boxes and log. The source is UTF-8; the
+// compiler turns these literals into code page 932. Trailing spaces and line feeds are part of the
+// texts.
 #pragma once
 
 namespace velmora::texts {

@@ -6,10 +6,9 @@
 //   EXE : name
 //
 // White space separates the keyword from the colon. White space after the colon and after a comma
-// is skipped; spaces before a comma belong to the field. A field has at least one byte: the first
-// one that is empty, or isn't followed by a comma, is the last, and all others are empty. The fifth
-// field also ends at a space. Lines without a keyword, or with any other, are ignored. A path that
-// contains
+// is skipped; spaces before a comma belong to the field. A field has at least one byte: after the
+// first one that is empty, or isn't followed by a comma, all fields are empty. The fifth field also
+// ends at a space. Lines without a keyword, or with any other, are ignored. A path that contains
 // ".compressed" is cut off there, and its record is marked as compressed.
 #pragma once
 

@@ -53,7 +53,7 @@ std::unique_lock<std::mutex> LockUnlessSaving() {
 bool ClaimWorker() {
   const auto lock = LockUnlessSaving();
   if (phase != RunPhase::kNone) return false;
-  phase = RunPhase::kPreparing;
+  phase = RunPhase::kBusy;
   return true;
 }
 
@@ -65,9 +65,10 @@ void EnterPasses() {
   UpdateState.compare_exchange_strong(expected, kRunning);
   BytesAhead = kUnknownBytes;
   platform::SetBarPosition(Control::kOverallBar, 0);
+  // Before the button shows it, as it's no longer so before the button offers the next run.
+  SetPhase(RunPhase::kUpdating);
   platform::EnableControl(Control::kUpdateButton, true);
   platform::SetButtonCaption(Control::kUpdateButton, texts::kCancelUpdateButton);
-  SetPhase(RunPhase::kUpdating);
   if (UpdateSet.Count() == 0) {
     platform::MoveBarPosition(Control::kOverallBar, 1);
     return;
@@ -119,6 +120,7 @@ void HandleEndedPass() {
 }
 
 void CloseRun() {
+  SetPhase(RunPhase::kBusy);
   platform::SetButtonCaption(Control::kUpdateButton, texts::kUpdateFilesButton);
   platform::EnableControl(Control::kUpdateButton, true);
   SetPhase(RunPhase::kSaving);

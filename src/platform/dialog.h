@@ -48,10 +48,10 @@ void AskToClose();
 
 // How far an update run has come.
 enum class RunPhase {
-  kNone,       // no run, or it has ended
-  kPreparing,  // up to the list
-  kUpdating,   // the Update button cancels the run
-  kSaving,     // only its cache is left to save, and its buttons serve the next run
+  kNone,      // no run, or it has ended
+  kBusy,      // fetching the list, or about to end: there is nothing to cancel
+  kUpdating,  // the Update button cancels the run
+  kSaving,    // only its cache is left to save, and its buttons serve the next run
 };
 
 // What the dialog calls, always on its own thread.

@@ -12,7 +12,7 @@ static_assert(std::atomic<bool>::is_always_lock_free);
 
 namespace {
 
-// A second signal ends the process at once.
+// A second signal of the same kind ends the process at once.
 void StopOnSignals() {
   for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
     // nohup wants the tool to go on when its terminal is gone.

@@ -394,12 +394,24 @@ bool IsDirectoryLink(DIR* directory, const dirent& entry) {
          (fstatat(dirfd(directory), entry.d_name, &status, 0) != 0 || S_ISDIR(status.st_mode));
 }
 
+// A backslash that is the second half of a character would name another directory.
+bool EndsInSeparator(std::string_view path) {
+  std::string_view last;
+  for (const std::string_view character : Characters(path)) last = character;
+  return last == "\\" || last == "/";
+}
+
 }  // namespace
 
 // Closes the directory before anything is done with its entries: a walk down a deep tree holds no
 // descriptors, and what it deletes can't confuse the listing. A listing that breaks off holds what
 // it had read by then.
 std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string& directory) {
+  if (!EndsInSeparator(directory)) {
+    errno = ENOENT;
+    RecordError(false);
+    return std::nullopt;
+  }
   const OpenDirectory open(opendir(NativePath(directory).c_str()));
   if (!RecordError(open != nullptr)) return std::nullopt;
   std::vector<DirectoryEntry> entries;

@@ -401,8 +401,8 @@ TEST_F(Publication, FailureLeavesTheOldPublication) {
 // Renames are what changes a publication. Each of them fails once, and is once the last thing that
 // a build does before it is killed.
 TEST_F(Publication, AllFilesTakeTheirPlacesOrNoneDoes) {
-  WriteTree({"a", "b", "same"}, "old");
-  WriteFile("tree/same", "same");
+  WriteTree({"a", "b"}, "old");
+  WriteTree({"inner/.publishing-trial"}, "unchanged");
   BuildPublication(options_);
   const auto old = Output();
   fs::copy("out", "old", fs::copy_options::recursive);
@@ -451,6 +451,25 @@ TEST_F(Publication, WhatCannotBeTakenBackIsFinishedLater) {
   const auto recovered = Output();
   BuildPublication(options_);
   EXPECT_EQ(Output(), recovered);
+}
+
+TEST_F(Publication, LeftoversAreTouchedOnlyIfUnderstood) {
+  WriteTree({"a"});
+  BuildPublication(options_);
+  WriteFile("out/.publishing/journal", "0 1 a\n");  // its end is lost
+  WriteFile("out/.publishing/0", "new");
+  WriteFile("out/.publishing/mine", "mine");
+  const auto before = test::FilesHere();
+  EXPECT_THROW(RecoverPublication("out"), PublishError);
+  EXPECT_NE(Refusal(options_), "");
+  EXPECT_EQ(test::FilesHere(), before);
+  fs::remove("out/.publishing/journal");
+  EXPECT_EQ(RecoverPublication("out"), Leftover::kNone);
+  EXPECT_EQ(ReadFile("out/.publishing/mine") + ReadFile("out/.publishing/0"), "mine(none)");
+  fs::remove_all("out/.publishing");
+  fs::create_directory_symlink("../tree", "out/.publishing");
+  EXPECT_NE(Refusal(options_), "");
+  EXPECT_EQ(ReadFile("tree/a"), "x");
 }
 
 TEST_F(Publication, TreeThatLacksMuchIsRefused) {

@@ -102,7 +102,7 @@ TEST_F(PublishVerify, FindsWhatPatchersWouldRefuse) {
   compressed("swap.compressed", Compressed(other), good,
              {"wrong-content: expands to another content than the list's, of hash " + Sha1(other)});
   compressed("tail.compressed", stream + "tail", noise,
-             {"trailing?: 4 bytes stand behind the end of the stream"});
+             {"trailing?: 4 bytes after the end of the stream"});
   add("no-hash", "FILE : no-hash, , 1000, " + md5 + ", 1000\n", Ok(good),
       {"record: the list's content hash \"\" is none", "record: the list's content size \"\" is",
        "record: the list's transfer hash \"\" is none", "record: the list's transfer size \"\""});

@@ -1,4 +1,4 @@
-// Byte-string helpers for every floor. All text in the program is 8-bit text in the
+// Byte-string helpers for every layer. All text in the program is 8-bit text in the
 // platform's ANSI code page, which for this product is code page 932 (Shift-JIS): a character is
 // one byte, or a lead byte followed by a trail byte, and the trail byte may be 0x5C, the backslash.
 //

@@ -27,9 +27,9 @@ struct FileLock::State {
 };
 
 FileLock::FileLock(const std::string& path) : state_(std::make_unique<State>(State{path})) {
-  constexpr int kOwnerOnly = 0600;
+  constexpr int kForAll = 0666;  // a lock of another user isn't in the way
   while (true) {
-    state_->file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOwnerOnly);
+    state_->file = open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, kForAll);
     if (state_->file < 0) return;
     if (flock(state_->file, LOCK_EX | LOCK_NB) != 0) {
       if (errno == EWOULDBLOCK) state_->outcome = Outcome::kTaken;

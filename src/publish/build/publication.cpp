@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "base/ascii.h"
 #include "engine/reference_list.h"
 #include "publish/build/earlier_publication.h"
 #include "publish/build/list_text.h"
@@ -19,14 +20,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Whether it exists or not, and however it is spelled.
+fs::path Canonical(const fs::path& path) {
+  const fs::path canonical = fs::weakly_canonical(fs::absolute(path));
+  return canonical.has_filename() ? canonical : canonical.parent_path();
+}
+
 bool Holds(const fs::path& outer, const fs::path& inner) {
   return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
 }
 
 // If one folder contained the other, the publication would publish itself or overwrite its source.
 void RequireApart(const fs::path& tree, const fs::path& output) {
-  const fs::path from = fs::weakly_canonical(tree);
-  const fs::path to = fs::weakly_canonical(output);
+  const fs::path from = Canonical(tree);
+  const fs::path to = Canonical(output);
   if (Holds(from, to) || Holds(to, from)) {
     throw PublishError("neither of the tree and the publication may contain the other: " +
                        from.native() + ", " + to.native());
@@ -38,8 +45,8 @@ constexpr char kRedirectionName[] = "enable.cdn";
 
 // Patchers don't escape the list's name in their request.
 void RequireListName(const std::string& name) {
-  const bool isPlain =
-      name.find_first_of("/\\ ?#%") == std::string::npos && name != "." && name != "..";
+  const bool isPlain = name.find_first_of("/\\ ?#%") == std::string::npos && name != "." &&
+                       name != ".." && !HasControl(name);
   const bool isTaken =
       name == Staging::kFolder || name == kSettingsName || name == kRedirectionName;
   if (name.empty() || !isPlain || isTaken || name.find(kCompressedMark) != std::string::npos) {
@@ -59,13 +66,12 @@ IgnoreRules RulesOf(const BuildOptions& options) {
 
 using EarlierList = std::unique_ptr<const PublishedList>;
 
-EarlierList ReadEarlierList(const fs::path& file) {
+// Null if it isn't a list, or not one that patchers read to its end.
+EarlierList ReadIfList(const fs::path& file) {
   const std::string text = ReadWholeFile(file);
   auto earlier = std::make_unique<const PublishedList>(text);
   const bool isList = text.empty() || earlier->files.Count() + earlier->removals.Count() > 0;
-  if (!isList || !earlier->isReadWhole || !earlier->refused.empty()) {
-    throw PublishError(file.native() + ": not a list, or not one that patchers read to its end");
-  }
+  if (!isList || !earlier->isReadWhole || !earlier->refused.empty()) return nullptr;
   return earlier;
 }
 
@@ -74,17 +80,20 @@ EarlierList ListToRemoveFrom(const BuildOptions& options) {
   if (options.removeFrom.empty()) return nullptr;
   const fs::path file = ListFile(options.removeFrom, options.listName);
   const fs::path own = options.output / options.listName;
-  const bool isFirst = fs::weakly_canonical(file) == fs::weakly_canonical(own) ||
-                       fs::weakly_canonical(file) == fs::weakly_canonical(options.output);
+  const bool isFirst =
+      Canonical(file) == Canonical(own) || Canonical(file) == Canonical(options.output);
   if (isFirst && !fs::exists(own)) return nullptr;
-  return ReadEarlierList(file);
+  EarlierList earlier = ReadIfList(file);
+  if (earlier == nullptr) {
+    throw PublishError(file.native() + ": not a list, or not one that patchers read to its end");
+  }
+  return earlier;
 }
 
-// The list in the output, if there is one that can be read.
-EarlierList ListInOutput(const BuildOptions& options) try {
-  return ReadEarlierList(options.output / options.listName);
-} catch (const PublishError&) {
-  return nullptr;
+// Null if there is none.
+EarlierList ListInOutput(const BuildOptions& options) {
+  const fs::path file = options.output / options.listName;
+  return fs::exists(file) && !fs::is_directory(file) ? ReadIfList(file) : nullptr;
 }
 
 // Files of the tree can't collide with each other in the output, but with what the tool puts there.
@@ -168,7 +177,7 @@ BuildSummary Sum(const std::vector<FileRecord>& records, const PublishedList* ea
 BuildSummary BuildPublication(const BuildOptions& options) {
   RequireApart(options.tree, options.output);
   RequireListName(options.listName);
-  const Leftover leftover = RecoverPublication(options.output);
+  const Staging staging(options.output);
   const std::vector<SourceFile> files = ScanTree(options.tree, RulesOf(options));
   if (files.empty() && !options.allowEmpty) {
     throw PublishError(
@@ -184,7 +193,6 @@ BuildSummary BuildPublication(const BuildOptions& options) {
   // Refuses what a list can't express before the long work begins.
   static_cast<void>(ListText({}, removals, options.clientExe));
 
-  const Staging staging(options.output);
   NewFiles newFiles(staging);
   const std::vector<FileRecord> records = WriteNewPayloads(files, options, staging, newFiles);
   const std::string list = ListText(records, removals, options.clientExe);
@@ -193,9 +201,7 @@ BuildSummary BuildPublication(const BuildOptions& options) {
   newFiles.AddText(files.size() + 1, list, options.listName);
   StopIfAsked(options.payload);
   newFiles.Publish();
-  BuildSummary summary = Sum(records, earlier);
-  summary.leftover = leftover;
-  return summary;
+  return Sum(records, earlier);
 }
 
 }  // namespace velmora::publish

@@ -11,7 +11,6 @@
 #include "engine/file_record.h"
 #include "publish/build/changes.h"
 #include "publish/build/payload.h"
-#include "publish/build/replacement.h"
 
 namespace velmora::publish {
 
@@ -39,7 +38,6 @@ struct BuildSummary {
   std::uint64_t contentBytes = 0;
   std::uint64_t transferBytes = 0;
   Changes changes;  // since the earlier publication
-  Leftover leftover = Leftover::kNone;
 };
 
 // Writes the payloads of all files of the tree, on all cores, and the list. Once everything is

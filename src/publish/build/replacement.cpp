@@ -17,6 +17,21 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kTrial[] = ".publishing-trial";
+constexpr char kEnd[] = "end ";
+
+// A link counts as what it is, wherever it leads.
+bool Exists(const fs::path& path) {
+  std::error_code error;
+  const fs::file_status status = fs::symlink_status(path, error);
+  if (error && status.type() != fs::file_type::not_found) FailToWrite(path, error);
+  return fs::exists(status);
+}
+
+void Remove(const fs::path& path) {
+  std::error_code error;
+  fs::remove(path, error);
+  if (error) FailToWrite(path, error);
+}
 
 void Rename(const fs::path& from, const fs::path& to) {
   std::error_code error;
@@ -26,7 +41,7 @@ void Rename(const fs::path& from, const fs::path& to) {
 
 }  // namespace
 
-// A line of the journal, such as "17 replaces data\n"; `replaces` stands as 1 or 0.
+// A line of the journal, such as "17 1 data/a.pak\n"; `replaces` is 1 or 0.
 struct Replacement::Entry {
   std::size_t number;
   bool replaces;  // a file that is kept until all have taken their places
@@ -58,7 +73,7 @@ void Replacement::Run(const std::vector<Placement>& placements) const {
   }
   try {
     WriteJournal(entries);
-    Place(entries);
+    Place(entries, Places::kAll);
   } catch (const PublishError& failure) {
     if (IsPending()) TakeBack(entries, failure.what());
     throw;
@@ -69,11 +84,12 @@ void Replacement::TakeBack(const std::vector<Entry>& entries, const std::string&
     try {
   Undo(entries);
 } catch (const PublishError& undoFailure) {
-  throw PublishError(failure + "; nor can what stood there before be restored: " +
-                     undoFailure.what() + "; mend the cause, then: velmora-publish recover");
+  throw PublishError(failure +
+                     "; the earlier files can't be restored, either: " + undoFailure.what() +
+                     "; remove the cause, then run: velmora-publish recover " + output_.native());
 }
 
-// Makes the folders of the place, and a second name for the file that stands there.
+// Makes the folders of the place, and a second name for the file that is there.
 Replacement::Entry Replacement::Prepare(const Placement& placement) const {
   const fs::path target = output_ / placement.place;
   std::error_code error;
@@ -82,9 +98,10 @@ Replacement::Entry Replacement::Prepare(const Placement& placement) const {
   if (fs::is_directory(target, error)) {
     FailToWrite(target, std::make_error_code(std::errc::is_a_directory));
   }
-  const bool replaces = fs::exists(fs::symlink_status(target, error));
+  const bool replaces = Exists(target);
   Entry entry{placement.number, replaces, placement.place};
   if (!entry.replaces) return entry;
+  Remove(OldAt(entry));
   fs::create_hard_link(target, OldAt(entry), error);
   // Not every file system has hard links.
   if (error) fs::copy_file(target, OldAt(entry), fs::copy_options::overwrite_existing, error);
@@ -92,14 +109,15 @@ Replacement::Entry Replacement::Prepare(const Placement& placement) const {
   return entry;
 }
 
-// A file comes into the folder and goes again, as the real ones will: that finds rights that are
-// missing, and another file system.
+// A file is moved there and removed, as the real ones will be moved: that shows whether the rights
+// suffice, and that it is no other file system.
 void Replacement::TryFolder(const fs::path& target) const {
   const fs::path trial = folder_ / kTrial;
+  fs::path place = target / kTrial;
+  while (Exists(place)) place += "_";
   NewFile(trial).Commit();
-  Rename(trial, target / kTrial);
-  std::error_code error;
-  if (!fs::remove(target / kTrial, error)) FailToWrite(target / kTrial, error);
+  Rename(trial, place);
+  Remove(place);
 }
 
 void Replacement::WriteJournal(const std::vector<Entry>& entries) const {
@@ -108,6 +126,7 @@ void Replacement::WriteJournal(const std::vector<Entry>& entries) const {
     text += std::to_string(entry.number) + ' ' + (entry.replaces ? '1' : '0') + ' ' +
             entry.place.generic_string() + '\n';
   }
+  text += kEnd + std::to_string(entries.size()) + '\n';
   const fs::path unfinished = folder_ / "journal.new";
   NewFile file(unfinished);
   file.Write(text.data(), text.size());
@@ -118,8 +137,9 @@ void Replacement::WriteJournal(const std::vector<Entry>& entries) const {
 }
 
 std::vector<Replacement::Entry> Replacement::ReadJournal() const {
-  const bool isUndo = fs::exists(undoing_);
-  std::istringstream lines(ReadWholeFile(isUndo ? undoing_ : journal_));
+  const fs::path& file = Exists(undoing_) ? undoing_ : journal_;
+  const std::string text = ReadWholeFile(file);
+  std::istringstream lines(text);
   std::vector<Entry> entries;
   std::string place;
   for (Entry entry{}; lines >> entry.number >> entry.replaces && lines.get() == ' ' &&
@@ -127,50 +147,54 @@ std::vector<Replacement::Entry> Replacement::ReadJournal() const {
     entry.place = place;
     entries.push_back(entry);
   }
+  if (!text.ends_with('\n' + (kEnd + std::to_string(entries.size())) + '\n')) {
+    throw PublishError(file.native() +
+                       ": damaged; what a killed build has left can't be recovered");
+  }
   return entries;
 }
 
-// Those that are in their places already have no staged file any more.
-void Replacement::Place(const std::vector<Entry>& entries) const {
+// In the first run every file must be there. Later, those that aren't are in their places already.
+void Replacement::Place(const std::vector<Entry>& entries, Places places) const {
   for (const Entry& entry : entries) {
     const bool isLast = &entry == &entries.back();
     if (isLast) Flush();
-    if (fs::exists(NewAt(entry))) Rename(NewAt(entry), output_ / entry.place);
+    if (places == Places::kAll || Exists(NewAt(entry))) {
+      Rename(NewAt(entry), output_ / entry.place);
+    }
   }
   Flush();
-  std::error_code error;
-  if (!fs::remove(journal_, error)) FailToWrite(journal_, error);
+  Remove(journal_);
+  Flush();
 }
 
 // The list, which is the last one, first: it mustn't name what goes.
 void Replacement::Undo(const std::vector<Entry>& entries) const {
-  if (fs::exists(journal_)) {
+  if (Exists(journal_)) {
     Rename(journal_, undoing_);
     Flush();
   }
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
     const fs::path target = output_ / entry->place;
-    std::error_code error;
     if (entry->replaces) {
-      if (fs::exists(OldAt(*entry))) Rename(OldAt(*entry), target);
-    } else if (!fs::exists(NewAt(*entry))) {
-      fs::remove(target, error);
-      if (error) FailToWrite(target, error);
+      if (Exists(OldAt(*entry))) Rename(OldAt(*entry), target);
+    } else if (!Exists(NewAt(*entry))) {
+      Remove(target);
     }
   }
   Flush();
-  std::error_code error;
-  if (!fs::remove(undoing_, error)) FailToWrite(undoing_, error);
+  Remove(undoing_);
+  Flush();
 }
 
-bool Replacement::IsPending() const { return fs::exists(journal_) || fs::exists(undoing_); }
+bool Replacement::IsPending() const { return Exists(journal_) || Exists(undoing_); }
 
 Leftover Replacement::Recover() const {
   if (!IsPending()) return Leftover::kNone;
   const std::vector<Entry> entries = ReadJournal();
-  if (fs::exists(journal_)) {
+  if (Exists(journal_)) {
     try {
-      Place(entries);
+      Place(entries, Places::kRemaining);
       return Leftover::kFinished;
     } catch (const PublishError& failure) {
       TakeBack(entries, failure.what());

@@ -28,14 +28,14 @@ class Replacement {
  public:
   Replacement(std::filesystem::path folder, std::filesystem::path output);
 
-  // Each file takes its place in one step, instead of the one that stood there; in the given order,
+  // Each file takes its place in one step, replacing an earlier one; in the given order,
   // the last one when the disk has all the others. Whether folders can be written is tried before
   // the first of them. On failure all are taken back, and PublishError is thrown. Returns when a
   // power cut would change nothing any more.
   void Run(const std::vector<Placement>& placements) const;
 
   // Finishes what is left of an earlier Run; where that fails, undoes it. Throws PublishError if
-  // neither works, and can be called again when the cause is mended.
+  // neither works, and can be called again when the cause is removed.
   [[nodiscard]] Leftover Recover() const;
 
   // Whether there is something to recover.
@@ -43,6 +43,7 @@ class Replacement {
 
  private:
   struct Entry;
+  enum class Places { kAll, kRemaining };
 
   [[nodiscard]] std::filesystem::path NewAt(const Entry& entry) const;
   [[nodiscard]] std::filesystem::path OldAt(const Entry& entry) const;
@@ -50,7 +51,7 @@ class Replacement {
   void TryFolder(const std::filesystem::path& target) const;
   void WriteJournal(const std::vector<Entry>& entries) const;
   [[nodiscard]] std::vector<Entry> ReadJournal() const;
-  void Place(const std::vector<Entry>& entries) const;
+  void Place(const std::vector<Entry>& entries, Places places) const;
   void Undo(const std::vector<Entry>& entries) const;
   void TakeBack(const std::vector<Entry>& entries, const std::string& failure) const;
   void Flush() const;

@@ -12,8 +12,9 @@
 namespace velmora::publish {
 
 // A folder within `output`, which is created if it is missing, for files that aren't published yet.
-// The destructor removes it. It is locked: a second Staging for the same output, in any process, is
-// refused. What a killed process has left in it is finished or undone first. Throws PublishError.
+// The destructor removes it, and with it an `output` that is still empty. It is locked: a second
+// Staging for the same output, in any process, is refused. What a killed process has left in it is
+// finished or undone first. Throws PublishError.
 class Staging {
  public:
   static constexpr char kFolder[] = ".publishing";
@@ -37,6 +38,7 @@ class Staging {
 
   std::filesystem::path folder_;
   Replacement replacement_;
+  bool isOutputNew_;
   std::unique_ptr<platform::FileLock> lock_;
   Leftover leftover_ = Leftover::kNone;
 };

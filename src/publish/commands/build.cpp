@@ -8,6 +8,7 @@
 
 #include "publish/build/publication.h"
 #include "publish/build/removals.h"
+#include "publish/build/staging.h"
 #include "publish/commands/commands.h"
 #include "publish/common/list_path.h"
 
@@ -92,9 +93,9 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
 
 void Build(const BuildOptions& options) {
   const auto start = std::chrono::steady_clock::now();
+  PrintLeftover(RecoverPublication(options.output));
   const BuildSummary summary = BuildPublication(options);
   const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-  PrintLeftover(summary.leftover);
   std::printf("%zu added, %zu changed, %zu removed\n", summary.changes.added,
               summary.changes.changed, summary.changes.removed);
   std::printf("%zu files, %llu bytes; to download: %llu bytes, %zu files compressed; %.1f s\n",

@@ -11,7 +11,7 @@ constexpr Severity kWarning = Severity::kWarning;
 
 constexpr std::array kRules = {
     LintRule{Rule::kLineTooLong, kError, "line over 511 bytes",
-             "The reading ends here: this line and all behind it don't exist for patchers.",
+             "The reading ends here: patchers see neither this line nor any after it.",
              "Shorten the path, or split what the line holds."},
     LintRule{Rule::kNulByte, kError, "NUL byte",
              "The list ends here for patchers, in the middle of the line.",
@@ -20,11 +20,11 @@ constexpr std::array kRules = {
              "A hash has at most 40 bytes, a size 31: patchers refuse the line.",
              "Make the list with the tool, or count the line's fields."},
     LintRule{Rule::kMisspelledKeyword, kError, "keyword that is nearly right",
-             "FILE, DEL and EXE are read in capitals and with a blank in front of the colon; "
-             "anything else is passed over without a word.",
+             "FILE, DEL and EXE are read in capitals and with a space before the colon; "
+             "anything else is silently ignored.",
              "Spell it \"FILE : \", \"DEL : \" or \"EXE : \"."},
     LintRule{Rule::kMeaninglessLine, kWarning, "line that means nothing",
-             "Patchers pass over it without a word.", "Remove it, unless it is a remark of yours."},
+             "Patchers silently ignore it.", "Remove it, unless it is a comment of yours."},
     LintRule{Rule::kCarriageReturn, kError, "carriage return within the line",
              "The field ends here, and so does all that is read of the line.",
              "End lines by LF or CR LF alone."},
@@ -35,10 +35,10 @@ constexpr std::array kRules = {
     LintRule{Rule::kUnreadText, kWarning, "text that nothing reads",
              "What follows the last field is lost.", "Remove it."},
     LintRule{
-        Rule::kTrailingSpace, kError, "blank at the end of a field",
-        "It belongs to the field: a hash never matches, and players' disks drop the blank of a "
+        Rule::kTrailingSpace, kError, "space at the end of a field",
+        "It belongs to the field: a hash never matches, and players' disks drop the space of a "
         "name.",
-        "Write each comma directly behind its field."},
+        "Write each comma directly after its field."},
     LintRule{Rule::kNothingNamed, kError, "nothing named",
              "A removal without a path removes nothing; a client without a name can't be started.",
              "Name it, or remove the line."},
@@ -64,11 +64,11 @@ constexpr std::array kRules = {
              "Shorten the path."},
     LintRule{Rule::kCacheLineTooLong, kWarning, "line of the cache over 255 bytes",
              "A patcher's cache can't be read beyond this record's line: this file, and all whose "
-             "paths stand behind it in byte order, are hashed at every start.",
+             "paths come after it in byte order, are hashed at every start.",
              "Shorten the path: with SHA-1 and large files it has 149 bytes at most."},
-    LintRule{Rule::kSpaceInPath, kWarning, "blank in the path",
+    LintRule{Rule::kSpaceInPath, kWarning, "space in the path",
              "The cache can't hold the path, so players hash the file at every start.",
-             "Rename the file without blanks."},
+             "Rename the file without spaces."},
     LintRule{Rule::kTooManyCommas, kError, "more commas than fields need",
              "A path can't hold a comma: it ends there, and all fields move.",
              "Rename the file without commas."},
@@ -76,23 +76,23 @@ constexpr std::array kRules = {
              "Windows can't create such a file.", "Rename the file."},
     LintRule{
         Rule::kRequestTooLong, kError, "request over 259 bytes",
-        "The settings' Data value, a slash, the path (a blank or a byte outside of ASCII counts "
+        "The settings' Data value, a slash, the path (a space or a byte outside of ASCII counts "
         "three) and \".compressed\" don't fit: patchers can't ask for the file.",
         "Shorten the path."},
-    LintRule{
-        Rule::kBackslashInCharacter, kWarning, "double-byte character that ends in 5C",
-        "Patchers ask for a slash in its place, so the file must stand elsewhere on the server.",
-        "Rename the file, or let the tool build the publication."},
+    LintRule{Rule::kBackslashInCharacter, kWarning, "double-byte character that ends in 5C",
+             "Patchers ask for a slash in its place, so the file must be elsewhere on the server.",
+             "Rename the file, or let the tool build the publication."},
     LintRule{Rule::kLeavesInstallation, kError,
              "path that leaves the installation, or names something else",
              "Patchers trust the list: \"..\", a drive or colon, a separator in front, a device's "
-             "name, and a dot or blank at the end of a name reach what the list doesn't say.",
+             "name, and a dot or space at the end of a name reach what the list doesn't say.",
              "Name files relative to the installation."},
     LintRule{Rule::kNotInCodePage, kWarning, "not a text of code page 932",
              "Players' systems read names in code page 932 and show, or store, other ones.",
              "Rename the file in ASCII, or encode the list in code page 932."},
     LintRule{Rule::kForbiddenCharacter, kError, "character that no Windows name holds",
-             "< > \" | * ? can't stand in a name: the file can't be created.", "Rename the file."},
+             "< > \" | * ? are not allowed in a name: the file can't be created.",
+             "Rename the file."},
     LintRule{Rule::kPercentOrNumberSign, kError, "percent or number sign in the path",
              "A web server reads it as an escape or as the end of the path, and finds another file "
              "or none.",
@@ -101,7 +101,7 @@ constexpr std::array kRules = {
         Rule::kMarkWithinPath, kError, "\".compressed\" within the path",
         "The path is cut off there; what follows is lost, and players get a file of the shorter "
         "name.",
-        "Let the mark stand at the very end, once."},
+        "Put the mark at the very end, once."},
     LintRule{Rule::kSlashInPath, kError, "slash in the path",
              "Patchers create only folders in front of backslashes, and compare paths as text.",
              "Separate folders by backslashes."},
@@ -112,10 +112,11 @@ constexpr std::array kRules = {
     LintRule{Rule::kSameLine, kWarning, "same line twice", "The first one counts.",
              "Remove the second."},
     LintRule{Rule::kSamePath, kError, "same path, other fields",
-             "One of the two counts, usually the first; the other one is dropped without a word.",
+             "One of the two counts, usually the first; the other one is silently dropped.",
              "Keep one."},
     LintRule{Rule::kSamePatcherPath, kError, "path of the patcher's twice",
-             "Both count: if they differ, the file is downloaded in turn for ever.", "Keep one."},
+             "Both count: if they differ, the file is downloaded in turn at every start.",
+             "Keep one."},
     LintRule{
         Rule::kSameFile, kError, "paths that differ only in case or spelling",
         "They are one file on players' disks: the one dealt with last stays, the other is never "
@@ -177,7 +178,7 @@ constexpr std::array kRules = {
              "\"VelmoraUpdate.exe\".",
              "Spell it that way."},
     LintRule{Rule::kPatcherNotFirst, kError, "patcher's record isn't in front",
-             "Records are placed as they come, and a shorter path behind a patcher's gets in front "
+             "Records are placed as they come, and a shorter path after a patcher's gets in front "
              "of it: old patchers then work through a list made for new ones.",
              "Let the patcher's records be the last lines, its program the very last."},
     LintRule{Rule::kPatcherNameInPath, kWarning, "path that holds the patcher's name",

@@ -127,13 +127,13 @@ std::optional<Problem> Inflater::Result() {
   if (state_ == State::kDamaged || state_ == State::kWithin) {
     return Problem{ProblemKind::kDamaged,
                    state_ == State::kDamaged
-                       ? "damaged stream, behind " + std::to_string(produced_) + " expanded bytes"
+                       ? "damaged stream, after " + std::to_string(produced_) + " expanded bytes"
                        : "damaged stream, it has no end"};
   }
   if (auto problem = ContentProblem()) return problem;
   if (trailing_ == 0) return std::nullopt;
   return Problem{ProblemKind::kTrailing,
-                 std::to_string(trailing_) + " bytes stand behind the end of the stream", true};
+                 std::to_string(trailing_) + " bytes after the end of the stream", true};
 }
 
 Problem PageProblem() { return {ProblemKind::kPage, "a page instead of the file"}; }

@@ -110,7 +110,7 @@ TEST_F(FilesContract, WhatEachOperationAcceptsAndRefuses) {
         },
         {"file"}, {"missing", "full", "full\\", "full\\missing", ""});
   check("OutputFile", opens(Mode::kReplace), {}, {"full", "missing\\a.txt", ""});
-  check("OutputFile", opens(Mode::kAppend), {}, {"read only", "full", "missing\\a.txt", ""});
+  check("OutputFile", opens(Mode::kAppend), {}, {"full", "missing\\a.txt", ""});
   check("CopyFileOver from", [](auto& path) { return CopyFileOver(path, "new"); }, {}, {"missing"});
   check("CopyFileOver to", [](auto& path) { return CopyFileOver("file", path); }, {},
         {"full", "missing\\to"});

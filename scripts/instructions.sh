@@ -14,9 +14,10 @@ rm -rf "$place"
 mkdir -p "$place"
 cd "$place"
 
+# A lambda within the function, whose name ends in "const", must not end the counting.
 count() {
   rm -f VelmoraUpdate.cvc
-  valgrind --tool=callgrind --callgrind-out-file="$place/$1.out" --toggle-collect="velmora::$1(*" \
+  valgrind --tool=callgrind --callgrind-out-file="$place/$1.out" --toggle-collect="velmora::$1(*)" \
     "$program" >records 2>"$1.log" || { cat "$1.log" >&2; return 1; }
   local instructions
   instructions=$(sed -n 's/^summary: //p' "$1.out")

@@ -80,9 +80,7 @@ EarlierList ListToRemoveFrom(const BuildOptions& options) {
   if (options.removeFrom.empty()) return nullptr;
   const fs::path file = ListFile(options.removeFrom, options.listName);
   const fs::path own = options.output / options.listName;
-  const bool isFirst =
-      Canonical(file) == Canonical(own) || Canonical(file) == Canonical(options.output);
-  if (isFirst && !fs::exists(own)) return nullptr;
+  if (Canonical(file) == Canonical(own) && !fs::exists(own)) return nullptr;
   EarlierList earlier = ReadIfList(file);
   if (earlier == nullptr) {
     throw PublishError(file.native() + ": not a list, or not one that patchers read to its end");

@@ -1,5 +1,6 @@
 #include "publish/build/replacement.h"
 
+#include <algorithm>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -17,6 +18,10 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kTrial[] = ".publishing-trial";
+constexpr char kJournal[] = "journal";
+constexpr char kUndoing[] = "journal.undo";
+constexpr char kUnfinished[] = "journal.new";
+constexpr char kOld[] = ".old";
 constexpr char kEnd[] = "end ";
 
 // A link counts as what it is, wherever it leads.
@@ -51,15 +56,15 @@ struct Replacement::Entry {
 Replacement::Replacement(fs::path folder, fs::path output)
     : folder_(std::move(folder)),
       output_(std::move(output)),
-      journal_(folder_ / "journal"),
-      undoing_(folder_ / "journal.undo") {}
+      journal_(folder_ / kJournal),
+      undoing_(folder_ / kUndoing) {}
 
 fs::path Replacement::NewAt(const Entry& entry) const {
   return folder_ / std::to_string(entry.number);
 }
 
 fs::path Replacement::OldAt(const Entry& entry) const {
-  return folder_ / (std::to_string(entry.number) + ".old");
+  return folder_ / (std::to_string(entry.number) + kOld);
 }
 
 void Replacement::Run(const std::vector<Placement>& placements) const {
@@ -127,7 +132,7 @@ void Replacement::WriteJournal(const std::vector<Entry>& entries) const {
             entry.place.generic_string() + '\n';
   }
   text += kEnd + std::to_string(entries.size()) + '\n';
-  const fs::path unfinished = folder_ / "journal.new";
+  const fs::path unfinished = folder_ / kUnfinished;
   NewFile file(unfinished);
   file.Write(text.data(), text.size());
   file.Commit();
@@ -185,6 +190,14 @@ void Replacement::Undo(const std::vector<Entry>& entries) const {
   Flush();
   Remove(undoing_);
   Flush();
+}
+
+bool Replacement::Owns(const std::string& name) {
+  for (const char* const own : {kTrial, kJournal, kUndoing, kUnfinished}) {
+    if (name == own) return true;
+  }
+  const std::size_t digits = std::min(name.find_first_not_of("0123456789"), name.size());
+  return digits > 0 && (digits == name.size() || name.substr(digits) == kOld);
 }
 
 bool Replacement::IsPending() const { return Exists(journal_) || Exists(undoing_); }

@@ -28,10 +28,10 @@ class Replacement {
  public:
   Replacement(std::filesystem::path folder, std::filesystem::path output);
 
-  // Each file takes its place in one step, replacing an earlier one; in the given order,
-  // the last one when the disk has all the others. Whether folders can be written is tried before
-  // the first of them. On failure all are taken back, and PublishError is thrown. Returns when a
-  // power cut would change nothing any more.
+  // Moves each file to its place in one step, replacing an earlier one, in the given order, and the
+  // last one when the disk has all others. Tries first whether the folders can be written. On
+  // failure moves all files back and throws PublishError. Returns when a power cut would change
+  // nothing any more.
   void Run(const std::vector<Placement>& placements) const;
 
   // Finishes what is left of an earlier Run; where that fails, undoes it. Throws PublishError if
@@ -40,6 +40,9 @@ class Replacement {
 
   // Whether there is something to recover.
   [[nodiscard]] bool IsPending() const;
+
+  // Whether a file of this name in the folder is one of a Replacement.
+  [[nodiscard]] static bool Owns(const std::string& name);
 
  private:
   struct Entry;

@@ -1,6 +1,5 @@
 #include "publish/build/staging.h"
 
-#include <algorithm>
 #include <string>
 #include <system_error>
 
@@ -16,13 +15,6 @@ namespace {
 constexpr char kLock[] = "lock";
 
 using Outcome = platform::FileLock::Outcome;
-
-bool IsOfTheTool(const std::string& name) {
-  const std::size_t digits = std::min(name.find_first_not_of("0123456789"), name.size());
-  const std::string rest = name.substr(digits);
-  const bool isStaged = digits > 0 && (rest.empty() || rest == ".old");
-  return isStaged || name.starts_with("journal") || name.starts_with(".publishing-trial");
-}
 
 }  // namespace
 
@@ -64,13 +56,13 @@ void Staging::Publish(const std::vector<Placement>& placements) const {
   replacement_.Run(placements);
 }
 
-// What the tool itself has left there, and of that not the lock.
+// Only what the tool itself has left there, and of that not the lock.
 void Staging::RemoveContents() const {
   std::error_code error;
   std::vector<fs::path> contents;
   for (fs::directory_iterator at(folder_, error); !error && at != fs::end(at);
        at.increment(error)) {
-    if (IsOfTheTool(at->path().filename().string())) contents.push_back(at->path());
+    if (Replacement::Owns(at->path().filename().string())) contents.push_back(at->path());
   }
   for (const fs::path& path : contents) fs::remove(path, error);
 }

@@ -22,6 +22,7 @@
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
 #include "publish/lint/lint.h"
+#include "publish/verify/verification.h"
 #include "support/workspace.h"
 
 namespace velmora::publish {
@@ -398,6 +399,23 @@ TEST_F(Publication, FailureLeavesTheOldPublication) {
   EXPECT_EQ(Refusal(options_), "");
 }
 
+using Files = std::map<std::string, std::string>;
+
+std::size_t VerifyErrors(const std::string& folder) {
+  return VerifyOrigin(FolderOrigin(folder, "hashlist.dat"), {}).errors;
+}
+
+// Whether `found` has the list of one of the publications, and all of its payloads.
+bool IsOneOf(const std::vector<Files>& publications, const Files& found) {
+  const auto isIn = [&found](const auto& file) {
+    const bool isForPlayers = file.first != ".velmora-publish";
+    return !isForPlayers || (found.contains(file.first) && found.at(file.first) == file.second);
+  };
+  return std::any_of(publications.begin(), publications.end(), [&isIn](const Files& publication) {
+    return std::all_of(publication.begin(), publication.end(), isIn);
+  });
+}
+
 // Renames are what changes a publication. Each of them fails once, and is once the last thing that
 // a build does before it is killed.
 TEST_F(Publication, AllFilesTakeTheirPlacesOrNoneDoes) {
@@ -430,12 +448,14 @@ TEST_F(Publication, AllFilesTakeTheirPlacesOrNoneDoes) {
       } else {
         waitpid(child, nullptr, 0);
       }
+      EXPECT_EQ(VerifyErrors("out") > 0, !IsOneOf({old, whole}, Output())) << last;
       renames = {.left = cannotFinish && isReached ? 0 : -1, .fail = true};
       RecoverPublication("out");
       renames = {};
       const auto found = Output();
       EXPECT_TRUE(found == old || (found == whole && !(cannotFinish && isReached))) << last;
       finished.insert(found == whole);
+      EXPECT_EQ(VerifyErrors("out"), 0U);
       EXPECT_FALSE(fs::exists("out/.publishing"));
     }
   }

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -18,6 +19,7 @@
 #include "publish/build/list_text.h"
 #include "publish/build/publication.h"
 #include "publish/build/staging.h"
+#include "publish/build/tree_names.h"
 #include "publish/build/zlib_blocks.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
@@ -230,32 +232,78 @@ TEST_F(Publication, KeepsUnchangedPayloads) {
   }
 }
 
-TEST_F(Publication, RefusesWhatAPatcherCannotTake) {
-  // A part of the message, and the names that it is about.
-  const std::map<std::string, Texts> cases = {
-      {"percent or number sign", {"a%41"}},  // for all errors that the linter knows
-      {"differ only in case", {"OK"}},
-      {"2147483647", {"large"}},
-      {"white space", {" first", "\tfirst"}},
-      {"line feed", {"a\nb"}},
-      {"backslash", {"a\\b"}},
-      {".compressed", {"a.compressed.dat", "a.compressed"}},
-      {"half a character", {"\xE3\x81\x82/f", "\x95/x"}},
-      {"ends in the byte 5C", {"\x95\x5C"}},
-      {"is taken",
-       {"enable.cdn/f", "hashlist.dat", "hashlist.dat/f", ".publishing/0", ".velmora-publish"}},
-      {"neither a plain file", {"link"}}};
-  for (const auto& [reason, names] : cases) {
-    for (const std::string& name : names) {
-      fs::remove_all("tree");
-      WriteFile("tree/ok", "x");
-      if (name == "link") fs::create_symlink("ok", "tree/link");
-      WriteFile("tree/" + name, "x");
-      if (name == "large") fs::resize_file("tree/large", 0x80000000);
-      EXPECT_NE(Refusal(options_).find(reason), std::string::npos) << name;
-      EXPECT_FALSE(fs::exists("out")) << name;
-    }
+TEST_F(Publication, AllComplaintsAreToldAtOnce) {
+  // Also of folders, and of what is in them; but not of folders in which nothing is published.
+  WriteTree({"\tx",     " y",          "\x95/x",           ".publishing/0", ".publishignore",
+             "Data/f",  "Data/g/h",    "Data/g/H",         "\x95\x5C",      "a,b/x%y",
+             "a,b/x_y", "a_b",         "c/a\\b",           "c/con.txt",     "c/d.compressed. ",
+             "data",    "enable.cdn",  "e/.../f",          "f\n",           "list",
+             "log/x,y", "session.log", "velmoraupdate.dat"});
+  WriteFile("tree/.publishignore", "log/x,y\n");
+  WriteFile("tree/large", "");
+  fs::resize_file("tree/large", 0x80000000);
+  WriteFile("tree/" + std::string(200, 'd') + "/" + std::string(200, 'd'), "");
+  fs::create_directory("tree/empty,");
+  fs::create_symlink("nowhere", "tree/link");
+  fs::create_symlink("a_b", "tree/z");
+  options_.listName = "list";
+  options_.removals = {Removal("..\\x"), Removal("a_b"), Removal("*.cdn", "R")};
+  // The beginning of each line, and its end before the way out that most have in common.
+  const std::string longName(200, 'd');
+  const std::vector<std::pair<std::string, std::string>> expected = {
+      {"*.cdn: the removal would delete", "file out with --ignore"},
+      {"..\\x: a removal leads out", "name a path relative to it"},
+      {"a_b: the removal would delete", "file out with --ignore"},
+      {"tree/ y: begins with white space", "to \"y\""},
+      {"tree/.publishing/0: \".publishing\" is taken", "rename it"},
+      {"tree/?: ends in half a character", "to \"_\""},
+      {"tree/?x: holds a control character and begins with white space", "to \"_x\""},
+      {"tree/Data/g/h: differs only in case from tree/Data/g/H,", "rename one of the two"},
+      {"tree/a,b: holds a comma", "to \"_a_b\""},
+      {"tree/a,b/x%y: holds a percent or number sign", "to \"_x_y\""},
+      {"tree/c/a\\b: holds a backslash", "to \"a_b\""},
+      {"tree/c/con.txt: is a device's name", "to \"_con.txt\""},
+      {"tree/c/d.compressed. : holds \".compressed\"", "to \"d_compressed\""},
+      {"tree/data: differs only in case from the folder tree/Data", "rename one of the two"},
+      {"tree/" + longName + "/" + longName + ": its path has 401 bytes", "shorten it"},
+      {"tree/e/...: ends in a dot", "to \"_\""},
+      {"tree/enable.cdn: is a redirection", "files; leave it out with --ignore"},
+      {"tree/f?: holds a line feed", "to \"f_\""},
+      {"tree/large: has 2147483648 bytes", "split it"},
+      {"tree/link: is a link that leads nowhere", "remove it"},
+      {"tree/list: \"list\" is taken", "choose another --list"},
+      {"tree/session.log: is a file that patchers write", "themselves; leave it out with --ignore"},
+      {"tree/velmoraupdate.dat: settings file", "rename it to \"VelmoraUpdate.dat\""},
+      {"tree/z: is a link", "replace it by what it leads to, as cp -L copies it"},
+      {"tree/\xE8\xA1\xA8: ends in the byte 5C", "to \"\xE8\xA1\xA8_\""}};
+  std::istringstream refusal(Refusal(options_));
+  std::string line;
+  std::getline(refusal, line);
+  for (const auto& [start, end] : expected) {
+    std::getline(refusal, line);
+    const std::string common = ", or leave it out with --ignore";
+    EXPECT_TRUE(line.starts_with("  " + start)) << line;
+    EXPECT_TRUE(line.ends_with(end) || line.ends_with(end + common)) << line;
   }
+  EXPECT_FALSE(std::getline(refusal, line)) << line;
+  EXPECT_FALSE(fs::exists("out"));
+}
+
+TEST(TreeNames, ProposedNamesPass) {
+  const Texts parts = {"a",   ".",    " ",           ",",        "\\", "\n",
+                       "con", "\x95", ".compressed", "\x95\x5C", "%"};
+  for (std::size_t i = 0; i < parts.size() * parts.size() * parts.size(); ++i) {
+    const std::string name = parts[i % 11] + parts[i / 11 % 11] + parts[i / 121];
+    EXPECT_EQ(WhyNotPublishable(PublishableName(name), {true, true}), "") << name;
+  }
+}
+
+TEST_F(Publication, TheFirstComplaintsAreShown) {
+  for (int i = 10; i < 61; ++i) WriteTree({"#" + std::to_string(i)});
+  const std::string refusal = Refusal(options_);
+  EXPECT_NE(refusal.find("for 51 reasons"), std::string::npos) << refusal;
+  EXPECT_NE(refusal.find("#59"), std::string::npos) << refusal;
+  EXPECT_TRUE(refusal.ends_with("\n  and 1 more")) << refusal;
 }
 
 TEST_F(Publication, RemovesWhatIsGone) {

@@ -6,14 +6,17 @@
 
 #include "base/ascii.h"
 #include "engine/reference_list.h"
+#include "publish/build/complaints.h"
 #include "publish/build/earlier_publication.h"
 #include "publish/build/list_text.h"
 #include "publish/build/new_file.h"
 #include "publish/build/removals.h"
 #include "publish/build/staging.h"
+#include "publish/common/disk_text.h"
 #include "publish/common/parallel_for.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
+#include "publish/common/shown_text.h"
 
 namespace velmora::publish {
 namespace {
@@ -95,16 +98,21 @@ EarlierList ListInOutput(const BuildOptions& options) {
 }
 
 // Files of the tree can't collide with each other in the output, but with what the tool puts there.
-void RequireOwnPlaces(const std::vector<SourceFile>& files, const std::string& listName) {
+// The file that redirects is among what the linter finds.
+void CheckOwnPlaces(const std::vector<SourceFile>& files, const std::string& listName,
+                    Complaints& complaints) {
   for (const SourceFile& file : files) {
     FileRecord record;
     record.path = file.listPath;
-    const fs::path first = *PayloadPlace(record).begin();
-    if (first == listName || first == Staging::kFolder || first == kSettingsName ||
-        first == kRedirectionName) {
-      throw PublishError(file.path.native() + ": \"" + first.native() +
-                         "\" is taken in the publication");
-    }
+    const fs::path place = PayloadPlace(record);
+    const fs::path first = *place.begin();
+    const bool isTaken = first == listName || first == Staging::kFolder || first == kSettingsName ||
+                         (first == kRedirectionName && place != first);
+    if (!isTaken) continue;
+    const char* const other = first == listName ? ", choose another --list" : "";
+    complaints.Add(ShownPath(file.path.native()),
+                   "\"" + ShownText(first.native()) + "\" is taken in the publication",
+                   std::string("rename it") + other + ", or leave it out with --ignore");
   }
 }
 
@@ -157,6 +165,18 @@ std::vector<FileRecord> WriteNewPayloads(const std::vector<SourceFile>& files,
   return records;
 }
 
+// The same, but a file that can't be read isn't the only one that is named.
+std::vector<FileRecord> WriteRecords(const std::vector<SourceFile>& files,
+                                     const BuildOptions& options, const Staging& staging,
+                                     NewFiles& newFiles) try {
+  return WriteNewPayloads(files, options, staging, newFiles);
+} catch (const PublishError&) {
+  Complaints complaints;
+  CheckReadable(files, complaints);
+  complaints.ThrowIfAny();
+  throw;
+}
+
 BuildSummary Sum(const std::vector<FileRecord>& records, const PublishedList* earlier) {
   BuildSummary summary;
   summary.files = records.size();
@@ -176,23 +196,26 @@ BuildSummary BuildPublication(const BuildOptions& options) {
   RequireApart(options.tree, options.output);
   RequireListName(options.listName);
   const Staging staging(options.output);
-  const std::vector<SourceFile> files = ScanTree(options.tree, RulesOf(options));
+  Complaints complaints;
+  const std::vector<SourceFile> files = ScanTree(options.tree, RulesOf(options), complaints);
+  CheckOwnPlaces(files, options.listName, complaints);
+  const EarlierList removeFrom = ListToRemoveFrom(options);
+  const std::vector<FileRecord> removals =
+      Removals(options.removals, removeFrom.get(), files, complaints);
+  complaints.ThrowIfAny();
   if (files.empty() && !options.allowEmpty) {
     throw PublishError(
-        options.tree.native() +
+        ShownPath(options.tree.native()) +
         ": holds no file to publish. Is it complete? If so, --allow-empty allows it");
   }
-  RequireOwnPlaces(files, options.listName);
-  const EarlierList removeFrom = ListToRemoveFrom(options);
   const EarlierList inOutput = removeFrom ? nullptr : ListInOutput(options);
   const PublishedList* const earlier = removeFrom ? removeFrom.get() : inOutput.get();
   if (earlier != nullptr) RequireFewRemoved(*earlier, files, options.maxRemovedPercent);
-  const std::vector<FileRecord> removals = Removals(options.removals, removeFrom.get(), files);
   // Refuses what a list can't express before the long work begins.
   static_cast<void>(ListText({}, removals, options.clientExe));
 
   NewFiles newFiles(staging);
-  const std::vector<FileRecord> records = WriteNewPayloads(files, options, staging, newFiles);
+  const std::vector<FileRecord> records = WriteRecords(files, options, staging, newFiles);
   const std::string list = ListText(records, removals, options.clientExe);
   // The settings hold the list's digest, so that they are valid for no other list.
   newFiles.AddText(files.size(), SettingsText(options.payload, list), kSettingsName);

@@ -8,7 +8,6 @@
 
 #include "platform/paths.h"
 #include "publish/common/list_path.h"
-#include "publish/common/publish_error.h"
 #include "publish/common/removal_index.h"
 #include "publish/common/shown_text.h"
 
@@ -62,18 +61,36 @@ class PublishedFiles {
   std::map<std::string, std::string> directories_;  // each with a file somewhere below it
 };
 
-void RequireWithin(const FileRecord& removal) {
+// Whether the removal keeps to the installation and leaves something of it.
+bool CheckWithin(const FileRecord& removal, Complaints& complaints) {
+  const auto complain = [&](const char* what, const char* wayOut) {
+    complaints.Add(ShownText(removal.path), std::string("a removal ") + what, wayOut);
+    return false;
+  };
   // Patterns are only matched against paths within the installation.
-  if (!IsPatternRemoval(removal) && LeavesInstallation(removal.path)) {
-    throw PublishError("a removal leads out of the installation: " + ShownText(removal.path));
+  const bool isPattern = IsPatternRemoval(removal);
+  if (!isPattern && LeavesInstallation(removal.path)) {
+    return complain("leads out of the installation", "name a path relative to it");
   }
-  if (!IsPatternRemoval(removal) && removal.path.find_first_of("*?") != std::string::npos) {
-    throw PublishError("a removal by its name can't hold * or ?: " + ShownText(removal.path) +
-                       "; --remove-pattern takes patterns");
+  if (!isPattern && removal.path.find_first_of("*?") != std::string::npos) {
+    return complain("by its name can't hold * or ?", "--remove-pattern takes patterns");
   }
   if (RemovesEverything(removal)) {
-    throw PublishError("a removal names the whole installation: " + ShownText(removal.path));
+    return complain("names the whole installation", "name what players shall lose");
   }
+  return true;
+}
+
+void CheckRequested(const FileRecord& removal, const PublishedFiles& files,
+                    Complaints& complaints) {
+  if (!CheckWithin(removal, complaints)) return;
+  const auto hit = files.HitBy(removal);
+  if (!hit) return;
+  complaints.Add(
+      ShownText(removal.path),
+      "the removal would delete a file that players need, at each start: " + ShownText(*hit),
+      kPatcher.contains(*hit) ? "narrow the removal down"
+                              : "narrow the removal down, or leave the file out with --ignore");
 }
 
 FileRecord Removal(const FileRecord& gone) {
@@ -83,26 +100,27 @@ FileRecord Removal(const FileRecord& gone) {
 }
 
 // A list can't replace a file by a folder: what removes the old one would remove the new one too.
-void RequireSameKind(const PublishedList& earlier, const PublishedFiles& files) {
+void CheckSameKind(const PublishedList& earlier, const PublishedFiles& files,
+                   Complaints& complaints) {
   for (const FileRecord& file : earlier.files) {
-    const std::string path = FoldedPath(file.path);
-    if (!files.IsInTheWay(path)) continue;
-    throw PublishError(ShownText(file.path) +
-                       ": a file of the earlier publication is a folder now, or lies in what is a "
-                       "file now; players of that one could never update: choose another name");
+    if (!files.IsInTheWay(FoldedPath(file.path))) continue;
+    complaints.Add(ShownText(file.path),
+                   "a file of the earlier publication is a folder now, or lies in what is a file "
+                   "now; players of that one could never update",
+                   "choose another name");
   }
 }
 
-std::vector<FileRecord> RemovalsAfter(const PublishedList& earlier, const PublishedFiles& files) {
+std::vector<FileRecord> RemovalsAfter(const PublishedList& earlier, const PublishedFiles& files,
+                                      Complaints& complaints) {
   std::vector<FileRecord> removals;
   for (const FileRecord& file : earlier.files) {
     if (!kPatcher.contains(FoldedPath(file.path))) removals.push_back(Removal(file));
   }
   for (const FileRecord& removal : earlier.removals) removals.push_back(removal);
-  std::erase_if(removals, [&files](const FileRecord& removal) {
+  std::erase_if(removals, [&](const FileRecord& removal) {
     if (removal.path.empty()) return true;  // patchers ignore it
-    RequireWithin(removal);
-    return files.HitBy(removal).has_value();
+    return !CheckWithin(removal, complaints) || files.HitBy(removal).has_value();
   });
   std::sort(removals.begin(), removals.end(), [](const FileRecord& a, const FileRecord& b) {
     return std::pair(a.path, a.transferHash) < std::pair(b.path, b.transferHash);
@@ -113,21 +131,14 @@ std::vector<FileRecord> RemovalsAfter(const PublishedList& earlier, const Publis
 }  // namespace
 
 std::vector<FileRecord> Removals(const std::vector<FileRecord>& requested,
-                                 const PublishedList* earlier,
-                                 const std::vector<SourceFile>& files) {
+                                 const PublishedList* earlier, const std::vector<SourceFile>& files,
+                                 Complaints& complaints) {
   const PublishedFiles published(files);
-  for (const FileRecord& removal : requested) {
-    RequireWithin(removal);
-    if (const auto hit = published.HitBy(removal)) {
-      throw PublishError(
-          "the removal of " + ShownText(removal.path) +
-          " would delete a file that players need, at each start: " + ShownText(*hit));
-    }
-  }
+  for (const FileRecord& removal : requested) CheckRequested(removal, published, complaints);
   std::vector<FileRecord> removals = requested;
   if (earlier != nullptr) {
-    RequireSameKind(*earlier, published);
-    for (FileRecord& removal : RemovalsAfter(*earlier, published)) {
+    CheckSameKind(*earlier, published, complaints);
+    for (FileRecord& removal : RemovalsAfter(*earlier, published, complaints)) {
       removals.push_back(std::move(removal));
     }
   }

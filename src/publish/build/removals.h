@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "engine/file_record.h"
+#include "publish/build/complaints.h"
 #include "publish/build/source_tree.h"
 #include "publish/common/published_list.h"
 
@@ -21,10 +22,11 @@ inline constexpr char kPatternMode[] = "R";
 // then, in byte order, what follows from `earlier` (null if there is no earlier list): its files
 // that are gone, and its own removals, unless they match a new file. Paths that mean the same file
 // on players' disks appear once. The patcher's program and settings aren't removed when a tree
-// doesn't contain them. Throws PublishError if one of `requested` matches a file, or leaves the
-// installation, or removes all of it.
+// doesn't contain them. Adds a complaint for each of `requested` that matches a file, and for each
+// removal, requested or earlier, that leaves the installation or removes all of it.
 [[nodiscard]] std::vector<FileRecord> Removals(const std::vector<FileRecord>& requested,
                                                const PublishedList* earlier,
-                                               const std::vector<SourceFile>& files);
+                                               const std::vector<SourceFile>& files,
+                                               Complaints& complaints);
 
 }  // namespace velmora::publish

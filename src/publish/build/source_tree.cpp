@@ -1,12 +1,17 @@
 #include "publish/build/source_tree.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <map>
+#include <set>
 #include <system_error>
 
-#include "base/ascii.h"
-#include "base/text.h"
 #include "engine/reference_list.h"
-#include "publish/common/publish_error.h"
+#include "publish/build/tree_names.h"
+#include "publish/common/disk_text.h"
+#include "publish/common/list_path.h"
+#include "publish/common/parallel_for.h"
 #include "publish/lint/lint.h"
 
 namespace velmora::publish {
@@ -18,103 +23,248 @@ namespace fs = std::filesystem;
 constexpr char kSettingsFile[] = "VelmoraUpdate.dat";
 constexpr char kSettingsListPath[] = "./VelmoraUpdate.dat";
 
-bool HoldsBackslash(const std::string& name) {
-  for (const std::string_view character : Characters(name)) {
-    if (character == "\\") return true;
+constexpr char kLeaveOut[] = "leave it out with --ignore";
+
+std::string OrLeaveOut(const std::string& wayOut) { return wayOut + ", or " + kLeaveOut; }
+
+std::string Quoted(const std::string& shown) { return "\"" + shown + "\""; }
+
+void ComplainUnreadable(const fs::path& path, const std::error_code& error,
+                        Complaints& complaints) {
+  complaints.Add(ShownPath(path.native()), "can't be read: " + error.message(),
+                 OrLeaveOut("make it readable"));
+}
+
+using Entries = std::vector<fs::directory_entry>;
+
+// As the folder itself tells it, mostly without another question to the system.
+fs::file_type KindOf(const fs::directory_entry& entry) {
+  std::error_code ignored;
+  if (entry.is_symlink(ignored)) return fs::file_type::symlink;
+  if (entry.is_directory(ignored)) return fs::file_type::directory;
+  return entry.is_regular_file(ignored) ? fs::file_type::regular : fs::file_type::unknown;
+}
+
+// The names that the entries of one folder have in the list. Those that are refused count with a
+// proposed name, so that the rest of what they are and hold can be checked.
+class ListNames {
+ public:
+  ListNames(const Entries& entries, bool isInRoot) : entries_(entries), isInRoot_(isInRoot) {}
+
+  // Empty if nothing is wrong with the name.
+  [[nodiscard]] std::string Fault(const fs::directory_entry& entry) const {
+    const bool isFile = KindOf(entry) != fs::file_type::directory;
+    return WhyNotPublishable(entry.path().filename().native(), {isInRoot_, isFile});
   }
-  return false;
-}
 
-// The backslash after such a name would become the second half of its last character.
-bool EndsInHalfCharacter(const std::string& name) {
-  std::string_view last;
-  for (const std::string_view character : Characters(name)) last = character;
-  return last.size() == 1 && IsLeadByte(last[0]);
-}
-
-std::string ListPath(const fs::path& relative) {
-  std::string listPath;
-  for (const fs::path& element : relative) {
-    const std::string& name = element.native();
-    if (HoldsBackslash(name)) throw PublishError(relative.native() + ": a name holds a backslash");
-    if (EndsInHalfCharacter(name)) {
-      throw PublishError(
-          relative.native() +
-          ": a name ends in half a character of code page 932, as names in UTF-8 do");
+  // A name for an entry with a fault, other than those of the entries next to it on players' disks.
+  [[nodiscard]] std::string Proposed(const fs::directory_entry& entry) {
+    if (taken_.empty()) {
+      for (const fs::directory_entry& other : entries_) {
+        if (Fault(other).empty()) taken_.insert(FoldedPath(other.path().filename().native()));
+      }
     }
-    if (!listPath.empty()) listPath += '\\';
-    listPath += name;
+    std::string name = PublishableName(entry.path().filename().native());
+    while (!taken_.insert(FoldedPath(name)).second) name.insert(0, 1, '_');
+    return name;
   }
-  return listPath == kSettingsFile ? kSettingsListPath : listPath;
-}
 
-// What the linter can't find, because a list says something else with such a path. Empty if the
-// path is fine.
-std::string WhyNotPublishable(const std::string& listPath) {
-  if (IsWhiteSpace(listPath.front())) return "its path begins with white space";
-  if (listPath.find('\n') != std::string::npos) return "its path holds a line feed";
-  if (listPath.find(kCompressedMark) != std::string::npos) {
-    return "its path holds \".compressed\", where a patcher would cut it off";
-  }
-  if (listPath.back() == '\\') {
-    return "its path ends in the byte 5C, which is requested as a slash: no web server offers that";
-  }
-  return {};
-}
+ private:
+  const Entries& entries_;
+  const bool isInRoot_;
+  std::set<std::string> taken_;  // folded
+};
 
-SourceFile Describe(const fs::directory_entry& entry, const fs::path& root) {
-  if (entry.is_symlink() || !entry.is_regular_file()) {
-    throw PublishError(entry.path().native() + ": neither a plain file nor a directory");
-  }
-  SourceFile file{entry.path(), ListPath(entry.path().lexically_relative(root)), entry.file_size()};
-  const std::string reason = WhyNotPublishable(file.listPath);
-  if (!reason.empty()) throw PublishError(entry.path().native() + ": " + reason);
-  return file;
-}
+class TreeScan {
+ public:
+  TreeScan(const fs::path& root, const IgnoreRules& rules, Complaints& complaints)
+      : root_(root), rules_(rules), complaints_(complaints) {}
 
-void ScanFolder(const fs::path& folder, const fs::path& root, const IgnoreRules& rules,
-                std::vector<SourceFile>& files) {
+  std::vector<SourceFile> Run();
+
+ private:
+  bool ScanFolder(const fs::path& folder, const std::string& relative, const std::string& listed);
+  [[nodiscard]] Entries EntriesOf(const fs::path& folder);
+  void AddFile(const fs::directory_entry& entry, const std::string& listPath);
+  void CheckByLint();
+  void AddLintError(const SourceFile& file, const LintFinding& finding);
+  void AddConflict(const SourceFile& file, Rule rule);
+
+  void Complain(const fs::path& path, const std::string& what, const std::string& wayOut) {
+    complaints_.Add(ShownPath(path.native()), what, wayOut);
+  }
+
+  const fs::path& root_;
+  const IgnoreRules& rules_;
+  Complaints& complaints_;
+  std::vector<SourceFile> files_;
+  std::map<std::string, const SourceFile*> byFolded_;  // for conflicts; made when first needed
+};
+
+Entries TreeScan::EntriesOf(const fs::path& folder) {
+  Entries entries;
   std::error_code error;
   fs::directory_iterator at(folder, error);
-  for (; !error && at != fs::end(at); at.increment(error)) {
-    const bool isDirectory = at->is_directory() && !at->is_symlink();
-    if (rules.Ignores(at->path().lexically_relative(root).native(), isDirectory)) continue;
-    if (isDirectory) {
-      ScanFolder(at->path(), root, rules, files);
-    } else {
-      files.push_back(Describe(*at, root));
-    }
-  }
-  if (error) throw PublishError(folder.native() + ": can't be read: " + error.message());
+  for (; !error && at != fs::end(at); at.increment(error)) entries.push_back(*at);
+  if (error) ComplainUnreadable(folder, error, complaints_);
+  std::sort(entries.begin(), entries.end());
+  return entries;
 }
 
-// Checks a list of these files, each on its line, with invented hashes.
-void RequireNoLintErrors(const std::vector<SourceFile>& files) {
+// `relative` is the folder's path from the root, with a slash at its end; `listed` the same in the
+// list, with backslashes. Both are empty for the root. Returns whether anything in it was looked
+// at: the name of a folder doesn't matter if nothing in it is published.
+bool TreeScan::ScanFolder(const fs::path& folder, const std::string& relative,
+                          const std::string& listed) {
+  const Entries entries = EntriesOf(folder);
+  ListNames names(entries, relative.empty());
+  bool holdsAny = false;
+  for (const fs::directory_entry& entry : entries) {
+    const std::string name = entry.path().filename().native();
+    const bool isFolder = KindOf(entry) == fs::file_type::directory;
+    if (rules_.Ignores(relative + name, isFolder)) continue;
+    const std::string fault = names.Fault(entry);
+    const std::string listName = fault.empty() ? name : names.Proposed(entry);
+    bool isPublished = true;
+    if (isFolder) {
+      isPublished = ScanFolder(entry.path(), relative + name + "/", listed + listName + "\\");
+    } else {
+      AddFile(entry, listed + listName);
+    }
+    holdsAny = holdsAny || isPublished;
+    if (!fault.empty() && isPublished) {
+      Complain(entry.path(), fault,
+               OrLeaveOut("rename it, for example to " + Quoted(ShownPath(listName))));
+    }
+  }
+  return holdsAny;
+}
+
+void TreeScan::AddFile(const fs::directory_entry& entry, const std::string& listPath) {
+  const fs::path& path = entry.path();
+  const fs::file_type kind = KindOf(entry);
+  std::error_code error;
+  if (kind == fs::file_type::symlink) {
+    const bool leadsSomewhere = fs::exists(path, error);
+    Complain(path, leadsSomewhere ? "is a link" : "is a link that leads nowhere",
+             OrLeaveOut(leadsSomewhere ? "replace it by what it leads to, as cp -L copies it"
+                                       : "remove it"));
+    return;
+  }
+  if (kind != fs::file_type::regular) {
+    Complain(path, "is neither a plain file nor a folder", OrLeaveOut("remove it"));
+    return;
+  }
+  if (listPath.size() > kMaxListPath) {
+    Complain(path,
+             "its path has " + std::to_string(listPath.size()) +
+                 " bytes, and patchers read no more than " + std::to_string(kMaxListPath),
+             OrLeaveOut("shorten it"));
+    return;
+  }
+  const std::uint64_t size = entry.file_size(error);
+  if (error) {
+    ComplainUnreadable(path, error, complaints_);
+    return;
+  }
+  files_.push_back({path, listPath == kSettingsFile ? kSettingsListPath : listPath, size});
+}
+
+// The other file of a conflict is the one that is first in the list.
+void TreeScan::AddConflict(const SourceFile& file, Rule rule) {
+  if (byFolded_.empty()) {
+    for (const SourceFile& other : files_) byFolded_.emplace(FoldedPath(other.listPath), &other);
+  }
+  const std::string folded = FoldedPath(file.listPath);
+  const std::string wayOut = OrLeaveOut("rename one of the two");
+  if (rule == Rule::kSameFile) {
+    Complain(file.path,
+             "differs only in case from " + ShownPath(byFolded_.at(folded)->path.native()) +
+                 ", and is the same file on players' disks",
+             wayOut);
+    return;
+  }
+  const std::vector<std::string_view> folders = FoldersAbove(folded);
+  fs::path folder = file.path.parent_path();
+  for (auto at = folders.rbegin(); at != folders.rend(); ++at, folder = folder.parent_path()) {
+    const auto other = byFolded_.find(std::string(*at));
+    if (other == byFolded_.end()) continue;
+    Complain(other->second->path,
+             "differs only in case from the folder " + ShownPath(folder.native()), wayOut);
+  }
+}
+
+void TreeScan::AddLintError(const SourceFile& file, const LintFinding& finding) {
+  const LintRule& rule = *finding.rule;
+  switch (rule.id) {
+    case Rule::kSameFile:
+    case Rule::kFileIsFolder:
+      AddConflict(file, rule.id);
+      break;
+    case Rule::kNotASize:
+      Complain(
+          file.path,
+          "has " + std::to_string(file.size) + " bytes, and patchers read sizes up to 2147483647",
+          OrLeaveOut("split it"));
+      break;
+    case Rule::kPatcherFile:
+    case Rule::kRedirection:
+      Complain(file.path, std::string("is a ") + rule.what, kLeaveOut);
+      break;
+    case Rule::kSettingsWithoutRestart:
+      Complain(file.path, rule.what, "rename it to " + Quoted(kSettingsFile));
+      break;
+    case Rule::kProgramWithoutRestart:
+      Complain(file.path, rule.what, "rename it to \"VelmoraUpdate.exe\"");
+      break;
+    default:
+      Complain(file.path, std::string(rule.what) + ". " + rule.reason, rule.remedy);
+  }
+}
+
+// Checks a list of the files, each on its line, with invented hashes.
+void TreeScan::CheckByLint() {
   const std::string hash = ", " + std::string(kMaxListHash, 'A') + ", ";
   std::string text;
-  for (const SourceFile& file : files) {
+  for (const SourceFile& file : files_) {
     const std::string size = std::to_string(file.size);
     text += "FILE : " + file.listPath;
     text += hash + size;
     text += hash + size + "\n";
   }
   for (const LintFinding& finding : LintFiles(text)) {
-    const LintRule& rule = *finding.rule;
-    if (rule.severity != Severity::kError) continue;
-    throw PublishError(files[finding.line - 1].path.native() + ": " + rule.what + ". " +
-                       rule.reason + " " + rule.remedy);
+    if (finding.rule->severity != Severity::kError) continue;
+    AddLintError(files_[finding.line - 1], finding);
   }
+}
+
+std::vector<SourceFile> TreeScan::Run() {
+  ScanFolder(root_, "", "");
+  std::sort(files_.begin(), files_.end(),
+            [](const SourceFile& a, const SourceFile& b) { return a.listPath < b.listPath; });
+  CheckByLint();
+  if (complaints_.HasAny()) CheckReadable(files_, complaints_);
+  return std::move(files_);
 }
 
 }  // namespace
 
-std::vector<SourceFile> ScanTree(const fs::path& root, const IgnoreRules& rules) {
-  std::vector<SourceFile> files;
-  ScanFolder(root, root, rules, files);
-  std::sort(files.begin(), files.end(),
-            [](const SourceFile& a, const SourceFile& b) { return a.listPath < b.listPath; });
-  RequireNoLintErrors(files);
-  return files;
+std::vector<SourceFile> ScanTree(const fs::path& root, const IgnoreRules& rules,
+                                 Complaints& complaints) {
+  return TreeScan(root, rules, complaints).Run();
+}
+
+// The rights of a file don't tell: the system knows only when it is asked.
+void CheckReadable(const std::vector<SourceFile>& files, Complaints& complaints) {
+  std::vector<std::error_code> errors(files.size());
+  ParallelFor(files.size(), [&](std::size_t i) {
+    errno = 0;
+    const bool isOpen = std::ifstream(files[i].path, std::ios::binary).is_open();
+    if (!isOpen) errors[i] = std::error_code(errno, std::generic_category());
+  });
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (errors[i]) ComplainUnreadable(files[i].path, errors[i], complaints);
+  }
 }
 
 }  // namespace velmora::publish

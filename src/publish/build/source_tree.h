@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "publish/build/complaints.h"
 #include "publish/build/ignore_rules.h"
 
 namespace velmora::publish {
@@ -17,9 +18,14 @@ struct SourceFile {
 };
 
 // All files of the tree that `rules` don't ignore, in the byte order of their list paths, which is
-// the same on every system. Throws PublishError if the tree holds anything but directories and
-// plain files, or a file that patchers can't install or the linter reports as an error.
+// the same on every system. Adds a complaint for each file that can't be read or that patchers
+// can't install, for whatever is neither a directory nor a plain file, and for all that the linter
+// reports as an error. With complaints, the result is of no use but for finding more of them.
 [[nodiscard]] std::vector<SourceFile> ScanTree(const std::filesystem::path& root,
-                                               const IgnoreRules& rules = {});
+                                               const IgnoreRules& rules, Complaints& complaints);
+
+// Adds a complaint for each file that can't be opened. That takes time, and so ScanTree does it
+// only if there are other complaints.
+void CheckReadable(const std::vector<SourceFile>& files, Complaints& complaints);
 
 }  // namespace velmora::publish

@@ -1,0 +1,139 @@
+#include "publish/build/plan.h"
+
+#include <algorithm>
+
+#include "base/ascii.h"
+#include "engine/reference_list.h"
+#include "publish/build/complaints.h"
+#include "publish/build/earlier_publication.h"
+#include "publish/build/list_text.h"
+#include "publish/build/removals.h"
+#include "publish/build/staging.h"
+#include "publish/common/disk_text.h"
+#include "publish/common/publish_error.h"
+#include "publish/common/shown_text.h"
+
+namespace velmora::publish {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Whether it exists or not, and however it is spelled.
+fs::path Canonical(const fs::path& path) {
+  const fs::path canonical = fs::weakly_canonical(fs::absolute(path));
+  return canonical.has_filename() ? canonical : canonical.parent_path();
+}
+
+bool Holds(const fs::path& outer, const fs::path& inner) {
+  return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
+// If one folder contained the other, the publication would publish itself or overwrite its source.
+void RequireApart(const fs::path& tree, const fs::path& output) {
+  const fs::path from = Canonical(tree);
+  const fs::path to = Canonical(output);
+  if (Holds(from, to) || Holds(to, from)) {
+    throw PublishError("neither of the tree and the publication may contain the other: " +
+                       from.native() + ", " + to.native());
+  }
+}
+
+// A file of this name below the data path redirects every player.
+constexpr char kRedirectionName[] = "enable.cdn";
+
+// Patchers don't escape the list's name in their request.
+void RequireListName(const std::string& name) {
+  const bool isPlain = name.find_first_of("/\\ ?#%") == std::string::npos && name != "." &&
+                       name != ".." && !HasControl(name);
+  const bool isTaken =
+      name == Staging::kFolder || name == kSettingsName || name == kRedirectionName;
+  if (name.empty() || !isPlain || isTaken || name.find(kCompressedMark) != std::string::npos) {
+    throw PublishError("the list can't have the name \"" + name + "\"");
+  }
+}
+
+IgnoreRules RulesOf(const BuildOptions& options) {
+  const fs::path ofTree = options.tree / kIgnoreName;
+  const fs::path& file = options.ignoreFile.empty() ? ofTree : options.ignoreFile;
+  if (options.ignoreFile.empty() && !fs::exists(fs::symlink_status(file))) return {};
+  IgnoreRules rules(ReadWholeFile(file));
+  // Rules that are in the tree under another name aren't published either.
+  rules.Add(fs::weakly_canonical(file).lexically_relative(fs::weakly_canonical(options.tree)));
+  return rules;
+}
+
+// Null if it isn't a list, or not one that patchers read to its end.
+EarlierList ReadIfList(const fs::path& file) {
+  const std::string text = ReadWholeFile(file);
+  auto earlier = std::make_unique<const PublishedList>(text);
+  const bool isList = text.empty() || earlier->files.Count() + earlier->removals.Count() > 0;
+  if (!isList || !earlier->isReadWhole || !earlier->refused.empty()) return nullptr;
+  return earlier;
+}
+
+// The list that removals are made from; null if there is none.
+EarlierList ListToRemoveFrom(const BuildOptions& options) {
+  if (options.removeFrom.empty()) return nullptr;
+  const fs::path file = ListFile(options.removeFrom, options.listName);
+  const fs::path own = options.output / options.listName;
+  if (Canonical(file) == Canonical(own) && !fs::exists(own)) return nullptr;
+  EarlierList earlier = ReadIfList(file);
+  if (earlier == nullptr) {
+    throw PublishError(file.native() + ": not a list, or not one that patchers read to its end");
+  }
+  return earlier;
+}
+
+// Null if there is none.
+EarlierList ListInOutput(const BuildOptions& options) {
+  const fs::path file = options.output / options.listName;
+  return fs::exists(file) && !fs::is_directory(file) ? ReadIfList(file) : nullptr;
+}
+
+// Files of the tree can't collide with each other in the output, but with what the tool puts there.
+// The file that redirects is among what the linter finds.
+void CheckOwnPlaces(const std::vector<SourceFile>& files, const std::string& listName,
+                    Complaints& complaints) {
+  for (const SourceFile& file : files) {
+    FileRecord record;
+    record.path = file.listPath;
+    const fs::path place = PayloadPlace(record);
+    const fs::path first = *place.begin();
+    const bool isTaken = first == listName || first == Staging::kFolder || first == kSettingsName ||
+                         (first == kRedirectionName && place != first);
+    if (!isTaken) continue;
+    const char* const other = first == listName ? ", choose another --list" : "";
+    complaints.Add(ShownPath(file.path.native()),
+                   "\"" + ShownText(first.native()) + "\" is taken in the publication",
+                   std::string("rename it") + other + ", or leave it out with --ignore");
+  }
+}
+
+}  // namespace
+
+void RequireUsable(const BuildOptions& options) {
+  RequireApart(options.tree, options.output);
+  RequireListName(options.listName);
+}
+
+PublicationPlan PlanPublication(const BuildOptions& options) {
+  Complaints complaints;
+  PublicationPlan plan;
+  plan.files = ScanTree(options.tree, RulesOf(options), complaints);
+  CheckOwnPlaces(plan.files, options.listName, complaints);
+  plan.earlier = ListToRemoveFrom(options);
+  plan.removals = Removals(options.removals, plan.earlier.get(), plan.files, complaints);
+  complaints.ThrowIfAny();
+  if (plan.files.empty() && !options.allowEmpty) {
+    throw PublishError(
+        ShownPath(options.tree.native()) +
+        ": holds no file to publish. Is it complete? If so, --allow-empty allows it");
+  }
+  if (!plan.earlier) plan.earlier = ListInOutput(options);
+  if (plan.earlier) RequireFewRemoved(*plan.earlier, plan.files, options.maxRemovedPercent);
+  // Refuses what a list can't express before the long work begins.
+  static_cast<void>(ListText({}, plan.removals, options.clientExe));
+  return plan;
+}
+
+}  // namespace velmora::publish

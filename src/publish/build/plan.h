@@ -1,0 +1,33 @@
+// What a build is going to publish, as far as it can be told before the payloads are made. Nothing
+// here writes to a disk.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "engine/file_record.h"
+#include "publish/build/publication.h"
+#include "publish/build/source_tree.h"
+#include "publish/common/published_list.h"
+
+namespace velmora::publish {
+
+// Null if there is none.
+using EarlierList = std::unique_ptr<const PublishedList>;
+
+struct PublicationPlan {
+  std::vector<SourceFile> files;
+  std::vector<FileRecord> removals;
+  // The list that is replaced: the one of `removeFrom`, or else the one in `output`.
+  EarlierList earlier;
+};
+
+// Throws PublishError if the list can't have its name, or one of tree and output contains the
+// other.
+void RequireUsable(const BuildOptions& options);
+
+// Reads the tree and the earlier lists. Throws PublishError for everything that a build refuses
+// before it makes a payload.
+[[nodiscard]] PublicationPlan PlanPublication(const BuildOptions& options);
+
+}  // namespace velmora::publish

@@ -11,6 +11,7 @@
 #include "publish/build/staging.h"
 #include "publish/common/disk_text.h"
 #include "publish/common/publish_error.h"
+#include "publish/common/redirection.h"
 #include "publish/common/shown_text.h"
 
 namespace velmora::publish {
@@ -37,9 +38,6 @@ void RequireApart(const fs::path& tree, const fs::path& output) {
                        from.native() + ", " + to.native());
   }
 }
-
-// A file of this name below the data path redirects every player.
-constexpr char kRedirectionName[] = "enable.cdn";
 
 // Patchers don't escape the list's name in their request.
 void RequireListName(const std::string& name) {

@@ -8,14 +8,13 @@
 #include "publish/common/list_path.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
+#include "publish/common/redirection.h"
 #include "publish/lint/checks.h"
 
 namespace velmora::publish {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr char kRedirection[] = "enable.cdn";
 
 bool IsPatchers(const FileRecord& record) {
   return record.path.find(kUpdateMarker) != std::string::npos;
@@ -56,7 +55,7 @@ void CheckPatchersOwn(const ListedRecord& listed, Findings& findings) {
     if (!holds("./VelmoraUpdate.dat")) findings.Add(Rule::kSettingsWithoutRestart, listed);
   } else if (listed.folded == kPatcherProgram) {
     if (!holds("VelmoraUpdate.exe")) findings.Add(Rule::kProgramWithoutRestart, listed);
-  } else if (listed.folded == kRedirection) {
+  } else if (listed.folded == kRedirectionName) {
     findings.Add(Rule::kRedirection, listed);
   } else if (IsPatchers(listed.record)) {
     findings.Add(Rule::kPatcherNameInPath, listed);

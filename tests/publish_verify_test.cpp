@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -16,6 +14,7 @@
 
 #include "publish/verify/progress_line.h"
 #include "publish/verify/verification.h"
+#include "support/publish_tool.h"
 #include "support/workspace.h"
 
 namespace velmora::publish {
@@ -151,11 +150,8 @@ class VerifyCommand : public EngineTest {
  protected:
   // The exit status, and what the command prints, without times and rates.
   static std::string Run(const std::string& arguments) {
-    FILE* const pipe = popen((VELMORA_PUBLISH " verify " + arguments).c_str(), "r");
-    std::string text;
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) text += static_cast<char>(c);
-    text = std::regex_replace(text, std::regex(", [0-9.]+ s, [^,]+/s"), "");
-    return std::to_string(WEXITSTATUS(pclose(pipe))) + ": " + text;
+    return std::regex_replace(RunPublish("verify " + arguments), std::regex(", [0-9.]+ s, [^,]+/s"),
+                              "");
   }
 };
 

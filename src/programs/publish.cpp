@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
 
 namespace velmora::publish {
@@ -26,8 +27,11 @@ void StopOnSignals() {
 }
 
 int RunTool(int count, char** arguments) {
-  CLI::App app("Makes, checks and compares what the patcher Velmora Update reads");
+  CLI::App app("Makes, checks and compares what the patcher Velmora Update reads",
+               "velmora-publish");
   app.require_subcommand(1);
+  app.set_version_flag("--version", Version());
+  app.footer("velmora-publish COMMAND --help tells a command's options and exit status.");
   int status = kDone;
   AddBuildCommand(app, status);
   AddLintCommand(app, status);
@@ -35,11 +39,7 @@ int RunTool(int count, char** arguments) {
   AddVerifyCommand(app, status);
   AddRecoverCommand(app, status);
   StopOnSignals();
-  try {
-    app.parse(count, arguments);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kDone : kBadCommand;
-  }
+  RunCommandLine(app, count, arguments, status);
   return status;
 }
 

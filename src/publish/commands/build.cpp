@@ -1,6 +1,5 @@
 #include <chrono>
 #include <cstdio>
-#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -9,6 +8,7 @@
 #include "publish/build/publication.h"
 #include "publish/build/removals.h"
 #include "publish/build/staging.h"
+#include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
 #include "publish/common/list_path.h"
 
@@ -36,9 +36,10 @@ void AddPlainTypes(std::set<std::string>& plain, const Texts& types) {
 }
 
 void AddCompressionOptions(CLI::App& build, PayloadOptions& options) {
-  build.add_option("--compress", options.compress, "always, never, or where it pays (default)")
-      ->transform(CLI::CheckedTransformer(std::map<std::string, Compress>{
-          {"always", Compress::kAlways}, {"never", Compress::kNever}, {"pays", Compress::kPays}}));
+  AddChoice<Compress>(
+      build, "--compress", options.compress,
+      {{"always", Compress::kAlways}, {"never", Compress::kNever}, {"pays", Compress::kPays}},
+      "Which files are compressed; default: where it pays");
   build.add_option("--pays-from", options.paysFrom, "The least saving in percent that pays")
       ->check(CLI::Range(0U, 99U))
       ->capture_default_str();
@@ -60,9 +61,9 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
       ->check(CLI::ExistingDirectory);
   build.add_option("OUT", options.output, "The folder that the web server offers")->required();
   AddCompressionOptions(build, options.payload);
-  build.add_option("--hash", options.payload.hash, "sha1 (default) or md5")
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, HashKind>{{"sha1", HashKind::kSha1}, {"md5", HashKind::kMd5}}));
+  AddChoice<HashKind>(build, "--hash", options.payload.hash,
+                      {{"sha1", HashKind::kSha1}, {"md5", HashKind::kMd5}},
+                      "The digest of the list; default: sha1");
   build.add_option("--exe", options.clientExe, "Name of the game client");
   build.add_option("--list", options.listName, "File name of the reference list")
       ->capture_default_str();
@@ -111,6 +112,9 @@ void AddBuildCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<BuildOptions>();
   options->payload.stop = &stopAsked;
   AddOptions(*build, *options);
+  Describe(*build, "0 published, 1 not published: the publication before stands",
+           "build game /srv/velmora/publication --exe '\\Game.exe' --remove-from "
+           "/srv/velmora/publication");
   build->callback([options, &status] {
     Build(*options);
     status = kDone;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
@@ -157,6 +158,8 @@ void AddDiffCommand(CLI::App& app, int& status) {
       ->capture_default_str();
   diff->add_flag("--files", command->files, "List all files");
   diff->add_flag("--json", command->json, "Print everything as JSON");
+  Describe(*diff, "0 players can update, 1 they can't, or the lists can't be compared",
+           "diff publication-41 publication-42 --rate 10,100 --latency 30");
   diff->callback([command, &status] { status = Diff(*command) ? kDone : kFailed; });
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
 #include "publish/common/published_list.h"
 #include "publish/common/shown_text.h"
@@ -124,7 +125,8 @@ void AddLintCommand(CLI::App& app, int& status) {
     if (rules->count() == 0 && list->count() == 0) throw CLI::RequiredError("LIST");
     status = Lint(*command);
   });
-  lint->footer("Exit status: 0 clean, 1 errors, 3 only warnings, 2 bad command line.");
+  Describe(*lint, "0 clean, 1 errors, 3 only warnings",
+           "lint /srv/velmora/publication --data /game");
 }
 
 }  // namespace velmora::publish

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "publish/build/staging.h"
+#include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
 
 namespace velmora::publish {
@@ -22,6 +23,8 @@ void AddRecoverCommand(CLI::App& app, int& status) {
   recover->add_option("OUT", *output, "The folder of the publication")
       ->required()
       ->check(CLI::ExistingDirectory);
+  Describe(*recover, "0 the publication is complete, 1 it can't be recovered",
+           "recover /srv/velmora/publication");
   recover->callback([output, &status] {
     const Leftover leftover = RecoverPublication(*output);
     PrintLeftover(leftover);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/processes.h"
+#include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/shown_text.h"
@@ -238,6 +239,8 @@ void AddVerifyCommand(CLI::App& app, int& status) {
       app.add_subcommand("verify", "Verifies that players will accept what a server offers");
   const auto arguments = std::make_shared<VerifyArguments>();
   AddOptions(*verify, *arguments);
+  Describe(*verify, "0 all is right, 1 errors or stopped, 3 only warnings",
+           "verify http://patch.example.com/game");
   verify->callback([arguments, &status] { status = Verifier(*arguments).Run(); });
 }
 

@@ -1,0 +1,112 @@
+#include "publish/commands/command_line.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "publish/build/zlib_blocks.h"
+#include "publish/commands/commands.h"
+#include "publish/common/nearest_word.h"
+
+namespace velmora::publish {
+namespace {
+
+using Words = std::vector<std::string>;
+
+std::string Joined(const Words& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+  return text;
+}
+
+std::string Quoted(const std::string& word) { return "\"" + word + "\""; }
+
+std::string Proposal(const std::string& word, const Words& known) {
+  const std::string nearest = NearestWord(word, known);
+  return nearest.empty() ? "" : "; did you mean " + Quoted(nearest) + "?";
+}
+
+Words CommandsOf(const CLI::App& app) {
+  Words names;
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    names.push_back(command->get_name());
+  }
+  return names;
+}
+
+Words OptionsOf(const CLI::App& command) {
+  Words names;
+  for (const CLI::Option* option : command.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  const auto isGroup = [](const CLI::App* inner) { return inner->get_name().empty(); };
+  for (const CLI::App* group : command.get_subcommands(isGroup)) {
+    for (const std::string& name : OptionsOf(*group)) names.push_back(name);
+  }
+  return names;
+}
+
+// The command that the line names; the tool itself if it names none.
+const CLI::App& NamedCommand(const CLI::App& app) {
+  const auto named = app.get_subcommands();
+  return named.empty() ? app : *named.front();
+}
+
+std::string UnknownCommand(const CLI::App& app, const std::string& word) {
+  const Words known = CommandsOf(app);
+  const std::string proposal = Proposal(word, known);
+  return "there is no command " + Quoted(word) + (proposal.empty() ? "." : proposal) +
+         " Commands: " + Joined(known);
+}
+
+// Words that no option takes are what matters: the others may have been taken amiss because of
+// them.
+std::string WhatIsWrong(const CLI::App& app, const CLI::ParseError& error) {
+  const CLI::App& command = NamedCommand(app);
+  const Words left = app.remaining(true);
+  for (const std::string& word : left) {
+    if (!word.starts_with('-') || word == "-") continue;
+    const std::string name = word.substr(0, word.find('='));
+    const Words known = OptionsOf(command);
+    if (std::find(known.begin(), known.end(), name) != known.end()) {
+      return Quoted(name) + " belongs after " + Quoted(command.get_name());
+    }
+    return "there is no option " + Quoted(name) + Proposal(name, known);
+  }
+  if (&command == &app) {
+    return left.empty() ? "which command? Commands: " + Joined(CommandsOf(app))
+                        : UnknownCommand(app, left.front());
+  }
+  return left.empty() ? error.what() : Quoted(left.front()) + " is one argument too many";
+}
+
+}  // namespace
+
+void Describe(CLI::App& command, const std::string& exitStatus, const std::string& example) {
+  command.footer("Exit status: " + exitStatus + ", 2 bad command line.\nExample: velmora-publish " +
+                 example);
+}
+
+std::string NoneOf(const std::string& value, const std::vector<std::string>& names) {
+  return Quoted(value) + " is none of " + Joined(names);
+}
+
+std::string Version() {
+  return std::string("velmora-publish ") + VELMORA_VERSION + ", " + StreamMaker();
+}
+
+void RunCommandLine(CLI::App& app, int count, char** arguments, int& status) try {
+  app.parse(count, arguments);
+} catch (const CLI::ParseError& error) {
+  if (error.get_exit_code() == 0) {  // help and version
+    app.exit(error);
+    status = kDone;
+  } else {
+    const CLI::App& command = NamedCommand(app);
+    const std::string name = &command == &app ? "" : command.get_name() + " ";
+    std::fprintf(stderr, "velmora-publish: %s\nvelmora-publish %s--help tells more.\n",
+                 WhatIsWrong(app, error).c_str(), name.c_str());
+    status = kBadCommand;
+  }
+}
+
+}  // namespace velmora::publish

@@ -1,0 +1,46 @@
+// What the command lines of all commands have in common.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace velmora::publish {
+
+// Ends the help of a command. `exitStatus` is what its exit statuses 0 and 1, and others of its
+// own, mean, such as "0 no findings, 1 errors"; `example` is a whole command line without the
+// program's name. Every command is described by this.
+void Describe(CLI::App& command, const std::string& exitStatus, const std::string& example);
+
+// The message for a `value` that isn't among `names`: "maybe" is none of always, never, pays.
+[[nodiscard]] std::string NoneOf(const std::string& value, const std::vector<std::string>& names);
+
+// Adds an option that takes one of these names and sets `value` to what stands for it.
+template <typename Value>
+CLI::Option* AddChoice(CLI::App& command, const std::string& option, Value& value,
+                       const std::vector<std::pair<std::string, Value>>& choices,
+                       const std::string& description) {
+  std::vector<std::string> names;
+  std::string type;
+  for (const auto& choice : choices) {
+    names.push_back(choice.first);
+    type += (type.empty() ? "" : "|") + choice.first;
+  }
+  const auto take = [=, &value](const std::string& name) {
+    for (const auto& choice : choices) {
+      if (choice.first == name) return value = choice.second, void();
+    }
+    throw CLI::ValidationError(option, NoneOf(name, names));
+  };
+  return command.add_option_function<std::string>(option, take, description)->type_name(type);
+}
+
+// The tool's version, and that of what decides the bytes of compressed payloads.
+[[nodiscard]] std::string Version();
+
+// Parses the command line, which carries out the command that it names. If it names none, or makes
+// no sense, prints help, version or what is wrong, and sets `status`.
+void RunCommandLine(CLI::App& app, int count, char** arguments, int& status);
+
+}  // namespace velmora::publish

@@ -513,5 +513,26 @@ TEST(Utf8, ControlCharactersAndInvalidBytesBecomeQuestionMarks) {
   for (const auto& c : kCases) EXPECT_EQ(ToUtf8(c.text), c.utf8);
 }
 
+TEST(Utf8, OnlyWhatComesBackTheSameIsConverted) {
+  const std::pair<std::string, std::optional<std::string>> kCases[] = {
+      {"", ""},
+      {"a~\\", "a~\\"},
+      {"\xE3\x82\xBD\xEF\xBD\xB1", "\x83\x5C\xB1"},
+      {"\xEF\xBD\x9E", "\x81\x60"},    // U+FF5E, as Windows reads these bytes,
+      {"\xE3\x80\x9C", std::nullopt},  // and U+301C, as others do
+      {"\xC2\xA5", std::nullopt},      // a yen sign is no backslash
+      {"\xE2\x85\xB0", "\xFA\x40"},    // twice in the code page
+      {"\xEE\x80\x80", "\xF0\x40"},    // private use
+      {"\xEF\xA3\xB1", std::nullopt},  // what Windows makes of the byte FD
+      {"\xC3\xA9", std::nullopt},      // Windows would take an e
+      {"\xE3\x81\x8B\xE3\x82\x99", std::nullopt},
+      {"\xF3\xA0\x81\xA1", std::nullopt},  // a tag, which some drop
+      {"\xC2\x80", std::nullopt},
+      {"\x82\xA0", std::nullopt},  // no UTF-8
+      {"\xE3\x82", std::nullopt},
+  };
+  for (const auto& [utf8, text] : kCases) EXPECT_EQ(FromUtf8(utf8), text) << utf8;
+}
+
 }  // namespace
 }  // namespace velmora::platform

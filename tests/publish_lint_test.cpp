@@ -134,7 +134,10 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
 
 TEST(Lint, TreeIsComparedWithTheList) {
   const test::TemporaryFolder folder;
-  for (const std::string name : {"a", "d/x.tmp", "d/Y.TMP", "e/listed.tmp", "e/f/g"}) {
+  for (const std::string name :
+       {"a", "d/x.tmp", "d/Y.TMP", "e/listed.tmp", "e/f/g", "\xE3\x82\xBD.tmp",
+        "\x83\x5C"
+        "a.tmp"}) {
     test::WriteFile("tree/" + name, name);
   }
   const std::string text = "DEL : *.tmp, R\nDEL : e\\f\nDEL : gone\n" + File("e\\Listed.tmp");
@@ -145,7 +148,8 @@ TEST(Lint, TreeIsComparedWithTheList) {
   }
   EXPECT_EQ(found,
             (std::set<std::string>{"406 *.tmp: e\\Listed.tmp, see line 4", "501 *.tmp: d\\x.tmp",
-                                   "501 *.tmp: d\\Y.TMP", "501 e\\f: e\\f\\g"}));
+                                   "501 *.tmp: d\\Y.TMP", "501 *.tmp: \x83\x5C.tmp",
+                                   "501 *.tmp: \x83\x5C\x61.tmp", "501 e\\f: e\\f\\g"}));
 }
 
 TEST(ListPath, PathsOfOneFileFoldToOne) {

@@ -21,6 +21,7 @@
 #include "publish/build/staging.h"
 #include "publish/build/tree_names.h"
 #include "publish/build/zlib_blocks.h"
+#include "publish/common/disk_text.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
 #include "publish/lint/lint.h"
@@ -47,6 +48,8 @@ Texts PathsOf(const std::string& list) {
   for (const FileRecord& record : PublishedList(list).files) paths.push_back(record.path);
   return paths;
 }
+
+std::string Utf8(const char8_t* text) { return reinterpret_cast<const char*>(text); }
 
 FileRecord Removal(const std::string& path, const std::string& mode = "") {
   return {path, mode, "", "", "", false};
@@ -304,6 +307,91 @@ TEST_F(Publication, TheFirstComplaintsAreShown) {
   EXPECT_NE(refusal.find("for 51 reasons"), std::string::npos) << refusal;
   EXPECT_NE(refusal.find("#59"), std::string::npos) << refusal;
   EXPECT_TRUE(refusal.ends_with("\n  and 1 more")) << refusal;
+}
+
+TEST_F(Publication, NamesInUtf8AreListedInTheCodePage) {
+  options_.names = NameEncoding::kUtf8;
+  options_.clientExe = Utf8(u8"\\猫.exe");
+  options_.removals = {Removal(Utf8(u8"古い")), Removal(Utf8(u8"ソ*.tmp"), "R")};
+  WriteTree({Utf8(u8"絵/ソ～ｱ.dat"), Utf8(u8"\uE000ⅰ"), Utf8(u8"ソ"), "plain"});
+  WriteFile("tree/.publishignore", Utf8(u8"/ソ\n"));
+  BuildPublication(options_);
+  const std::string list =
+      "EXE : \\\x94\x4C.exe\nDEL : \x8C\xC3\x82\xA2\nDEL : \x83\x5C*.tmp, R\n" +
+      Line("plain", "x") + Line("\x8A\x47\\\x83\x5C\x81\x60\xB1.dat", "x") +
+      Line("\xF0\x40\xFA\x40", "x");
+  EXPECT_EQ(ReadFile("out/hashlist.dat"), list);
+  // Where patchers request them, as from a tree that has these names.
+  EXPECT_EQ(ReadFile("out/\x8A\x47/\x83/\x81\x60\xB1.dat"), "x");
+  options_.names = NameEncoding::kBytes;
+  options_.clientExe = "\\\x94\x4C.exe";
+  options_.removals = {Removal("\x8C\xC3\x82\xA2"), Removal("\x83\x5C*.tmp", "R")};
+  fs::remove_all("tree");
+  WriteTree({"\x8A\x47/\x83\x5C\x81\x60\xB1.dat", "\xF0\x40\xFA\x40", "plain"});
+  const auto output = Output();
+  BuildPublication(options_);
+  EXPECT_EQ(Output(), output);
+}
+
+TEST_F(Publication, NamesWithoutAnExactFormAreRefused) {
+  const std::vector<std::tuple<std::string, const char*, const char8_t*>> cases = {
+      {Utf8(u8"波〜線"), "U+301C", u8"波～線"},  // what others than Windows write for ～
+      {Utf8(u8"か\u3099ソ"), "U+3099", u8"がソ_"},
+      {Utf8(u8"ホ\u309A"), "U+309A", u8"ポ"},
+      {Utf8(u8"ト\u3099ウ\u3099"), "U+3099, U+3099", u8"ドヴ"},
+      {Utf8(u8"つ\u3099っ\u3099"), "U+3099, U+3099", u8"づっ_"},
+      {Utf8(u8"か\u309A"), "U+309A", u8"か_"},
+      {Utf8(u8"e\u0301"), "U+0301", u8"e_"},
+      {Utf8(u8"\u0301あ,"), "U+0301", u8"_あ_"},
+      {Utf8(u8"한국어게"), "U+D55C, U+AD6D, U+C5B4 and others", u8"____"},
+      {Utf8(u8"x\U0001F600"), "U+1F600", u8"x_"},
+      {Utf8(u8"\u00A5−"), "U+00A5, U+2212", u8"￥－"},
+      {"\x83\x5C\x81!", "isn't UTF-8", u8"ソ_!"}};
+  for (const auto& [name, fault, proposed] : cases) WriteTree({name});
+  WriteTree({Utf8(u8"がソ_"), Utf8(u8"ー")});  // nothing is wrong with these
+  options_.names = NameEncoding::kUtf8;
+  options_.removals = {Removal(Utf8(u8"〜"))};
+  std::string refusal = Refusal(options_);
+  EXPECT_NE(refusal.find(" 13 reasons"), std::string::npos) << refusal;
+  EXPECT_NE(
+      refusal.find(Utf8(u8"  〜: holds U+301C, which code page 932 lacks; perhaps \"～\" is")),
+      std::string::npos);
+  for (const auto& [name, fault, proposed] : cases) {
+    const std::string taken = fault == std::string("U+3099") ? "_" : "";
+    const std::size_t at = refusal.find("tree/" + ShownPath(name) + ": ");
+    ASSERT_NE(at, std::string::npos) << name;
+    const std::string line = refusal.substr(at, refusal.find('\n', at) - at);
+    EXPECT_NE(line.find(fault), std::string::npos) << line;
+    EXPECT_NE(line.find("to \"" + taken + Utf8(proposed) + "\", or"), std::string::npos) << line;
+  }
+
+  fs::remove_all("tree");
+  WriteTree({Utf8(u8"ー"), Utf8(u8"波/線.d"), "\x83\x5C.dat"});
+  options_.clientExe = Utf8(u8"ー");
+  options_.removals.clear();
+  options_.names = NameEncoding::kGuess;
+  refusal = Refusal(options_);
+  EXPECT_NE(refusal.find(" 2 reasons"), std::string::npos) << refusal;
+  EXPECT_NE(refusal.find(Utf8(u8"  tree/ー: has characters beyond ASCII in UTF-8, as 2 others do")),
+            std::string::npos)
+      << refusal;
+  options_.names = NameEncoding::kBytes;
+  EXPECT_EQ(Refusal(options_), "");
+}
+
+TEST(DiskText, PathsAreShownAsTheirNamesRead) {
+  for (const auto& [path, shown] : std::vector<std::pair<std::string, const char8_t*>>{
+           {"/home/a b", u8"/home/a b"},
+           {Utf8(u8"猫\U0001F600/") + "\x83\x5C.dat/\xFF", u8"猫\U0001F600/ソ.dat/?"},
+           {"a\x1B[2J\n/\x7F\xC2\x9B", u8"a?[2J?/??"}}) {
+    EXPECT_EQ(ShownPath(path), Utf8(shown)) << path;
+  }
+  // Too long, half of a pair, beyond the last character, cut off, without a beginning.
+  for (const char* text : {"\xC0\xAF", "\xE0\x82\xAF", "\xF0\x82\x82\xAF", "\xED\xA0\x80",
+                           "\xF4\x90\x80\x80", "\xE7\x8C", "\xAF", "\xFF"}) {
+    EXPECT_FALSE(IsUtf8(text)) << text;
+  }
+  EXPECT_TRUE(IsUtf8(Utf8(u8"a\u0080\u07FF\u0800\uFFFF\U00010000\U0010FFFF")));
 }
 
 TEST_F(Publication, RemovesWhatIsGone) {

@@ -32,4 +32,10 @@ std::string ToUtf8(std::string_view text) {
   return utf8;
 }
 
+std::optional<std::string> FromUtf8(std::string_view utf8) {
+  std::string text = FromUtf16(ToUtf16(utf8, CP_UTF8));
+  if (ToUtf8(text) != utf8) return std::nullopt;
+  return text;
+}
+
 }  // namespace velmora::platform

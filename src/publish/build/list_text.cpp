@@ -7,6 +7,7 @@
 #include "engine/record_set.h"
 #include "engine/reference_list.h"
 #include "publish/common/publish_error.h"
+#include "publish/common/shown_text.h"
 
 namespace velmora::publish {
 namespace {
@@ -39,7 +40,8 @@ std::string RemovalLine(const FileRecord& removal) {
 }
 
 void AddLine(std::string& text, const std::string& line) {
-  if (line.size() > kMaxListLine) throw PublishError("a line of the list is too long: " + line);
+  if (line.size() > kMaxListLine)
+    throw PublishError("a line of the list is too long: " + ShownText(line));
   text += line;
   text += '\n';
 }
@@ -70,7 +72,7 @@ void RequireReadBack(const std::string& text, const std::vector<FileRecord>& rec
   FileRecordSet removeSet;
   std::string readExe;
   ParseReferenceList(text, updateSet, removeSet, readExe, [](std::string_view line) {
-    throw PublishError("a patcher would refuse the line: " + std::string(line));
+    throw PublishError("a patcher would refuse the line: " + ShownText(line));
   });
   RequireSame(updateSet, records, "files");
   RequireSame(removeSet, removals, "removals");

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "publish/common/disk_text.h"
 #include "publish/common/publish_error.h"
 
 namespace velmora::publish {
@@ -17,7 +18,7 @@ std::error_code LastError() { return {errno == 0 ? EIO : errno, std::generic_cat
 }  // namespace
 
 void FailToWrite(const fs::path& path, const std::string& reason) {
-  throw PublishError(path.native() + ": can't be written: " + reason);
+  throw PublishError(ShownPath(path.native()) + ": can't be written: " + reason);
 }
 
 void FailToWrite(const fs::path& path, const std::error_code& error) {

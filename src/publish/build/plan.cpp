@@ -9,6 +9,7 @@
 #include "publish/build/list_text.h"
 #include "publish/build/removals.h"
 #include "publish/build/staging.h"
+#include "publish/build/tree_names.h"
 #include "publish/common/disk_text.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/redirection.h"
@@ -35,7 +36,7 @@ void RequireApart(const fs::path& tree, const fs::path& output) {
   const fs::path to = Canonical(output);
   if (Holds(from, to) || Holds(to, from)) {
     throw PublishError("neither of the tree and the publication may contain the other: " +
-                       from.native() + ", " + to.native());
+                       ShownPath(from.native()) + ", " + ShownPath(to.native()));
   }
 }
 
@@ -46,7 +47,7 @@ void RequireListName(const std::string& name) {
   const bool isTaken =
       name == Staging::kFolder || name == kSettingsName || name == kRedirectionName;
   if (name.empty() || !isPlain || isTaken || name.find(kCompressedMark) != std::string::npos) {
-    throw PublishError("the list can't have the name \"" + name + "\"");
+    throw PublishError("the list can't have the name \"" + ShownPath(name) + "\"");
   }
 }
 
@@ -77,7 +78,8 @@ EarlierList ListToRemoveFrom(const BuildOptions& options) {
   if (Canonical(file) == Canonical(own) && !fs::exists(own)) return nullptr;
   EarlierList earlier = ReadIfList(file);
   if (earlier == nullptr) {
-    throw PublishError(file.native() + ": not a list, or not one that patchers read to its end");
+    throw PublishError(ShownPath(file.native()) +
+                       ": not a list, or not one that patchers read to its end");
   }
   return earlier;
 }
@@ -107,6 +109,25 @@ void CheckOwnPlaces(const std::vector<SourceFile>& files, const std::string& lis
   }
 }
 
+// A name from the command line as the list has it.
+std::string TypedName(const std::string& typed, NameEncoding encoding, Complaints& complaints) {
+  const ListName name = ListNameOf(typed, encoding);
+  if (name.isGuessed) complaints.Add(ShownPath(typed), kNameIsGuessed, kWaysOutOfGuess);
+  if (!name.fault.empty()) {
+    complaints.Add(ShownPath(typed), name.fault,
+                   "perhaps \"" + ShownText(name.text) + "\" is meant");
+  }
+  return name.text;
+}
+
+std::vector<FileRecord> RequestedRemovals(const BuildOptions& options, Complaints& complaints) {
+  std::vector<FileRecord> removals = options.removals;
+  for (FileRecord& removal : removals) {
+    removal.path = TypedName(removal.path, options.names, complaints);
+  }
+  return removals;
+}
+
 }  // namespace
 
 void RequireUsable(const BuildOptions& options) {
@@ -117,10 +138,12 @@ void RequireUsable(const BuildOptions& options) {
 PublicationPlan PlanPublication(const BuildOptions& options) {
   Complaints complaints;
   PublicationPlan plan;
-  plan.files = ScanTree(options.tree, RulesOf(options), complaints);
+  plan.files = ScanTree(options.tree, RulesOf(options), options.names, complaints);
   CheckOwnPlaces(plan.files, options.listName, complaints);
   plan.earlier = ListToRemoveFrom(options);
-  plan.removals = Removals(options.removals, plan.earlier.get(), plan.files, complaints);
+  plan.removals =
+      Removals(RequestedRemovals(options, complaints), plan.earlier.get(), plan.files, complaints);
+  plan.clientExe = TypedName(options.clientExe, options.names, complaints);
   complaints.ThrowIfAny();
   if (plan.files.empty() && !options.allowEmpty) {
     throw PublishError(
@@ -130,7 +153,7 @@ PublicationPlan PlanPublication(const BuildOptions& options) {
   if (!plan.earlier) plan.earlier = ListInOutput(options);
   if (plan.earlier) RequireFewRemoved(*plan.earlier, plan.files, options.maxRemovedPercent);
   // Refuses what a list can't express before the long work begins.
-  static_cast<void>(ListText({}, plan.removals, options.clientExe));
+  static_cast<void>(ListText({}, plan.removals, plan.clientExe));
   return plan;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "engine/file_record.h"
@@ -18,6 +19,7 @@ using EarlierList = std::unique_ptr<const PublishedList>;
 struct PublicationPlan {
   std::vector<SourceFile> files;
   std::vector<FileRecord> removals;
+  std::string clientExe;  // as the list names it
   // The list that is replaced: the one of `removeFrom`, or else the one in `output`.
   EarlierList earlier;
 };

@@ -101,7 +101,7 @@ BuildSummary BuildPublication(const BuildOptions& options) {
 
   NewFiles newFiles(staging);
   const std::vector<FileRecord> records = WriteRecords(plan.files, options, staging, newFiles);
-  const std::string list = ListText(records, plan.removals, options.clientExe);
+  const std::string list = ListText(records, plan.removals, plan.clientExe);
   // The settings hold the list's digest, so that they are valid for no other list.
   newFiles.AddText(plan.files.size(), SettingsText(options.payload, list), kSettingsName);
   newFiles.AddText(plan.files.size() + 1, list, options.listName);

@@ -11,6 +11,7 @@
 #include "engine/file_record.h"
 #include "publish/build/changes.h"
 #include "publish/build/payload.h"
+#include "publish/common/disk_text.h"
 
 namespace velmora::publish {
 
@@ -28,6 +29,9 @@ struct BuildOptions {
   // earlier publication is `removeFrom`, or else the one in `output`.
   unsigned maxRemovedPercent = 25;
   bool allowEmpty = false;  // a tree without a file
+  // The encoding of the tree's names, and of the texts of `clientExe` and `removals`, as a
+  // publisher types them. With kGuess, UTF-8 beyond ASCII is refused.
+  NameEncoding names = NameEncoding::kGuess;
   // Rules as ignore_rules.h describes them. Empty: those of the tree, if it has any.
   std::filesystem::path ignoreFile;
 };

@@ -8,6 +8,7 @@
 
 #include "platform/files.h"
 #include "publish/build/new_file.h"
+#include "publish/common/disk_text.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
 
@@ -89,9 +90,9 @@ void Replacement::TakeBack(const std::vector<Entry>& entries, const std::string&
     try {
   Undo(entries);
 } catch (const PublishError& undoFailure) {
-  throw PublishError(failure +
-                     "; the earlier files can't be restored, either: " + undoFailure.what() +
-                     "; remove the cause, then run: velmora-publish recover " + output_.native());
+  throw PublishError(
+      failure + "; the earlier files can't be restored, either: " + undoFailure.what() +
+      "; remove the cause, then run: velmora-publish recover " + ShownPath(output_.native()));
 }
 
 // Makes the folders of the place, and a second name for the file that is there.
@@ -153,7 +154,7 @@ std::vector<Replacement::Entry> Replacement::ReadJournal() const {
     entries.push_back(entry);
   }
   if (!text.ends_with('\n' + (kEnd + std::to_string(entries.size())) + '\n')) {
-    throw PublishError(file.native() +
+    throw PublishError(ShownPath(file.native()) +
                        ": damaged; what a killed build has left can't be recovered");
   }
   return entries;

@@ -12,6 +12,7 @@
 #include "publish/common/disk_text.h"
 #include "publish/common/list_path.h"
 #include "publish/common/parallel_for.h"
+#include "publish/common/shown_text.h"
 #include "publish/lint/lint.h"
 
 namespace velmora::publish {
@@ -45,47 +46,61 @@ fs::file_type KindOf(const fs::directory_entry& entry) {
   return entry.is_regular_file(ignored) ? fs::file_type::regular : fs::file_type::unknown;
 }
 
-// The names that the entries of one folder have in the list. Those that are refused count with a
-// proposed name, so that the rest of what they are and hold can be checked.
+// The names that the entries of one folder have in the list.
 class ListNames {
  public:
-  ListNames(const Entries& entries, bool isInRoot) : entries_(entries), isInRoot_(isInRoot) {}
+  ListNames(const Entries& entries, bool isInRoot, NameEncoding encoding)
+      : entries_(entries), isInRoot_(isInRoot), encoding_(encoding) {}
 
-  // Empty if nothing is wrong with the name.
-  [[nodiscard]] std::string Fault(const fs::directory_entry& entry) const {
-    const bool isFile = KindOf(entry) != fs::file_type::directory;
-    return WhyNotPublishable(entry.path().filename().native(), {isInRoot_, isFile});
-  }
-
-  // A name for an entry with a fault, other than those of the entries next to it on players' disks.
-  [[nodiscard]] std::string Proposed(const fs::directory_entry& entry) {
-    if (taken_.empty()) {
-      for (const fs::directory_entry& other : entries_) {
-        if (Fault(other).empty()) taken_.insert(FoldedPath(other.path().filename().native()));
-      }
-    }
-    std::string name = PublishableName(entry.path().filename().native());
-    while (!taken_.insert(FoldedPath(name)).second) name.insert(0, 1, '_');
+  // With a fault, the text is a proposal that has none, and that isn't the name of anything else in
+  // the folder on players' disks: the rest of what the entry is and holds can be checked with it.
+  [[nodiscard]] ListName Of(const fs::directory_entry& entry) {
+    ListName name = Read(entry);
+    if (!name.fault.empty()) name.text = Free(PublishableName(name.text));
     return name;
   }
 
  private:
+  [[nodiscard]] ListName Read(const fs::directory_entry& entry) const {
+    ListName name = ListNameOf(entry.path().filename().native(), encoding_);
+    const bool isFile = KindOf(entry) != fs::file_type::directory;
+    const std::string why = WhyNotPublishable(name.text, {isInRoot_, isFile});
+    if (!name.fault.empty() && !why.empty()) name.fault += " and ";
+    name.fault += why;
+    return name;
+  }
+
+  std::string Free(std::string name) {
+    if (taken_.empty()) {
+      for (const fs::directory_entry& entry : entries_) {
+        const ListName other = Read(entry);
+        if (other.fault.empty()) taken_.insert(FoldedPath(other.text));
+      }
+    }
+    while (!taken_.insert(FoldedPath(name)).second) name.insert(0, 1, '_');
+    return name;
+  }
+
   const Entries& entries_;
   const bool isInRoot_;
+  const NameEncoding encoding_;
   std::set<std::string> taken_;  // folded
 };
 
 class TreeScan {
  public:
-  TreeScan(const fs::path& root, const IgnoreRules& rules, Complaints& complaints)
-      : root_(root), rules_(rules), complaints_(complaints) {}
+  TreeScan(const fs::path& root, const IgnoreRules& rules, NameEncoding encoding,
+           Complaints& complaints)
+      : root_(root), rules_(rules), encoding_(encoding), complaints_(complaints) {}
 
   std::vector<SourceFile> Run();
 
  private:
   bool ScanFolder(const fs::path& folder, const std::string& relative, const std::string& listed);
   [[nodiscard]] Entries EntriesOf(const fs::path& folder);
+  void CheckName(const fs::path& path, const ListName& name);
   void AddFile(const fs::directory_entry& entry, const std::string& listPath);
+  void CheckGuesses();
   void CheckByLint();
   void AddLintError(const SourceFile& file, const LintFinding& finding);
   void AddConflict(const SourceFile& file, Rule rule);
@@ -96,7 +111,9 @@ class TreeScan {
 
   const fs::path& root_;
   const IgnoreRules& rules_;
+  const NameEncoding encoding_;
   Complaints& complaints_;
+  std::set<std::string> guessed_;  // paths whose last name could be UTF-8 or not
   std::vector<SourceFile> files_;
   std::map<std::string, const SourceFile*> byFolded_;  // for conflicts; made when first needed
 };
@@ -117,27 +134,42 @@ Entries TreeScan::EntriesOf(const fs::path& folder) {
 bool TreeScan::ScanFolder(const fs::path& folder, const std::string& relative,
                           const std::string& listed) {
   const Entries entries = EntriesOf(folder);
-  ListNames names(entries, relative.empty());
+  ListNames names(entries, relative.empty(), encoding_);
   bool holdsAny = false;
   for (const fs::directory_entry& entry : entries) {
     const std::string name = entry.path().filename().native();
     const bool isFolder = KindOf(entry) == fs::file_type::directory;
     if (rules_.Ignores(relative + name, isFolder)) continue;
-    const std::string fault = names.Fault(entry);
-    const std::string listName = fault.empty() ? name : names.Proposed(entry);
+    const ListName listName = names.Of(entry);
     bool isPublished = true;
     if (isFolder) {
-      isPublished = ScanFolder(entry.path(), relative + name + "/", listed + listName + "\\");
+      isPublished = ScanFolder(entry.path(), relative + name + "/", listed + listName.text + "\\");
     } else {
-      AddFile(entry, listed + listName);
+      AddFile(entry, listed + listName.text);
     }
     holdsAny = holdsAny || isPublished;
-    if (!fault.empty() && isPublished) {
-      Complain(entry.path(), fault,
-               OrLeaveOut("rename it, for example to " + Quoted(ShownPath(listName))));
-    }
+    if (isPublished) CheckName(entry.path(), listName);
   }
   return holdsAny;
+}
+
+void TreeScan::CheckName(const fs::path& path, const ListName& name) {
+  if (!name.fault.empty()) {
+    Complain(path, name.fault,
+             OrLeaveOut("rename it, for example to " + Quoted(ShownText(name.text))));
+  }
+  if (name.isGuessed) guessed_.insert(path.native());
+}
+
+// One complaint for all: in a Japanese game it concerns nearly every name.
+void TreeScan::CheckGuesses() {
+  if (guessed_.empty()) return;
+  const std::size_t others = guessed_.size() - 1;
+  const std::string text = others == 0   ? ""
+                           : others == 1 ? ", as 1 other does"
+                                         : ", as " + std::to_string(others) + " others do";
+  complaints_.Add(ShownPath(*guessed_.begin()), std::string(kNameIsGuessed) + text,
+                  kWaysOutOfGuess);
 }
 
 void TreeScan::AddFile(const fs::directory_entry& entry, const std::string& listPath) {
@@ -243,6 +275,7 @@ std::vector<SourceFile> TreeScan::Run() {
   std::sort(files_.begin(), files_.end(),
             [](const SourceFile& a, const SourceFile& b) { return a.listPath < b.listPath; });
   CheckByLint();
+  CheckGuesses();
   if (complaints_.HasAny()) CheckReadable(files_, complaints_);
   return std::move(files_);
 }
@@ -250,8 +283,8 @@ std::vector<SourceFile> TreeScan::Run() {
 }  // namespace
 
 std::vector<SourceFile> ScanTree(const fs::path& root, const IgnoreRules& rules,
-                                 Complaints& complaints) {
-  return TreeScan(root, rules, complaints).Run();
+                                 NameEncoding encoding, Complaints& complaints) {
+  return TreeScan(root, rules, encoding, complaints).Run();
 }
 
 // The rights of a file don't tell: the system knows only when it is asked.

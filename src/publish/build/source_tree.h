@@ -8,21 +8,25 @@
 
 #include "publish/build/complaints.h"
 #include "publish/build/ignore_rules.h"
+#include "publish/common/disk_text.h"
 
 namespace velmora::publish {
 
 struct SourceFile {
   std::filesystem::path path;  // where it is read
-  std::string listPath;        // its path in the list: relative, with backslashes
-  std::uint64_t size = 0;      // in bytes
+  // Its path in the list: relative, with backslashes, in code page 932.
+  std::string listPath;
+  std::uint64_t size = 0;  // in bytes
 };
 
 // All files of the tree that `rules` don't ignore, in the byte order of their list paths, which is
 // the same on every system. Adds a complaint for each file that can't be read or that patchers
 // can't install, for whatever is neither a directory nor a plain file, and for all that the linter
-// reports as an error. With complaints, the result is of no use but for finding more of them.
+// reports as an error. With kGuess, names in UTF-8 beyond ASCII are complained about, too. With
+// complaints, the result is of no use but for finding more of them.
 [[nodiscard]] std::vector<SourceFile> ScanTree(const std::filesystem::path& root,
-                                               const IgnoreRules& rules, Complaints& complaints);
+                                               const IgnoreRules& rules, NameEncoding encoding,
+                                               Complaints& complaints);
 
 // Adds a complaint for each file that can't be opened. That takes time, and so ScanTree does it
 // only if there are other complaints.

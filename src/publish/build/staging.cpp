@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "publish/build/new_file.h"
+#include "publish/common/disk_text.h"
 #include "publish/common/publish_error.h"
 
 namespace velmora::publish {
@@ -31,7 +32,7 @@ Staging::Staging(const fs::path& output)
   }
   if (!lock_) FailToWrite(folder_, "its lock can't be created");
   if (lock_->outcome() == Outcome::kTaken) {
-    throw PublishError(output.native() + ": another build is running");
+    throw PublishError(ShownPath(output.native()) + ": another build is running");
   }
   leftover_ = replacement_.Recover();
   RemoveContents();

@@ -64,23 +64,70 @@ constexpr std::array kFaults = {
               [](Name name, NamePlace) { return name.ends_with('.') || name.ends_with(' '); }},
     NameFault{"is a device's name on Windows",
               [](Name name, NamePlace) { return NamesDevice(name); }},
-    NameFault{"ends in half a character of code page 932, as names in UTF-8 do",
+    NameFault{"ends in half a character of code page 932",
               [](Name name, NamePlace) { return EndsInHalfCharacter(name); }},
     NameFault{"ends in the byte 5C, which is requested as a slash: no web server offers that",
               [](Name name, NamePlace place) { return place.isFile && EndsIn5C(name); }},
 };
 
+std::string NumberOf(char32_t character) {
+  std::string digits;
+  for (char32_t left = character; left != 0 || digits.size() < 4; left >>= 4U) {
+    digits.insert(digits.begin(), kHexDigits[left & 0xFU]);
+  }
+  return "U+" + digits;
+}
+
+// The accents and sound marks that macOS writes after their letters.
+bool IsMark(char32_t character) {
+  return (character >= 0x300 && character < 0x370) || character == 0x3099 || character == 0x309A;
+}
+
+std::string TextOfMissing(const std::u32string& missing) {
+  constexpr std::size_t kShown = 3;
+  std::string text = "holds ";
+  for (std::size_t i = 0; i < std::min(missing.size(), kShown); ++i) {
+    text += (i == 0 ? "" : ", ") + NumberOf(missing[i]);
+  }
+  if (missing.size() > kShown) text += " and others";
+  text += ", which code page 932 lacks";
+  if (std::any_of(missing.begin(), missing.end(), IsMark)) {
+    text += " (letters and their marks are apart, as on macOS: convmv --nfc joins them)";
+  }
+  return text;
+}
+
 std::string WithoutUnfitCharacters(std::string_view name) {
   std::string fit;
   for (const std::string_view character : Characters(name)) {
-    const bool isUnfit =
-        IsControl(character[0]) || kReplaced.find(character[0]) != std::string_view::npos;
+    const bool isUnfit = IsControl(character[0]) ||
+                         kReplaced.find(character[0]) != std::string_view::npos ||
+                         !IsCodePageText(character);
     fit += isUnfit ? "_" : character;
   }
   return fit;
 }
 
 }  // namespace
+
+ListName ListNameOf(std::string_view name, NameEncoding encoding) {
+  ListName listed{std::string(name), "", false};
+  const bool isAscii = std::all_of(name.begin(), name.end(), IsAscii);
+  if (isAscii || encoding == NameEncoding::kBytes) return listed;
+  const auto converted = InCodePage(name);
+  if (!converted) {
+    if (encoding == NameEncoding::kUtf8) {
+      listed.fault = "isn't UTF-8 (--names bytes publishes names as they are)";
+    }
+    return listed;
+  }
+  listed.text = converted->text;
+  listed.isGuessed = encoding == NameEncoding::kGuess;
+  if (!listed.isGuessed && !converted->missing.empty()) {
+    listed.fault = TextOfMissing(converted->missing);
+  }
+  return listed;
+}
 
 std::string WhyNotPublishable(std::string_view name, NamePlace place) {
   std::string why;
@@ -99,7 +146,6 @@ std::string PublishableName(std::string_view name) {
   }
   fit.erase(fit.find_last_not_of(". ") + 1);
   fit.erase(0, fit.find_first_not_of(' '));
-  if (EndsInHalfCharacter(fit)) fit.back() = '_';
   if (fit.empty() || EndsIn5C(fit)) fit += '_';
   return NamesDevice(fit) ? "_" + fit : fit;
 }

@@ -65,6 +65,7 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
                       {{"sha1", HashKind::kSha1}, {"md5", HashKind::kMd5}},
                       "The digest of the list; default: sha1");
   build.add_option("--exe", options.clientExe, "Name of the game client");
+  AddNamesOption(build, options.names);
   build.add_option("--list", options.listName, "File name of the reference list")
       ->capture_default_str();
   build

@@ -90,6 +90,13 @@ std::string NoneOf(const std::string& value, const std::vector<std::string>& nam
   return Quoted(value) + " is none of " + Joined(names);
 }
 
+void AddNamesOption(CLI::App& command, NameEncoding& names) {
+  AddChoice<NameEncoding>(
+      command, "--names", names, {{"utf-8", NameEncoding::kUtf8}, {"bytes", NameEncoding::kBytes}},
+      "What the names of TREE are: utf-8, which becomes code page 932, or bytes, "
+      "which stay as they are");
+}
+
 std::string Version() {
   return std::string("velmora-publish ") + VELMORA_VERSION + ", " + StreamMaker();
 }

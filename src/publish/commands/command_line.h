@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "publish/common/disk_text.h"
+
 namespace velmora::publish {
 
 // Ends the help of a command. `exitStatus` is what its exit statuses 0 and 1, and others of its
@@ -35,6 +37,9 @@ CLI::Option* AddChoice(CLI::App& command, const std::string& option, Value& valu
   };
   return command.add_option_function<std::string>(option, take, description)->type_name(type);
 }
+
+// The option --names, for a command that reads a tree.
+void AddNamesOption(CLI::App& command, NameEncoding& names);
 
 // The tool's version, and that of what decides the bytes of compressed payloads.
 [[nodiscard]] std::string Version();

@@ -6,6 +6,7 @@
 
 #include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
+#include "publish/common/disk_text.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
 #include "publish/common/shown_text.h"
@@ -38,7 +39,8 @@ std::string ReadList(const DiffCommand& command, const std::string& place) {
 
 void RequireReadable(const PublishedList& list, const std::string& place) {
   if (list.isReadWhole && list.refused.empty()) return;
-  throw PublishError(place + ": patchers don't read all of it: see velmora-publish lint");
+  throw PublishError(ShownPath(place) +
+                     ": patchers don't read all of it: see velmora-publish lint");
 }
 
 Costs CostsOf(const DiffCommand& command) {

@@ -9,6 +9,7 @@
 
 #include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
+#include "publish/common/disk_text.h"
 #include "publish/common/published_list.h"
 #include "publish/common/shown_text.h"
 
@@ -22,6 +23,7 @@ struct LintCommand {
   std::string listName = "hashlist.dat";
   std::string dataPath;
   std::string tree;
+  NameEncoding treeNames = NameEncoding::kGuess;
   bool json = false;
   bool rules = false;
 };
@@ -95,11 +97,12 @@ int Lint(const LintCommand& command) {
   LintOptions options;
   options.dataPath = command.dataPath;
   if (!command.tree.empty()) options.tree = command.tree;
+  options.treeNames = command.treeNames;
   const LintFindings findings = LintList(ReadWholeFile(file), options);
   if (command.json) {
-    PrintJson(file.native(), findings);
+    PrintJson(ShownPath(file.native()), findings);
   } else {
-    PrintText(file.native(), findings);
+    PrintText(ShownPath(file.native()), findings);
   }
   return StatusOf(findings);
 }
@@ -120,6 +123,7 @@ void AddLintCommand(CLI::App& app, int& status) {
   lint->add_option("--tree", command->tree,
                    "What players have: names the files that the removals delete")
       ->check(CLI::ExistingDirectory);
+  AddNamesOption(*lint, command->treeNames);
   lint->add_flag("--json", command->json, "Print the findings as JSON");
   lint->callback([=, &status] {
     if (rules->count() == 0 && list->count() == 0) throw CLI::RequiredError("LIST");

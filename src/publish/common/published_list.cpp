@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "engine/reference_list.h"
 #include "engine/verify_cache.h"
+#include "publish/common/disk_text.h"
 #include "publish/common/publish_error.h"
 
 namespace velmora::publish {
@@ -59,7 +60,7 @@ std::string ReadWholeFile(const fs::path& path) {
   if (!fs::is_directory(path)) bytes.assign(std::istreambuf_iterator<char>(stream), {});
   if (!stream.is_open() || stream.bad() || fs::is_directory(path)) {
     throw PublishError(
-        path.native() + ": can't be read: " +
+        ShownPath(path.native()) + ": can't be read: " +
         std::error_code(errno == 0 ? EISDIR : errno, std::generic_category()).message());
   }
   return bytes;

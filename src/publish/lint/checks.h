@@ -68,6 +68,7 @@ void CheckClients(const ListedRecords& records, Findings& findings);
 void CheckOrder(std::string_view text, const ListedRecords& records, Findings& findings);
 
 // The files of the tree that the removals delete and the list doesn't bring back.
-void CheckTree(const std::filesystem::path& tree, const ListedRecords& records, Findings& findings);
+void CheckTree(const std::filesystem::path& tree, NameEncoding encoding,
+               const ListedRecords& records, Findings& findings);
 
 }  // namespace velmora::publish

@@ -58,7 +58,7 @@ std::vector<LintFinding> LintList(std::string_view text, const LintOptions& opti
   CheckRemovals(records, findings);
   CheckClients(records, findings);
   CheckOrder(text, records, findings);
-  if (options.tree) CheckTree(*options.tree, records, findings);
+  if (options.tree) CheckTree(*options.tree, options.treeNames, records, findings);
   return std::move(findings).Sorted();
 }
 

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "publish/common/disk_text.h"
 #include "publish/lint/rules.h"
 
 namespace velmora::publish {
@@ -17,6 +18,7 @@ struct LintOptions {
   std::string dataPath;
   // What players have on their disks. Removals are tried on its files.
   std::optional<std::filesystem::path> tree;
+  NameEncoding treeNames = NameEncoding::kGuess;
 };
 
 struct LintFinding {

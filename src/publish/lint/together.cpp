@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "engine/record_set.h"
+#include "publish/common/disk_text.h"
 #include "publish/common/list_path.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
@@ -72,11 +73,11 @@ void CheckRemovalsOf(const std::string& folded, Rule rule, const std::string& de
   }
 }
 
-std::string TreePath(const fs::path& file, const fs::path& root) {
+std::string TreePath(const fs::path& file, const fs::path& root, NameEncoding encoding) {
   std::string path;
   for (const fs::path& element : file.lexically_relative(root)) {
     if (!path.empty()) path += '\\';
-    path += element.native();
+    path += ListedName(element.native(), encoding);
   }
   return path;
 }
@@ -150,12 +151,13 @@ void CheckOrder(std::string_view text, const ListedRecords& records, Findings& f
   }
 }
 
-void CheckTree(const fs::path& tree, const ListedRecords& records, Findings& findings) try {
+void CheckTree(const fs::path& tree, NameEncoding encoding, const ListedRecords& records,
+               Findings& findings) try {
   std::set<std::string> listed;
   for (const ListedRecord& file : records.files) listed.insert(file.folded);
   for (const auto& entry : fs::recursive_directory_iterator(tree)) {
     if (entry.is_directory()) continue;
-    const std::string path = TreePath(entry.path(), tree);
+    const std::string path = TreePath(entry.path(), tree, encoding);
     const std::string folded = FoldedPath(path);
     if (listed.contains(folded) || IsPatchersOwnFile(folded)) continue;
     for (const std::size_t i : records.removalIndex.Matching(folded)) {
@@ -163,7 +165,7 @@ void CheckTree(const fs::path& tree, const ListedRecords& records, Findings& fin
     }
   }
 } catch (const fs::filesystem_error& error) {
-  throw PublishError(tree.native() + ": can't be read: " + error.code().message());
+  throw PublishError(ShownPath(tree.native()) + ": can't be read: " + error.code().message());
 }
 
 }  // namespace velmora::publish

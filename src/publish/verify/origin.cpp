@@ -12,6 +12,7 @@
 #include "engine/reference_list.h"
 #include "engine/request_path.h"
 #include "platform/http.h"
+#include "publish/common/disk_text.h"
 #include "publish/common/list_path.h"
 
 namespace velmora::publish {
@@ -145,7 +146,7 @@ Origin ServerOrigin(const Server& server, const std::string& listName) {
 
 Origin FolderOrigin(const fs::path& folder, const std::string& listName) {
   const std::string root = folder.native() + "/";
-  return {.name = folder.native(),
+  return {.name = ShownPath(folder.native()),
           .listName = listName,
           .listPath = root + listName,
           .pathOf = [root](const FileRecord& record) -> std::optional<std::string> {

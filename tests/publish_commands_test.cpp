@@ -1,5 +1,6 @@
 // What all commands of velmora-publish have in common.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <sstream>
 #include <string>
@@ -66,6 +67,27 @@ TEST_F(Commands, WhatMakesNoSenseIsNamed) {
     EXPECT_TRUE(result.starts_with("2: velmora-publish: " + std::string(expected))) << result;
   }
   EXPECT_EQ(test::FilesHere().size(), 1U);
+}
+
+// Whether the disk is full or nobody reads: what wasn't told isn't a success.
+TEST_F(Commands, LostOutputIsAFailure) {
+  test::WriteFile("tree/a", "a");
+  ASSERT_TRUE(RunPublish("build tree out").starts_with("0: "));
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  close(ends[0]);
+  const std::string unread = " 2>&1 >&" + std::to_string(ends[1]);
+  for (const std::string command :
+       {"--help", "--version", "build tree out", "build --help", "diff out out --json", "lint out",
+        "lint --rules", "recover out", "verify out", "verify out --json"}) {
+    const std::string full = RunPublish(command + " 2>&1 >/dev/full");
+    EXPECT_TRUE(full.starts_with("1: velmora-publish: the output can't be written")) << full;
+    EXPECT_EQ(RunPublish(command + unread), "1: ");
+  }
+  close(ends[1]);
+  EXPECT_TRUE(
+      RunPublish("build tree other 2>&1 >&-").starts_with("1: velmora-publish: the output"));
+  EXPECT_EQ(test::ReadFile("other/hashlist.dat"), test::ReadFile("out/hashlist.dat"));
 }
 
 TEST_F(Commands, VersionNamesWhatDecidesTheBytes) {

@@ -82,7 +82,9 @@ std::string WhatIsWrong(const CLI::App& app, const CLI::ParseError& error) {
 }  // namespace
 
 void Describe(CLI::App& command, const std::string& exitStatus, const std::string& example) {
-  command.footer("Exit status: " + exitStatus + ", 2 bad command line.\nExample: velmora-publish " +
+  command.footer("Exit status: " + exitStatus +
+                 ", 2 bad command line; 1 also if the output can't be written.\n"
+                 "Example: velmora-publish " +
                  example);
 }
 

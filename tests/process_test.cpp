@@ -149,6 +149,21 @@ TEST_F(Chain, NewPatcherRunsWithThePlayersOptions) {
 }
 
 // Ctrl-C asks a run to stop, and closes the dialog when there is none.
+TEST_F(Chain, FileAndFolderTakeEachOthersPlaces) {
+  WriteFile("folder", "a file yet");
+  WriteFile("d/file/own", "the player's");
+  Serve({{"/hashlist.dat", "DEL : folder, R\nDEL : d\\file\\\n" + FileLine("folder\\x", "new") +
+                               FileLine("d\\file", "new")},
+         {"/folder/x", "new"},
+         {"/d/file", "new"}});
+  for (int start = 1; start <= 2; ++start) {
+    Play(kPatcher);
+    ExpectCompleteChain();
+    EXPECT_EQ(ReadFile("folder/x") + ReadFile("d/file"), "newnew");
+  }
+  EXPECT_EQ(RequestedPaths().back(), "/hashlist.dat");
+}
+
 TEST_F(Chain, EndDuringADownload) {
   Serve([](const ServedRequest& request) {
     if (request.path == "/hashlist.dat") return Ok(FileLine("a.dat", "0123456789"));

@@ -50,9 +50,16 @@ TEST(ListDiff, ListsDownloadsChecksAndDeletions) {
       // What the cache can't hold is read at every start, and so is all that follows a long line.
       {File("a b"), File("a b"), "check a b"},
       {threeFiles, threeFiles, "check c, check b" + uncached},
-      // Patchers can't turn a file into a folder, nor a folder into a file.
+      // Patchers can't turn a file into a folder, nor a folder into a file, unless it is removed:
+      // not only its files.
       {File("d"), File("D\\x"), "get D\\x, leave d, blocked by d"},
+      {File("d"), File("D\\x") + "DEL : D\\\n", "get D\\x, leave d, blocked by d"},
+      {File("d"), File("D\\x") + "DEL : D, R\n", "get D\\x, delete d"},
       {File("e\\f"), File("e"), "get e, leave e\\f, blocked by e\\f"},
+      {File("e\\f"), File("e") + "DEL : e\\f\n", "get e, delete e\\f, blocked by e\\f"},
+      {File("e\\f"), File("e") + "DEL : E/\n", "get e, delete e\\f"},
+      {File("e\\d\\f"), File("e\\d") + "DEL : e\n", "get e\\d, delete e\\d\\f"},
+      {File("e\\f"), File("e") + "DEL : *.*, R\n", "get e, delete e\\f"},
   };
   for (const auto& [before, after, expected] : cases) {
     EXPECT_EQ(Text(Compare(before, after)), expected) << before << "->\n" << after;

@@ -52,6 +52,8 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
         File("\x83\x7C"),             // its second byte is no "|"
         File(std::string(167, 'p')),  // 255 bytes in the cache, 259 in a request
         "DEL : *.old, R\nDEL : da\n" + File("d\\x.new"),
+        // What takes only a file, or only a folder, doesn't meet the other.
+        "DEL : d, R\nDEL : d\\x\\\n" + File("d\\x"), "DEL : d\\\nDEL : d\nDEL : D, R\n" + File("a"),
         "EXE : \\bin\\A.exe\n" + File("bin\\a.exe"),
         File("a") + File("./VelmoraUpdate.dat") + File("VelmoraUpdate.exe")}},
       {{{2, kLineTooLong}}, {File("a") + "FILE : " + std::string(600, 'x') + "\n" + File("c")}},
@@ -96,8 +98,10 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
       {{{2, kSameFile}}, {File("d\\a") + File("D\\A"), File("d\\\x82\x60") + File("d\\\x82\x81")}},
       {{{1, kFileIsFolder}}, {File("d\\a") + File("D")}},
       {{{1, kListedAndRemoved}},
-       {"DEL : d\n" + File("D\\a"), "DEL : *.old, R\n" + File("d\\x.OLD")}},
-      {{{2, kSameRemoval}}, {"DEL : d\nDEL : D\\\n" + File("a")}},
+       {"DEL : d\n" + File("D\\a"), "DEL : d\\\n" + File("D\\a"), "DEL : d, R\n" + File("D"),
+        "DEL : *.old, R\n" + File("d\\x.OLD")}},
+      {{{2, kSameRemoval}},
+       {"DEL : d\nDEL : .\\D\n" + File("a"), "DEL : d\\\nDEL : D/\n" + File("a")}},
       {{{2, kSeveralClients}}, {"EXE : A.exe\nEXE : B.exe\n" + File("a")}},
       {{{1, kClientNotListed}}, {"EXE : \\bin\\A.exe\n" + File("a")}},
       {{{0, kNoFiles}}, {""}},

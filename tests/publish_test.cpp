@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <map>
 #include <set>
 #include <sstream>
@@ -24,6 +25,7 @@
 #include "publish/common/disk_text.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
+#include "publish/diff/list_diff.h"
 #include "publish/lint/lint.h"
 #include "publish/verify/verification.h"
 #include "support/workspace.h"
@@ -50,6 +52,16 @@ Texts PathsOf(const std::string& list) {
 }
 
 std::string Utf8(const char8_t* text) { return reinterpret_cast<const char*>(text); }
+
+// As "a; b, R; ".
+std::string RemovalsOf(const std::string& list) {
+  std::string text;
+  const std::string lines = list.substr(0, list.find("FILE"));
+  for (std::size_t i = 0; i < lines.size(); i = lines.find('\n', i) + 1) {
+    text += lines.substr(i + 6, lines.find('\n', i) - i - 6) + "; ";
+  }
+  return text;
+}
 
 FileRecord Removal(const std::string& path, const std::string& mode = "") {
   return {path, mode, "", "", "", false};
@@ -413,9 +425,80 @@ TEST_F(Publication, RemovesWhatIsGone) {
   fs::remove("tree/back.dat");
   BuildPublication(options_);
   const std::string list = ReadFile("out/hashlist.dat");
-  EXPECT_EQ(list.substr(0, list.find("FILE")),
-            "DEL : *.TMP, R\nDEL : *.da, R\nDEL : A.dat\nDEL : Z.dat\nDEL : back.dat\nDEL : dat\n"
-            "DEL : data\\old.dat\nDEL : gone\\before.dat\nDEL : m\nDEL : \x83\x41.dat\n");
+  EXPECT_EQ(
+      list.substr(0, list.find("FILE")),
+      "DEL : *.TMP, R\nDEL : *.da, R\nDEL : A.dat\nDEL : Z.dat\nDEL : back.dat\nDEL : dat\n"
+      "DEL : data, R\nDEL : data\\old.dat\nDEL : gone\\before.dat\nDEL : m\nDEL : \x83\x41.dat\n");
+}
+
+class PlayersOfManyPublications : public test::EngineTest {
+ protected:
+  // Publishes one tree after another, each with the removals that follow from the one before.
+  void PublishAll(const std::vector<Names>& trees) {
+    const test::TemporaryFolder workshop;
+    BuildOptions options;
+    options.tree = "tree";
+    options.maxRemovedPercent = 100;
+    for (const Names& tree : trees) {
+      fs::remove_all("tree");
+      options.removeFrom = options.output;
+      options.output = std::to_string(served_.size());
+      for (const std::string& path : tree) WriteFile("tree/" + path, path);
+      BuildPublication(options);
+      test::Files served;
+      for (const auto& [path, content] : test::FilesHere()) {
+        const std::string folder = path.substr(0, path.find('/'));
+        if (folder == options.output) served[path.substr(folder.size())] = content;
+      }
+      served_.push_back(std::move(served));
+    }
+  }
+  void ExpectUpdate(std::size_t number, const Names& tree) {
+    Serve(served_[number]);
+    for (int start = 1; start <= 2; ++start) {
+      EXPECT_TRUE(Run());
+      Names installed;
+      for (const auto& [path, content] : test::FilesHere()) installed.insert(path);
+      EXPECT_EQ(installed, tree) << "publication " << number << ", start " << start;
+    }
+    EXPECT_EQ(RequestedPaths().back(), "/hashlist.dat") << "the second start has nothing to do";
+  }
+  std::vector<test::Files> served_;  // contents by request
+};
+
+TEST_F(PlayersOfManyPublications, FilesAndFoldersTakeEachOthersPlaces) {
+  const std::vector<Names> trees = {{"k", "swap/a", "t/u/x", "t/y"},
+                                    {"k", "swap/a/x", "t"},
+                                    {"k", "swap/a", "t/u/x"},
+                                    {"k"},
+                                    {"k", "swap", "t/u"},
+                                    {"k", "swap/a/b/c", "t/u/x"}};
+  PublishAll(trees);
+  const std::vector<std::string> removals = {
+      "",
+      "swap\\a, R; t\\; t\\u\\x; t\\y; ",
+      "swap\\a\\; swap\\a\\x; t, R; t\\y; ",
+      "swap\\a; swap\\a\\; swap\\a\\x; t, R; t\\u\\x; t\\y; ",
+      "swap\\; swap\\a; swap\\a\\; swap\\a\\x; t, R; t\\u\\; t\\u\\x; t\\y; ",
+      "swap, R; swap\\a, R; swap\\a\\x; t, R; t\\u, R; t\\y; "};
+  for (std::size_t i = 0; i < trees.size(); ++i) {
+    const std::string& list = served_[i].at("/hashlist.dat");
+    EXPECT_EQ(RemovalsOf(list), removals[i]) << i;
+    EXPECT_TRUE(LintList(list, {}).empty()) << i;
+    for (std::size_t j = 0; j < i; ++j) {
+      const PublishedList before(served_[j].at("/hashlist.dat"));
+      EXPECT_TRUE(CompareLists(before, PublishedList(list)).inTheWay.empty()) << j << "->" << i;
+    }
+  }
+  // Players may miss any of them, and may still have empty folders of the last but one.
+  for (unsigned seen = 1; seen < 1U << trees.size(); ++seen) {
+    if (std::popcount(seen) > 3) continue;
+    SCOPED_TRACE(seen);
+    for (const auto& entry : fs::directory_iterator(".")) fs::remove_all(entry);
+    for (std::size_t i = 0; i < trees.size(); ++i) {
+      if ((seen >> i & 1) != 0) ExpectUpdate(i, trees[i]);
+    }
+  }
 }
 
 TEST_F(Publication, LeavesOutWhatIsIgnored) {
@@ -458,7 +541,8 @@ TEST(IgnoreRules, MatchAsGitDoes) {
 }
 
 TEST_F(Publication, RefusesOptionsBeforeAnyWork) {
-  WriteTree({"a", "Data/sub/a.dat", "VelmoraUpdate.dat"});
+  const std::string deep = std::string(100, 'd') + "/" + std::string(154, 'e');
+  WriteTree({"a", "Data/sub/a.dat", "VelmoraUpdate.dat", "x;y/z", "VelmoraUpdate.exe/x", deep});
   std::vector<BuildOptions> refused;
   for (const char* name : {"", "..", "a/b", "a", "b.compressed", ".velmora-publish", "enable.cdn",
                            "my list", "a#1", "a?"}) {
@@ -478,10 +562,11 @@ TEST_F(Publication, RefusesOptionsBeforeAnyWork) {
     refused.emplace_back(options_).removals = {Removal(pattern, "R")};
   }
   // Earlier lists: what they remove, what became of their files, and what is no list.
-  for (const std::string line :
-       {"DEL : a\\.. \\..\\x", "DEL : .\\", "FILE : ..\\x, H, 1, H, 1",
-        "FILE : b, H, 1, H, 1\nFILE : Data, H, 1, H, 1", "FILE : A\\in, H, 1, H, 1", "no list",
-        "FILE : a, H, 1, H, 1\n\n\nDEL : x, RRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRR"}) {
+  for (const std::string& line :
+       Texts{"DEL : a\\.. \\..\\x", "DEL : .\\", "FILE : ..\\x, H, 1, H, 1",
+             "FILE : b, H, 1, H, 1\nFILE : X;Y, H, 1, H, 1", "FILE : VelmoraUpdate.exe, H, 1, H, 1",
+             "FILE : " + std::string(deep).replace(100, 1, "\\") + "\\x, H, 1, H, 1", "no list",
+             "FILE : a, H, 1, H, 1\n\n\nDEL : x, RRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRRR"}) {
     refused.emplace_back(options_).removeFrom = "old" + std::to_string(refused.size());
     WriteFile(refused.back().removeFrom, line + "\n");
   }

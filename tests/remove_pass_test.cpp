@@ -52,6 +52,12 @@ TEST_F(Removal, ItemsByKind) {
       {"d\\*.tmp", "R", true, "d/ d/b.dat d/empty/ d/sub/ noext top.dat top.tmp "},
       {"d\\?.tmp", "R", true, "d/ d/b.dat d/empty/ d/sub/ d/sub/c.tmp noext top.dat top.tmp "},
       {"c.tmp", "R", true, "all"},
+      // Without a wildcard it takes the file and never the folder; a separator at the end, the
+      // other way round.
+      {"D\\b.dat", "R", true, "d/ d/a.tmp d/empty/ d/sub/ d/sub/c.tmp noext top.dat top.tmp "},
+      {"d\\sub", "R", true, "all"},
+      {"d\\sub\\", "", true, "d/ d/a.tmp d/b.dat d/empty/ noext top.dat top.tmp "},
+      {"d\\b.dat\\", "", false, "all"},
       {"missing", "", false, "all"},
       {"", "", false, "all"},
       {"*.tmp", "r", false, "all"},

@@ -173,6 +173,37 @@ TEST_F(UpdateRun, ListOfRemovalsStepsTheFullBar) {
 
 // The record that is worked on is finished, and what was verified up to then is in the cache. After
 // the last record nobody looks for a cancel any more.
+// One form of removal takes only a file, the other only a folder: a list can replace one by the
+// other, and keep the removal for players who come later.
+TEST_F(UpdateRun, FileAndFolderTakeEachOthersPlaces) {
+  const Files others = {{"swap/ab", "o"}, {"b/swap/a", "o"}, {"a", "o"}};  // similar, and not meant
+  const struct {
+    Files before;
+    std::string removal, path, request;
+  } cases[] = {
+      {{{"swap/a", "old"}}, "DEL : swap\\a, R\n", "swap\\a\\x", "/swap/a/x"},
+      {{{"swap/a/x", "old"}, {"swap/a/d/own", "o"}}, "DEL : swap\\a\\\n", "swap\\a", "/swap/a"},
+  };
+  for (const auto& [before, removal, path, request] : cases) {
+    Files after = others;
+    after[request.substr(1)] = "new";
+    for (const bool isDone : {false, true}) {
+      StartAnew();
+      Files installed = isDone ? after : others;
+      if (!isDone) installed.insert(before.begin(), before.end());
+      for (const auto& [name, content] : installed) WriteFile(name, content);
+      Publish({{path, "new"}}, removal);
+      for (int start = 1; start <= 2; ++start) {
+        EXPECT_TRUE(Run());
+        EXPECT_EQ(FilesHere(), after) << removal << start;
+      }
+      const Lines requested = isDone ? Lines{"/hashlist.dat", "/hashlist.dat"}
+                                     : Lines{"/hashlist.dat", request, "/hashlist.dat"};
+      EXPECT_EQ(RequestedPaths(), requested) << removal;
+    }
+  }
+}
+
 TEST_F(UpdateRun, CancelTakesEffectAtTheNextRecord) {
   const std::vector<Lines> steps = {{Removing(0, 2, "x"), "stepit 1002"},
                                     {Removing(1, 2, "yy"), "stepit 1002"},

@@ -16,8 +16,8 @@ namespace {
 
 const std::set<std::string> kPatcher = {kPatcherProgram, kPatcherSettings};
 
-std::string Key(const FileRecord& removal) {
-  return FoldedPath(removal.path) + (IsPatternRemoval(removal) ? "\n" : "");
+bool HoldsWildcard(const std::string& path) {
+  return path.find_first_of("*?") != std::string::npos;
 }
 
 // The folded paths of the published files, and of the patcher, which every player has.
@@ -33,13 +33,18 @@ class PublishedFiles {
     }
   }
 
-  // Whether this file is a folder in the new publication, or lies in what is a file there.
-  [[nodiscard]] bool IsInTheWay(const std::string& path) const {
+  [[nodiscard]] bool HasFile(const std::string& path) const { return files_.contains(path); }
+  [[nodiscard]] bool HasFolder(const std::string& path) const {
+    return directories_.contains(path);
+  }
+
+  // How many elements of this path name what is a file; 0 if none of the folders above it is one.
+  [[nodiscard]] std::size_t DepthOfFileAbove(const std::string& path) const {
     const auto folders = FoldersAbove(path);
-    return directories_.contains(path) ||
-           std::any_of(folders.begin(), folders.end(), [this](std::string_view folder) {
-             return files_.contains(std::string(folder));
-           });
+    const auto file = std::find_if(folders.begin(), folders.end(), [this](std::string_view folder) {
+      return files_.contains(std::string(folder));
+    });
+    return file == folders.end() ? 0 : static_cast<std::size_t>(file - folders.begin()) + 1;
   }
 
   // One of the files that the removal would delete, if any.
@@ -51,7 +56,7 @@ class PublishedFiles {
       return hit == files_.end() ? std::nullopt : std::optional(*hit);
     }
     const std::string path = FoldedPath(removal.path);
-    if (files_.contains(path)) return path;
+    if (!IsFolderRemoval(removal) && files_.contains(path)) return path;
     const auto directory = directories_.find(path);
     return directory == directories_.end() ? std::nullopt : std::optional(directory->second);
   }
@@ -72,7 +77,7 @@ bool CheckWithin(const FileRecord& removal, Complaints& complaints) {
   if (!isPattern && LeavesInstallation(removal.path)) {
     return complain("leads out of the installation", "name a path relative to it");
   }
-  if (!isPattern && removal.path.find_first_of("*?") != std::string::npos) {
+  if (!isPattern && HoldsWildcard(removal.path)) {
     return complain("by its name can't hold * or ?", "--remove-pattern takes patterns");
   }
   if (RemovesEverything(removal)) {
@@ -93,39 +98,114 @@ void CheckRequested(const FileRecord& removal, const PublishedFiles& files,
                               : "narrow the removal down, or leave the file out with --ignore");
 }
 
-FileRecord Removal(const FileRecord& gone) {
+// Whether a pattern can name this one file. Semicolons separate patterns, and spaces in front of
+// one may be dropped.
+bool CanBePattern(const std::string& path) {
+  return !HoldsWildcard(path) && path.find(';') == std::string::npos && !path.starts_with(' ');
+}
+
+// The path, or its first `depth` elements, as a patcher spells it on its walk through the
+// installation.
+std::string WalkedPath(const std::string& path, std::size_t depth = std::string::npos) {
+  std::string walked;
+  for (const std::string_view element : PathElements(path)) {
+    if (element.empty() || element == ".") continue;
+    if (depth-- == 0) break;
+    if (!walked.empty()) walked += '\\';
+    walked += element;
+  }
+  return walked;
+}
+
+FileRecord Removal(const std::string& path, const char* mode = "") {
   FileRecord removal;
-  removal.path = gone.path;
+  removal.path = path;
+  removal.transferHash = mode;
   return removal;
 }
 
-// A list can't replace a file by a folder: what removes the old one would remove the new one too.
-void CheckSameKind(const PublishedList& earlier, const PublishedFiles& files,
-                   Complaints& complaints) {
-  for (const FileRecord& file : earlier.files) {
-    if (!files.IsInTheWay(FoldedPath(file.path))) continue;
-    complaints.Add(ShownText(file.path),
-                   "a file of the earlier publication is a folder now, or lies in what is a file "
-                   "now; players of that one could never update",
-                   "choose another name");
+// What players of earlier publications have to lose for the new one, besides what is requested.
+class Clearance {
+ public:
+  Clearance(const PublishedFiles& files, Complaints& complaints)
+      : files_(files), complaints_(complaints) {}
+
+  // A file of the earlier publication.
+  void AddFile(const FileRecord& file);
+  // A removal of its list.
+  void AddRemoval(const FileRecord& removal);
+  // In byte order. Paths may appear more than once.
+  [[nodiscard]] std::vector<FileRecord> Sorted() &&;
+
+ private:
+  void AddFolder(const std::string& path, std::size_t depth);
+  void AddFileAlone(const std::string& path);
+  void ComplainOfDeadEnd(const std::string& path, const char* why);
+
+  const PublishedFiles& files_;
+  Complaints& complaints_;
+  std::vector<FileRecord> removals_;
+};
+
+void Clearance::AddFile(const FileRecord& file) {
+  const std::string path = FoldedPath(file.path);
+  const std::string walked = WalkedPath(file.path);
+  if (files_.HasFolder(path) && kPatcher.contains(path)) {
+    ComplainOfDeadEnd(walked, "a file that patchers need is a folder now");
+  } else if (files_.HasFolder(path) && !CanBePattern(walked)) {
+    ComplainOfDeadEnd(walked,
+                      "a file of the earlier publication is a folder now, and no removal takes "
+                      "only a file if its name holds a semicolon or begins with a space");
+  } else {
+    AddRemoval(Removal(file.path));
   }
 }
 
-std::vector<FileRecord> RemovalsAfter(const PublishedList& earlier, const PublishedFiles& files,
-                                      Complaints& complaints) {
-  std::vector<FileRecord> removals;
-  for (const FileRecord& file : earlier.files) {
-    if (!kPatcher.contains(FoldedPath(file.path))) removals.push_back(Removal(file));
+void Clearance::AddRemoval(const FileRecord& removal) {
+  if (removal.path.empty()) return;  // patchers ignore it
+  if (!CheckWithin(removal, complaints_)) return;
+  const bool isPattern = IsPatternRemoval(removal);
+  const std::string path = FoldedPath(removal.path);
+  const bool namesOnePath = !isPattern || CanBePattern(removal.path);
+  const std::size_t depth = namesOnePath ? files_.DepthOfFileAbove(path) : 0;
+  if (depth > 0) AddFolder(removal.path, depth);
+  if (!files_.HitBy(removal)) {
+    removals_.push_back(removal);
+  } else if (!isPattern && !IsFolderRemoval(removal) && files_.HasFolder(path)) {
+    AddFileAlone(removal.path);
   }
-  for (const FileRecord& removal : earlier.removals) removals.push_back(removal);
-  std::erase_if(removals, [&](const FileRecord& removal) {
-    if (removal.path.empty()) return true;  // patchers ignore it
-    return !CheckWithin(removal, complaints) || files.HitBy(removal).has_value();
-  });
-  std::sort(removals.begin(), removals.end(), [](const FileRecord& a, const FileRecord& b) {
+}
+
+// A folder that is a file now has to go itself, with everything in it: removals of files leave
+// their folders behind. They stay in the list for the day when the folder comes back.
+void Clearance::AddFolder(const std::string& path, std::size_t depth) {
+  const std::string folder = WalkedPath(path, depth);
+  const std::string removed = folder + "\\";
+  if (removed.size() <= kMaxRemovedFolder) {
+    removals_.push_back(Removal(removed));
+  } else {
+    ComplainOfDeadEnd(folder,
+                      "a folder of the earlier publication is a file now, and its path is too long "
+                      "for a removal");
+  }
+}
+
+// Players may have the file that has become a folder, or was gone before the folder came.
+void Clearance::AddFileAlone(const std::string& path) {
+  const std::string walked = WalkedPath(path);
+  if (CanBePattern(walked)) removals_.push_back(Removal(walked, kPatternMode));
+}
+
+void Clearance::ComplainOfDeadEnd(const std::string& path, const char* why) {
+  complaints_.Add(ShownText(path), std::string(why) + "; players who have it could never update",
+                  "choose another name for the new one");
+}
+
+std::vector<FileRecord> Clearance::Sorted() && {
+  std::sort(removals_.begin(), removals_.end(), [](const FileRecord& a, const FileRecord& b) {
     return std::pair(a.path, a.transferHash) < std::pair(b.path, b.transferHash);
   });
-  return removals;
+  return std::move(removals_);
 }
 
 }  // namespace
@@ -137,8 +217,10 @@ std::vector<FileRecord> Removals(const std::vector<FileRecord>& requested,
   for (const FileRecord& removal : requested) CheckRequested(removal, published, complaints);
   std::vector<FileRecord> removals = requested;
   if (earlier != nullptr) {
-    CheckSameKind(*earlier, published, complaints);
-    for (FileRecord& removal : RemovalsAfter(*earlier, published, complaints)) {
+    Clearance clearance(published, complaints);
+    for (const FileRecord& file : earlier->files) clearance.AddFile(file);
+    for (const FileRecord& removal : earlier->removals) clearance.AddRemoval(removal);
+    for (FileRecord& removal : std::move(clearance).Sorted()) {
       removals.push_back(std::move(removal));
     }
   }
@@ -146,7 +228,7 @@ std::vector<FileRecord> Removals(const std::vector<FileRecord>& requested,
   std::set<std::string> keys;
   std::set<std::string> paths;
   std::erase_if(removals, [&](const FileRecord& removal) {
-    const bool isNew = keys.insert(Key(removal)).second;
+    const bool isNew = keys.insert(RemovalKey(removal)).second;
     return !paths.insert(removal.path).second || !isNew;
   });
   return removals;

@@ -20,10 +20,15 @@ inline constexpr char kPatternMode[] = "R";
 
 // The removals (path and mode) of a publication of `files`: those of `requested`, in their order,
 // then, in byte order, what follows from `earlier` (null if there is no earlier list): its files
-// that are gone, and its own removals, unless they match a new file. Paths that mean the same file
-// on players' disks appear once. The patcher's program and settings aren't removed when a tree
-// doesn't contain them. Adds a complaint for each of `requested` that matches a file, and for each
-// removal, requested or earlier, that leaves the installation or removes all of it.
+// that are gone, and its own removals, unless they match a new file. An old file where `files` need
+// a folder is removed by a pattern that takes only the file. An old folder that is a file now is
+// removed as well as its files, by a path with a separator at its end, which takes only the folder,
+// with everything that players have in it. Paths that mean the same file on players' disks appear
+// once. The patcher's program and settings aren't removed when a tree doesn't contain them.
+//
+// Adds a complaint for each of `requested` that matches a file, for each removal, requested or
+// earlier, that leaves the installation or removes all of it, and for an old file or folder that
+// would be in the way of the new ones and can't be removed by itself.
 [[nodiscard]] std::vector<FileRecord> Removals(const std::vector<FileRecord>& requested,
                                                const PublishedList* earlier,
                                                const std::vector<SourceFile>& files,

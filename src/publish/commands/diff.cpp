@@ -77,7 +77,9 @@ void PrintText(const DiffCommand& command, const Costs& costs) {
   }
   PrintEntries("BLOCKED", diff.inTheWay);
   if (!diff.inTheWay.empty()) {
-    std::printf("A file can't become a folder, nor a folder a file: players' updates will fail.\n");
+    std::printf(
+        "A file is in the way of a folder, or a folder of a file: players' updates will fail. "
+        "build --remove-from removes it: \"DEL : FILE, R\", or \"DEL : FOLDER\\\".\n");
   }
   std::printf("to download:  %zu files, %llu bytes\n", diff.downloads.size(),
               static_cast<unsigned long long>(diff.DownloadBytes()));

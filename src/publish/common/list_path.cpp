@@ -65,6 +65,11 @@ std::string FoldedPath(std::string_view path) {
   return folded;
 }
 
+bool NamesFolder(std::string_view path) {
+  const auto elements = PathElements(path);
+  return elements.size() > 1 && elements.back().empty();
+}
+
 std::vector<std::string_view> FoldersAbove(std::string_view foldedPath) {
   std::vector<std::string_view> folders;
   for (const std::string_view character : Characters(foldedPath)) {

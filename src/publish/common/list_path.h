@@ -18,6 +18,9 @@ namespace velmora::publish {
 // and the dots and spaces at the end of an element. Empty for the installation itself.
 [[nodiscard]] std::string FoldedPath(std::string_view path);
 
+// Whether a separator ends the path, so that it can only name a folder.
+[[nodiscard]] bool NamesFolder(std::string_view path);
+
 // The folders above the file of this path, which is as FoldedPath returns it; the outermost first.
 [[nodiscard]] std::vector<std::string_view> FoldersAbove(std::string_view foldedPath);
 

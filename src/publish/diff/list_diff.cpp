@@ -51,13 +51,17 @@ bool HasSameContent(const FileRecord& before, const FileRecord& after, bool& isU
          (isUncertain || before.contentHash == after.contentHash);
 }
 
-// Whether an old file has the path of a folder of a listed one, or the other way round.
-bool IsInTheWay(const std::string& old, const std::set<std::string>& listed) {
+// Whether the new list needs a folder where the player has this file, or a file where the player
+// has a folder above it, and doesn't remove what is there.
+bool IsInTheWay(const std::string& old, const std::set<std::string>& listed,
+                const RemovalIndex& removals) {
   const auto folders = FoldersAbove(old);
   const auto below = listed.lower_bound(old + "\\");
-  return (below != listed.end() && below->starts_with(old + "\\")) ||
-         std::any_of(folders.begin(), folders.end(), [&listed](std::string_view folder) {
-           return listed.contains(std::string(folder));
+  const bool isFolderNow = below != listed.end() && below->starts_with(old + "\\");
+  return (isFolderNow && removals.Matching(old).empty()) ||
+         std::any_of(folders.begin(), folders.end(), [&](std::string_view folder) {
+           return listed.contains(std::string(folder)) &&
+                  !removals.DeletesFolder(std::string(folder));
          });
 }
 
@@ -111,7 +115,7 @@ ListDiff CompareLists(const PublishedList& before, const PublishedList& after) {
   }
   for (const auto& [folded, record] : old) {
     const DiffEntry entry{record.path, ByteCount(record.contentSize)};
-    if (IsInTheWay(folded, seen)) diff.inTheWay.push_back(entry);
+    if (IsInTheWay(folded, seen, removals)) diff.inTheWay.push_back(entry);
     if (!removals.Matching(folded).empty()) {
       diff.deletions.push_back(entry);
     } else if (!seen.contains(folded)) {

@@ -27,8 +27,9 @@ struct ListDiff {
   std::vector<DiffEntry> deletions;
   // Neither listed nor deleted any more: they stay on players' disks forever.
   std::vector<DiffEntry> leftBehind;
-  // Old files where the new list needs a folder, and old files in folders that have become files.
-  // Patchers can't replace one by the other, so these players' updates fail.
+  // Old files where the new list needs a folder, and old files in folders that have become files,
+  // if no removal makes room: patchers can't replace one by the other, so these players' updates
+  // fail. Removing all files of a folder isn't enough, since the folder itself stays.
   std::vector<DiffEntry> inTheWay;
   // Restarts of the patcher: one for each new file that is its program or its settings.
   std::size_t restarts = 0;

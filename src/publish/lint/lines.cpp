@@ -17,9 +17,6 @@ constexpr std::array<const char*, 5> kFieldNames = {"path", "transfer hash", "tr
 // How much of a line a finding quotes.
 constexpr std::size_t kQuotedLength = 40;
 
-// The longest path of a folder that patchers remove.
-constexpr std::size_t kMaxRemovedFolder = 255;
-
 bool IsBlank(std::string_view text) { return std::all_of(text.begin(), text.end(), IsWhiteSpace); }
 
 // "file", or "FILE:" without the space before the colon, or a keyword after the byte order mark

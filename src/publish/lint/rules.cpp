@@ -124,9 +124,11 @@ constexpr std::array kRules = {
         "Keep one."},
     LintRule{Rule::kFileIsFolder, kError, "file and folder of one name",
              "Only one of them can exist: the run ends at the other.", "Rename one."},
-    LintRule{Rule::kListedAndRemoved, kError, "listed, and removed as well",
-             "Removals come first: each start deletes the file and downloads it again.",
-             "Take it out of the removal, or out of the list."},
+    LintRule{
+        Rule::kListedAndRemoved, kError, "listed, and removed as well",
+        "Removals come first: each start deletes the file and downloads it again.",
+        "Take it out of the removal, or out of the list. \"DEL : PATH, R\" removes only a file of "
+        "that path, \"DEL : PATH\\\" only a folder."},
     LintRule{Rule::kSameRemoval, kWarning, "same removal twice", "The second one does nothing.",
              "Remove it."},
     LintRule{Rule::kSeveralClients, kWarning, "more than one client", "The last one counts.",

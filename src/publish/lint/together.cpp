@@ -103,13 +103,14 @@ void CheckFilesTogether(const ListedRecords& records, Findings& findings) {
 }
 
 void CheckRemovals(const ListedRecords& records, Findings& findings) {
-  std::map<std::string, bool> seen;  // whether it was a pattern
+  std::set<std::string> keys;
+  std::set<std::string> paths;
   for (const ListedRecord& removal : records.removals) {
-    const bool isPattern = IsPatternRemoval(removal.record);
-    const auto [at, isFirst] = seen.emplace(removal.folded, isPattern);
-    if (!isFirst) {
-      const bool isSameMode = at->second == isPattern;
-      findings.Add(isSameMode ? Rule::kSameRemoval : Rule::kRemovalInOtherMode, removal);
+    const bool isNewPath = paths.insert(removal.record.path).second;
+    if (!keys.insert(RemovalKey(removal.record)).second) {
+      findings.Add(Rule::kSameRemoval, removal);
+    } else if (!isNewPath) {
+      findings.Add(Rule::kRemovalInOtherMode, removal);
     }
     if (RemovesEverything(removal.record)) findings.Add(Rule::kRemovesEverything, removal);
   }

@@ -6,7 +6,9 @@
 #include <vector>
 
 #include "publish/common/list_path.h"
+#include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
+#include "publish/lint/acceptance.h"
 #include "publish/lint/lint.h"
 #include "support/workspace.h"
 
@@ -138,22 +140,105 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
 
 TEST(Lint, TreeIsComparedWithTheList) {
   const test::TemporaryFolder folder;
-  for (const std::string name :
-       {"a", "d/x.tmp", "d/Y.TMP", "e/listed.tmp", "e/f/g", "\xE3\x82\xBD.tmp",
-        "\x83\x5C"
-        "a.tmp"}) {
+  for (const std::string name : {"a", "d/x.tmp", "d/Y.TMP", "e/listed.tmp", "e/f/g", "h/gone",
+                                 "gone.tmp", "\xE3\x82\xBD.tmp", "\x83\x5C\x61.tmp"}) {
     test::WriteFile("tree/" + name, name);
   }
-  const std::string text = "DEL : *.tmp, R\nDEL : e\\f\nDEL : gone\n" + File("e\\Listed.tmp");
+  // Files that a removal names are no surprise, whatever else takes them.
+  const std::string text =
+      "DEL : *.tmp, R\nDEL : e\\f\nDEL : gone\nDEL : h\\Gone\nDEL : h\n"
+      "DEL : gone.tmp\n" +
+      File("e\\Listed.tmp");
   std::set<std::string> found;
   for (const LintFinding& finding : LintList(text, {.dataPath = "/game", .tree = "tree"})) {
     found.insert(std::to_string(finding.rule->Number()) + " " + finding.subject + ": " +
                  finding.detail);
   }
   EXPECT_EQ(found,
-            (std::set<std::string>{"406 *.tmp: e\\Listed.tmp, see line 4", "501 *.tmp: d\\x.tmp",
+            (std::set<std::string>{"406 *.tmp: e\\Listed.tmp, see line 7", "501 *.tmp: d\\x.tmp",
                                    "501 *.tmp: d\\Y.TMP", "501 *.tmp: \x83\x5C.tmp",
                                    "501 *.tmp: \x83\x5C\x61.tmp", "501 e\\f: e\\f\\g"}));
+}
+
+TEST(Acceptance, EntriesAcceptTheirFindingsAndOthersAreStale) {
+  const auto finding = [](Rule rule, const std::string& subject, const std::string& detail = {}) {
+    return LintFinding{&LintRuleOf(rule), 1, subject, detail};
+  };
+  const std::vector<LintFinding> findings = {
+      finding(kSpaceInPath, "Data\\read me.txt"),                          // 0
+      finding(kSpaceInPath, "a #b\\c d"),                                  // 1
+      finding(kSlashInPath, "d/x"),                                        // 2
+      finding(kListedAndRemoved, "*.tmp", "e\\\x83\x5C.tmp, see line 4"),  // 3
+      finding(kRemovesUnlisted, "*.tmp", "e\\f"),                          // 4
+      finding(kNoFiles, "")};                                              // 5
+  const struct {
+    std::string text;
+    std::set<std::size_t> accepted;  // numbers of the findings
+    std::set<std::size_t> stale;     // lines
+  } cases[] = {
+      {"", {}, {}},
+      {"\xEF\xBB\xBF# RULE PATH # reason\r\n\r\n 303 # all\r\n", {0, 1}, {}},
+      {"303 data/READ me.txt # r\n303 a ?b\\c d # r # 2\n303 a #b\\c d # r", {0, 1}, {3}},
+      {"303 a#b# # r\n303 data*txt # r\n303 Data # r\n303 d # r", {0}, {1, 3, 4}},
+      {"313 d\\x # r\n313 d/* # r\n313 x # r", {2}, {3}},
+      {"406 \xE3\x82\xBD.tmp # another\n406 e/\xE3\x82\xBD.tmp # UTF-8", {3}, {1}},
+      {"406 e\\\x83\x5C.tmp # bytes\n406 e\\* # r\n303 e\\f # r", {3}, {3}},
+      {"501 *.tmp # also as the pattern that it is\n501 e\\f # r\n410 # r", {4, 5}, {}},
+      {"410 a # not about a path", {}, {1}},
+  };
+  for (const auto& [text, accepted, stale] : cases) {
+    Acceptance acceptance(text, "file");
+    std::set<std::size_t> found;
+    for (std::size_t i = 0; i < findings.size(); ++i) {
+      if (acceptance.Accepts(findings[i])) found.insert(i);
+    }
+    EXPECT_EQ(found, accepted) << text;
+    std::set<std::size_t> lines;
+    for (const StaleEntry& entry : acceptance.Stale([](Rule) { return true; })) {
+      lines.insert(entry.line);
+    }
+    EXPECT_EQ(lines, stale) << text;
+  }
+
+  Acceptance acceptance("501 x # only with a tree\n", "file");
+  EXPECT_TRUE(acceptance.Stale([](Rule rule) { return !NeedsTree(rule); }).empty());
+  acceptance.Add(kSpaceInPath);
+  auto left = findings;
+  EXPECT_EQ(acceptance.RemoveFrom(left), 2U);
+  EXPECT_EQ(left.size(), findings.size() - 2);
+}
+
+TEST(Acceptance, LinesThatAreNoEntriesAreErrors) {
+  for (const auto& [line, error] :
+       std::vector<std::pair<std::string, std::string>>{{"303 a", "no reason"},
+                                                        {"303", "no reason"},
+                                                        {"303 a # ", "no reason"},
+                                                        {"303 a#r", "no reason"},
+                                                        {"999 # r", "999 is no rule"},
+                                                        {"a 303 # r", "a is no rule"},
+                                                        {"0303 # r", "0303 is no rule"},
+                                                        {"303, # r", "303, is no rule"}}) {
+    try {
+      const Acceptance acceptance("\n" + line + "\n", "dir/file");
+      ADD_FAILURE() << line;
+    } catch (const PublishError& thrown) {
+      EXPECT_TRUE(std::string(thrown.what()).starts_with("dir/file:2: " + error)) << thrown.what();
+    }
+  }
+}
+
+TEST(Acceptance, FileIsInTheTreeOrNextToIt) {
+  const test::TemporaryFolder folder;
+  test::WriteFile("a/b/tree/x", "");
+  EXPECT_EQ(AcceptedFile("a/b/tree"), std::nullopt);
+  test::WriteFile("a/.publishlint", "");  // neither here nor there
+  EXPECT_EQ(AcceptedFile("a/b/tree"), std::nullopt);
+  test::WriteFile("a/b/.publishlint", "");
+  for (const char* tree : {"a/b/tree", "a/b/tree/", "a/b/c/../tree"}) {
+    EXPECT_EQ(AcceptedFile(tree), folder.path() / "a/b/.publishlint") << tree;
+  }
+  test::WriteFile("a/b/tree/.publishlint", "");
+  EXPECT_EQ(AcceptedFile("a/b/tree"), "a/b/tree/.publishlint");
 }
 
 TEST(ListPath, PathsOfOneFileFoldToOne) {

@@ -519,7 +519,7 @@ TEST_F(Publication, LeavesOutWhatIsIgnored) {
 TEST(IgnoreRules, MatchAsGitDoes) {
   // Rules, paths that they ignore, and other paths. A directory ends in a slash.
   for (const auto& [rules, ignored, others] : std::vector<std::tuple<const char*, Texts, Texts>>{
-           {"", {".publishignore"}, {}},
+           {"", {".publishignore", ".publishlint"}, {"a/.publishlint"}},
            {"# a\n\n  \n\\#b\n\\!c\nd  \ne\\ \nf\r\ng\\\n/",
             {"#b", "!c", "d", "e ", "f"},
             {"# a", "e", "g\\", "x", "x/"}},

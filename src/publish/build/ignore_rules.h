@@ -17,6 +17,8 @@
 #include <string_view>
 #include <vector>
 
+#include "publish/lint/acceptance.h"
+
 namespace velmora::publish {
 
 // The file in the root of a tree that holds its rules. Never published.
@@ -24,7 +26,7 @@ inline constexpr char kIgnoreName[] = ".publishignore";
 
 class IgnoreRules {
  public:
-  IgnoreRules() = default;  // ignore only kIgnoreName
+  IgnoreRules() = default;  // ignore only kIgnoreName and kAcceptedName
   explicit IgnoreRules(std::string_view text);
 
   // Ignores this path whatever the rules say.
@@ -44,7 +46,7 @@ class IgnoreRules {
   void AddRule(std::string_view line);
 
   std::vector<Rule> rules_;
-  std::set<std::string> always_ = {kIgnoreName};
+  std::set<std::string> always_ = {kIgnoreName, kAcceptedName};
 };
 
 }  // namespace velmora::publish

@@ -99,6 +99,26 @@ void AddNamesOption(CLI::App& command, NameEncoding& names) {
       "which stay as they are");
 }
 
+void AddAcceptOption(CLI::App& command, std::vector<Rule>& rules) {
+  const auto add = [&rules](const std::vector<std::string>& numbers) {
+    for (const std::string& number : numbers) {
+      const std::optional<Rule> rule = RuleOfNumber(number);
+      if (!rule) {
+        throw CLI::ValidationError(
+            "--accept",
+            "\"" + ShownPath(number) + "\" is no rule: lint --rules prints all of them");
+      }
+      rules.push_back(*rule);
+    }
+  };
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--accept", add, "Rules whose findings are accepted, separated by commas; repeatable")
+      ->type_name("RULE,...")
+      ->delimiter(',')
+      ->allow_extra_args(false);
+}
+
 std::string Version() {
   return std::string("velmora-publish ") + VELMORA_VERSION + ", " + StreamMaker();
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "publish/common/disk_text.h"
+#include "publish/lint/rules.h"
 
 namespace velmora::publish {
 
@@ -40,6 +41,9 @@ CLI::Option* AddChoice(CLI::App& command, const std::string& option, Value& valu
 
 // The option --names, for a command that reads a tree.
 void AddNamesOption(CLI::App& command, NameEncoding& names);
+
+// The option --accept, whose rules are added to `rules`.
+void AddAcceptOption(CLI::App& command, std::vector<Rule>& rules);
 
 // The tool's version, and that of what decides the bytes of compressed payloads.
 [[nodiscard]] std::string Version();

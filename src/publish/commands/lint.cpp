@@ -1,8 +1,10 @@
 #include "publish/lint/lint.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "publish/common/disk_text.h"
 #include "publish/common/published_list.h"
 #include "publish/common/shown_text.h"
+#include "publish/lint/acceptance.h"
 
 namespace velmora::publish {
 namespace {
@@ -24,11 +27,21 @@ struct LintCommand {
   std::string dataPath;
   std::string tree;
   NameEncoding treeNames = NameEncoding::kGuess;
+  std::vector<Rule> accepted;
+  std::string acceptedFile;  // empty: the one that goes with the tree, if any
   bool json = false;
   bool rules = false;
 };
 
 using LintFindings = std::vector<LintFinding>;
+
+struct LintReport {
+  std::string list;
+  LintFindings findings;
+  std::size_t accepted = 0;  // findings, besides those
+  std::string acceptedFile;  // empty: none
+  std::vector<StaleEntry> stale;
+};
 
 std::size_t CountOf(const LintFindings& findings, Severity severity) {
   std::size_t count = 0;
@@ -57,35 +70,71 @@ void PrintFinding(const std::string& list, const LintFinding& finding) {
   std::printf("%s\n", text.c_str());
 }
 
-void PrintText(const std::string& list, const LintFindings& findings) {
+// A number and what it counts.
+std::string Counted(std::size_t count, const std::string& noun) {
+  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+void PrintText(const LintReport& report) {
   std::set<Rule> broken;
-  for (const LintFinding& finding : findings) {
-    PrintFinding(list, finding);
+  for (const LintFinding& finding : report.findings) {
+    PrintFinding(report.list, finding);
     broken.insert(finding.rule->id);
   }
   if (!broken.empty()) std::printf("\n");
   for (const Rule rule : broken) PrintRule(LintRuleOf(rule));
-  std::printf("%zu errors, %zu warnings\n", CountOf(findings, Severity::kError),
-              CountOf(findings, Severity::kWarning));
+  for (const StaleEntry& entry : report.stale) {
+    std::printf("%s:%zu: note: accepts nothing, so it can be removed: %s\n",
+                report.acceptedFile.c_str(), entry.line, ShownText(entry.text).c_str());
+  }
+  std::string sum = Counted(CountOf(report.findings, Severity::kError), "error") + ", " +
+                    Counted(CountOf(report.findings, Severity::kWarning), "warning");
+  if (report.accepted > 0) sum += "; " + std::to_string(report.accepted) + " accepted";
+  std::printf("%s\n", sum.c_str());
 }
 
-void PrintJson(const std::string& list, const LintFindings& findings) {
-  Json report;
-  report["list"] = list;
-  report["errors"] = CountOf(findings, Severity::kError);
-  report["warnings"] = CountOf(findings, Severity::kWarning);
-  report["findings"] = Json::array();
-  for (const LintFinding& finding : findings) {
-    report["findings"].push_back({{"rule", finding.rule->Number()},
-                                  {"severity", SeverityName(finding.rule->severity)},
-                                  {"line", finding.line},
-                                  {"what", finding.rule->what},
-                                  {"subject", ShownText(finding.subject)},
-                                  {"detail", ShownText(finding.detail)},
-                                  {"reason", finding.rule->reason},
-                                  {"remedy", finding.rule->remedy}});
+void PrintJson(const LintReport& report) {
+  Json json;
+  json["list"] = report.list;
+  json["errors"] = CountOf(report.findings, Severity::kError);
+  json["warnings"] = CountOf(report.findings, Severity::kWarning);
+  json["accepted"] = report.accepted;
+  json["findings"] = Json::array();
+  for (const LintFinding& finding : report.findings) {
+    json["findings"].push_back({{"rule", finding.rule->Number()},
+                                {"severity", SeverityName(finding.rule->severity)},
+                                {"line", finding.line},
+                                {"what", finding.rule->what},
+                                {"subject", ShownText(finding.subject)},
+                                {"detail", ShownText(finding.detail)},
+                                {"reason", finding.rule->reason},
+                                {"remedy", finding.rule->remedy}});
   }
-  std::printf("%s\n", report.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+  json["stale"] = Json::array();
+  for (const StaleEntry& entry : report.stale) {
+    json["stale"].push_back(
+        {{"file", report.acceptedFile}, {"line", entry.line}, {"entry", ShownText(entry.text)}});
+  }
+  std::printf("%s\n", json.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+}
+
+// Takes what is accepted out of the findings.
+void Accept(const LintCommand& command, LintReport& report) {
+  std::optional<std::filesystem::path> file;
+  if (!command.acceptedFile.empty()) {
+    file = command.acceptedFile;
+  } else if (!command.tree.empty()) {
+    file = AcceptedFile(command.tree);
+  }
+  Acceptance acceptance;
+  if (file) {
+    report.acceptedFile = ShownPath(file->native());
+    acceptance = Acceptance(ReadWholeFile(*file), report.acceptedFile);
+  }
+  for (const Rule rule : command.accepted) acceptance.Add(rule);
+  report.accepted = acceptance.RemoveFrom(report.findings);
+  report.stale =
+      acceptance.Stale([&command](Rule rule) { return !NeedsTree(rule) || !command.tree.empty(); });
 }
 
 int Lint(const LintCommand& command) {
@@ -98,13 +147,16 @@ int Lint(const LintCommand& command) {
   options.dataPath = command.dataPath;
   if (!command.tree.empty()) options.tree = command.tree;
   options.treeNames = command.treeNames;
-  const LintFindings findings = LintList(ReadWholeFile(file), options);
+  LintReport report;
+  report.list = ShownPath(file.native());
+  report.findings = LintList(ReadWholeFile(file), options);
+  Accept(command, report);
   if (command.json) {
-    PrintJson(ShownPath(file.native()), findings);
+    PrintJson(report);
   } else {
-    PrintText(ShownPath(file.native()), findings);
+    PrintText(report);
   }
-  return StatusOf(findings);
+  return StatusOf(report.findings);
 }
 
 }  // namespace
@@ -124,12 +176,17 @@ void AddLintCommand(CLI::App& app, int& status) {
                    "What players have: names the files that the removals delete")
       ->check(CLI::ExistingDirectory);
   AddNamesOption(*lint, command->treeNames);
+  AddAcceptOption(*lint, command->accepted);
+  lint->add_option("--accepted", command->acceptedFile,
+                   "A file of accepted findings, each line: RULE [PATH] # REASON; default: "
+                   "TREE/.publishlint, or .publishlint next to TREE")
+      ->check(CLI::ExistingFile);
   lint->add_flag("--json", command->json, "Print the findings as JSON");
   lint->callback([=, &status] {
     if (rules->count() == 0 && list->count() == 0) throw CLI::RequiredError("LIST");
     status = Lint(*command);
   });
-  Describe(*lint, "0 clean, 1 errors, 3 only warnings",
+  Describe(*lint, "0 clean or all accepted, 1 errors, 3 only warnings",
            "lint /srv/velmora/publication --data /game");
 }
 

@@ -67,7 +67,8 @@ void CheckRemovals(const ListedRecords& records, Findings& findings);
 void CheckClients(const ListedRecords& records, Findings& findings);
 void CheckOrder(std::string_view text, const ListedRecords& records, Findings& findings);
 
-// The files of the tree that the removals delete and the list doesn't bring back.
+// The files of the tree that the list neither brings back nor names in a removal, but that patterns
+// and removals of folders delete.
 void CheckTree(const std::filesystem::path& tree, NameEncoding encoding,
                const ListedRecords& records, Findings& findings);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 
 namespace velmora::publish {
 namespace {
@@ -141,9 +142,11 @@ constexpr std::array kRules = {
              "Players' runs complete at once, whatever they have.",
              "Check that this is the list you mean."},
 
-    LintRule{Rule::kRemovesUnlisted, kWarning, "removes a file that isn't listed",
-             "It lies in the tree and the list doesn't bring it back.",
-             "Make sure that players are meant to lose it."},
+    LintRule{
+        Rule::kRemovesUnlisted, kWarning, "removes a file that isn't listed",
+        "It lies in the tree, a pattern or the name of a folder takes it, and the list doesn't "
+        "bring it back.",
+        "Make sure that players are meant to lose it."},
     LintRule{
         Rule::kRemovesEverything, kError, "removes the whole installation",
         "All its files, the settings included, and by any form but the pattern * the folders too, "
@@ -203,6 +206,15 @@ const LintRule& LintRuleOf(Rule id) {
   return *std::find_if(kRules.begin(), kRules.end(),
                        [id](const LintRule& rule) { return rule.id == id; });
 }
+
+std::optional<Rule> RuleOfNumber(std::string_view number) {
+  for (const LintRule& rule : kRules) {
+    if (std::to_string(rule.Number()) == number) return rule.id;
+  }
+  return std::nullopt;
+}
+
+bool NeedsTree(Rule id) { return id == Rule::kRemovesUnlisted; }
 
 const char* SeverityName(Severity severity) {
   return severity == Severity::kError ? "error" : "warning";

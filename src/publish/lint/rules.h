@@ -1,7 +1,9 @@
 // What can be wrong with a reference list: every limit and trap of the format is a numbered rule.
 #pragma once
 
+#include <optional>
 #include <span>
+#include <string_view>
 
 namespace velmora::publish {
 
@@ -85,6 +87,12 @@ struct LintRule {
 [[nodiscard]] std::span<const LintRule> LintRules();
 
 [[nodiscard]] const LintRule& LintRuleOf(Rule id);
+
+// The rule with this number, such as "303"; nothing if there is none.
+[[nodiscard]] std::optional<Rule> RuleOfNumber(std::string_view number);
+
+// Whether only a tree of files can break the rule, and not a list by itself.
+[[nodiscard]] bool NeedsTree(Rule id);
 
 [[nodiscard]] const char* SeverityName(Severity severity);
 

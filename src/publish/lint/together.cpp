@@ -161,7 +161,14 @@ void CheckTree(const fs::path& tree, NameEncoding encoding, const ListedRecords&
     const std::string path = TreePath(entry.path(), tree, encoding);
     const std::string folded = FoldedPath(path);
     if (listed.contains(folded) || IsPatchersOwnFile(folded)) continue;
-    for (const std::size_t i : records.removalIndex.Matching(folded)) {
+    const std::vector<std::size_t> removals = records.removalIndex.Matching(folded);
+    // What a removal names itself, as each that follows from an earlier list does, isn't lost
+    // unseen.
+    const bool isNamed = std::any_of(removals.begin(), removals.end(), [&](std::size_t i) {
+      return records.removals[i].folded == folded;
+    });
+    if (isNamed) continue;
+    for (const std::size_t i : removals) {
       findings.Add(Rule::kRemovesUnlisted, records.removals[i], path);
     }
   }

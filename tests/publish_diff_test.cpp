@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "publish/diff/list_diff.h"
+#include "support/publish_tool.h"
 #include "support/workspace.h"
 
 namespace velmora::publish {
@@ -25,6 +26,7 @@ std::string Text(const ListDiff& diff) {
   };
   add("get ", diff.downloads);
   add("check ", diff.checks);
+  add("always ", diff.uncached);
   add("delete ", diff.deletions);
   add("leave ", diff.leftBehind);
   add("blocked by ", diff.inTheWay);
@@ -48,8 +50,15 @@ TEST(ListDiff, ListsDownloadsChecksAndDeletions) {
       {File("a"), File("A"), "check A"},
       {File("a"), "FILE : a, " + md5 + ", 7, " + md5 + ", 7\n", "check a by size"},
       // What the cache can't hold is read at every start, and so is all that follows a long line.
-      {File("a b"), File("a b"), "check a b"},
-      {threeFiles, threeFiles, "check c, check b" + uncached},
+      {File("a b"), File("a b"), "always a b"},
+      {"", File("a b"), "get a b, always a b"},
+      {File("a b"), test::CompressedLine("a b", "content"), "always a b"},
+      {File("a b"), "FILE : a b, " + md5 + ", 7, " + md5 + ", 7\n",
+       "check a b, always a b by size"},
+      {threeFiles, threeFiles, "always c, always b" + uncached},
+      // The line isn't too long any more, or only now.
+      {threeFiles, File("a") + File("c"), "check c, leave b" + uncached},
+      {File("a") + File("c"), threeFiles, "get b" + uncached + ", always c, always b" + uncached},
       // Patchers can't turn a file into a folder, nor a folder into a file, unless it is removed:
       // not only its files.
       {File("d"), File("D\\x"), "get D\\x, leave d, blocked by d"},
@@ -78,6 +87,22 @@ TEST(ListDiff, CountsBytesAndRequests) {
   // Seven processes ask for enable.cdn, three of them for the list.
   EXPECT_EQ(diff.Requests(), 7U + 3 + 4);
   EXPECT_EQ(Compare(after, after).Requests(), 4U);
+}
+
+TEST(DiffCommand, TellsWhatIsHashedAtEachStartAndRefusesWhatIsNoList) {
+  const test::TemporaryFolder folder;
+  test::WriteFile("list", File("a") + File("b c") + File("d e"));
+  EXPECT_NE(test::RunPublish("diff list list").find("\nat each start: 2 files, 14 bytes"),
+            std::string::npos);
+  EXPECT_NE(test::RunPublish("diff list list --json").find("\"checkAtEachStart\": [\n    {"),
+            std::string::npos);
+  for (const std::string text : {"", "no list\n", "DEL : a\n"}) {
+    test::WriteFile("other", text);
+    for (const std::string lists : {"list other", "other list"}) {
+      const std::string output = test::RunPublish("diff " + lists + " 2>&1");
+      EXPECT_TRUE(output.starts_with("1: velmora-publish: other: not a list")) << output;
+    }
+  }
 }
 
 }  // namespace

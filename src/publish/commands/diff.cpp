@@ -38,6 +38,11 @@ std::string ReadList(const DiffCommand& command, const std::string& place) {
 }
 
 void RequireReadable(const PublishedList& list, const std::string& place) {
+  if (list.files.Count() == 0) {
+    throw PublishError(ShownPath(place) +
+                       ": not a list: patchers find no FILE line in it. Name the list, or its "
+                       "publication's folder, with --list if it has a name of its own");
+  }
   if (list.isReadWhole && list.refused.empty()) return;
   throw PublishError(ShownPath(place) +
                      ": patchers don't read all of it: see velmora-publish lint");
@@ -73,6 +78,7 @@ void PrintText(const DiffCommand& command, const Costs& costs) {
     PrintEntries("delete", diff.deletions);
     PrintEntries("download", diff.downloads);
     PrintEntries("check", diff.checks);
+    PrintEntries("always", diff.uncached);
     PrintEntries("leave", diff.leftBehind);
   }
   PrintEntries("BLOCKED", diff.inTheWay);
@@ -89,6 +95,12 @@ void PrintText(const DiffCommand& command, const Costs& costs) {
     std::printf(
         "              (%zu of them by another digest: equal in size is all that is known)\n",
         diff.uncertain);
+  }
+  if (!diff.uncached.empty()) {
+    std::printf(
+        "at each start: %zu files, %llu bytes, read and hashed: the cache can't hold their paths "
+        "(see velmora-publish lint, rules 302 and 303)\n",
+        diff.uncached.size(), static_cast<unsigned long long>(diff.UncachedBytes()));
   }
   if (!diff.leftBehind.empty()) {
     std::printf("left behind:  %zu files, neither listed nor deleted\n", diff.leftBehind.size());
@@ -115,6 +127,7 @@ void PrintJson(const DiffCommand& command, const Costs& costs) {
   Json report = {{"download", JsonOf(diff.downloads)},
                  {"delete", JsonOf(diff.deletions)},
                  {"check", JsonOf(diff.checks)},
+                 {"checkAtEachStart", JsonOf(diff.uncached)},
                  {"left", JsonOf(diff.leftBehind)},
                  {"blocked", JsonOf(diff.inTheWay)},
                  {"uncertain", diff.uncertain},

@@ -29,21 +29,21 @@ RemovalIndex IndexOfRemovals(const PublishedList& list) {
   return index;
 }
 
-// The path of the line at which the reading of the cache ends, if one is too long.
-std::optional<std::string> EndOfCache(const PublishedList& list) {
-  std::optional<std::string> end;
-  for (const FileRecord& record : list.files) {
-    if (EndsCache(record) && (!end || record.path < *end)) end = record.path;
+// What patchers can keep in the cache after an update to a list.
+class CacheLimits {
+ public:
+  explicit CacheLimits(const PublishedList& list) {
+    for (const FileRecord& record : list.files) {
+      if (EndsCache(record) && (!end_ || record.path < *end_)) end_ = record.path;
+    }
   }
-  return end;
-}
+  [[nodiscard]] bool Allow(const FileRecord& record) const {
+    return record.path.find(' ') == std::string::npos && (!end_ || record.path < *end_);
+  }
 
-// Whether a patcher finds the new record in its cache.
-bool IsKnownToCache(const FileRecord& before, const FileRecord& after,
-                    const std::optional<std::string>& end) {
-  return CacheLine(before) == CacheLine(after) && after.path.find(' ') == std::string::npos &&
-         (!end || after.path < *end);
-}
+ private:
+  std::optional<std::string> end_;  // the path of the line at which the reading ends
+};
 
 bool HasSameContent(const FileRecord& before, const FileRecord& after, bool& isUncertain) {
   isUncertain = before.contentHash.size() != after.contentHash.size();
@@ -75,24 +75,48 @@ void AddDownload(ListDiff& diff, const FileRecord& record) {
   if (AsksForRestart(record.path)) ++diff.restarts;
 }
 
-void CompareFile(ListDiff& diff, const FileRecord* before, const FileRecord& after,
-                 const std::optional<std::string>& end) {
-  bool isUncertain = false;
-  if (before == nullptr || !HasSameContent(*before, after, isUncertain)) {
-    AddDownload(diff, after);
-  } else if (!IsKnownToCache(*before, after, end)) {
-    diff.checks.push_back({after.path, ByteCount(after.contentSize)});
-    diff.uncertain += isUncertain ? 1 : 0;
-  }
+std::uint64_t SumOf(const std::vector<DiffEntry>& entries) {
+  return std::accumulate(
+      entries.begin(), entries.end(), std::uint64_t{0},
+      [](std::uint64_t sum, const DiffEntry& entry) { return sum + entry.bytes; });
 }
+
+// Compares the files of both lists, with what the caches before and after the update can hold.
+class FileComparison {
+ public:
+  FileComparison(const PublishedList& before, const PublishedList& after, ListDiff& diff)
+      : before_(before), after_(after), diff_(diff) {}
+
+  // `before` is null if the player doesn't have the file when its turn comes.
+  void Add(const FileRecord* before, const FileRecord& after) {
+    const DiffEntry entry{after.path, ByteCount(after.contentSize)};
+    const bool isUncached = !after_.Allow(after);
+    if (isUncached) diff_.uncached.push_back(entry);
+    bool isUncertain = false;
+    if (before == nullptr || !HasSameContent(*before, after, isUncertain)) {
+      AddDownload(diff_, after);
+    } else if (isUncertain || (!isUncached && !IsKnown(*before, after))) {
+      diff_.checks.push_back(entry);
+      diff_.uncertain += isUncertain ? 1 : 0;
+    }
+  }
+
+ private:
+  // Whether a patcher finds the new record in its cache.
+  [[nodiscard]] bool IsKnown(const FileRecord& before, const FileRecord& after) const {
+    return CacheLine(before) == CacheLine(after) && before_.Allow(after);
+  }
+
+  const CacheLimits before_;
+  const CacheLimits after_;
+  ListDiff& diff_;
+};
 
 }  // namespace
 
-std::uint64_t ListDiff::DownloadBytes() const {
-  return std::accumulate(
-      downloads.begin(), downloads.end(), std::uint64_t{0},
-      [](std::uint64_t sum, const DiffEntry& entry) { return sum + entry.bytes; });
-}
+std::uint64_t ListDiff::DownloadBytes() const { return SumOf(downloads); }
+
+std::uint64_t ListDiff::UncachedBytes() const { return SumOf(uncached); }
 
 std::size_t ListDiff::Requests() const {
   constexpr std::size_t kProcesses = 3;  // the patcher, its copy, the one that cleans up
@@ -104,14 +128,14 @@ ListDiff CompareLists(const PublishedList& before, const PublishedList& after) {
   ListDiff diff;
   const ByFolded old = FilesOf(before);
   const RemovalIndex removals = IndexOfRemovals(after);
-  const std::optional<std::string> end = EndOfCache(before);
+  FileComparison comparison(before, after, diff);
   std::set<std::string> seen;
   for (const FileRecord& record : after.files) {
     const std::string folded = FoldedPath(record.path);
     if (!seen.insert(folded).second) continue;
     const auto found = old.find(folded);
     const bool isThere = found != old.end() && removals.Matching(folded).empty();
-    CompareFile(diff, isThere ? &found->second : nullptr, record, end);
+    comparison.Add(isThere ? &found->second : nullptr, record);
   }
   for (const auto& [folded, record] : old) {
     const DiffEntry entry{record.path, ByteCount(record.contentSize)};

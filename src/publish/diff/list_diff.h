@@ -21,6 +21,10 @@ struct ListDiff {
   std::vector<DiffEntry> downloads;
   // Unchanged, but read and hashed once, since the cache has a different record of them.
   std::vector<DiffEntry> checks;
+  // Read and hashed at each start from then on, since the new cache can't hold them: their paths
+  // hold a space, or they come after a line that is too long. They aren't among the checks, unless
+  // they have another kind of hash than before.
+  std::vector<DiffEntry> uncached;
   // Those of the checks that have another kind of hash than before. They count as unchanged, but
   // only their sizes can be compared.
   std::size_t uncertain = 0;
@@ -35,6 +39,7 @@ struct ListDiff {
   std::size_t restarts = 0;
 
   [[nodiscard]] std::uint64_t DownloadBytes() const;
+  [[nodiscard]] std::uint64_t UncachedBytes() const;
   // The number of requests: enable.cdn from each process of the start, the list from each process
   // that updates, and the files. Without the information page.
   [[nodiscard]] std::size_t Requests() const;

@@ -1,14 +1,171 @@
 // What the publisher's tool does with whole publications.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <map>
+#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "publish/build/new_file.h"
+#include "publish/build/publication.h"
+#include "publish/common/publish_error.h"
 #include "publish/common/redirection.h"
+#include "support/workspace.h"
 
 namespace velmora::publish {
 namespace {
+
+namespace fs = std::filesystem;
+using test::Files;
+using test::ReadFile;
+using test::WriteFile;
+using Names = std::set<std::string>;
+
+bool hasHardLinks = true;
+
+class PublishFolders : public testing::Test {
+ protected:
+  PublishFolders() {
+    options_.tree = "tree";
+    options_.output = "out";
+    options_.payload.compress = Compress::kNever;
+    options_.maxRemovedPercent = 100;
+  }
+  ~PublishFolders() override { hasHardLinks = true; }
+
+  BuildSummary Build(const std::string& folder) {
+    options_.output = folder;
+    return BuildPublication(options_);
+  }
+  // Why nothing is published; empty if something is.
+  static std::string Refusal(const BuildOptions& options) try {
+    BuildPublication(options);
+    return {};
+  } catch (const PublishError& error) {
+    return error.what();
+  }
+  static Files FilesIn(const std::string& folder) {
+    Files files;
+    for (const auto& [path, content] : test::FilesHere()) {
+      if (path.starts_with(folder + "/")) files[path.substr(folder.size() + 1)] = content;
+    }
+    return files;
+  }
+  static Names Shared(const std::string& folder, const std::string& other) {
+    Names shared;
+    for (const auto& [path, content] : FilesIn(folder)) {
+      const fs::path there = fs::path(other) / path;
+      if (fs::exists(there) && fs::equivalent(fs::path(folder) / path, there)) shared.insert(path);
+    }
+    return shared;
+  }
+
+  test::TemporaryFolder folder_;
+  BuildOptions options_;
+};
+
+// The other publication stays as it is, whatever is found there.
+TEST_F(PublishFolders, ReusesPayloadsOfAnotherPublication) {
+  const std::string text(100000, 'x');
+  for (const char* path : {"same", "sub/same", "changed", "damaged", "gone", "own"}) {
+    WriteFile(std::string("tree/") + path, path + text);
+  }
+  options_.payload.compress = Compress::kAlways;
+  Build("old");
+  WriteFile("tree/changed", "CHANGED" + text);
+  WriteFile("old/damaged.compressed", std::string(fs::file_size("old/damaged.compressed"), 'x'));
+  fs::remove("old/gone.compressed");
+  const Files old = FilesIn("old");
+  Build("fresh");
+  options_.reuse = "old";
+  for (const bool links : {true, false}) {
+    hasHardLinks = links;
+    fs::remove_all("out");
+    EXPECT_EQ(Build("out").reused, 3U);
+    EXPECT_EQ(FilesIn("out"), FilesIn("fresh"));
+    EXPECT_EQ(
+        Shared("out", "old"),
+        links ? (Names{"own.compressed", "same.compressed", "sub/same.compressed"}) : Names{});
+    EXPECT_EQ(FilesIn("old"), old);
+  }
+  // What is there already stays.
+  fs::remove("out/same.compressed");
+  EXPECT_EQ(Build("out").reused, 1U);
+  // What was made with other settings isn't reused, nor what is no publication.
+  options_.payload.compress = Compress::kNever;
+  const BuildSummary summary = Build("other");
+  EXPECT_EQ(summary.reused, 0U);
+  EXPECT_FALSE(summary.canReuse);
+  EXPECT_EQ(FilesIn("old"), old);
+  options_.reuse = "tree";
+  EXPECT_NE(Refusal(options_).find("--list NAME"), std::string::npos);
+}
+
+TEST_F(PublishFolders, NewFileLeavesOtherNamesOfTheOldOneAlone) {
+  WriteFile("payload", "old");
+  fs::create_hard_link("payload", "staged");
+  NewFile("staged").Commit();
+  EXPECT_EQ(ReadFile("payload"), "old");
+}
+
+TEST_F(PublishFolders, ReusedPublicationIsTheEarlierOne) {
+  for (const char* path : {"tree/a", "tree/b", "tree/c"}) WriteFile(path, "x");
+  Build("old");
+  fs::remove("tree/a");
+  options_.maxRemovedPercent = 25;
+  options_.output = "out";
+  EXPECT_EQ(Refusal(options_), "");
+  // Compared with that one, the tree lacks much.
+  fs::remove_all("out");
+  options_.reuse = "old";
+  EXPECT_NE(Refusal(options_).find("lacks 1 of 3 files"), std::string::npos);
+}
+
+TEST_F(PublishFolders, RedirectionIsMadeCarriedAlongAndChecked) {
+  const std::string url = "http://cdn.example.com/game";
+  WriteFile("tree/a", "x");
+  Build("old");
+  struct Case {
+    std::string own;     // what is there before, "" for nothing
+    std::string others;  // the same for the one that is reused
+    std::string asked;   // by --cdn
+    bool takes;
+    std::string expected;  // afterwards; or
+    std::string refusal;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"", "", "", true, "(none)", ""},
+           {"", "", url, true, url, ""},
+           {url, "", "", true, url, ""},
+           {"", url, "", true, url, ""},
+           {"", url, "", false, "(none)", ""},
+           {url, url + "2", "", true, url, ""},
+           {url, url, url + "3", true, url + "3", ""},
+           {url + "\n", "", url, true, url, ""},
+           {url + "\n", "", "", true, "", "out/enable.cdn: a line end"},
+           {url + "\n", "", "", false, "", "out/enable.cdn: a line end"},
+           {"", "https" + url.substr(4), "", true, "", "old/enable.cdn: the scheme is https"},
+           {"", "", "http://cdn.example.com:81/game", true, "", "--cdn: "}}) {
+    fs::remove_all("out");
+    fs::remove("old/enable.cdn");
+    if (!c.own.empty()) WriteFile("out/enable.cdn", c.own);
+    if (!c.others.empty()) WriteFile("old/enable.cdn", c.others);
+    options_.reuse = "old";
+    options_.redirection = c.asked;
+    options_.takesRedirection = c.takes;
+    options_.output = "out";
+    const std::string refusal = Refusal(options_);
+    EXPECT_NE(refusal.find(c.refusal), std::string::npos) << refusal;
+    EXPECT_EQ(refusal.empty(), c.refusal.empty()) << refusal;
+    if (refusal.empty()) {
+      EXPECT_EQ(ReadFile("out/enable.cdn"), c.expected) << c.own << c.others;
+    }
+  }
+}
 
 TEST(Redirection, FlawsOfItsText) {
   const std::string host = "http://cdn.example.com";
@@ -44,4 +201,12 @@ TEST(Redirection, FlawsOfItsText) {
 }
 
 }  // namespace
+
+// In place of the C library's, for std::filesystem as well.
+extern "C" int link(const char* from, const char* to) noexcept {
+  if (hasHardLinks) return linkat(AT_FDCWD, from, AT_FDCWD, to, 0);
+  errno = EXDEV;
+  return -1;
+}
+
 }  // namespace velmora::publish

@@ -38,9 +38,9 @@ std::string TextOfLargest(std::vector<RemovedFile> removed) {
 }  // namespace
 
 Changes ChangesSince(const PublishedList& earlier, const std::vector<FileRecord>& records) {
-  std::map<std::string, std::pair<std::string, std::string>> before;  // hash and size
+  std::map<std::string, std::pair<std::string, std::uint64_t>> before;  // hash and size
   for (const FileRecord& record : earlier.files) {
-    before.try_emplace(FoldedPath(record.path), record.contentHash, record.contentSize);
+    before.try_emplace(FoldedPath(record.path), record.contentHash, BytesOf(record));
   }
   Changes changes;
   for (const FileRecord& record : records) {
@@ -49,7 +49,7 @@ Changes ChangesSince(const PublishedList& earlier, const std::vector<FileRecord>
       ++changes.added;
       continue;
     }
-    if (found->second != std::pair(record.contentHash, record.contentSize)) ++changes.changed;
+    if (found->second != std::pair(record.contentHash, BytesOf(record))) ++changes.changed;
     before.erase(found);
   }
   changes.removed = before.size();

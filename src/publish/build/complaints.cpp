@@ -7,7 +7,11 @@
 namespace velmora::publish {
 
 void Complaints::Add(const std::string& path, const std::string& what, const std::string& wayOut) {
-  complaints_.emplace(path, ": " + what + "; " + wayOut);
+  Add(path, what + "; " + wayOut);
+}
+
+void Complaints::Add(const std::string& path, const std::string& complaint) {
+  complaints_.emplace(path, ": " + complaint);
 }
 
 void Complaints::ThrowIfAny() const {

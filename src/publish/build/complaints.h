@@ -13,6 +13,8 @@ class Complaints {
   // `path` and the texts are ready for a terminal. `what` is wrong with it, and `wayOut` says what
   // the publisher can do. The same complaint may be added again.
   void Add(const std::string& path, const std::string& what, const std::string& wayOut);
+  // The same for a text that has both.
+  void Add(const std::string& path, const std::string& complaint);
 
   [[nodiscard]] bool HasAny() const { return !complaints_.empty(); }
 

@@ -2,10 +2,10 @@
 
 #include <system_error>
 
-#include "engine/reference_list.h"
+#include "publish/build/new_file.h"
+#include "publish/build/published_payload.h"
 #include "publish/build/zlib_blocks.h"
 #include "publish/common/file_digest.h"
-#include "publish/common/list_path.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/sized_reader.h"
 
@@ -49,40 +49,47 @@ EarlierPublication::EarlierPublication(const fs::path& folder, const std::string
     : folder_(folder), options_(options) {
   const std::string text = TextIfAny(folder / listName);
   if (TextIfAny(folder / kSettingsName) != SettingsText(options, text)) return;
+  isUsable_ = true;
   const PublishedList list(text);
   for (const FileRecord& record : list.files) records_.emplace(record.path, record);
 }
 
 std::optional<FileRecord> EarlierPublication::Unchanged(const SourceFile& file) const {
-  const auto found = records_.find(file.listPath);
-  if (found == records_.end()) return std::nullopt;
-  const FileRecord& record = found->second;
-  if (record.contentSize != std::to_string(file.size) || !HasPayload(record)) return std::nullopt;
-  const auto checkStop = [this] { StopIfAsked(options_); };
-  if (DigestOfFile(file.path, file.size, options_.hash, checkStop) != record.contentHash) {
+  const FileRecord* const record = RecordOf(file);
+  if (record == nullptr || !IsIntact(file, *record, folder_ / PayloadPlace(*record))) {
     return std::nullopt;
   }
-  return record;
+  return *record;
 }
 
-bool EarlierPublication::HasPayload(const FileRecord& record) const {
-  const fs::path payload = folder_ / PayloadPlace(record);
-  std::error_code error;
-  const bool isFile = fs::is_regular_file(fs::symlink_status(payload, error));
-  const std::uint64_t size = isFile ? fs::file_size(payload, error) : 0;
-  if (!isFile || error || std::to_string(size) != record.transferSize) return false;
-  StopIfAsked(options_);
-  try {
-    return DigestOfFile(payload, size, options_.hash, [] {}) == record.transferHash;
-  } catch (const PublishError&) {
-    return false;
+std::optional<FileRecord> EarlierPublication::Reuse(const SourceFile& file,
+                                                    const fs::path& target) const {
+  const FileRecord* const record = RecordOf(file);
+  if (record == nullptr) return std::nullopt;
+  if (LinkOrCopy(folder_ / PayloadPlace(*record), target) && IsIntact(file, *record, target)) {
+    return *record;
   }
+  std::error_code error;
+  fs::remove(target, error);
+  if (error) FailToWrite(target, error);
+  return std::nullopt;
 }
 
-fs::path PayloadPlace(const FileRecord& record) {
-  fs::path place = fs::path(ServedPath(record.path)).lexically_normal();
-  if (record.compressed) place += kCompressedMark;
-  return place;
+// Null if it is another file, or has no payload, by the sizes alone.
+const FileRecord* EarlierPublication::RecordOf(const SourceFile& file) const {
+  const auto found = records_.find(file.listPath);
+  if (found == records_.end()) return nullptr;
+  const FileRecord& record = found->second;
+  const auto size = ListedSize(record.contentSize);
+  const bool isOfSize = size && static_cast<std::uint64_t>(*size) == file.size;
+  return isOfSize && HasSizeOfPayload(folder_ / PayloadPlace(record), record) ? &record : nullptr;
+}
+
+bool EarlierPublication::IsIntact(const SourceFile& file, const FileRecord& record,
+                                  const fs::path& payload) const {
+  const auto checkStop = [this] { StopIfAsked(options_); };
+  return IsPayload(payload, record, checkStop) &&
+         DigestOfFile(file.path, file.size, options_.hash, checkStop) == record.contentHash;
 }
 
 }  // namespace velmora::publish

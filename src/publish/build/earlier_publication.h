@@ -1,4 +1,4 @@
-// Which parts of a publication can stay as they are when it is built again.
+// Which parts of a publication can stay as they are when it is built again, or serve another one.
 #pragma once
 
 #include <filesystem>
@@ -28,20 +28,28 @@ class EarlierPublication {
   EarlierPublication(const std::filesystem::path& folder, const std::string& listName,
                      const PayloadOptions& options);
 
+  // Whether there is a publication with the same settings.
+  [[nodiscard]] bool IsUsable() const { return isUsable_; }
+
   // The record of `file` if its content is what was published and its payload is intact: making it
   // again would produce the same bytes. Both are read only if their sizes match. Any number of
   // threads. Throws PublishError if `file` can't be read, and when asked to stop.
   [[nodiscard]] std::optional<FileRecord> Unchanged(const SourceFile& file) const;
 
+  // The same, and the payload at `target` as well, where no file is. It is what is there now that
+  // is checked, whatever happens to the earlier publication meanwhile.
+  [[nodiscard]] std::optional<FileRecord> Reuse(const SourceFile& file,
+                                                const std::filesystem::path& target) const;
+
  private:
-  [[nodiscard]] bool HasPayload(const FileRecord& record) const;
+  [[nodiscard]] const FileRecord* RecordOf(const SourceFile& file) const;
+  [[nodiscard]] bool IsIntact(const SourceFile& file, const FileRecord& record,
+                              const std::filesystem::path& payload) const;
 
   std::filesystem::path folder_;
   const PayloadOptions& options_;
+  bool isUsable_ = false;
   std::map<std::string, FileRecord> records_;
 };
-
-// The path of a record's payload, relative to its publication's folder.
-[[nodiscard]] std::filesystem::path PayloadPlace(const FileRecord& record);
 
 }  // namespace velmora::publish

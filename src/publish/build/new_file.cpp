@@ -26,6 +26,9 @@ void FailToWrite(const fs::path& path, const std::error_code& error) {
 }
 
 NewFile::NewFile(fs::path path) : path_(std::move(path)) {
+  std::error_code error;
+  fs::remove(path_, error);
+  if (error) FailToWrite(path_, error);
   stream_.open(path_, std::ios::binary | std::ios::trunc);
   if (!stream_) FailToWrite(path_, LastError());
 }

@@ -14,7 +14,8 @@ namespace velmora::publish {
 [[noreturn]] void FailToWrite(const std::filesystem::path& path, const std::string& reason);
 [[noreturn]] void FailToWrite(const std::filesystem::path& path, const std::error_code& error);
 
-// A file being written at `path`. The destructor removes it unless Commit was called. Throws
+// A file being written at `path`. One that was there is removed first: written over, it would
+// change under its other names. The destructor removes the file unless Commit was called. Throws
 // PublishError if writing fails.
 class NewFile {
  public:

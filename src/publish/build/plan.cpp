@@ -1,12 +1,14 @@
 #include "publish/build/plan.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/ascii.h"
 #include "engine/reference_list.h"
 #include "publish/build/complaints.h"
 #include "publish/build/earlier_publication.h"
 #include "publish/build/list_text.h"
+#include "publish/build/published_payload.h"
 #include "publish/build/removals.h"
 #include "publish/build/staging.h"
 #include "publish/build/tree_names.h"
@@ -61,22 +63,13 @@ IgnoreRules RulesOf(const BuildOptions& options) {
   return rules;
 }
 
-// Null if it isn't a list, or not one that patchers read to its end.
-EarlierList ReadIfList(const fs::path& file) {
-  const std::string text = ReadWholeFile(file);
-  auto earlier = std::make_unique<const PublishedList>(text);
-  const bool isList = text.empty() || earlier->files.Count() + earlier->removals.Count() > 0;
-  if (!isList || !earlier->isReadWhole || !earlier->refused.empty()) return nullptr;
-  return earlier;
-}
-
 // The list that removals are made from; null if there is none.
 EarlierList ListToRemoveFrom(const BuildOptions& options) {
   if (options.removeFrom.empty()) return nullptr;
   const fs::path file = ListFile(options.removeFrom, options.listName);
   const fs::path own = options.output / options.listName;
   if (Canonical(file) == Canonical(own) && !fs::exists(own)) return nullptr;
-  EarlierList earlier = ReadIfList(file);
+  EarlierList earlier = ReadPublishedList(file);
   if (earlier == nullptr) {
     throw PublishError(ShownPath(file.native()) +
                        ": not a list, or not one that patchers read to its end");
@@ -87,7 +80,43 @@ EarlierList ListToRemoveFrom(const BuildOptions& options) {
 // Null if there is none.
 EarlierList ListInOutput(const BuildOptions& options) {
   const fs::path file = options.output / options.listName;
-  return fs::exists(file) && !fs::is_directory(file) ? ReadIfList(file) : nullptr;
+  return fs::exists(file) && !fs::is_directory(file) ? ReadPublishedList(file) : nullptr;
+}
+
+// Null if no publication is to be reused.
+EarlierList ListToReuse(const BuildOptions& options) {
+  if (options.reuse.empty()) return nullptr;
+  const fs::path file = options.reuse / options.listName;
+  EarlierList list = fs::exists(file) ? ReadPublishedList(file) : nullptr;
+  if (list == nullptr) {
+    throw PublishError(ShownPath(file.native()) +
+                       ": there is no list that patchers read to its end, so --reuse finds no "
+                       "publication; --list NAME names its list");
+  }
+  return list;
+}
+
+void CheckRedirection(const std::string& where, const std::string& text, Complaints& complaints) {
+  for (const RedirectionFlaw& flaw : RedirectionFlaws(text)) complaints.Add(where, flaw.what);
+}
+
+// The text of the file that redirects players, if the build has to write it. One that stays where
+// it is, or comes from another publication, is checked as well.
+std::optional<std::string> Redirection(const BuildOptions& options, Complaints& complaints) {
+  if (!options.redirection.empty()) {
+    CheckRedirection("--cdn", options.redirection, complaints);
+    return options.redirection;
+  }
+  const fs::path own = options.output / kRedirectionName;
+  const fs::path other = options.reuse / kRedirectionName;
+  const bool stays = fs::exists(own);
+  const bool comes =
+      !stays && options.takesRedirection && !options.reuse.empty() && fs::exists(other);
+  if (!stays && !comes) return std::nullopt;
+  const fs::path& file = stays ? own : other;
+  const std::string text = ReadWholeFile(file);
+  CheckRedirection(ShownPath(file.native()), text, complaints);
+  return comes ? std::optional(text) : std::nullopt;
 }
 
 // Files of the tree can't collide with each other in the output, but with what the tool puts there.
@@ -140,6 +169,7 @@ PublicationPlan PlanPublication(const BuildOptions& options) {
   PublicationPlan plan;
   plan.files = ScanTree(options.tree, RulesOf(options), options.names, complaints);
   CheckOwnPlaces(plan.files, options.listName, complaints);
+  plan.redirection = Redirection(options, complaints);
   plan.earlier = ListToRemoveFrom(options);
   plan.removals =
       Removals(RequestedRemovals(options, complaints), plan.earlier.get(), plan.files, complaints);
@@ -150,7 +180,12 @@ PublicationPlan PlanPublication(const BuildOptions& options) {
         ShownPath(options.tree.native()) +
         ": holds no file to publish. Is it complete? If so, --allow-empty allows it");
   }
-  if (!plan.earlier) plan.earlier = ListInOutput(options);
+  EarlierList inOutput = ListInOutput(options);
+  EarlierList reused = ListToReuse(options);
+  for (const EarlierList* const list : {&plan.earlier, &inOutput, &reused}) {
+    if (*list) plan.spelling.Add(**list);
+  }
+  if (!plan.earlier) plan.earlier = std::move(inOutput ? inOutput : reused);
   if (plan.earlier) RequireFewRemoved(*plan.earlier, plan.files, options.maxRemovedPercent);
   // Refuses what a list can't express before the long work begins.
   static_cast<void>(ListText({}, plan.removals, plan.clientExe));

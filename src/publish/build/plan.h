@@ -3,11 +3,13 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "engine/file_record.h"
 #include "publish/build/publication.h"
+#include "publish/build/size_spelling.h"
 #include "publish/build/source_tree.h"
 #include "publish/common/published_list.h"
 
@@ -19,9 +21,11 @@ using EarlierList = std::unique_ptr<const PublishedList>;
 struct PublicationPlan {
   std::vector<SourceFile> files;
   std::vector<FileRecord> removals;
-  std::string clientExe;  // as the list names it
-  // The list that is replaced: the one of `removeFrom`, or else the one in `output`.
+  std::string clientExe;                   // as the list names it
+  std::optional<std::string> redirection;  // the text of its enable.cdn, if that has to be written
+  // The list that is replaced: the one of `removeFrom`, or else in `output`, or else in `reuse`.
   EarlierList earlier;
+  SizeSpelling spelling;  // of all these
 };
 
 // Throws PublishError if the list can't have its name, or one of tree and output contains the

@@ -1,5 +1,6 @@
 #include "publish/build/publication.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "publish/build/complaints.h"
@@ -7,24 +8,17 @@
 #include "publish/build/list_text.h"
 #include "publish/build/new_file.h"
 #include "publish/build/plan.h"
+#include "publish/build/published_payload.h"
 #include "publish/build/staging.h"
 #include "publish/common/parallel_for.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
+#include "publish/common/redirection.h"
 
 namespace velmora::publish {
 namespace {
 
 namespace fs = std::filesystem;
-
-// The records of the files whose earlier payloads can stay; nothing for the others.
-std::vector<std::optional<FileRecord>> UnchangedRecords(const std::vector<SourceFile>& files,
-                                                        const BuildOptions& options) {
-  const EarlierPublication earlier(options.output, options.listName, options.payload);
-  std::vector<std::optional<FileRecord>> records(files.size());
-  ParallelFor(files.size(), [&](std::size_t i) { records[i] = earlier.Unchanged(files[i]); });
-  return records;
-}
 
 // Staged files on their way to their places, in the order in which they are added.
 class NewFiles {
@@ -45,23 +39,49 @@ class NewFiles {
   std::vector<Placement> placements_;
 };
 
-// Writes the payloads that have to be made, each under its file's number, and adds them to
+// A file's record, and whether its payload waits to be moved to its place.
+struct Publishable {
+  std::optional<FileRecord> record;  // nothing: the payload must be made
+  bool isStaged = false;
+};
+
+// What earlier publications have of the files.
+std::vector<Publishable> TakeOver(const std::vector<SourceFile>& files, const BuildOptions& options,
+                                  const Staging& staging, BuildSummary& summary) {
+  const EarlierPublication own(options.output, options.listName, options.payload);
+  std::optional<EarlierPublication> other;
+  if (!options.reuse.empty()) other.emplace(options.reuse, options.listName, options.payload);
+  std::vector<Publishable> found(files.size());
+  ParallelFor(files.size(), [&](std::size_t i) {
+    found[i].record = own.Unchanged(files[i]);
+    if (found[i].record || !other) return;
+    found[i].record = other->Reuse(files[i], staging.At(i));
+    found[i].isStaged = found[i].record.has_value();
+  });
+  summary.canReuse = other && other->IsUsable();
+  summary.reused = static_cast<std::size_t>(
+      std::count_if(found.begin(), found.end(), [](const Publishable& p) { return p.isStaged; }));
+  return found;
+}
+
+// Writes the payloads that have to be made, each under its file's number, and adds all new ones to
 // `newFiles`. Returns the records of all files.
 std::vector<FileRecord> WriteNewPayloads(const std::vector<SourceFile>& files,
                                          const BuildOptions& options, const Staging& staging,
-                                         NewFiles& newFiles) {
-  const auto unchanged = UnchangedRecords(files, options);
+                                         NewFiles& newFiles, BuildSummary& summary) {
+  const std::vector<Publishable> found = TakeOver(files, options, staging, summary);
   std::vector<PayloadTask> tasks;
   for (std::size_t i = 0; i < files.size(); ++i) {
-    if (!unchanged[i]) tasks.push_back({&files[i], staging.At(i)});
+    if (!found[i].record) tasks.push_back({&files[i], staging.At(i)});
   }
   const std::vector<FileRecord> written = WritePayloads(tasks, options.payload);
   auto next = written.begin();
   std::vector<FileRecord> records;
   records.reserve(files.size());
   for (std::size_t i = 0; i < files.size(); ++i) {
-    records.push_back(unchanged[i] ? *unchanged[i] : *next++);
-    if (!unchanged[i]) newFiles.Add(i, PayloadPlace(records.back()));
+    const bool isNew = !found[i].record || found[i].isStaged;
+    records.push_back(found[i].record ? *found[i].record : *next++);
+    if (isNew) newFiles.Add(i, PayloadPlace(records.back()));
   }
   return records;
 }
@@ -69,8 +89,8 @@ std::vector<FileRecord> WriteNewPayloads(const std::vector<SourceFile>& files,
 // The same, but a file that can't be read isn't the only one that is named.
 std::vector<FileRecord> WriteRecords(const std::vector<SourceFile>& files,
                                      const BuildOptions& options, const Staging& staging,
-                                     NewFiles& newFiles) try {
-  return WriteNewPayloads(files, options, staging, newFiles);
+                                     NewFiles& newFiles, BuildSummary& summary) try {
+  return WriteNewPayloads(files, options, staging, newFiles, summary);
 } catch (const PublishError&) {
   Complaints complaints;
   CheckReadable(files, complaints);
@@ -78,8 +98,8 @@ std::vector<FileRecord> WriteRecords(const std::vector<SourceFile>& files,
   throw;
 }
 
-BuildSummary Sum(const std::vector<FileRecord>& records, const PublishedList* earlier) {
-  BuildSummary summary;
+void Sum(const std::vector<FileRecord>& records, const PublishedList* earlier,
+         BuildSummary& summary) {
   summary.files = records.size();
   for (const FileRecord& record : records) {
     summary.compressed += record.compressed ? 1 : 0;
@@ -88,7 +108,6 @@ BuildSummary Sum(const std::vector<FileRecord>& records, const PublishedList* ea
   }
   const PublishedList none("");
   summary.changes = ChangesSince(earlier == nullptr ? none : *earlier, records);
-  return summary;
 }
 
 }  // namespace
@@ -99,15 +118,20 @@ BuildSummary BuildPublication(const BuildOptions& options) {
   const Staging staging(options.output);
   const PublicationPlan plan = PlanPublication(options);
 
+  BuildSummary summary;
   NewFiles newFiles(staging);
-  const std::vector<FileRecord> records = WriteRecords(plan.files, options, staging, newFiles);
+  std::vector<FileRecord> records = WriteRecords(plan.files, options, staging, newFiles, summary);
+  for (FileRecord& record : records) plan.spelling.Spell(record);
   const std::string list = ListText(records, plan.removals, plan.clientExe);
+  std::size_t number = plan.files.size();
+  if (plan.redirection) newFiles.AddText(number++, *plan.redirection, kRedirectionName);
   // The settings hold the list's digest, so that they are valid for no other list.
-  newFiles.AddText(plan.files.size(), SettingsText(options.payload, list), kSettingsName);
-  newFiles.AddText(plan.files.size() + 1, list, options.listName);
+  newFiles.AddText(number++, SettingsText(options.payload, list), kSettingsName);
+  newFiles.AddText(number, list, options.listName);
   StopIfAsked(options.payload);
   newFiles.Publish();
-  return Sum(records, plan.earlier.get());
+  Sum(records, plan.earlier.get(), summary);
+  return summary;
 }
 
 }  // namespace velmora::publish

@@ -25,8 +25,14 @@ struct BuildOptions {
   // An earlier list, or the folder of its publication: files that are gone since then are removed
   // from players' disks. May be the one in `output`, also when that doesn't exist yet. Empty: none.
   std::filesystem::path removeFrom;
+  // The folder of another publication, whose payloads of unchanged files are taken over: by a hard
+  // link, or a copy where that isn't possible. Empty: none.
+  std::filesystem::path reuse;
+  // The text for the file enable.cdn, a URL. Empty: the one in `output` stays.
+  std::string redirection;
+  bool takesRedirection = true;  // the one of `reuse`, if there is none in `output`
   // The share of the earlier publication's files, and of their bytes, that the tree may lack. The
-  // earlier publication is `removeFrom`, or else the one in `output`.
+  // earlier publication is `removeFrom`, or else the one in `output`, or else `reuse`.
   unsigned maxRemovedPercent = 25;
   bool allowEmpty = false;  // a tree without a file
   // The encoding of the tree's names, and of the texts of `clientExe` and `removals`, as a
@@ -41,7 +47,9 @@ struct BuildSummary {
   std::size_t compressed = 0;
   std::uint64_t contentBytes = 0;
   std::uint64_t transferBytes = 0;
-  Changes changes;  // since the earlier publication
+  std::size_t reused = 0;  // payloads of `reuse`
+  bool canReuse = false;   // `reuse` was made with the same settings
+  Changes changes;         // since the earlier publication
 };
 
 // Writes the payloads of all files of the tree, on all cores, and the list. Once everything is
@@ -50,7 +58,8 @@ struct BuildSummary {
 // the disk before the list is moved, and the list before this function returns. (This flushes the
 // whole file system three times, which is far faster than flushing each file.) If the publication
 // in `output` was made with the same settings, the payloads of unchanged files are left alone. The
-// result is the same on every run and machine with the same zlib, whatever `output` held.
+// result is the same on every run and machine with the same zlib, whatever `output` held, except
+// for zeros in front of sizes (size_spelling.h).
 //
 // Throws PublishError. The earlier publication is then unchanged; if the disk fails so badly during
 // those last steps that they can't be undone, RecoverPublication (staging.h) does it later, and so

@@ -10,6 +10,7 @@
 #include "publish/build/staging.h"
 #include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
+#include "publish/common/disk_text.h"
 #include "publish/common/list_path.h"
 
 namespace velmora::publish {
@@ -83,6 +84,19 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
                    "An earlier list, or its publication's folder: files that are gone since then "
                    "are removed from players' disks");
   build
+      .add_option("--reuse", options.reuse,
+                  "Another publication's folder: payloads of unchanged files are taken from it, by "
+                  "hard link or else by copy, and so is its enable.cdn")
+      ->check(CLI::ExistingDirectory);
+  CLI::Option* const cdn =
+      build.add_option("--cdn", options.redirection,
+                       "Redirect players to this URL, http://host/path: writes OUT/enable.cdn");
+  build
+      .add_flag_callback(
+          "--no-cdn", [&options] { options.takesRedirection = false; },
+          "Don't take over the enable.cdn of --reuse; one in OUT stays")
+      ->excludes(cdn);
+  build
       .add_option("--max-removed", options.maxRemovedPercent,
                   "Percent of the earlier publication's files, and bytes, that TREE may lack")
       ->check(CLI::Range(0U, 100U))
@@ -91,6 +105,17 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
   build.add_option(
       "--ignore", options.ignoreFile,
       "A file with rules for what isn't published, like .gitignore; default: TREE/.publishignore");
+}
+
+void PrintReused(const BuildOptions& options, const BuildSummary& summary) {
+  const std::string name = ShownPath(options.reuse.native());
+  if (summary.canReuse) {
+    std::printf("%zu payloads reused from %s\n", summary.reused, name.c_str());
+  } else {
+    std::printf(
+        "no payload reused from %s: it was made with other settings, or its list was changed\n",
+        name.c_str());
+  }
 }
 
 void Build(const BuildOptions& options) {
@@ -104,6 +129,7 @@ void Build(const BuildOptions& options) {
               summary.files, static_cast<unsigned long long>(summary.contentBytes),
               static_cast<unsigned long long>(summary.transferBytes), summary.compressed,
               time.count());
+  if (!options.reuse.empty()) PrintReused(options, summary);
 }
 
 }  // namespace

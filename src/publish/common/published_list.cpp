@@ -23,6 +23,14 @@ PublishedList::PublishedList(std::string_view text) {
   isReadWhole = unread.empty();
 }
 
+std::unique_ptr<const PublishedList> ReadPublishedList(const fs::path& file) {
+  const std::string text = ReadWholeFile(file);
+  auto list = std::make_unique<const PublishedList>(text);
+  const bool isList = text.empty() || list->files.Count() + list->removals.Count() > 0;
+  if (!isList || !list->isReadWhole || !list->refused.empty()) return nullptr;
+  return list;
+}
+
 std::optional<HashKind> ListedHash(std::string_view hash) {
   const bool isHexadecimal = std::all_of(hash.begin(), hash.end(), [](char c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');

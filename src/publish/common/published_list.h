@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,11 @@ struct PublishedList {
   // False if a NUL byte, or a line over its limit, ends the reading before the end of the text.
   bool isReadWhole = true;
 };
+
+// The list of a file. Null if it isn't a list, or not one that patchers read to its end. Throws
+// PublishError if the file can't be read.
+[[nodiscard]] std::unique_ptr<const PublishedList> ReadPublishedList(
+    const std::filesystem::path& file);
 
 // The kind of a hash text, which has 40 or 32 upper-case hexadecimal digits. Nothing for any other
 // text: it never equals one that a patcher computes.

@@ -2,11 +2,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "publish/build/payload.h"
+#include "publish/common/progress_line.h"
 #include "support/publish_tool.h"
 #include "support/workspace.h"
 
@@ -88,6 +92,79 @@ TEST_F(Commands, LostOutputIsAFailure) {
   EXPECT_TRUE(
       RunPublish("build tree other 2>&1 >&-").starts_with("1: velmora-publish: the output"));
   EXPECT_EQ(test::ReadFile("other/hashlist.dat"), test::ReadFile("out/hashlist.dat"));
+}
+
+// The figures of one JSON object, or a line of text, or nothing; never progress in a pipe, unless
+// it is asked for. Threads change nothing.
+TEST_F(Commands, BuildPrintsWhatIsWanted) {
+  test::WriteFile("tree/a", std::string(20 << 20, 'a'));
+  for (int i = 0; i < 50; ++i) test::WriteFile("tree/f" + std::to_string(i), std::string(i, 'f'));
+  using nlohmann::json;
+  json first;
+  for (const std::string jobs : {"1", "2", "5"}) {
+    const std::string out = "out" + jobs;
+    const std::string text = RunPublish("build tree " + out + " --json 2>&1 --jobs " + jobs);
+    ASSERT_TRUE(text.starts_with("0: {")) << text;
+    json report = json::parse(text.substr(3));
+    EXPECT_GE(report["seconds"], 0);
+    report.erase("seconds");
+    if (first.is_null()) first = report;
+    EXPECT_EQ(report, first);
+    EXPECT_EQ(report["added"], 51);
+    EXPECT_EQ(report["leftover"], "none");
+    EXPECT_EQ(report["warnings"], json::array());
+    for (const auto& entry : std::filesystem::directory_iterator(out)) {
+      EXPECT_EQ(test::ReadFile(entry.path()), test::ReadFile("out1" / entry.path().filename()));
+    }
+  }
+  EXPECT_EQ(RunPublish("build tree out1 --quiet 2>&1"), "0: ");
+  EXPECT_TRUE(RunPublish("build tree out1 2>&1").starts_with("0: 0 added, 0 changed, 0 removed\n"));
+  const std::string drawn = RunPublish("build tree out1 --progress 2>&1 >/dev/null");
+  EXPECT_TRUE(drawn.starts_with("0: \r\x1B[K") && drawn.ends_with("\r\x1B[K")) << drawn;
+  EXPECT_EQ(RunPublish("build nowhere out1 --json --quiet 2>/dev/null"), "2: ");
+}
+
+TEST(ProgressLine, ShowsWhatIsDoneAndWhatIsLeft) {
+  Progress progress;
+  EXPECT_EQ(ProgressText(progress, 0), "[----------------] 0/0 files, 0.0 kB");
+  progress.Begin("reading the tree", 0, 0);
+  EXPECT_EQ(ProgressText(progress, 5), "reading the tree");
+  progress.Begin("writing", 4, 8'000'000'000'000);
+  progress.files = 1;
+  progress.bytes = 2'000'000'000'000;
+  EXPECT_EQ(ProgressText(progress, 0.1), "writing [##-------] 1/4 files, 2.0 TB");
+  EXPECT_EQ(ProgressText(progress, 4000),
+            "writing [##-------] 1/4 files, 2.0 TB, 500.0 MB/s, 3:20:00 left");
+  progress.phase = "";
+  EXPECT_EQ(ProgressText(progress, 20),
+            "[####------------] 1/4 files, 2.0 TB, 100.0 GB/s, 1:00 left");
+  progress.Begin("comparing", 2, 0);  // empty files
+  progress.files = 1;
+  EXPECT_EQ(ProgressText(progress, 1),
+            "comparing [###----] 1/2 files, 0.0 kB, 0.0 kB/s, 0:01 left");
+  progress.filesTotal = progress.files = progress.bytes = progress.bytesTotal = 999'999'999'999;
+  EXPECT_LE(ProgressText(progress, 1).size(), 79U);
+}
+
+// What has to be read twice, since its compression doesn't pay, counts twice.
+TEST_F(Commands, ProgressEndsAtItsTotal) {
+  std::string noise;
+  for (unsigned n = 1; noise.size() < 40 << 18;)
+    noise += static_cast<char>((n = n * 1664525 + 1013904223) >> 24);
+  test::WriteFile("tree/large", noise);
+  test::WriteFile("tree/small", noise.substr(0, 1000));
+  test::WriteFile("tree/text", std::string(1000, 't'));
+  const SourceFile files[] = {{"tree/large", "large", noise.size()},
+                              {"tree/small", "small", 1000},
+                              {"tree/text", "text", 1000}};
+  Progress progress;
+  progress.Begin("", 3, noise.size() + 2000);
+  PayloadOptions options;
+  options.progress = &progress;
+  static_cast<void>(WritePayloads({{&files[0], "0"}, {&files[1], "1"}, {&files[2], "2"}}, options));
+  EXPECT_EQ(progress.files, 3U);
+  EXPECT_GT(progress.bytes, noise.size() + 3000);
+  EXPECT_EQ(progress.bytes, progress.bytesTotal);
 }
 
 TEST_F(Commands, VersionNamesWhatDecidesTheBytes) {

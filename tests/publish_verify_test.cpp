@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "publish/verify/progress_line.h"
+#include "publish/common/progress_line.h"
 #include "publish/verify/verification.h"
 #include "support/publish_tool.h"
 #include "support/workspace.h"

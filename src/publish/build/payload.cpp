@@ -33,6 +33,14 @@ bool Pays(std::uint64_t packed, std::uint64_t size, unsigned percent) {
   return packed < size && packed * 100 <= size * (100 - percent);
 }
 
+void CountBytes(const PayloadOptions& options, std::size_t count) {
+  if (options.progress != nullptr) options.progress->bytes += count;
+}
+
+void CountFile(const PayloadOptions& options) {
+  if (options.progress != nullptr) ++options.progress->files;
+}
+
 // Turns one file into a zlib stream, in rounds of blocks. While the blocks of one round are
 // deflated side by side, the next round is read and the previous one written.
 class StreamWriter {
@@ -62,6 +70,7 @@ class StreamWriter {
   void Append(const Round& round);
   void Append(std::span<const std::uint8_t> bytes);
   [[nodiscard]] bool FailsTrial(const Round& round);
+  bool GiveUp();
 
   const PayloadOptions& options_;
   const std::size_t threads_;
@@ -88,14 +97,14 @@ bool StreamWriter::Write(FileRecord& record) {
       if (i >= 2) DeflateBlock(current, i - 2);
     };
     ParallelFor(current.blocks.size() + 2, work, threads_);
-    if (FailsTrial(current)) return false;
+    if (FailsTrial(current)) return GiveUp();
     previous = std::move(current);
     current = std::move(next);
   }
   Append(previous);
   Append(checksum_.Trailer());
   if (options_.compress == Compress::kPays && !Pays(stream_.size(), size_, options_.paysFrom)) {
-    return false;
+    return GiveUp();
   }
   stream_.Commit();
   record.contentHash = content_.Text();
@@ -120,6 +129,7 @@ StreamWriter::Round StreamWriter::Read(const Round& before) {
   round.bytes.resize(round.dictionarySize + count);
   std::uint8_t* const content = round.bytes.data() + round.dictionarySize;
   content_.Add(content, reader_.Read(content, count));
+  CountBytes(options_, count);
   round.isLast = reader_.left() == 0;
   round.blocks.resize((count + kBlockSize - 1) / kBlockSize);
   return round;
@@ -153,6 +163,12 @@ bool StreamWriter::FailsTrial(const Round& round) {
          deflatedSize_ >= kTrialBlocks * kBlockSize;
 }
 
+// The file has to be read once more.
+bool StreamWriter::GiveUp() {
+  if (options_.progress != nullptr) options_.progress->bytesTotal += size_ - reader_.left();
+  return false;
+}
+
 void WritePlain(const PayloadTask& task, const PayloadOptions& options, FileRecord& record) {
   SizedReader reader(task.file->path, task.file->size);
   NewFile copy(task.target);
@@ -164,6 +180,7 @@ void WritePlain(const PayloadTask& task, const PayloadOptions& options, FileReco
     const std::size_t count = reader.Read(chunk.data(), chunk.size());
     content.Add(chunk.data(), count);
     copy.Write(chunk.data(), count);
+    CountBytes(options, count);
   } while (reader.left() > 0);
   copy.Commit();
   record.contentHash = record.transferHash = content.Text();
@@ -245,14 +262,19 @@ std::vector<FileRecord> WritePayloads(const std::vector<PayloadTask>& tasks,
   std::vector<Job> others;
   for (Job job : JobsOf(tasks, options, records)) {
     const bool isLarge = job.isTried && job.task->file->size > kMaxAlone;
-    if (isLarge && Compresses(job, options, CoreCount())) continue;
+    if (isLarge && Compresses(job, options, options.jobs)) {
+      CountFile(options);
+      continue;
+    }
     if (isLarge) job.isTried = false;
     others.push_back(job);
   }
-  ParallelFor(others.size(), [&](std::size_t i) {
+  const auto write = [&](std::size_t i) {
     const Job& job = others[i];
     if (!Compresses(job, options, 1)) WritePlain(*job.task, options, *job.record);
-  });
+    CountFile(options);
+  };
+  ParallelFor(others.size(), write, options.jobs);
   return records;
 }
 

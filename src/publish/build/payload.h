@@ -10,6 +10,8 @@
 #include "engine/file_record.h"
 #include "publish/build/source_tree.h"
 #include "publish/common/file_digest.h"
+#include "publish/common/parallel_for.h"
+#include "publish/common/progress_line.h"
 
 namespace velmora::publish {
 
@@ -32,6 +34,10 @@ struct PayloadOptions {
   std::set<std::string> plainTypes = CompressedTypes();
   // Set to true, from any thread, to stop the work; may be null.
   const std::atomic<bool>* stop = nullptr;
+  // Threads that work at once, at least one. Nothing else depends on it.
+  std::size_t jobs = CoreCount();
+  // Counts what is done, in bytes of the tree; may be null.
+  Progress* progress = nullptr;
 };
 
 // Throws PublishError if the options' `stop` is set.
@@ -43,9 +49,9 @@ struct PayloadTask {
 };
 
 // Reads the files, writes their payloads and returns their records, in the order of the tasks. A
-// payload depends only on its file's content and path, on the options and on zlib. Uses all cores:
-// together for each large file, one for each of the others. Needs some 10 MiB of memory for each
-// core. Throws PublishError, also when asked to stop; complete payloads then remain.
+// payload depends only on its file's content and path, on the options and on zlib. All threads
+// work together on each large file, and one on each of the others. Needs some 10 MiB of memory for
+// each thread. Throws PublishError, also when asked to stop; complete payloads then remain.
 [[nodiscard]] std::vector<FileRecord> WritePayloads(const std::vector<PayloadTask>& tasks,
                                                     const PayloadOptions& options);
 

@@ -20,6 +20,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
+void BeginPhase(const PayloadOptions& options, const char* name, std::size_t files = 0,
+                std::uint64_t bytes = 0) {
+  if (options.progress != nullptr) options.progress->Begin(name, files, bytes);
+}
+
 // Staged files on their way to their places, in the order in which they are added.
 class NewFiles {
  public:
@@ -52,12 +57,21 @@ std::vector<Publishable> TakeOver(const std::vector<SourceFile>& files, const Bu
   std::optional<EarlierPublication> other;
   if (!options.reuse.empty()) other.emplace(options.reuse, options.listName, options.payload);
   std::vector<Publishable> found(files.size());
-  ParallelFor(files.size(), [&](std::size_t i) {
+  std::uint64_t bytes = 0;
+  for (const SourceFile& file : files) bytes += file.size;
+  BeginPhase(options.payload, "comparing", files.size(), bytes);
+  const auto takeOver = [&](std::size_t i) {
     found[i].record = own.Unchanged(files[i]);
-    if (found[i].record || !other) return;
-    found[i].record = other->Reuse(files[i], staging.At(i));
-    found[i].isStaged = found[i].record.has_value();
-  });
+    if (!found[i].record && other) {
+      found[i].record = other->Reuse(files[i], staging.At(i));
+      found[i].isStaged = found[i].record.has_value();
+    }
+    if (Progress* const progress = options.payload.progress) {
+      ++progress->files;
+      progress->bytes += files[i].size;
+    }
+  };
+  ParallelFor(files.size(), takeOver, options.payload.jobs);
   summary.canReuse = other && other->IsUsable();
   summary.reused = static_cast<std::size_t>(
       std::count_if(found.begin(), found.end(), [](const Publishable& p) { return p.isStaged; }));
@@ -71,9 +85,13 @@ std::vector<FileRecord> WriteNewPayloads(const std::vector<SourceFile>& files,
                                          NewFiles& newFiles, BuildSummary& summary) {
   const std::vector<Publishable> found = TakeOver(files, options, staging, summary);
   std::vector<PayloadTask> tasks;
+  std::uint64_t bytes = 0;
   for (std::size_t i = 0; i < files.size(); ++i) {
-    if (!found[i].record) tasks.push_back({&files[i], staging.At(i)});
+    if (found[i].record) continue;
+    tasks.push_back({&files[i], staging.At(i)});
+    bytes += files[i].size;
   }
+  BeginPhase(options.payload, "writing", tasks.size(), bytes);
   const std::vector<FileRecord> written = WritePayloads(tasks, options.payload);
   auto next = written.begin();
   std::vector<FileRecord> records;
@@ -116,6 +134,7 @@ BuildSummary BuildPublication(const BuildOptions& options) {
   RequireUsable(options);
   // Its lock holds from the reading of the earlier list to the end.
   const Staging staging(options.output);
+  BeginPhase(options.payload, "reading the tree");
   const PublicationPlan plan = PlanPublication(options);
 
   BuildSummary summary;
@@ -129,6 +148,7 @@ BuildSummary BuildPublication(const BuildOptions& options) {
   newFiles.AddText(number++, SettingsText(options.payload, list), kSettingsName);
   newFiles.AddText(number, list, options.listName);
   StopIfAsked(options.payload);
+  BeginPhase(options.payload, "moving the files to their places");
   newFiles.Publish();
   Sum(records, plan.earlier.get(), summary);
   return summary;

@@ -50,9 +50,11 @@ struct BuildSummary {
   std::size_t reused = 0;  // payloads of `reuse`
   bool canReuse = false;   // `reuse` was made with the same settings
   Changes changes;         // since the earlier publication
+  // What a publisher may not have meant, ready for a terminal. It is published all the same.
+  std::vector<std::string> warnings;
 };
 
-// Writes the payloads of all files of the tree, on all cores, and the list. Once everything is
+// Writes the payloads of all files of the tree and the list. Once everything is
 // complete, moves the payloads to their places, and then the list in one step, so that a list never
 // names a file that isn't there. That holds even after a power cut: the payloads are flushed to
 // the disk before the list is moved, and the list before this function returns. (This flushes the

@@ -1,10 +1,12 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "platform/processes.h"
 #include "publish/build/publication.h"
 #include "publish/build/removals.h"
 #include "publish/build/staging.h"
@@ -12,6 +14,7 @@
 #include "publish/commands/commands.h"
 #include "publish/common/disk_text.h"
 #include "publish/common/list_path.h"
+#include "publish/common/progress_line.h"
 
 namespace velmora::publish {
 namespace {
@@ -54,6 +57,22 @@ void AddCompressionOptions(CLI::App& build, PayloadOptions& options) {
           "More extensions of files that aren't even tried")
       ->delimiter(',')
       ->allow_extra_args(false);
+}
+
+// How the build works and what it prints.
+struct BuildManners {
+  bool isQuiet = false;
+  bool asJson = false;
+  bool showsProgress = false;
+};
+
+void AddManners(CLI::App& build, BuildOptions& options, BuildManners& manners) {
+  build.add_option("--jobs", options.payload.jobs, "Threads at a time; default: one for each core")
+      ->check(CLI::Range(1, 256));
+  CLI::Option* const quiet = build.add_flag("--quiet", manners.isQuiet, "Print only warnings");
+  build.add_flag("--json", manners.asJson, "Print the figures as one JSON object");
+  build.add_flag("--progress", manners.showsProgress, "Show the progress even without a terminal")
+      ->excludes(quiet);
 }
 
 void AddOptions(CLI::App& build, BuildOptions& options) {
@@ -118,18 +137,50 @@ void PrintReused(const BuildOptions& options, const BuildSummary& summary) {
   }
 }
 
-void Build(const BuildOptions& options) {
-  const auto start = std::chrono::steady_clock::now();
-  PrintLeftover(RecoverPublication(options.output));
-  const BuildSummary summary = BuildPublication(options);
-  const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+void PrintText(const BuildOptions& options, const BuildSummary& summary, double seconds) {
   std::printf("%zu added, %zu changed, %zu removed\n", summary.changes.added,
               summary.changes.changed, summary.changes.removed);
   std::printf("%zu files, %llu bytes; to download: %llu bytes, %zu files compressed; %.1f s\n",
               summary.files, static_cast<unsigned long long>(summary.contentBytes),
-              static_cast<unsigned long long>(summary.transferBytes), summary.compressed,
-              time.count());
+              static_cast<unsigned long long>(summary.transferBytes), summary.compressed, seconds);
   if (!options.reuse.empty()) PrintReused(options, summary);
+}
+
+void PrintJson(const BuildSummary& summary, Leftover leftover, double seconds) {
+  const nlohmann::ordered_json report = {{"files", summary.files},
+                                         {"added", summary.changes.added},
+                                         {"changed", summary.changes.changed},
+                                         {"removed", summary.changes.removed},
+                                         {"bytes", summary.contentBytes},
+                                         {"transferBytes", summary.transferBytes},
+                                         {"compressed", summary.compressed},
+                                         {"reused", summary.reused},
+                                         {"leftover", LeftoverName(leftover)},
+                                         {"warnings", summary.warnings},
+                                         {"seconds", seconds}};
+  std::printf("%s\n", report.dump(2).c_str());
+}
+
+BuildSummary BuildWithProgress(BuildOptions options, const BuildManners& manners) {
+  Progress progress;
+  options.payload.progress = &progress;
+  const bool isShown = manners.showsProgress || platform::IsErrorStreamATerminal();
+  const ProgressLine line(progress, isShown && !manners.isQuiet);
+  return BuildPublication(options);
+}
+
+void Build(const BuildOptions& options, const BuildManners& manners) {
+  const auto start = std::chrono::steady_clock::now();
+  const Leftover leftover = RecoverPublication(options.output);
+  const bool printsText = !manners.asJson && !manners.isQuiet;
+  if (printsText) PrintLeftover(leftover);
+  const BuildSummary summary = BuildWithProgress(options, manners);
+  const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+  if (manners.asJson) return PrintJson(summary, leftover, time.count());
+  for (const std::string& warning : summary.warnings) {
+    std::fprintf(stderr, "velmora-publish: warning: %s\n", warning.c_str());
+  }
+  if (printsText) PrintText(options, summary, time.count());
 }
 
 }  // namespace
@@ -137,13 +188,15 @@ void Build(const BuildOptions& options) {
 void AddBuildCommand(CLI::App& app, int& status) {
   CLI::App* build = app.add_subcommand("build", "Builds a publication from a folder of files");
   const auto options = std::make_shared<BuildOptions>();
+  const auto manners = std::make_shared<BuildManners>();
   options->payload.stop = &stopAsked;
   AddOptions(*build, *options);
+  AddManners(*build, *options, *manners);
   Describe(*build, "0 published, 1 not published: the publication before stands",
            "build game /srv/velmora/publication --exe '\\Game.exe' --remove-from "
            "/srv/velmora/publication");
-  build->callback([options, &status] {
-    Build(*options);
+  build->callback([options, manners, &status] {
+    Build(*options, *manners);
     status = kDone;
   });
 }

@@ -23,6 +23,9 @@ extern std::atomic<bool> stopAsked;
 // What has become of a build that was killed; nothing if none was.
 void PrintLeftover(Leftover leftover);
 
+// The same as a word for programs: "none", "finished", "undone".
+const char* LeftoverName(Leftover leftover);
+
 void AddBuildCommand(CLI::App& app, int& status);
 void AddDiffCommand(CLI::App& app, int& status);
 void AddLintCommand(CLI::App& app, int& status);

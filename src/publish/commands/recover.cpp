@@ -16,6 +16,11 @@ void PrintLeftover(Leftover leftover) {
   }
 }
 
+const char* LeftoverName(Leftover leftover) {
+  if (leftover == Leftover::kFinished) return "finished";
+  return leftover == Leftover::kUndone ? "undone" : "none";
+}
+
 void AddRecoverCommand(CLI::App& app, int& status) {
   CLI::App* recover = app.add_subcommand(
       "recover", "Finishes or undoes a build that was killed while it moved files into place");

@@ -10,10 +10,10 @@
 #include "platform/processes.h"
 #include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
+#include "publish/common/progress_line.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/shown_text.h"
 #include "publish/verify/player_servers.h"
-#include "publish/verify/progress_line.h"
 #include "publish/verify/verification.h"
 
 namespace velmora::publish {

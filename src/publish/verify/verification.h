@@ -8,9 +8,9 @@
 #include <functional>
 #include <string>
 
+#include "publish/common/progress_line.h"
 #include "publish/verify/origin.h"
 #include "publish/verify/payload_check.h"
-#include "publish/verify/progress_line.h"
 
 namespace velmora::publish {
 

@@ -1,4 +1,4 @@
-#include "publish/verify/progress_line.h"
+#include "publish/common/progress_line.h"
 
 #include <algorithm>
 #include <array>
@@ -13,9 +13,8 @@
 namespace velmora::publish {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr std::chrono::milliseconds kPause(100);
+constexpr double kSettled = 0.5;  // seconds after which a rate means something
 constexpr std::size_t kBarCells = 16;
 constexpr std::size_t kMaxCells = 79;
 
@@ -35,6 +34,14 @@ std::string TimeText(double seconds) {
 
 }  // namespace
 
+void Progress::Begin(const char* name, std::uint64_t allFiles, std::uint64_t allBytes) {
+  files = bytes = 0;
+  filesTotal = allFiles;
+  bytesTotal = allBytes;
+  start = platform::TickCount();
+  phase = name;
+}
+
 std::string ByteText(double bytes) {
   static constexpr std::array kUnits = {"kB", "MB", "GB", "TB"};
   std::size_t unit = 0;
@@ -44,12 +51,17 @@ std::string ByteText(double bytes) {
 }
 
 std::string ProgressText(const Progress& progress, double seconds) {
+  const std::string phase = progress.phase.load();
+  if (!phase.empty() && progress.filesTotal == 0) return phase;
   const double part = PartDone(progress);
-  const auto cells = static_cast<std::size_t>(part * kBarCells);
-  std::string text = "[" + std::string(cells, '#') + std::string(kBarCells - cells, '-') + "] " +
-                     std::to_string(progress.files) + "/" + std::to_string(progress.filesTotal) +
-                     " files, " + ByteText(static_cast<double>(progress.bytes));
-  if (seconds > 0) text += ", " + ByteText(static_cast<double>(progress.bytes) / seconds) + "/s";
+  const std::size_t width = kBarCells - std::min(phase.size(), kBarCells);
+  const auto cells = static_cast<std::size_t>(part * static_cast<double>(width));
+  std::string text = phase + (phase.empty() ? "[" : " [") + std::string(cells, '#') +
+                     std::string(width - cells, '-') + "] " + std::to_string(progress.files) + "/" +
+                     std::to_string(progress.filesTotal) + " files, " +
+                     ByteText(static_cast<double>(progress.bytes));
+  if (seconds < kSettled) return text;
+  text += ", " + ByteText(static_cast<double>(progress.bytes) / seconds) + "/s";
   if (part > 0) text += ", " + TimeText(seconds / part - seconds) + " left";
   if (text.size() > kMaxCells) text.resize(kMaxCells);
   return text;
@@ -62,15 +74,14 @@ struct ProgressLine::Drawing {
   void Draw() const;
 
   const Progress& progress;
-  const Clock::time_point start = Clock::now();
   std::mutex mutex;  // of the terminal
   std::condition_variable_any ending;
   std::jthread thread;
 };
 
 void ProgressLine::Drawing::Draw() const {
-  const std::chrono::duration<double> time = Clock::now() - start;
-  std::fputs((kEraseLine + ProgressText(progress, time.count())).c_str(), stderr);
+  const double seconds = (platform::TickCount() - progress.start) / 1e3;
+  std::fputs((kEraseLine + ProgressText(progress, seconds)).c_str(), stderr);
 }
 
 void ProgressLine::Drawing::Run(const std::stop_token& end) {

@@ -7,10 +7,18 @@
 #include <memory>
 #include <string>
 
+#include "platform/clock.h"
+
 namespace velmora::publish {
 
 // Written by the working threads, read by the line.
 struct Progress {
+  // Starts a phase of the work, for which figures and time begin anew. To be called by one thread,
+  // while no other counts. `name` is a literal, of at most nine characters if there are figures.
+  void Begin(const char* name, std::uint64_t allFiles, std::uint64_t allBytes);
+
+  std::atomic<const char*> phase = "";
+  std::atomic<std::uint32_t> start = platform::TickCount();  // of the phase
   std::atomic<std::uint64_t> files = 0;
   std::atomic<std::uint64_t> filesTotal = 0;
   std::atomic<std::uint64_t> bytes = 0;
@@ -20,7 +28,8 @@ struct Progress {
 // "1.5 MB" and the like, by powers of 1,000.
 [[nodiscard]] std::string ByteText(double bytes);
 
-// Bar, files, bytes, rate and time left after `seconds` of work; at most 79 characters, all ASCII.
+// Phase, bar, files, bytes, and after a moment rate and time left, by `seconds` of the phase; at
+// most 79 characters, all ASCII. Of a phase without figures, only its name.
 [[nodiscard]] std::string ProgressText(const Progress& progress, double seconds);
 
 // Returns to the beginning of the terminal's line and erases it (ECMA-48, EL).

@@ -7,11 +7,13 @@
 #include <map>
 #include <set>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
 #include "publish/build/new_file.h"
 #include "publish/build/publication.h"
+#include "publish/build/publication_link.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/redirection.h"
 #include "support/workspace.h"
@@ -164,6 +166,71 @@ TEST_F(PublishFolders, RedirectionIsMadeCarriedAlongAndChecked) {
     if (refusal.empty()) {
       EXPECT_EQ(ReadFile("out/enable.cdn"), c.expected) << c.own << c.others;
     }
+  }
+}
+
+TEST_F(PublishFolders, LinkLeadsToTheOldOrTheNewPublication) {
+  WriteFile("tree/a", "x");
+  WriteFile("tree/sub/b", "x");
+  Build("site/1");
+  WriteFile("tree/a", "new");
+  Build("site/2");
+  const auto switchTo = [](const std::string& publication, const fs::path& link = "site/current") {
+    return SwitchLink(link, publication, "hashlist.dat");
+  };
+  SwitchedLink link = switchTo("site/1");
+  EXPECT_EQ(std::pair(link.before, link.now), (std::pair<fs::path, fs::path>("", "1")));
+  EXPECT_FALSE(link.changes);
+  fs::create_symlink("nowhere", "site/current.switching");  // of a killed process
+  link = switchTo("site/2", "site/current/");
+  EXPECT_EQ(std::pair(link.before, link.now), (std::pair<fs::path, fs::path>("1", "2")));
+  EXPECT_EQ(link.changes->changed, 1U);
+  // Elsewhere, through a link, and to itself.
+  fs::create_directories("x/y");
+  EXPECT_EQ(switchTo("site/current", "x/y/link").now, "../../site/2");
+  EXPECT_EQ(switchTo("site/current").now, "2");
+
+  std::size_t missing = 0;
+  {
+    const std::jthread player([&missing](const std::stop_token& end) {
+      while (!end.stop_requested()) missing += fs::exists("site/current/hashlist.dat") ? 0 : 1;
+    });
+    for (int i = 0; i < 30; ++i) switchTo(i % 2 == 0 ? "site/1" : "site/2");
+  }
+  EXPECT_EQ(missing, 0U);
+}
+
+TEST_F(PublishFolders, LinkIsNotSwitchedToWhatPlayersCannotUse) {
+  WriteFile("tree/a", "x");
+  WriteFile("tree/sub/b", "x");
+  Build("old");
+  SwitchLink("current", "old", "hashlist.dat");
+  using Damage = void (*)();
+  for (const auto& [reason, link, damage] :
+       std::vector<std::tuple<std::string, std::string, Damage>>{
+           {"out/sub/b: is missing", "current", [] { fs::remove("out/sub/b"); }},
+           {"out/a: is missing, or hasn't the size", "current", [] { WriteFile("out/a", "xx"); }},
+           {"hashlist.dat: there is no list", "current", [] { fs::remove("out/hashlist.dat"); }},
+           {"no list", "current", [] { WriteFile("out/hashlist.dat", std::string(600, 'x')); }},
+           {"out/enable.cdn: a space", "current",
+            [] { WriteFile("out/enable.cdn", "http://h/d "); }},
+           {"velmora-publish recover out", "current",
+            [] { WriteFile("out/.publishing/journal.undo", ""); }},
+           {"tree: is no symbolic link; rename it", "tree", [] {}},
+           {"tree/a: is no symbolic link", "tree/a", [] {}},
+           {"can't be written", "none/current", [] {}}}) {
+    fs::remove_all("out");
+    Build("out");
+    damage();
+    const Files before = test::FilesHere();
+    try {
+      SwitchLink(link, "out", "hashlist.dat");
+      ADD_FAILURE() << reason;
+    } catch (const PublishError& error) {
+      EXPECT_NE(std::string(error.what()).find(reason), std::string::npos) << error.what();
+    }
+    EXPECT_EQ(test::FilesHere(), before);
+    EXPECT_EQ(fs::read_symlink("current"), "old");
   }
 }
 

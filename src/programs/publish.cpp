@@ -46,6 +46,7 @@ int RunTool(int count, char** arguments) {
   AddLintCommand(app, status);
   AddDiffCommand(app, status);
   AddVerifyCommand(app, status);
+  AddSwitchCommand(app, status);
   AddRecoverCommand(app, status);
   StopOnSignals();
   RunCommandLine(app, count, arguments, status);

@@ -14,10 +14,10 @@ void Complaints::Add(const std::string& path, const std::string& complaint) {
   complaints_.emplace(path, ": " + complaint);
 }
 
-void Complaints::ThrowIfAny() const {
+void Complaints::ThrowIfAny(const std::string& meaning) const {
   constexpr std::size_t kShown = 50;
   if (!HasAny()) return;
-  std::string text = "nothing is published, for " + std::to_string(complaints_.size()) +
+  std::string text = meaning + ", for " + std::to_string(complaints_.size()) +
                      (complaints_.size() == 1 ? " reason:" : " reasons:");
   std::size_t shown = 0;
   for (const auto& [path, rest] : complaints_) {

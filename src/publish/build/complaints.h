@@ -18,9 +18,9 @@ class Complaints {
 
   [[nodiscard]] bool HasAny() const { return !complaints_.empty(); }
 
-  // Throws PublishError if there are any: the first 50 in the byte order of their paths, each on
-  // its line, and the number of the others.
-  void ThrowIfAny() const;
+  // Throws PublishError if there are any: what that means, the first 50 in the byte order of their
+  // paths, each on its line, and the number of the others.
+  void ThrowIfAny(const std::string& meaning = "nothing is published") const;
 
  private:
   std::set<std::pair<std::string, std::string>> complaints_;  // path, the rest of its line

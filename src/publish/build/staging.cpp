@@ -68,6 +68,10 @@ void Staging::RemoveContents() const {
   for (const fs::path& path : contents) fs::remove(path, error);
 }
 
+bool HasUnfinishedReplacement(const fs::path& output) {
+  return Replacement(output / Staging::kFolder, output).IsPending();
+}
+
 Leftover RecoverPublication(const fs::path& output) {
   std::error_code error;
   if (!fs::exists(output / Staging::kFolder, error)) return Leftover::kNone;

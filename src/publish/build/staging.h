@@ -43,6 +43,10 @@ class Staging {
   Leftover leftover_ = Leftover::kNone;
 };
 
+// Whether files of a build are on their way to their places in `output`, or a killed build has left
+// them so.
+[[nodiscard]] bool HasUnfinishedReplacement(const std::filesystem::path& output);
+
 // Finishes or undoes what a killed build has left in `output`, if anything. Throws PublishError.
 Leftover RecoverPublication(const std::filesystem::path& output);
 

@@ -30,6 +30,7 @@ void AddBuildCommand(CLI::App& app, int& status);
 void AddDiffCommand(CLI::App& app, int& status);
 void AddLintCommand(CLI::App& app, int& status);
 void AddRecoverCommand(CLI::App& app, int& status);
+void AddSwitchCommand(CLI::App& app, int& status);
 void AddVerifyCommand(CLI::App& app, int& status);
 
 }  // namespace velmora::publish

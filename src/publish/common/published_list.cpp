@@ -23,6 +23,13 @@ PublishedList::PublishedList(std::string_view text) {
   isReadWhole = unread.empty();
 }
 
+std::vector<FileRecord> RecordsOf(const FileRecordSet& set) {
+  std::vector<FileRecord> records;
+  records.reserve(set.Count());
+  for (const FileRecord& record : set) records.push_back(record);
+  return records;
+}
+
 std::unique_ptr<const PublishedList> ReadPublishedList(const fs::path& file) {
   const std::string text = ReadWholeFile(file);
   auto list = std::make_unique<const PublishedList>(text);

@@ -26,6 +26,9 @@ struct PublishedList {
   bool isReadWhole = true;
 };
 
+// In their order.
+[[nodiscard]] std::vector<FileRecord> RecordsOf(const FileRecordSet& set);
+
 // The list of a file. Null if it isn't a list, or not one that patchers read to its end. Throws
 // PublishError if the file can't be read.
 [[nodiscard]] std::unique_ptr<const PublishedList> ReadPublishedList(

@@ -1,0 +1,49 @@
+#include "publish/build/finished_publication.h"
+
+#include "publish/build/complaints.h"
+#include "publish/build/published_payload.h"
+#include "publish/build/staging.h"
+#include "publish/common/disk_text.h"
+#include "publish/common/publish_error.h"
+#include "publish/common/redirection.h"
+
+namespace velmora::publish {
+
+namespace fs = std::filesystem;
+
+std::unique_ptr<const PublishedList> ReadFinishedList(const fs::path& folder,
+                                                      const std::string& listName) {
+  if (HasUnfinishedReplacement(folder)) {
+    throw PublishError(ShownPath(folder.native()) +
+                       ": a build is moving files to their places, or was killed while it did; "
+                       "wait for its end, or run: velmora-publish recover " +
+                       ShownPath(folder.native()));
+  }
+  const fs::path file = folder / listName;
+  auto list = fs::exists(file) ? ReadPublishedList(file) : nullptr;
+  if (list == nullptr) {
+    throw PublishError(ShownPath(file.native()) +
+                       ": there is no list that patchers read to its end; name the folder of a "
+                       "publication, and its list by --list NAME");
+  }
+  return list;
+}
+
+void RequireServable(const fs::path& folder, const PublishedList& list) {
+  Complaints complaints;
+  for (const FileRecord& record : list.files) {
+    const fs::path file = folder / PayloadPlace(record);
+    if (HasSizeOfPayload(file, record)) continue;
+    complaints.Add(ShownPath(file.native()), "is missing, or hasn't the size that the list says",
+                   "build the publication again");
+  }
+  const fs::path redirection = folder / kRedirectionName;
+  if (fs::exists(redirection)) {
+    for (const RedirectionFlaw& flaw : RedirectionFlaws(ReadWholeFile(redirection))) {
+      complaints.Add(ShownPath(redirection.native()), flaw.what);
+    }
+  }
+  complaints.ThrowIfAny("players would not find what they need");
+}
+
+}  // namespace velmora::publish

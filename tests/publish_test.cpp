@@ -758,6 +758,23 @@ TEST_F(Publication, FileThatChangesIsRefused) {
   }
 }
 
+TEST_F(Publication, AllFilesThatCannotBeReadAreNamed) {
+  WriteTree({"a"});
+  Complaints complaints;
+  CheckReadable({{"tree/a", "a", 1}}, complaints);
+  EXPECT_FALSE(complaints.HasAny());
+  CheckReadable({{"tree/b", "b", 1}, {"tree/a", "a", 1}, {"tree/c", "c", 1}}, complaints);
+  try {
+    complaints.ThrowIfAny();
+    ADD_FAILURE();
+  } catch (const PublishError& error) {
+    const std::string text = error.what();
+    for (const char* part : {"2 reasons", "  tree/b: can't be read: No such", "  tree/c: can't"}) {
+      EXPECT_NE(text.find(part), std::string::npos) << text;
+    }
+  }
+}
+
 TEST_F(Publication, ListIsReadBackAsAPatcherWould) {
   const auto record = [](const std::string& path) {
     return FileRecord{path, "H", "1", "H", "1", false};

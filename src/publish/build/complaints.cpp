@@ -22,7 +22,7 @@ void Complaints::ThrowIfAny(const std::string& meaning) const {
   std::size_t shown = 0;
   for (const auto& [path, rest] : complaints_) {
     if (shown == kShown) break;
-    text += "\n  " + path + rest;
+    text.append("\n  ").append(path).append(rest);
     ++shown;
   }
   if (shown < complaints_.size()) {

@@ -116,6 +116,8 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
       {{{1, kRemovalTooLong}}, {"DEL : " + std::string(256, 'd') + "\n" + File("a")}},
       {{{1, kMarkInRemoval}}, {"DEL : x.compressed\n" + File("a")}},
       {{{2, kRemovalInOtherMode}}, {"DEL : x\nDEL : x, R\n" + File("a")}},
+      {{{1, kSlashInPattern}},
+       {"DEL : d/*.old, R\n" + File("a"), "DEL : *.old;d/x, R\n" + File("a")}},
       {{{1, kSettingsWithoutRestart}}, {File("velmoraupdate.dat")}},
       {{{1, kProgramWithoutRestart}}, {File("Velmoraupdate.exe")}},
       {{{1, kPatcherNotFirst}}, {File("VelmoraUpdate.exe") + File("a")}},

@@ -416,8 +416,8 @@ TEST_F(Publication, RemovesWhatIsGone) {
             "FILE : ./VelmoraUpdate.dat, H, 1, H, 1\nFILE : VelmoraUpdate.exe, H, 1, H, 1\n");
   options_.removeFrom = "old.dat";
   // The last two are similar to a file that stays.
-  options_.removals = {Removal("m"), Removal("Z.dat"), Removal("*.TMP", "R"), Removal("dat"),
-                       Removal("*.da", "R")};
+  options_.removals = {Removal("d/m"), Removal("Z.dat"), Removal("*.TMP", "R"), Removal("dat"),
+                       Removal("d/*.da", "R")};
   BuildPublication(options_);
   // The next time from the publication itself: what has gone stays gone.
   options_.removeFrom = "out";
@@ -427,8 +427,9 @@ TEST_F(Publication, RemovesWhatIsGone) {
   const std::string list = ReadFile("out/hashlist.dat");
   EXPECT_EQ(
       list.substr(0, list.find("FILE")),
-      "DEL : *.TMP, R\nDEL : *.da, R\nDEL : A.dat\nDEL : Z.dat\nDEL : back.dat\nDEL : dat\n"
-      "DEL : data, R\nDEL : data\\old.dat\nDEL : gone\\before.dat\nDEL : m\nDEL : \x83\x41.dat\n");
+      "DEL : *.TMP, R\nDEL : A.dat\nDEL : Z.dat\nDEL : back.dat\nDEL : d\\*.da, R\nDEL : d\\m\n"
+      "DEL : dat\nDEL : data, R\nDEL : data\\old.dat\nDEL : gone\\before.dat\nDEL : "
+      "\x83\x41.dat\n");
 }
 
 class PlayersOfManyPublications : public test::EngineTest {

@@ -13,6 +13,7 @@
 #include "publish/build/staging.h"
 #include "publish/build/tree_names.h"
 #include "publish/common/disk_text.h"
+#include "publish/common/list_path.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/redirection.h"
 #include "publish/common/shown_text.h"
@@ -152,7 +153,7 @@ std::string TypedName(const std::string& typed, NameEncoding encoding, Complaint
 std::vector<FileRecord> RequestedRemovals(const BuildOptions& options, Complaints& complaints) {
   std::vector<FileRecord> removals = options.removals;
   for (FileRecord& removal : removals) {
-    removal.path = TypedName(removal.path, options.names, complaints);
+    removal.path = WithBackslashes(TypedName(removal.path, options.names, complaints));
   }
   return removals;
 }

@@ -21,7 +21,7 @@ struct BuildOptions {
   PayloadOptions payload;
   std::string listName = "hashlist.dat";
   std::string clientExe;             // empty: patchers keep the name they know
-  std::vector<FileRecord> removals;  // path and mode
+  std::vector<FileRecord> removals;  // path and mode; slashes separate folders, too
   // An earlier list, or the folder of its publication: files that are gone since then are removed
   // from players' disks. May be the one in `output`, also when that doesn't exist yet. Empty: none.
   std::filesystem::path removeFrom;

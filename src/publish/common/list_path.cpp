@@ -127,6 +127,11 @@ bool HoldsBackslashInCharacter(std::string_view path) {
   return false;
 }
 
+std::string WithBackslashes(std::string path) {
+  std::replace(path.begin(), path.end(), '/', '\\');
+  return path;
+}
+
 std::string ServedPath(const std::string& listPath) {
   std::string served = listPath;
   std::replace(served.begin(), served.end(), '\\', '/');

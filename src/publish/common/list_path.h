@@ -56,6 +56,10 @@ inline constexpr std::array<const char*, 6> kPatchersOwnInRoot = {
 // Whether the second byte of some character is 0x5C, which becomes a slash in a request.
 [[nodiscard]] bool HoldsBackslashInCharacter(std::string_view path);
 
+// The path with a backslash for every slash, as lists separate folders. No double-byte character
+// holds a slash.
+[[nodiscard]] std::string WithBackslashes(std::string path);
+
 // Where patchers request the file, relative to the list's folder: the path with a slash for every
 // byte 0x5C, even if that is the second byte of a double-byte character.
 [[nodiscard]] std::string ServedPath(const std::string& listPath);

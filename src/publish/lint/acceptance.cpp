@@ -24,12 +24,6 @@ std::size_t StartOfReason(std::string_view line) {
   return at;
 }
 
-// A path with the separators of a list.
-std::string WithBackslashes(std::string path) {
-  std::replace(path.begin(), path.end(), '/', '\\');
-  return path;
-}
-
 bool Matches(const std::string& path, const std::string& pattern) {
   return !path.empty() &&
          (FoldedPath(path) == FoldedPath(pattern) || platform::MatchPathPattern(path, pattern));

@@ -213,7 +213,10 @@ void CheckRemovalPath(const ListedRecord& removal, Findings& findings) {
   if (path.find(kCompressedMark) != std::string::npos) {
     findings.Add(Rule::kMarkInRemoval, removal);
   }
-  if (isPattern) return;
+  if (isPattern) {
+    if (path.find('/') != std::string::npos) findings.Add(Rule::kSlashInPattern, removal);
+    return;
+  }
   if (LeavesInstallation(path)) findings.Add(Rule::kLeavesInstallation, removal);
   if (path.find_first_of("*?") != std::string::npos) {
     findings.Add(Rule::kWildcardWithoutMode, removal);

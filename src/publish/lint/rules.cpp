@@ -173,6 +173,11 @@ constexpr std::array kRules = {
     LintRule{Rule::kRemovalInOtherMode, kError, "same removal in another mode",
              "Patchers tell removals apart by their paths alone: the second one is dropped.",
              "Keep one."},
+    LintRule{
+        Rule::kSlashInPattern, kError, "slash in a pattern",
+        "Patterns are compared with paths whose folders are separated by backslashes: this one "
+        "never matches, and players keep what it should remove.",
+        "Separate folders by backslashes."},
 
     LintRule{Rule::kSettingsWithoutRestart, kError, "settings file that brings no restart",
              "Patchers start again for new settings only if the list spells them "

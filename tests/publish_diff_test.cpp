@@ -1,14 +1,23 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "publish/build/publication.h"
+#include "publish/common/publish_error.h"
 #include "publish/diff/list_diff.h"
 #include "support/publish_tool.h"
 #include "support/workspace.h"
 
 namespace velmora::publish {
 namespace {
+
+namespace fs = std::filesystem;
 
 std::string File(const std::string& path, const std::string& content = "content") {
   return test::FileLine(path, content);
@@ -103,6 +112,111 @@ TEST(DiffCommand, TellsWhatIsHashedAtEachStartAndRefusesWhatIsNoList) {
       EXPECT_TRUE(output.starts_with("1: velmora-publish: other: not a list")) << output;
     }
   }
+}
+
+// Everything here, with the times of its last change.
+std::map<std::string, fs::file_time_type> Snapshot() {
+  std::map<std::string, fs::file_time_type> all;
+  for (const auto& entry : fs::recursive_directory_iterator(".")) {
+    all[entry.path()] = entry.last_write_time();
+  }
+  return all;
+}
+
+TEST(Preview, SaysWhatABuildWouldPublishAndWritesNothing) {
+  const test::TemporaryFolder folder;
+  const std::string text(3000, 'x');
+  BuildOptions options;
+  options.tree = "tree";
+  options.output = "out";
+  options.maxRemovedPercent = 100;
+  for (const char* path : {"tree/same", "tree/changed", "tree/gone", "tree/kind"}) {
+    test::WriteFile(path, path + text);
+  }
+  test::WriteFile("tree/empty", "");
+  const std::function<void()> steps[] = {
+      [] {},
+      [&] {
+        test::WriteFile("tree/changed", "changed");
+        fs::remove("tree/gone");
+        fs::remove("tree/kind");
+        test::WriteFile("tree/new/file", text);
+        test::WriteFile("tree/kind/file", text);
+        options.reuse = options.removeFrom = "out";
+        options.output = "second";
+      },
+      [&] {
+        options.output = "out";
+        options.payload.hash = HashKind::kMd5;
+        fs::remove("out/kind.compressed");
+      },
+      [&] { fs::remove("out/same.compressed"); },
+  };
+  const auto figures = [](const BuildSummary& s) {
+    return std::tuple(s.files, s.compressed, s.contentBytes, s.transferBytes, s.reused,
+                      s.changes.added, s.changes.changed, s.changes.removed);
+  };
+  for (const auto& step : steps) {
+    step();
+    const auto before = Snapshot();
+    const Preview preview = PreviewPublication(options);
+    EXPECT_EQ(Snapshot(), before);
+    EXPECT_EQ(figures(BuildPublication(options)), figures(preview.summary));
+    EXPECT_EQ(test::ReadFile(options.output / "hashlist.dat"), preview.list);
+  }
+  const auto fails = [&options](const std::string& reason) {
+    try {
+      static_cast<void>(PreviewPublication(options));
+      ADD_FAILURE() << reason;
+    } catch (const PublishError& error) {
+      EXPECT_NE(std::string(error.what()).find(reason), std::string::npos) << error.what();
+    }
+  };
+  const std::atomic<bool> stop = true;
+  options.payload.stop = &stop;
+  fails("stopped");
+  options.payload.stop = nullptr;
+  test::WriteFile("out/.publishing/journal", "end 0\n");
+  fails("velmora-publish recover out");
+  options.output = "tree/../out/hashlist.dat";
+  fails("no folder");
+}
+
+TEST(DiffCommand, TakesATreeAsItWouldBePublished) {
+  const test::TemporaryFolder folder;
+  for (const char* path : {"tree/same", "tree/changed", "tree/gone", "tree/kind"}) {
+    test::WriteFile(path, "content of " + std::string(path));
+  }
+  const std::string settings = " --compress always --hash md5 --max-removed 100";
+  ASSERT_TRUE(test::RunPublish("build tree old" + settings).starts_with("0: "));
+  test::WriteFile("tree/changed", "changed");
+  for (const char* path : {"tree/gone", "tree/kind"}) fs::remove(path);
+  for (const char* path : {"tree/kind/file", "tree/.git/x", "tree/.publishignore"}) {
+    test::WriteFile(path, ".git");
+  }
+  fs::remove("old/same.compressed");  // the list is enough
+  const auto before = Snapshot();
+  const std::string expected = test::RunPublish("diff old tree --json");
+  EXPECT_TRUE(expected.starts_with("0: ")) << expected;
+  EXPECT_NE(test::RunPublish("diff old/hashlist.dat tree")
+                .find("3 files, 31 bytes, as build --remove-from old/hashlist.dat would"),
+            std::string::npos);
+  EXPECT_EQ(Snapshot(), before);
+  ASSERT_TRUE(test::RunPublish("build tree new --remove-from old" + settings).starts_with("0: "));
+  EXPECT_EQ(test::RunPublish("diff old new --json"), expected);
+  EXPECT_NE(test::RunPublish("build tree old --remove-from old --dry-run --json" + settings)
+                .find("\"blocked\": []"),
+            std::string::npos);
+  EXPECT_TRUE(test::RunPublish("build tree old --dry-run --quiet" + settings) == "1: ")
+      << "players who have the file can't update";
+  // Without settings: the list's digest, and what is unchanged isn't made again.
+  fs::rename("old/hashlist.dat", "list");
+  EXPECT_NE(test::RunPublish("diff list tree")
+                .find("\nto download:  2 files, 11 bytes\n"
+                      "to delete:    2 files\nto check:     0 "),
+            std::string::npos);
+  EXPECT_NE(test::RunPublish("diff list new --list other 2>&1").find("without a list other"),
+            std::string::npos);
 }
 
 }  // namespace

@@ -573,7 +573,10 @@ TEST_F(Publication, RefusesOptionsBeforeAnyWork) {
   }
   refused.emplace_back(options_).removeFrom = "none.dat";
   const auto before = test::FilesHere();
-  for (std::size_t i = 0; i < refused.size(); ++i) EXPECT_NE(Refusal(refused[i]), "") << i;
+  for (std::size_t i = 0; i < refused.size(); ++i) {
+    EXPECT_NE(Refusal(refused[i]), "") << i;
+    EXPECT_THROW(static_cast<void>(PreviewPublication(refused[i])), PublishError) << i;
+  }
   EXPECT_EQ(test::FilesHere(), before);
 }
 

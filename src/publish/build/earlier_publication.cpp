@@ -1,5 +1,6 @@
 #include "publish/build/earlier_publication.h"
 
+#include <sstream>
 #include <system_error>
 
 #include "publish/build/new_file.h"
@@ -34,6 +35,26 @@ std::string CompressionText(const PayloadOptions& options) {
   return text;
 }
 
+bool ReadHash(const std::string& value, PayloadOptions& options) {
+  options.hash = value == "md5" ? HashKind::kMd5 : HashKind::kSha1;
+  return value == "md5" || value == "sha1";
+}
+
+// "always", "never", or "pays", behind which `words` holds "from 5 but 7z aac".
+bool ReadCompression(const std::string& value, std::istream& words, PayloadOptions& options) {
+  options.compress = value == "always"  ? Compress::kAlways
+                     : value == "never" ? Compress::kNever
+                                        : Compress::kPays;
+  if (options.compress != Compress::kPays) return true;
+  std::string from;
+  std::string but;
+  words >> from >> options.paysFrom >> but;
+  if (value != "pays" || from != "from" || but != "but") return false;
+  options.plainTypes.clear();
+  for (std::string type; words >> type;) options.plainTypes.insert(type);
+  return true;
+}
+
 }  // namespace
 
 std::string SettingsText(const PayloadOptions& options, std::string_view list) {
@@ -44,13 +65,37 @@ std::string SettingsText(const PayloadOptions& options, std::string_view list) {
          CompressionText(options) + "\n" + StreamMaker() + "\nlist " + digest.Text() + "\n";
 }
 
+std::optional<PayloadOptions> ReadSettings(const fs::path& folder) {
+  std::istringstream lines(TextIfAny(folder / kSettingsName));
+  PayloadOptions options;
+  bool hasHash = false;
+  bool hasCompression = false;
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string key;
+    std::string value;
+    words >> key >> value;
+    if (key == "hash") hasHash = ReadHash(value, options);
+    if (key == "compress") hasCompression = ReadCompression(value, words, options);
+  }
+  return hasHash && hasCompression ? std::optional(options) : std::nullopt;
+}
+
 EarlierPublication::EarlierPublication(const fs::path& folder, const std::string& listName,
                                        const PayloadOptions& options)
     : folder_(folder), options_(options) {
   const std::string text = TextIfAny(folder / listName);
   if (TextIfAny(folder / kSettingsName) != SettingsText(options, text)) return;
   isUsable_ = true;
-  const PublishedList list(text);
+  AddRecords(PublishedList(text));
+}
+
+EarlierPublication::EarlierPublication(const PublishedList& list, const PayloadOptions& options)
+    : options_(options), isUsable_(true) {
+  AddRecords(list);
+}
+
+void EarlierPublication::AddRecords(const PublishedList& list) {
   for (const FileRecord& record : list.files) records_.emplace(record.path, record);
 }
 
@@ -82,13 +127,16 @@ const FileRecord* EarlierPublication::RecordOf(const SourceFile& file) const {
   const FileRecord& record = found->second;
   const auto size = ListedSize(record.contentSize);
   const bool isOfSize = size && static_cast<std::uint64_t>(*size) == file.size;
-  return isOfSize && HasSizeOfPayload(folder_ / PayloadPlace(record), record) ? &record : nullptr;
+  if (!isOfSize) return nullptr;
+  const bool hasPayload =
+      !HasPayloads() || HasSizeOfPayload(folder_ / PayloadPlace(record), record);
+  return hasPayload ? &record : nullptr;
 }
 
 bool EarlierPublication::IsIntact(const SourceFile& file, const FileRecord& record,
                                   const fs::path& payload) const {
   const auto checkStop = [this] { StopIfAsked(options_); };
-  return IsPayload(payload, record, checkStop) &&
+  return (!HasPayloads() || IsPayload(payload, record, checkStop)) &&
          DigestOfFile(file.path, file.size, options_.hash, checkStop) == record.contentHash;
 }
 

@@ -21,12 +21,19 @@ inline constexpr char kSettingsName[] = ".velmora-publish";
 // that they were published with, so that the settings are valid for no other list.
 [[nodiscard]] std::string SettingsText(const PayloadOptions& options, std::string_view list);
 
+// What the settings file in a folder says about payloads, whichever list it belongs to; nothing if
+// there is none.
+[[nodiscard]] std::optional<PayloadOptions> ReadSettings(const std::filesystem::path& folder);
+
 // The publication in a folder; empty if there is none, or one made with other settings. The list is
 // read once: apart from the payloads, the folder may change afterwards.
 class EarlierPublication {
  public:
   EarlierPublication(const std::filesystem::path& folder, const std::string& listName,
                      const PayloadOptions& options);
+
+  // A list without its payloads, which are taken for intact.
+  EarlierPublication(const PublishedList& list, const PayloadOptions& options);
 
   // Whether there is a publication with the same settings.
   [[nodiscard]] bool IsUsable() const { return isUsable_; }
@@ -42,9 +49,12 @@ class EarlierPublication {
                                                 const std::filesystem::path& target) const;
 
  private:
+  void AddRecords(const PublishedList& list);
   [[nodiscard]] const FileRecord* RecordOf(const SourceFile& file) const;
   [[nodiscard]] bool IsIntact(const SourceFile& file, const FileRecord& record,
                               const std::filesystem::path& payload) const;
+
+  [[nodiscard]] bool HasPayloads() const { return !folder_.empty(); }
 
   std::filesystem::path folder_;
   const PayloadOptions& options_;

@@ -11,14 +11,17 @@ namespace velmora::publish {
 
 namespace fs = std::filesystem;
 
+void RequireFinished(const fs::path& folder) {
+  if (!HasUnfinishedReplacement(folder)) return;
+  throw PublishError(ShownPath(folder.native()) +
+                     ": a build is moving files to their places, or was killed while it did; "
+                     "wait for its end, or run: velmora-publish recover " +
+                     ShownPath(folder.native()));
+}
+
 std::unique_ptr<const PublishedList> ReadFinishedList(const fs::path& folder,
                                                       const std::string& listName) {
-  if (HasUnfinishedReplacement(folder)) {
-    throw PublishError(ShownPath(folder.native()) +
-                       ": a build is moving files to their places, or was killed while it did; "
-                       "wait for its end, or run: velmora-publish recover " +
-                       ShownPath(folder.native()));
-  }
+  RequireFinished(folder);
   const fs::path file = folder / listName;
   auto list = fs::exists(file) ? ReadPublishedList(file) : nullptr;
   if (list == nullptr) {

@@ -9,6 +9,10 @@
 
 namespace velmora::publish {
 
+// Throws PublishError if a build is moving files to their places in `folder`, or was killed while
+// it did.
+void RequireFinished(const std::filesystem::path& folder);
+
 // The list of the publication in `folder`. Throws PublishError if there is none that patchers read
 // to its end, or if a build is moving files there or was killed while it did.
 [[nodiscard]] std::unique_ptr<const PublishedList> ReadFinishedList(

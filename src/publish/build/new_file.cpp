@@ -26,6 +26,7 @@ void FailToWrite(const fs::path& path, const std::error_code& error) {
 }
 
 NewFile::NewFile(fs::path path) : path_(std::move(path)) {
+  if (path_.empty()) return;
   std::error_code error;
   fs::remove(path_, error);
   if (error) FailToWrite(path_, error);
@@ -34,20 +35,21 @@ NewFile::NewFile(fs::path path) : path_(std::move(path)) {
 }
 
 NewFile::~NewFile() {
-  if (committed_) return;
+  if (committed_ || path_.empty()) return;
   stream_.close();
   std::error_code ignored;
   fs::remove(path_, ignored);
 }
 
 void NewFile::Write(const void* bytes, std::size_t count) {
+  size_ += count;
+  if (path_.empty()) return;
   stream_.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(count));
   if (!stream_) FailToWrite(path_, LastError());
-  size_ += count;
 }
 
 void NewFile::Commit() {
-  stream_.close();
+  if (!path_.empty()) stream_.close();
   if (!stream_) FailToWrite(path_, LastError());
   committed_ = true;
 }

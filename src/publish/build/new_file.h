@@ -14,9 +14,9 @@ namespace velmora::publish {
 [[noreturn]] void FailToWrite(const std::filesystem::path& path, const std::string& reason);
 [[noreturn]] void FailToWrite(const std::filesystem::path& path, const std::error_code& error);
 
-// A file being written at `path`. One that was there is removed first: written over, it would
-// change under its other names. The destructor removes the file unless Commit was called. Throws
-// PublishError if writing fails.
+// A file being written at `path`, or nowhere if that is empty: its bytes are only counted. One that
+// was there is removed first: written over, it would change under its other names. The destructor
+// removes the file unless Commit was called. Throws PublishError if writing fails.
 class NewFile {
  public:
   explicit NewFile(std::filesystem::path path);

@@ -45,7 +45,7 @@ void StopIfAsked(const PayloadOptions& options);
 
 struct PayloadTask {
   const SourceFile* file;
-  std::filesystem::path target;  // where its payload is written
+  std::filesystem::path target;  // where its payload is written; empty: nowhere
 };
 
 // Reads the files, writes their payloads and returns their records, in the order of the tasks. A

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 #include "publish/build/complaints.h"
 #include "publish/build/earlier_publication.h"
+#include "publish/build/finished_publication.h"
 #include "publish/build/list_text.h"
 #include "publish/build/new_file.h"
 #include "publish/build/plan.h"
@@ -44,16 +46,25 @@ class NewFiles {
   std::vector<Placement> placements_;
 };
 
-// A file's record, and whether its payload waits to be moved to its place.
+// A file's record, and whether its payload waits to be moved to its place, unless it is discarded.
 struct Publishable {
   std::optional<FileRecord> record;  // nothing: the payload must be made
   bool isStaged = false;
 };
 
+// What becomes of the payloads.
+struct PayloadUse {
+  const Staging* staging;  // null: they are discarded
+  bool isListTrusted;      // the earlier list's payloads are taken for intact
+};
+
 // What earlier publications have of the files.
-std::vector<Publishable> TakeOver(const std::vector<SourceFile>& files, const BuildOptions& options,
-                                  const Staging& staging, BuildSummary& summary) {
-  const EarlierPublication own(options.output, options.listName, options.payload);
+std::vector<Publishable> TakeOver(const PublicationPlan& plan, const BuildOptions& options,
+                                  const PayloadUse& use, BuildSummary& summary) {
+  const std::vector<SourceFile>& files = plan.files;
+  const EarlierPublication own =
+      use.isListTrusted ? EarlierPublication(*plan.earlier, options.payload)
+                        : EarlierPublication(options.output, options.listName, options.payload);
   std::optional<EarlierPublication> other;
   if (!options.reuse.empty()) other.emplace(options.reuse, options.listName, options.payload);
   std::vector<Publishable> found(files.size());
@@ -63,7 +74,8 @@ std::vector<Publishable> TakeOver(const std::vector<SourceFile>& files, const Bu
   const auto takeOver = [&](std::size_t i) {
     found[i].record = own.Unchanged(files[i]);
     if (!found[i].record && other) {
-      found[i].record = other->Reuse(files[i], staging.At(i));
+      found[i].record = use.staging != nullptr ? other->Reuse(files[i], use.staging->At(i))
+                                               : other->Unchanged(files[i]);
       found[i].isStaged = found[i].record.has_value();
     }
     if (Progress* const progress = options.payload.progress) {
@@ -78,40 +90,35 @@ std::vector<Publishable> TakeOver(const std::vector<SourceFile>& files, const Bu
   return found;
 }
 
-// Writes the payloads that have to be made, each under its file's number, and adds all new ones to
-// `newFiles`. Returns the records of all files.
-std::vector<FileRecord> WriteNewPayloads(const std::vector<SourceFile>& files,
-                                         const BuildOptions& options, const Staging& staging,
-                                         NewFiles& newFiles, BuildSummary& summary) {
-  const std::vector<Publishable> found = TakeOver(files, options, staging, summary);
+// Makes the payloads that no earlier publication has, each under its file's number. All files have
+// a record then.
+std::vector<Publishable> MakePayloads(const PublicationPlan& plan, const BuildOptions& options,
+                                      const PayloadUse& use, BuildSummary& summary) {
+  std::vector<Publishable> payloads = TakeOver(plan, options, use, summary);
   std::vector<PayloadTask> tasks;
   std::uint64_t bytes = 0;
-  for (std::size_t i = 0; i < files.size(); ++i) {
-    if (found[i].record) continue;
-    tasks.push_back({&files[i], staging.At(i)});
-    bytes += files[i].size;
+  for (std::size_t i = 0; i < payloads.size(); ++i) {
+    if (payloads[i].record) continue;
+    tasks.push_back({&plan.files[i], use.staging != nullptr ? use.staging->At(i) : fs::path()});
+    bytes += plan.files[i].size;
   }
-  BeginPhase(options.payload, "writing", tasks.size(), bytes);
-  const std::vector<FileRecord> written = WritePayloads(tasks, options.payload);
-  auto next = written.begin();
-  std::vector<FileRecord> records;
-  records.reserve(files.size());
-  for (std::size_t i = 0; i < files.size(); ++i) {
-    const bool isNew = !found[i].record || found[i].isStaged;
-    records.push_back(found[i].record ? *found[i].record : *next++);
-    if (isNew) newFiles.Add(i, PayloadPlace(records.back()));
+  BeginPhase(options.payload, use.staging != nullptr ? "writing" : "compressing", tasks.size(),
+             bytes);
+  const std::vector<FileRecord> made = WritePayloads(tasks, options.payload);
+  auto next = made.begin();
+  for (Publishable& payload : payloads) {
+    if (!payload.record) payload = {*next++, true};
   }
-  return records;
+  return payloads;
 }
 
 // The same, but a file that can't be read isn't the only one that is named.
-std::vector<FileRecord> WriteRecords(const std::vector<SourceFile>& files,
-                                     const BuildOptions& options, const Staging& staging,
-                                     NewFiles& newFiles, BuildSummary& summary) try {
-  return WriteNewPayloads(files, options, staging, newFiles, summary);
+std::vector<Publishable> MakeAllPayloads(const PublicationPlan& plan, const BuildOptions& options,
+                                         const PayloadUse& use, BuildSummary& summary) try {
+  return MakePayloads(plan, options, use, summary);
 } catch (const PublishError&) {
   Complaints complaints;
-  CheckReadable(files, complaints);
+  CheckReadable(plan.files, complaints);
   complaints.ThrowIfAny();
   throw;
 }
@@ -128,30 +135,69 @@ void Sum(const std::vector<FileRecord>& records, const PublishedList* earlier,
   summary.changes = ChangesSince(earlier == nullptr ? none : *earlier, records);
 }
 
+// A publication with nothing left to do but to put everything in its place.
+struct Prepared {
+  PublicationPlan plan;
+  std::vector<Publishable> payloads;
+  std::string list;
+  BuildSummary summary;
+};
+
+Prepared Prepare(const BuildOptions& options, const PayloadUse& use) {
+  BeginPhase(options.payload, "reading the tree");
+  Prepared prepared{PlanPublication(options), {}, {}, {}};
+  const PublicationPlan& plan = prepared.plan;
+  prepared.payloads = MakeAllPayloads(plan, options, use, prepared.summary);
+  std::vector<FileRecord> records;
+  records.reserve(prepared.payloads.size());
+  for (const Publishable& payload : prepared.payloads) {
+    plan.spelling.Spell(records.emplace_back(*payload.record));
+  }
+  prepared.list = ListText(records, plan.removals, plan.clientExe);
+  StopIfAsked(options.payload);
+  Sum(records, plan.earlier.get(), prepared.summary);
+  return prepared;
+}
+
+Preview PreviewWith(const BuildOptions& options, bool isListTrusted) {
+  Prepared prepared = Prepare(options, {nullptr, isListTrusted});
+  return {prepared.summary, std::move(prepared.list), std::move(prepared.plan.earlier)};
+}
+
 }  // namespace
 
 BuildSummary BuildPublication(const BuildOptions& options) {
   RequireUsable(options);
   // Its lock holds from the reading of the earlier list to the end.
   const Staging staging(options.output);
-  BeginPhase(options.payload, "reading the tree");
-  const PublicationPlan plan = PlanPublication(options);
+  const Prepared prepared = Prepare(options, {&staging, false});
 
-  BuildSummary summary;
   NewFiles newFiles(staging);
-  std::vector<FileRecord> records = WriteRecords(plan.files, options, staging, newFiles, summary);
-  for (FileRecord& record : records) plan.spelling.Spell(record);
-  const std::string list = ListText(records, plan.removals, plan.clientExe);
-  std::size_t number = plan.files.size();
-  if (plan.redirection) newFiles.AddText(number++, *plan.redirection, kRedirectionName);
+  for (std::size_t i = 0; i < prepared.payloads.size(); ++i) {
+    const Publishable& payload = prepared.payloads[i];
+    if (payload.isStaged) newFiles.Add(i, PayloadPlace(*payload.record));
+  }
+  std::size_t number = prepared.payloads.size();
+  const auto& redirection = prepared.plan.redirection;
+  if (redirection) newFiles.AddText(number++, *redirection, kRedirectionName);
   // The settings hold the list's digest, so that they are valid for no other list.
-  newFiles.AddText(number++, SettingsText(options.payload, list), kSettingsName);
-  newFiles.AddText(number, list, options.listName);
+  newFiles.AddText(number++, SettingsText(options.payload, prepared.list), kSettingsName);
+  newFiles.AddText(number, prepared.list, options.listName);
   StopIfAsked(options.payload);
   BeginPhase(options.payload, "moving the files to their places");
   newFiles.Publish();
-  Sum(records, plan.earlier.get(), summary);
-  return summary;
+  return prepared.summary;
 }
+
+Preview PreviewPublication(const BuildOptions& options) {
+  RequireUsable(options);
+  if (fs::exists(options.output) && !fs::is_directory(options.output)) {
+    FailToWrite(options.output, "it is no folder");
+  }
+  RequireFinished(options.output);
+  return PreviewWith(options, false);
+}
+
+Preview PreviewUpdate(const BuildOptions& options) { return PreviewWith(options, true); }
 
 }  // namespace velmora::publish

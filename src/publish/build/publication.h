@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "publish/build/changes.h"
 #include "publish/build/payload.h"
 #include "publish/common/disk_text.h"
+#include "publish/common/published_list.h"
 
 namespace velmora::publish {
 
@@ -67,5 +69,20 @@ struct BuildSummary {
 // those last steps that they can't be undone, RecoverPublication (staging.h) does it later, and so
 // does the next call. The same goes for a process that is killed.
 BuildSummary BuildPublication(const BuildOptions& options);
+
+// What a publication would be.
+struct Preview {
+  BuildSummary summary;
+  std::string list;
+  std::unique_ptr<const PublishedList> earlier;  // the list that it would replace; null if none
+};
+
+// The same up to the moment when something is written: all checks, and all payloads, which are
+// discarded. Nothing is changed on any disk, and no lock is taken. Throws PublishError.
+[[nodiscard]] Preview PreviewPublication(const BuildOptions& options);
+
+// The same for the list of `removeFrom`, whose payloads needn't be there: only files that have
+// changed since then are compressed. `output` must be the list's folder; it may be anywhere.
+[[nodiscard]] Preview PreviewUpdate(const BuildOptions& options);
 
 }  // namespace velmora::publish

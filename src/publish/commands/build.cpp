@@ -12,6 +12,7 @@
 #include "publish/build/staging.h"
 #include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
+#include "publish/commands/update_report.h"
 #include "publish/common/disk_text.h"
 #include "publish/common/list_path.h"
 #include "publish/common/progress_line.h"
@@ -64,6 +65,10 @@ struct BuildManners {
   bool isQuiet = false;
   bool asJson = false;
   bool showsProgress = false;
+  bool isDryRun = false;
+  ReportOptions report;  // of a dry run
+
+  [[nodiscard]] bool PrintsText() const { return !asJson && !isQuiet; }
 };
 
 void AddManners(CLI::App& build, BuildOptions& options, BuildManners& manners) {
@@ -73,6 +78,11 @@ void AddManners(CLI::App& build, BuildOptions& options, BuildManners& manners) {
   build.add_flag("--json", manners.asJson, "Print the figures as one JSON object");
   build.add_flag("--progress", manners.showsProgress, "Show the progress even without a terminal")
       ->excludes(quiet);
+  CLI::Option* const dryRun =
+      build.add_flag("--dry-run", manners.isDryRun,
+                     "Write nothing: tell what players of the earlier publication would download, "
+                     "delete and wait for");
+  for (CLI::Option* const option : AddReportOptions(build, manners.report)) option->needs(dryRun);
 }
 
 void AddOptions(CLI::App& build, BuildOptions& options) {
@@ -146,41 +156,74 @@ void PrintText(const BuildOptions& options, const BuildSummary& summary, double 
   if (!options.reuse.empty()) PrintReused(options, summary);
 }
 
-void PrintJson(const BuildSummary& summary, Leftover leftover, double seconds) {
-  const nlohmann::ordered_json report = {{"files", summary.files},
-                                         {"added", summary.changes.added},
-                                         {"changed", summary.changes.changed},
-                                         {"removed", summary.changes.removed},
-                                         {"bytes", summary.contentBytes},
-                                         {"transferBytes", summary.transferBytes},
-                                         {"compressed", summary.compressed},
-                                         {"reused", summary.reused},
-                                         {"leftover", LeftoverName(leftover)},
-                                         {"warnings", summary.warnings},
-                                         {"seconds", seconds}};
-  std::printf("%s\n", report.dump(2).c_str());
+nlohmann::ordered_json JsonOf(const BuildSummary& summary, double seconds) {
+  return {{"files", summary.files},
+          {"added", summary.changes.added},
+          {"changed", summary.changes.changed},
+          {"removed", summary.changes.removed},
+          {"bytes", summary.contentBytes},
+          {"transferBytes", summary.transferBytes},
+          {"compressed", summary.compressed},
+          {"reused", summary.reused},
+          {"warnings", summary.warnings},
+          {"seconds", seconds}};
 }
 
-BuildSummary BuildWithProgress(BuildOptions options, const BuildManners& manners) {
+void PrintWarnings(const BuildSummary& summary) {
+  for (const std::string& warning : summary.warnings) {
+    std::fprintf(stderr, "velmora-publish: warning: %s\n", warning.c_str());
+  }
+}
+
+// Calls `work` with the options, and shows the progress of what it does.
+template <typename Work>
+auto WithProgress(BuildOptions options, const BuildManners& manners, Work work) {
   Progress progress;
   options.payload.progress = &progress;
   const bool isShown = manners.showsProgress || platform::IsErrorStreamATerminal();
   const ProgressLine line(progress, isShown && !manners.isQuiet);
-  return BuildPublication(options);
+  return work(options);
+}
+
+double SecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
 void Build(const BuildOptions& options, const BuildManners& manners) {
   const auto start = std::chrono::steady_clock::now();
   const Leftover leftover = RecoverPublication(options.output);
-  const bool printsText = !manners.asJson && !manners.isQuiet;
-  if (printsText) PrintLeftover(leftover);
-  const BuildSummary summary = BuildWithProgress(options, manners);
-  const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-  if (manners.asJson) return PrintJson(summary, leftover, time.count());
-  for (const std::string& warning : summary.warnings) {
-    std::fprintf(stderr, "velmora-publish: warning: %s\n", warning.c_str());
+  if (manners.PrintsText()) PrintLeftover(leftover);
+  const BuildSummary summary = WithProgress(options, manners, BuildPublication);
+  if (manners.asJson) {
+    auto json = JsonOf(summary, SecondsSince(start));
+    json["leftover"] = LeftoverName(leftover);
+    std::printf("%s\n", json.dump(2).c_str());
+    return;
   }
-  if (printsText) PrintText(options, summary, time.count());
+  PrintWarnings(summary);
+  if (manners.PrintsText()) PrintText(options, summary, SecondsSince(start));
+}
+
+// Returns false if players of the earlier publication couldn't update.
+bool DryRun(const BuildOptions& options, const BuildManners& manners) {
+  const auto start = std::chrono::steady_clock::now();
+  const Preview preview = WithProgress(options, manners, PreviewPublication);
+  const PublishedList none("");
+  const UpdateReport report = ReportOn(preview.earlier ? *preview.earlier : none, preview.list);
+  if (manners.asJson) {
+    auto json = JsonOf(preview.summary, SecondsSince(start));
+    json["players"] = JsonOf(report, manners.report);
+    std::printf("%s\n", json.dump(2).c_str());
+    return report.CanUpdate();
+  }
+  PrintWarnings(preview.summary);
+  if (manners.PrintsText()) {
+    PrintText(options, preview.summary, SecondsSince(start));
+    std::printf("Nothing was written. For players %s:\n",
+                preview.earlier ? "of the earlier publication" : "who have no file yet");
+    PrintReport(report, manners.report);
+  }
+  return report.CanUpdate();
 }
 
 }  // namespace
@@ -192,12 +235,19 @@ void AddBuildCommand(CLI::App& app, int& status) {
   options->payload.stop = &stopAsked;
   AddOptions(*build, *options);
   AddManners(*build, *options, *manners);
-  Describe(*build, "0 published, 1 not published: the publication before stands",
+  Describe(*build,
+           "0 published, 1 not published: the publication before stands; with --dry-run, 0 would "
+           "be published, 1 would not, or players couldn't update",
            "build game /srv/velmora/publication --exe '\\Game.exe' --remove-from "
            "/srv/velmora/publication");
   build->callback([options, manners, &status] {
-    Build(*options, *manners);
-    status = kDone;
+    bool isDone = true;
+    if (manners->isDryRun) {
+      isDone = DryRun(*options, *manners);
+    } else {
+      Build(*options, *manners);
+    }
+    status = isDone ? kDone : kFailed;
   });
 }
 

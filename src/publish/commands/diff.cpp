@@ -1,7 +1,11 @@
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 
+#include "publish/build/earlier_publication.h"
+#include "publish/build/publication.h"
 #include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
 #include "publish/commands/update_report.h"
@@ -16,6 +20,7 @@ struct DiffCommand {
   std::string before;
   std::string after;
   std::string listName = "hashlist.dat";
+  BuildOptions tree;  // how the new files would be published, if they aren't yet
   ReportOptions report;
   bool json = false;
 };
@@ -35,13 +40,65 @@ void RequireReadable(const PublishedList& list, const std::string& place) {
                      ": patchers don't read all of it: see velmora-publish lint");
 }
 
-// Returns false if players can't update from the old list to the new one.
+// Whether the new files are a tree that isn't published yet.
+bool IsTree(const DiffCommand& command) {
+  const std::filesystem::path& after = command.after;
+  if (!std::filesystem::is_directory(after) || exists(after / command.listName)) return false;
+  if (!exists(after / kSettingsName)) return true;
+  throw PublishError(ShownPath(command.after) + ": a publication without a list " +
+                     ShownPath(command.listName) + "; --list tells the list's name");
+}
+
+// The digest that most likely all of the list's records have.
+HashKind HashOf(const PublishedList& list) {
+  for (const FileRecord& record : list.files) {
+    if (const auto kind = ListedHash(record.contentHash)) return *kind;
+  }
+  return HashKind::kSha1;
+}
+
+// How the tree would follow the old publication.
+BuildOptions OptionsOfTree(const DiffCommand& command, const PublishedList& before) {
+  BuildOptions options = command.tree;
+  const auto list = ListFile(command.before, command.listName);
+  options.tree = command.after;
+  options.output = list.has_parent_path() ? list.parent_path() : ".";
+  options.listName = list.filename();
+  options.removeFrom = list;
+  options.maxRemovedPercent = 100;
+  options.allowEmpty = true;
+  if (const auto settings = ReadSettings(options.output)) {
+    options.payload = *settings;
+  } else {
+    options.payload.hash = HashOf(before);
+  }
+  options.payload.stop = &stopAsked;
+  return options;
+}
+
+std::string ListOfTree(const DiffCommand& command, const PublishedList& before) {
+  Preview preview = PreviewUpdate(OptionsOfTree(command, before));
+  if (!command.json) {
+    std::printf("%zu files, %llu bytes, as build --remove-from %s would publish them:\n",
+                preview.summary.files,
+                static_cast<unsigned long long>(preview.summary.contentBytes),
+                ShownPath(command.before).c_str());
+  }
+  return std::move(preview.list);
+}
+
+std::string NewList(const DiffCommand& command, const PublishedList& before) {
+  if (IsTree(command)) return ListOfTree(command, before);
+  std::string list = ReadList(command, command.after);
+  RequireReadable(PublishedList(list), command.after);
+  return list;
+}
+
+// Returns false if players can't update from the old files to the new ones.
 bool Diff(const DiffCommand& command) {
-  const std::string newList = ReadList(command, command.after);
   const PublishedList before(ReadList(command, command.before));
   RequireReadable(before, command.before);
-  RequireReadable(PublishedList(newList), command.after);
-  const UpdateReport report = ReportOn(before, newList);
+  const UpdateReport report = ReportOn(before, NewList(command, before));
   if (command.json) {
     std::printf("%s\n", JsonOf(report, command.report).dump(2).c_str());
   } else {
@@ -54,13 +111,19 @@ bool Diff(const DiffCommand& command) {
 
 void AddDiffCommand(CLI::App& app, int& status) {
   CLI::App* diff = app.add_subcommand(
-      "diff", "Shows what players of an old list download and delete for a new one");
+      "diff", "Shows what players of an old publication download and delete for a new one");
   const auto command = std::make_shared<DiffCommand>();
   diff->add_option("OLD", command->before, "A reference list, or a publication's folder")
       ->required();
-  diff->add_option("NEW", command->after, "The same for the new publication")->required();
+  diff->add_option("NEW", command->after,
+                   "The same for the new publication, or a folder of files as for build: then as "
+                   "build --remove-from OLD would publish them, with OLD's settings")
+      ->required();
   diff->add_option("--list", command->listName, "File name of the list in a folder")
       ->capture_default_str();
+  AddNamesOption(*diff, command->tree.names);
+  diff->add_option("--ignore", command->tree.ignoreFile,
+                   "A file with rules for what isn't published of a folder of files");
   static_cast<void>(AddReportOptions(*diff, command->report));
   diff->add_flag("--json", command->json, "Print everything as JSON");
   Describe(*diff, "0 players can update, 1 they can't, or the lists can't be compared",

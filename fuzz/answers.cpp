@@ -136,6 +136,10 @@ std::optional<std::string> QueryHttpField(HttpHandle, HttpField field, std::size
 }
 
 // A server may announce more than there is.
+HttpFailure QueryHttpFailure(HttpHandle) { return HttpFailure::kNone; }
+
+std::optional<std::string> QueryHttpRedirect(HttpHandle) { return std::nullopt; }
+
 std::uint32_t QueryHttpDataAvailable(HttpHandle) {
   const std::size_t left = answer.body.size() - answer.delivered.size() + (answer.breaks ? 1 : 0);
   const bool isNamed = answer.piece < answer.pieces.size();

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "platform/clock.h"
 #include "support/loopback_server.h"
@@ -240,6 +241,70 @@ TEST_F(Http, HeadsThatBreakOff) {
     EXPECT_EQ(Body(request), "");
     EXPECT_GE(TickCount() - start, reply.end == Reply::End::kStall ? 900U : 0U);
     EXPECT_LT(TickCount() - start, 3000U);
+    CloseHttpHandle(request);
+  }
+}
+
+TEST_F(Http, FailuresAreToldApart) {
+  const std::string length = "Content-Length: 10\r\n";
+  const struct {
+    const char* name;
+    Reply reply;
+    HttpFailure failure;
+    bool isKnownToWine = true;
+  } cases[] = {
+      {"none", Ok("body"), HttpFailure::kNone},
+      {"missing", Status(404), HttpFailure::kNone},
+      {"silent", Reply{"", Reply::End::kStall}, HttpFailure::kTimeout, false},
+      {"stalled", Raw(length, "01234", Reply::End::kStall), HttpFailure::kTimeout},
+      {"reset", Reply{"", Reply::End::kReset}, HttpFailure::kBroken},
+      {"reset later", Raw(length, "", Reply::End::kReset), HttpFailure::kBroken, false},
+      {"loop", Status(302, "Location: /x\r\n"), HttpFailure::kRedirects, false},
+      {"elsewhere", Status(302, "Location: ftp://127.0.0.1/x\r\n"), HttpFailure::kRedirects, false},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    if (kUnderWine && !test.isKnownToWine) continue;
+    Connect([&test](const ServedRequest&) { return test.reply; });
+    const HttpHandle request = Get("/x");
+    Body(request);
+    char byte = 0;
+    std::uint32_t read = 0;
+    static_cast<void>(ReadHttp(request, &byte, 1, read));
+    EXPECT_EQ(QueryHttpFailure(request), test.failure);
+    EXPECT_EQ(Text(request) == "(none)", test.reply.bytes.empty() || test.reply.bytes[9] == '3');
+    CloseHttpHandle(request);
+    EXPECT_EQ(QueryHttpFailure(request), HttpFailure::kBroken);
+  }
+  const auto failureAt = [this](const char* host, std::uint16_t port) {
+    connection_ = ConnectHttp(session_, host, port, "", "");
+    const HttpHandle request = Get("/x");
+    EXPECT_EQ(Text(request), "(none)");
+    return QueryHttpFailure(request);
+  };
+  const std::uint16_t port = server_->port();
+  server_.reset();
+  EXPECT_EQ(failureAt("127.0.0.1", port), HttpFailure::kRefused);
+  EXPECT_EQ(failureAt("nowhere.invalid", 80), HttpFailure::kUnknownHost);
+}
+
+TEST_F(Http, RedirectsAndEncodingsAreTold) {
+  LoopbackServer other([](const ServedRequest&) { return Ok("other"); });
+  const std::string away = "http://127.0.0.1:" + std::to_string(other.port()) + "/away?x";
+  Connect([&away](const ServedRequest& request) {
+    if (request.path == "/far") return Status(302, "Location: " + away + "\r\n");
+    if (request.path == "/near") {
+      return Status(307, "Content-Encoding: br\r\nLocation: /there\r\n");
+    }
+    return Raw("Content-Encoding:  gzip\r\nContent-Length: 1\r\n", "x");
+  });
+  const std::string here = "http://127.0.0.1:" + std::to_string(server_->port());
+  const std::tuple<const char*, std::string, const char*> cases[] = {
+      {"/x", "(none)", "gzip"}, {"/near", here + "/there", "gzip"}, {"/far", away, "(none)"}};
+  for (const auto& [path, redirect, encoding] : cases) {
+    const HttpHandle request = Get(path);
+    EXPECT_EQ(QueryHttpRedirect(request).value_or("(none)"), redirect);
+    EXPECT_EQ(Text(request, HttpField::kContentEncoding), encoding);
     CloseHttpHandle(request);
   }
 }

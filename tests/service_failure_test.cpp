@@ -56,6 +56,8 @@ void SendHttpRequest(HttpHandle) {}
 std::optional<std::string> QueryHttpField(HttpHandle, HttpField field, std::size_t) {
   return field == HttpField::kStatusCode ? "200" : services.files[services.requested].length;
 }
+HttpFailure QueryHttpFailure(HttpHandle) { return HttpFailure::kNone; }
+std::optional<std::string> QueryHttpRedirect(HttpHandle) { return std::nullopt; }
 std::uint32_t QueryHttpDataAvailable(HttpHandle) {
   const Served& file = services.files[services.requested];
   if (services.chunk == file.chunks.size()) return file.breaks ? 1 : 0;

@@ -19,7 +19,17 @@ namespace velmora::platform {
 using HttpHandle = std::uintptr_t;
 inline constexpr HttpHandle kNoHttpHandle = 0;
 
-enum class HttpField { kStatusCode, kContentLength };
+enum class HttpField { kStatusCode, kContentLength, kContentEncoding };
+
+// Why there is no response, or why its body broke off.
+enum class HttpFailure {
+  kNone,
+  kUnknownHost,
+  kRefused,    // nothing listens there, or there is no way to it
+  kTimeout,    // one of the waits of SetHttpTimeouts
+  kRedirects,  // a redirect that leads nowhere, or more of them than are followed
+  kBroken,     // anything else, such as a reset
+};
 
 // Opens a session whose requests have the User-Agent `agent`. No traffic. 0 on failure.
 [[nodiscard]] HttpHandle OpenHttpSession(const char* agent);
@@ -43,11 +53,17 @@ void SetHttpTimeouts(HttpHandle session, std::uint32_t milliseconds);
 // Sends the request and waits for the head of the response. After a failure there is no status.
 void SendHttpRequest(HttpHandle request);
 
-// The response's status code or Content-Length as the server sent it, normally a decimal number.
-// Nothing if the response lacks it, if there was no response, or if the text and its terminator
-// need more than `bufferSize` bytes.
+// The response's status code, Content-Length or Content-Encoding as the server sent it; the first
+// two are normally decimal numbers. Nothing if the response lacks it, if there was no response, or
+// if the text and its terminator need more than `bufferSize` bytes.
 [[nodiscard]] std::optional<std::string> QueryHttpField(HttpHandle request, HttpField field,
                                                         std::size_t bufferSize);
+
+// The first failure of the request so far, of whatever operation on it.
+[[nodiscard]] HttpFailure QueryHttpFailure(HttpHandle request);
+
+// The URL that was requested last, if the server has redirected the request; otherwise nothing.
+[[nodiscard]] std::optional<std::string> QueryHttpRedirect(HttpHandle request);
 
 // Waits for bytes of the body or its end. Returns the number of bytes that the next ReadHttp
 // returns without waiting; 0 at the end of the body and after a broken transfer.

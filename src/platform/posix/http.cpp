@@ -70,20 +70,22 @@ class Request {
   std::size_t WaitForData();
   bool Read(char* buffer, std::size_t size, std::uint32_t& read);
   [[nodiscard]] const std::shared_ptr<Connection>& connection() const { return connection_; }
-  [[nodiscard]] const std::optional<std::string>& Field(HttpField field) const {
-    return field == HttpField::kStatusCode ? status_ : contentLength_;
-  }
+  [[nodiscard]] const std::optional<std::string>& Field(HttpField field) const;
+  [[nodiscard]] HttpFailure Failure() const;
+  [[nodiscard]] const std::optional<std::string>& Redirect() const { return redirect_; }
 
  private:
   static std::size_t OnHeader(char* data, std::size_t, std::size_t size, void* request);
   static std::size_t OnBody(char* data, std::size_t, std::size_t size, void* request);
   static int OnConnected(void* request, char*, char*, int, int);
 
+  void ForgetHead();
   void Transfer(bool trustsLength);
   void Configure();
   void TakeHeader(std::string_view line);
   void DriveUntil(const std::function<bool()>& reached);
   void TakeResult();
+  void NoteRedirect();
   void Wait();
   void EndTransfer();
   void NoteActivity() { lastActivity_ = TickCount(); }
@@ -101,6 +103,8 @@ class Request {
   std::uint32_t lastActivity_ = 0;
   std::optional<std::string> status_;
   std::optional<std::string> contentLength_;
+  std::optional<std::string> contentEncoding_;
+  std::optional<std::string> redirect_;
   std::string body_;      // what was received,
   std::size_t read_ = 0;  // and how much of it was read
 };
@@ -116,9 +120,58 @@ void Request::Send() {
   }
   // For libcurl a Content-Length that is no number is an error; callers want to see it.
   if (!headEnded_ && result_ == CURLE_WEIRD_SERVER_REPLY) Transfer(false);
-  if (headEnded_) return;
+  NoteRedirect();
+  // The head of a redirect that was followed in vain isn't the response.
+  if (headEnded_ && !(redirect_ && !headComplete_ && result_ != CURLE_OK)) return;
+  ForgetHead();
+}
+
+void Request::ForgetHead() {
   status_.reset();
   contentLength_.reset();
+  contentEncoding_.reset();
+}
+
+const std::optional<std::string>& Request::Field(HttpField field) const {
+  switch (field) {
+    case HttpField::kStatusCode:
+      return status_;
+    case HttpField::kContentLength:
+      return contentLength_;
+    case HttpField::kContentEncoding:
+      break;
+  }
+  return contentEncoding_;
+}
+
+HttpFailure Request::Failure() const {
+  switch (result_) {
+    case CURLE_OK:
+    case CURLE_PARTIAL_FILE:  // an early end, which is no failure
+      return HttpFailure::kNone;
+    case CURLE_COULDNT_RESOLVE_HOST:
+      return HttpFailure::kUnknownHost;
+    case CURLE_COULDNT_CONNECT:
+      return HttpFailure::kRefused;
+    case CURLE_OPERATION_TIMEDOUT:
+      return HttpFailure::kTimeout;
+    case CURLE_TOO_MANY_REDIRECTS:
+    case CURLE_UNSUPPORTED_PROTOCOL:
+    case CURLE_URL_MALFORMAT:
+      return HttpFailure::kRedirects;
+    default:
+      return HttpFailure::kBroken;
+  }
+}
+
+void Request::NoteRedirect() {
+  long count = 0;
+  char* url = nullptr;
+  if (easy_ == nullptr || curl_easy_getinfo(easy_, CURLINFO_REDIRECT_COUNT, &count) != CURLE_OK ||
+      count == 0) {
+    return;
+  }
+  if (curl_easy_getinfo(easy_, CURLINFO_EFFECTIVE_URL, &url) == CURLE_OK) redirect_ = url;
 }
 
 // From the request to the end of the response's head. If the length isn't trusted, the body ends
@@ -127,8 +180,8 @@ void Request::Transfer(bool trustsLength) {
   EndTransfer();
   result_ = CURLE_OK;
   connected_ = paused_ = headEnded_ = headComplete_ = false;
-  status_.reset();
-  contentLength_.reset();
+  redirect_.reset();
+  ForgetHead();
   body_.clear();
   easy_ = std::exchange(connection_->idle, nullptr);
   if (easy_ == nullptr) easy_ = curl_easy_init();
@@ -203,17 +256,21 @@ bool IsFollowed(std::string_view status) {
 
 void Request::TakeHeader(std::string_view line) {
   static constexpr std::string_view kLength = "content-length:";
+  static constexpr std::string_view kEncoding = "content-encoding:";
   NoteActivity();
   while (!line.empty() && IsWhiteSpace(line.back())) line.remove_suffix(1);
   if (StartsWithoutCase(line, "http/")) {
     const std::size_t space = std::min(line.find(' '), line.size());
     line.remove_prefix(space);
+    ForgetHead();
     status_ = line.substr(std::min<std::size_t>(1, line.size()), 3);
-    contentLength_.reset();
     headEnded_ = false;
   } else if (StartsWithoutCase(line, kLength)) {
     line.remove_prefix(kLength.size());
     contentLength_ = Trimmed(line, kWhiteSpace);
+  } else if (StartsWithoutCase(line, kEncoding)) {
+    line.remove_prefix(kEncoding.size());
+    contentEncoding_ = Trimmed(line, kWhiteSpace);
   } else if (line.empty() && status_ && !status_->empty()) {
     headEnded_ = true;
     headComplete_ = !IsFollowed(*status_);
@@ -261,6 +318,7 @@ void Request::Wait() {
 void Request::EndTransfer() {
   done_ = true;
   if (easy_ == nullptr) return;
+  NoteRedirect();
   curl_multi_remove_handle(connection_->multi, easy_);
   curl_easy_cleanup(std::exchange(connection_->idle, std::exchange(easy_, nullptr)));
 }
@@ -393,6 +451,16 @@ std::optional<std::string> QueryHttpField(HttpHandle request, HttpField field,
   if (object == nullptr) return std::nullopt;
   const std::optional<std::string>& text = object->Field(field);
   return text && text->size() < bufferSize ? text : std::nullopt;
+}
+
+HttpFailure QueryHttpFailure(HttpHandle request) {
+  const auto object = Find<Request>(request);
+  return object == nullptr ? HttpFailure::kBroken : object->Failure();
+}
+
+std::optional<std::string> QueryHttpRedirect(HttpHandle request) {
+  const auto object = Find<Request>(request);
+  return object == nullptr ? std::nullopt : object->Redirect();
 }
 
 std::uint32_t QueryHttpDataAvailable(HttpHandle request) {

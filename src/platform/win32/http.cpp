@@ -52,20 +52,68 @@ void InheritTimeouts(HINTERNET session, HINTERNET connection) {
   }
 }
 
-// The context of a request is free for use, since there are no callbacks. It marks a request that
-// got a whole response header: WinINet would return the status of an incomplete one, too.
+// The context of a request is free for use, since there are no callbacks. It says whether the
+// request got a whole response header, since WinINet would return the status of an incomplete one,
+// too; whether it was redirected; and how it failed.
 constexpr DWORD_PTR kAnswered = 1;
+constexpr DWORD_PTR kRedirected = 2;
+constexpr unsigned kFailureShift = 2;
 
-bool IsAnswered(HttpHandle request) {
+DWORD_PTR ContextOf(HttpHandle request) {
   DWORD_PTR context = 0;
   DWORD size = sizeof context;
-  return InternetQueryOptionA(ToInternet(request), INTERNET_OPTION_CONTEXT_VALUE, &context,
-                              &size) &&
-         context == kAnswered;
+  InternetQueryOptionA(ToInternet(request), INTERNET_OPTION_CONTEXT_VALUE, &context, &size);
+  return context;
+}
+
+void SetContext(HttpHandle request, DWORD_PTR context) {
+  InternetSetOptionA(ToInternet(request), INTERNET_OPTION_CONTEXT_VALUE, &context, sizeof context);
+}
+
+HttpFailure FailureOf(DWORD error) {
+  switch (error) {
+    case ERROR_INTERNET_NAME_NOT_RESOLVED:
+      return HttpFailure::kUnknownHost;
+    case ERROR_INTERNET_CANNOT_CONNECT:
+      return HttpFailure::kRefused;
+    case ERROR_INTERNET_TIMEOUT:
+    case WSAETIMEDOUT:  // Wine
+      return HttpFailure::kTimeout;
+    case ERROR_HTTP_REDIRECT_FAILED:
+    case ERROR_HTTP_REDIRECT_NEEDS_CONFIRMATION:
+    case ERROR_INTERNET_HTTP_TO_HTTPS_ON_REDIR:
+      return HttpFailure::kRedirects;
+    default:
+      return HttpFailure::kBroken;
+  }
+}
+
+// The first failure is the cause of all others.
+void NoteFailure(HttpHandle request, DWORD error) {
+  const DWORD_PTR context = ContextOf(request);
+  if (context >> kFailureShift != 0) return;
+  SetContext(request, context | static_cast<DWORD_PTR>(FailureOf(error)) << kFailureShift);
+}
+
+std::string UrlOf(HttpHandle request) {
+  std::string url(INTERNET_MAX_URL_LENGTH, '\0');
+  auto length = static_cast<DWORD>(url.size());
+  if (!InternetQueryOptionA(ToInternet(request), INTERNET_OPTION_URL, url.data(), &length))
+    return {};
+  url.resize(std::min<std::size_t>(length, url.size()));
+  return url.substr(0, url.find('\0'));
 }
 
 DWORD QueryLevel(HttpField field) {
-  return field == HttpField::kStatusCode ? HTTP_QUERY_STATUS_CODE : HTTP_QUERY_CONTENT_LENGTH;
+  switch (field) {
+    case HttpField::kStatusCode:
+      return HTTP_QUERY_STATUS_CODE;
+    case HttpField::kContentLength:
+      return HTTP_QUERY_CONTENT_LENGTH;
+    case HttpField::kContentEncoding:
+      break;
+  }
+  return HTTP_QUERY_CONTENT_ENCODING;
 }
 
 }  // namespace
@@ -102,14 +150,16 @@ HttpHandle OpenHttpGet(HttpHandle connection, const std::string& path) {
 }
 
 void SendHttpRequest(HttpHandle request) {
-  if (!HttpSendRequestA(ToInternet(request), nullptr, 0, nullptr, 0)) return;
-  DWORD_PTR context = kAnswered;
-  InternetSetOptionA(ToInternet(request), INTERNET_OPTION_CONTEXT_VALUE, &context, sizeof context);
+  const std::string asked = UrlOf(request);
+  const bool isAnswered = HttpSendRequestA(ToInternet(request), nullptr, 0, nullptr, 0) != FALSE;
+  const DWORD error = isAnswered ? 0 : GetLastError();
+  SetContext(request, (isAnswered ? kAnswered : 0) | (UrlOf(request) == asked ? 0 : kRedirected));
+  if (!isAnswered) NoteFailure(request, error);
 }
 
 std::optional<std::string> QueryHttpField(HttpHandle request, HttpField field,
                                           std::size_t bufferSize) {
-  if (!IsAnswered(request)) return std::nullopt;
+  if ((ContextOf(request) & kAnswered) == 0) return std::nullopt;
   std::string text(bufferSize, '\0');
   auto length = static_cast<DWORD>(bufferSize);
   const bool succeeded = HttpQueryInfoA(ToInternet(request), QueryLevel(field), text.data(),
@@ -120,15 +170,32 @@ std::optional<std::string> QueryHttpField(HttpHandle request, HttpField field,
   return text;
 }
 
+HttpFailure QueryHttpFailure(HttpHandle request) {
+  DWORD type = 0;
+  DWORD size = sizeof type;
+  const bool isOpen =
+      InternetQueryOptionA(ToInternet(request), INTERNET_OPTION_HANDLE_TYPE, &type, &size) != FALSE;
+  return isOpen ? static_cast<HttpFailure>(ContextOf(request) >> kFailureShift)
+                : HttpFailure::kBroken;
+}
+
+std::optional<std::string> QueryHttpRedirect(HttpHandle request) {
+  if ((ContextOf(request) & kRedirected) == 0) return std::nullopt;
+  return UrlOf(request);
+}
+
 std::uint32_t QueryHttpDataAvailable(HttpHandle request) {
   DWORD count = 0;
-  InternetQueryDataAvailable(ToInternet(request), &count, 0, 0);
+  if (!InternetQueryDataAvailable(ToInternet(request), &count, 0, 0)) {
+    NoteFailure(request, GetLastError());
+  }
   return count;
 }
 
 bool ReadHttp(HttpHandle request, void* buffer, std::uint32_t size, std::uint32_t& read) {
   DWORD count = 0;
   const bool succeeded = InternetReadFile(ToInternet(request), buffer, size, &count) != FALSE;
+  if (!succeeded) NoteFailure(request, GetLastError());
   read = count;
   return succeeded;
 }

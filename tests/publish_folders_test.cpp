@@ -12,8 +12,10 @@
 #include <vector>
 
 #include "publish/build/new_file.h"
+#include "publish/build/prune.h"
 #include "publish/build/publication.h"
 #include "publish/build/publication_link.h"
+#include "publish/build/staging.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/redirection.h"
 #include "support/workspace.h"
@@ -232,6 +234,116 @@ TEST_F(PublishFolders, LinkIsNotSwitchedToWhatPlayersCannotUse) {
     EXPECT_EQ(test::FilesHere(), before);
     EXPECT_EQ(fs::read_symlink("current"), "old");
   }
+}
+
+class PublishPrune : public PublishFolders {
+ protected:
+  // Two builds into "out": of what the first one had, the second one keeps only "stays".
+  PublishPrune() {
+    for (const char* path : {"stays", "d/e/gone", "d/old", "linked", ".dot", ".d/f", "spared/f"}) {
+      WriteFile(std::string("tree/") + path, "old");
+    }
+    Build("out");
+    fs::copy_file("out/hashlist.dat", "first.dat");
+    fs::remove_all("tree");
+    WriteFile("tree/stays", "new");
+    WriteFile("tree/new", "new");
+    Build("out");
+    WriteFile("out/d/stranger", "x");
+    WriteFile("out/enable.cdn", "http://h/d");
+    fs::remove("out/linked");
+    fs::create_symlink("stays", "out/linked");
+    prune_.output = "out";
+  }
+  static Names Needless(const PruneOptions& options) {
+    Names paths;
+    for (const NeedlessPayload& payload : Prune(options).needless) paths.insert(payload.path);
+    return paths;
+  }
+  PruneOptions prune_;
+};
+
+TEST_F(PublishPrune, RemovesWhatOnlyEarlierBuildsNeeded) {
+  const Files before = test::FilesHere();
+  const Names all = {"d/e/gone", "d/old", "spared/f"};
+  EXPECT_EQ(Needless(prune_), all);
+  EXPECT_EQ(Prune(prune_).bytes, 9U);
+  EXPECT_EQ(Prune(prune_).others, 1U);
+  for (const char* spared : {"spared", "out/spared", "spared/", "spared/f"}) {
+    prune_.spare = {spared};
+    EXPECT_EQ(Needless(prune_), (Names{"d/e/gone", "d/old"})) << spared;
+  }
+  prune_.keep = {"first.dat"};
+  EXPECT_EQ(Needless(prune_), Names{});
+  prune_.keep.clear();
+  // A list of another name in the same folder.
+  fs::copy_file("first.dat", "out/beta.dat");
+  EXPECT_EQ(Needless(prune_), Names{});
+  fs::remove("out/beta.dat");
+  EXPECT_EQ(test::FilesHere(), before);
+
+  prune_.deletes = true;
+  prune_.output = "out/";
+  EXPECT_EQ(Needless(prune_), (Names{"d/e/gone", "d/old"}));
+  Files expected = before;
+  for (const char* removed : {"out/d/e/gone", "out/d/old"}) expected.erase(removed);
+  expected["out/.velmora-publish"] = ReadFile("out/.velmora-publish");
+  EXPECT_EQ(test::FilesHere(), expected);
+  EXPECT_FALSE(fs::exists("out/d/e"));
+  // From now on these names aren't the tool's.
+  WriteFile("out/d/old", "mine");
+  EXPECT_EQ(Needless(prune_), Names{});
+  prune_.spare.clear();
+  EXPECT_EQ(Needless(prune_), (Names{"spared/f"}));
+}
+
+// A publication of a version that recorded no payloads: what the last list named is known.
+TEST_F(PublishPrune, RecordBeginsWithTheListInTheFolder) {
+  std::string record = ReadFile("out/.velmora-publish");
+  WriteFile("out/.velmora-publish", record.substr(0, record.find("payload ")));
+  EXPECT_EQ(Needless(prune_), Names{});
+  EXPECT_EQ(Prune(prune_).others, 4U);
+  fs::remove("tree/new");
+  Build("out");
+  EXPECT_EQ(Needless(prune_), Names{"new"});
+}
+
+TEST_F(PublishPrune, RefusesWhenItIsNotKnownWhatIsNeeded) {
+  WriteFile("empty.dat", "");
+  WriteFile("long.dat", ReadFile("first.dat") + std::string(600, 'x'));
+  prune_.deletes = true;
+  const auto refuses = [this](const std::string& reason) {
+    const Files before = test::FilesHere();
+    try {
+      Prune(prune_);
+      ADD_FAILURE() << reason;
+    } catch (const PublishError& error) {
+      EXPECT_NE(std::string(error.what()).find(reason), std::string::npos) << error.what();
+    }
+    EXPECT_EQ(test::FilesHere(), before);
+  };
+  for (const auto& [list, reason] : Files{{"empty.dat", "names no file"},
+                                          {"long.dat", "not a list"},
+                                          {"tree/new", "not a list"},
+                                          {"none", "can't be read"}}) {
+    prune_.keep = {"first.dat", list};
+    refuses(reason);
+  }
+  prune_.keep.clear();
+  prune_.spare = {"nothing"};
+  refuses("--spare nothing");
+  prune_.spare.clear();
+  {
+    const Staging other("out");
+    refuses("another build is running");
+  }
+  WriteFile("out/.publishing/journal", "");
+  refuses("velmora-publish recover out");
+  fs::remove_all("out/.publishing");
+  WriteFile("out/hashlist.dat", "");
+  refuses("names no file");
+  fs::remove("out/hashlist.dat");
+  refuses("no list");
 }
 
 TEST(Redirection, FlawsOfItsText) {

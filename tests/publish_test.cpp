@@ -243,7 +243,10 @@ TEST_F(Publication, KeepsUnchangedPayloads) {
     const auto output = Output();
     options.output = "fresh";
     BuildPublication(options);
-    for (const auto& [name, content] : Output("fresh")) EXPECT_EQ(output.at(name), content) << name;
+    // The record names old payloads as well.
+    for (const auto& [name, content] : Output("fresh")) {
+      EXPECT_TRUE(name == ".velmora-publish" || output.at(name) == content) << name;
+    }
   }
 }
 

@@ -1,12 +1,10 @@
 #include "publish/build/earlier_publication.h"
 
-#include <sstream>
 #include <system_error>
 
 #include "publish/build/new_file.h"
+#include "publish/build/publication_record.h"
 #include "publish/build/published_payload.h"
-#include "publish/build/zlib_blocks.h"
-#include "publish/common/file_digest.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/sized_reader.h"
 
@@ -27,65 +25,13 @@ std::string TextIfAny(const fs::path& path) {
   }
 }
 
-std::string CompressionText(const PayloadOptions& options) {
-  if (options.compress == Compress::kAlways) return "always";
-  if (options.compress == Compress::kNever) return "never";
-  std::string text = "pays from " + std::to_string(options.paysFrom) + " but";
-  for (const std::string& type : options.plainTypes) text += ' ' + type;
-  return text;
-}
-
-bool ReadHash(const std::string& value, PayloadOptions& options) {
-  options.hash = value == "md5" ? HashKind::kMd5 : HashKind::kSha1;
-  return value == "md5" || value == "sha1";
-}
-
-// "always", "never", or "pays", behind which `words` holds "from 5 but 7z aac".
-bool ReadCompression(const std::string& value, std::istream& words, PayloadOptions& options) {
-  options.compress = value == "always"  ? Compress::kAlways
-                     : value == "never" ? Compress::kNever
-                                        : Compress::kPays;
-  if (options.compress != Compress::kPays) return true;
-  std::string from;
-  std::string but;
-  words >> from >> options.paysFrom >> but;
-  if (value != "pays" || from != "from" || but != "but") return false;
-  options.plainTypes.clear();
-  for (std::string type; words >> type;) options.plainTypes.insert(type);
-  return true;
-}
-
 }  // namespace
-
-std::string SettingsText(const PayloadOptions& options, std::string_view list) {
-  FileDigest digest(options.hash);
-  digest.Add(list.data(), list.size());
-  return std::string("velmora-publish 1\n") + "hash " +
-         (options.hash == HashKind::kMd5 ? "md5" : "sha1") + "\ncompress " +
-         CompressionText(options) + "\n" + StreamMaker() + "\nlist " + digest.Text() + "\n";
-}
-
-std::optional<PayloadOptions> ReadSettings(const fs::path& folder) {
-  std::istringstream lines(TextIfAny(folder / kSettingsName));
-  PayloadOptions options;
-  bool hasHash = false;
-  bool hasCompression = false;
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream words(line);
-    std::string key;
-    std::string value;
-    words >> key >> value;
-    if (key == "hash") hasHash = ReadHash(value, options);
-    if (key == "compress") hasCompression = ReadCompression(value, words, options);
-  }
-  return hasHash && hasCompression ? std::optional(options) : std::nullopt;
-}
 
 EarlierPublication::EarlierPublication(const fs::path& folder, const std::string& listName,
                                        const PayloadOptions& options)
     : folder_(folder), options_(options) {
   const std::string text = TextIfAny(folder / listName);
-  if (TextIfAny(folder / kSettingsName) != SettingsText(options, text)) return;
+  if (ReadPublicationRecord(folder).settings != SettingsText(options, text)) return;
   isUsable_ = true;
   AddRecords(PublishedList(text));
 }

@@ -5,7 +5,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "engine/file_record.h"
 #include "publish/build/payload.h"
@@ -13,17 +12,6 @@
 #include "publish/common/published_list.h"
 
 namespace velmora::publish {
-
-// The file next to the list that says how its publication was made.
-inline constexpr char kSettingsName[] = ".velmora-publish";
-
-// Lines of text: everything besides their files that payloads depend on, and the digest of the list
-// that they were published with, so that the settings are valid for no other list.
-[[nodiscard]] std::string SettingsText(const PayloadOptions& options, std::string_view list);
-
-// What the settings file in a folder says about payloads, whichever list it belongs to; nothing if
-// there is none.
-[[nodiscard]] std::optional<PayloadOptions> ReadSettings(const std::filesystem::path& folder);
 
 // The publication in a folder; empty if there is none, or one made with other settings. The list is
 // read once: apart from the payloads, the folder may change afterwards.

@@ -6,8 +6,8 @@
 #include "base/ascii.h"
 #include "engine/reference_list.h"
 #include "publish/build/complaints.h"
-#include "publish/build/earlier_publication.h"
 #include "publish/build/list_text.h"
+#include "publish/build/publication_record.h"
 #include "publish/build/published_payload.h"
 #include "publish/build/removals.h"
 #include "publish/build/staging.h"
@@ -48,7 +48,7 @@ void RequireListName(const std::string& name) {
   const bool isPlain = name.find_first_of("/\\ ?#%") == std::string::npos && name != "." &&
                        name != ".." && !HasControl(name);
   const bool isTaken =
-      name == Staging::kFolder || name == kSettingsName || name == kRedirectionName;
+      name == Staging::kFolder || name == kPublicationRecord || name == kRedirectionName;
   if (name.empty() || !isPlain || isTaken || name.find(kCompressedMark) != std::string::npos) {
     throw PublishError("the list can't have the name \"" + ShownPath(name) + "\"");
   }
@@ -129,7 +129,8 @@ void CheckOwnPlaces(const std::vector<SourceFile>& files, const std::string& lis
     record.path = file.listPath;
     const fs::path place = PayloadPlace(record);
     const fs::path first = *place.begin();
-    const bool isTaken = first == listName || first == Staging::kFolder || first == kSettingsName ||
+    const bool isTaken = first == listName || first == Staging::kFolder ||
+                         first == kPublicationRecord ||
                          (first == kRedirectionName && place != first);
     if (!isTaken) continue;
     const char* const other = first == listName ? ", choose another --list" : "";

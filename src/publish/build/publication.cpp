@@ -9,13 +9,13 @@
 #include "publish/build/finished_publication.h"
 #include "publish/build/list_text.h"
 #include "publish/build/new_file.h"
+#include "publish/build/new_publication.h"
 #include "publish/build/plan.h"
-#include "publish/build/published_payload.h"
+#include "publish/build/publication_record.h"
 #include "publish/build/staging.h"
 #include "publish/common/parallel_for.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
-#include "publish/common/redirection.h"
 
 namespace velmora::publish {
 namespace {
@@ -26,25 +26,6 @@ void BeginPhase(const PayloadOptions& options, const char* name, std::size_t fil
                 std::uint64_t bytes = 0) {
   if (options.progress != nullptr) options.progress->Begin(name, files, bytes);
 }
-
-// Staged files on their way to their places, in the order in which they are added.
-class NewFiles {
- public:
-  explicit NewFiles(const Staging& staging) : staging_(staging) {}
-
-  void Add(std::size_t number, const fs::path& place) { placements_.push_back({number, place}); }
-  void AddText(std::size_t number, const std::string& text, const fs::path& place) {
-    NewFile file(staging_.At(number));
-    file.Write(text.data(), text.size());
-    file.Commit();
-    Add(number, place);
-  }
-  void Publish() const { staging_.Publish(placements_); }
-
- private:
-  const Staging& staging_;
-  std::vector<Placement> placements_;
-};
 
 // A file's record, and whether its payload waits to be moved to its place, unless it is discarded.
 struct Publishable {
@@ -139,16 +120,17 @@ void Sum(const std::vector<FileRecord>& records, const PublishedList* earlier,
 struct Prepared {
   PublicationPlan plan;
   std::vector<Publishable> payloads;
+  std::vector<FileRecord> records;
   std::string list;
   BuildSummary summary;
 };
 
 Prepared Prepare(const BuildOptions& options, const PayloadUse& use) {
   BeginPhase(options.payload, "reading the tree");
-  Prepared prepared{PlanPublication(options), {}, {}, {}};
+  Prepared prepared{PlanPublication(options), {}, {}, {}, {}};
   const PublicationPlan& plan = prepared.plan;
   prepared.payloads = MakeAllPayloads(plan, options, use, prepared.summary);
-  std::vector<FileRecord> records;
+  std::vector<FileRecord>& records = prepared.records;
   records.reserve(prepared.payloads.size());
   for (const Publishable& payload : prepared.payloads) {
     plan.spelling.Spell(records.emplace_back(*payload.record));
@@ -172,20 +154,17 @@ BuildSummary BuildPublication(const BuildOptions& options) {
   const Staging staging(options.output);
   const Prepared prepared = Prepare(options, {&staging, false});
 
-  NewFiles newFiles(staging);
+  NewPublication publication(staging, options.output, options.listName, prepared.payloads.size());
   for (std::size_t i = 0; i < prepared.payloads.size(); ++i) {
     const Publishable& payload = prepared.payloads[i];
-    if (payload.isStaged) newFiles.Add(i, PayloadPlace(*payload.record));
+    if (payload.isStaged) publication.AddPayload(i, *payload.record);
   }
-  std::size_t number = prepared.payloads.size();
   const auto& redirection = prepared.plan.redirection;
-  if (redirection) newFiles.AddText(number++, *redirection, kRedirectionName);
-  // The settings hold the list's digest, so that they are valid for no other list.
-  newFiles.AddText(number++, SettingsText(options.payload, prepared.list), kSettingsName);
-  newFiles.AddText(number, prepared.list, options.listName);
+  if (redirection) publication.AddRedirection(*redirection);
   StopIfAsked(options.payload);
   BeginPhase(options.payload, "moving the files to their places");
-  newFiles.Publish();
+  publication.Publish(prepared.records, SettingsText(options.payload, prepared.list),
+                      prepared.list);
   return prepared.summary;
 }
 

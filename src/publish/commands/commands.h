@@ -29,6 +29,7 @@ const char* LeftoverName(Leftover leftover);
 void AddBuildCommand(CLI::App& app, int& status);
 void AddDiffCommand(CLI::App& app, int& status);
 void AddLintCommand(CLI::App& app, int& status);
+void AddPruneCommand(CLI::App& app, int& status);
 void AddRecoverCommand(CLI::App& app, int& status);
 void AddSwitchCommand(CLI::App& app, int& status);
 void AddVerifyCommand(CLI::App& app, int& status);

@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
-#include "publish/build/earlier_publication.h"
 #include "publish/build/publication.h"
+#include "publish/build/publication_record.h"
 #include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
 #include "publish/commands/update_report.h"
@@ -44,7 +44,7 @@ void RequireReadable(const PublishedList& list, const std::string& place) {
 bool IsTree(const DiffCommand& command) {
   const std::filesystem::path& after = command.after;
   if (!std::filesystem::is_directory(after) || exists(after / command.listName)) return false;
-  if (!exists(after / kSettingsName)) return true;
+  if (!exists(after / kPublicationRecord)) return true;
   throw PublishError(ShownPath(command.after) + ": a publication without a list " +
                      ShownPath(command.listName) + "; --list tells the list's name");
 }

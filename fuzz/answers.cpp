@@ -216,7 +216,9 @@ using namespace publish;
 
 static std::vector<Problem> Check(const Answer& sent, const std::vector<std::size_t>& pieces) {
   return publish::CheckPayload(sent.record, [&](Sink& sink) {
-    const ResponseHead head{.status = ToNumber(sent.status), .length = sent.length, .trouble = ""};
+    ResponseHead head;
+    head.status = ToNumber(sent.status);
+    head.length = sent.length;
     if (!sink.TakeHead(head)) return DeliveryEnd::kUnwanted;
     std::string rest = sent.body;
     for (std::size_t i = 0; !rest.empty(); ++i) {

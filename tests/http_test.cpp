@@ -291,16 +291,24 @@ TEST_F(Http, FailuresAreToldApart) {
 TEST_F(Http, RedirectsAndEncodingsAreTold) {
   LoopbackServer other([](const ServedRequest&) { return Ok("other"); });
   const std::string away = "http://127.0.0.1:" + std::to_string(other.port()) + "/away?x";
-  Connect([&away](const ServedRequest& request) {
-    if (request.path == "/far") return Status(302, "Location: " + away + "\r\n");
-    if (request.path == "/near") {
-      return Status(307, "Content-Encoding: br\r\nLocation: /there\r\n");
-    }
-    return Raw("Content-Encoding:  gzip\r\nContent-Length: 1\r\n", "x");
-  });
+  Connect(
+      [&away](const ServedRequest& request) {
+        if (request.path == "/far") return Status(302, "Location: " + away + "\r\n");
+        if (request.path == "/known" && request.head.find("Authorization") == std::string::npos) {
+          return Status(401, "WWW-Authenticate: Basic realm=\"x\"\r\nLocation: /x\r\n");
+        }
+        if (request.path == "/near") {
+          return Status(307, "Content-Encoding: br\r\nLocation: /there\r\n");
+        }
+        return Raw("Content-Encoding:  gzip\r\nContent-Length: 1\r\n", "x");
+      },
+      "user", "pw");
   const std::string here = "http://127.0.0.1:" + std::to_string(server_->port());
   const std::tuple<const char*, std::string, const char*> cases[] = {
-      {"/x", "(none)", "gzip"}, {"/near", here + "/there", "gzip"}, {"/far", away, "(none)"}};
+      {"/x", "(none)", "gzip"},
+      {"/a/../known", "(none)", "gzip"},
+      {"/near", here + "/there", "gzip"},
+      {"/far", away, "(none)"}};
   for (const auto& [path, redirect, encoding] : cases) {
     const HttpHandle request = Get(path);
     EXPECT_EQ(QueryHttpRedirect(request).value_or("(none)"), redirect);

@@ -132,16 +132,22 @@ TEST(ProgressLine, ShowsWhatIsDoneAndWhatIsLeft) {
   progress.Begin("writing", 4, 8'000'000'000'000);
   progress.files = 1;
   progress.bytes = 2'000'000'000'000;
-  EXPECT_EQ(ProgressText(progress, 0.1), "writing [##-------] 1/4 files, 2.0 TB");
+  EXPECT_EQ(ProgressText(progress, 0.1), "writing [####------------] 1/4 files, 2.0 TB");
   EXPECT_EQ(ProgressText(progress, 4000),
-            "writing [##-------] 1/4 files, 2.0 TB, 500.0 MB/s, 3:20:00 left");
+            "writing [####------------] 1/4 files, 2.0 TB, 500.0 MB/s, 3:20:00 left");
   progress.phase = "";
   EXPECT_EQ(ProgressText(progress, 20),
             "[####------------] 1/4 files, 2.0 TB, 100.0 GB/s, 1:00 left");
   progress.Begin("comparing", 2, 0);  // empty files
   progress.files = 1;
   EXPECT_EQ(ProgressText(progress, 1),
-            "comparing [###----] 1/2 files, 0.0 kB, 0.0 kB/s, 0:01 left");
+            "comparing [########--------] 1/2 files, 0.0 kB, 0.0 kB/s, 0:01 left");
+  progress.findings = 12;
+  EXPECT_EQ(ProgressText(progress, 1),
+            "comparing [#######--------] 1/2 files, 12 findings, 0.0 kB, 0.0 kB/s, 0:01 left");
+  progress.findings = 100'000;  // the bar gives way
+  EXPECT_EQ(ProgressText(progress, 100),
+            "comparing [#####------] 1/2 files, 100000 findings, 0.0 kB, 0.0 kB/s, 1:40 left");
   progress.filesTotal = progress.files = progress.bytes = progress.bytesTotal = 999'999'999'999;
   EXPECT_LE(ProgressText(progress, 1).size(), 79U);
 }

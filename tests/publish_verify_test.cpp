@@ -10,6 +10,8 @@
 #include <regex>
 #include <string>
 #include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "publish/common/progress_line.h"
@@ -93,6 +95,17 @@ TEST_F(PublishVerify, FindsWhatPatchersWouldRefuse) {
   plain("old", Ok(other), {"stale: stale: its hash is " + Sha1(other)});
   plain("page", Ok(page), {"page: a page instead of the file"});
   plain(std::string(257, 'p'), Ok(good), {"path-too-long: "});
+  const std::string gzip = "Content-Encoding: gzip\r\n";
+  plain("encoded", Raw(gzip, good),
+        {"encoded: the server compresses: Content-Encoding: gzip; turn that off"});
+  plain("recoded", Raw(gzip + length, other), {"encoded: the server compresses: Content-Enc"});
+  plain("mislabelled", Raw(gzip + length, good), {});
+  plain("identity", Raw("Content-Encoding: identity\r\n", good), {"no-length: no Content-Length"});
+  plain("private", Status(401), {"status: status 401: wants a user and a password; give them"});
+  const std::string here = "redirected to http://127.0.0.1:";
+  plain("sent-away", Status(301, "Location: /d/locked\r\n"),
+        {"status: status 403; " + here, "moved?: " + here});
+  plain("sent-back", Status(302, "Location: good\r\n"), {});
   compressed("stream.compressed", stream, noise, {});
   compressed("damaged.compressed", damaged, noise, {"damaged: damaged stream"});
   compressed("half.compressed", half, noise, {"damaged: damaged stream, it has no end"});
@@ -131,6 +144,45 @@ TEST_F(PublishVerify, FindsWhatPatchersWouldRefuse) {
   EXPECT_NE(server.Requests().at(0).head.find("User-Agent: VelmoraUpdate\r\n"), std::string::npos);
   EXPECT_EQ(progress.files, files);
   EXPECT_EQ(progress.bytes, summary.bytes);
+}
+
+// Whose certificates the players' systems trust isn't asked: they don't get that far.
+TEST_F(PublishVerify, RedirectToHttpsIsAnError) {
+  for (const std::string scheme : {"http", "https"}) {
+    Origin origin;
+    origin.name = "s";
+    origin.listName = "l";
+    origin.listPath = "/l";
+    origin.pathOf = [](const FileRecord& record) { return record.path; };
+    origin.open = [&scheme]() -> Fetch {
+      return [&scheme](const std::string& path, Sink& sink) {
+        const std::string body = path == "/l" ? FileLine("a", "a") : "a";
+        ResponseHead head;
+        head.status = 200;
+        head.length = std::to_string(body.size());
+        if (path == "a") head.redirectedTo = scheme + "://t/a";
+        EXPECT_TRUE(sink.TakeHead(head));
+        sink.TakeBytes(reinterpret_cast<const std::uint8_t*>(body.data()), body.size());
+        return DeliveryEnd::kEnded;
+      };
+    };
+    const VerifySummary summary = VerifyOrigin(origin, {.connections = 1});
+    EXPECT_EQ(std::pair(summary.errors, summary.warnings),
+              scheme == "https" ? std::pair(1UL, 0UL) : std::pair(0UL, 1UL));
+  }
+}
+
+TEST_F(PublishVerify, StalledTransferIsCalledSo) {
+  const FileRecord record = {"a", Sha1("x"), "1", Sha1("x"), "1", false};
+  const auto problems = CheckPayload(record, [](Sink& sink) {
+    ResponseHead head;
+    head.status = 200;
+    head.length = "1";
+    EXPECT_TRUE(sink.TakeHead(head));
+    return DeliveryEnd::kStalled;
+  });
+  ASSERT_EQ(problems.size(), 1U);
+  EXPECT_EQ(problems[0].what, "broken transfer, 0 of 1 bytes came, then nothing for ten seconds");
 }
 
 TEST_F(PublishVerify, FailingServerIsGivenUp) {
@@ -172,13 +224,17 @@ TEST_F(VerifyCommand, FolderIsCheckedLikeAServer) {
   WriteFile("good/a", "a");
   WriteFile("page/hashlist.dat", "<HTML>\n" + FileLine("a", "a"));
   WriteFile("empty/hashlist.dat", "");
+  WriteFile("good/enable.cdn", " <!DOCTYPE html>");
   const std::pair<const char*, std::string> cases[] = {
       {"p --list l --connections 1",
-       "1: error: p gone: missing\nerror: p old: stale: its hash is " + Sha1("old") +
-           "\nerror: p dir: can't be read: it is no file\n"
-           "p: 7 of 7 files, 200776 bytes, 8 requests; 3 errors, 0 warnings\n"},
+       "1: error: p dir: can't be read: it is no file\nerror: p gone: missing\n"
+       "error: p old: stale: its hash is " +
+           Sha1("old") + "\np: 7 of 7 files, 200776 bytes, 8 requests; 3 errors, 0 warnings\n"},
       // No stream is a terminal, so there is no progress.
-      {"good", "0: good: 1 of 1 files, 101 bytes, 2 requests; 0 errors, 0 warnings\n"},
+      {"good",
+       "3: warning: good enable.cdn: a page, which redirects nobody; let the server answer 404 for "
+       "files that it doesn't have\ngood: 1 of 1 files, 101 bytes, 2 requests; 0 errors, 1 "
+       "warnings\n"},
       {"page",
        "1: error: page hashlist.dat: a page instead of the list\n"
        "page: 0 of 0 files, 107 bytes, 1 requests; 1 errors, 0 warnings\n"},
@@ -198,7 +254,7 @@ TEST_F(VerifyCommand, FolderIsCheckedLikeAServer) {
     EXPECT_EQ(Run(std::string(wrong) + " 2>/dev/null").substr(0, 3), "2: ") << wrong;
   }
   const std::string drawn = Run("good --progress 2>&1 >/dev/null");
-  EXPECT_TRUE(drawn.starts_with("0: \r\x1B[K[") && drawn.ends_with("\r\x1B[K")) << drawn;
+  EXPECT_TRUE(drawn.starts_with("3: \r\x1B[K[") && drawn.ends_with("\r\x1B[K")) << drawn;
 }
 
 // Of these mirrors, one redirects to another one, which is listed twice but verified once, and one
@@ -229,12 +285,83 @@ TEST_F(VerifyCommand, AllServersOfASettingsFile) {
   EXPECT_EQ(report, nlohmann::json::parse(R"({
     "servers": [
       {"server": "http://127.0.0.82:8080/d", "redirectedTo": "http://127.0.0.83/files", "files": 2,
-       "checked": 2, "bytes": 206, "requests": 3, "errors": 1, "warnings": 0},
+       "checked": 2, "bytes": 206, "requests": 3, "errors": 1, "warnings": 1},
       {"server": "http://127.0.0.83/files"}],
     "findings": [
+      {"severity": "warning", "server": "http://127.0.0.82:8080/d", "path": "enable.cdn",
+       "kind": "redirection", "what":
+       "the port is 9, but patchers use port 80; offer the files there, and leave the port out"},
       {"severity": "error", "server": "http://127.0.0.83/files", "path": "\u30c6",
        "kind": "missing", "what": "missing"}],
-    "files": 2, "checked": 2, "bytes": 206, "errors": 1, "warnings": 0, "stopped": false})"));
+    "files": 2, "checked": 2, "bytes": 206, "errors": 1, "warnings": 1, "stopped": false})"));
+}
+
+// Without a word about what isn't a finding.
+TEST_F(VerifyCommand, SaysWhatTheServerDoesAndWhatHelps) {
+  const LoopbackServer server([](const ServedRequest& request) {
+    const std::string list = FileLine("a", "a");
+    const bool isKnown = request.head.find("Authorization: Basic dTpw\r\n") != std::string::npos;
+    if (request.path.starts_with("/private/") && !isKnown) {
+      return Status(401, "WWW-Authenticate: Basic realm=\"x\"\r\n");
+    }
+    if (request.path.ends_with("/a")) return Ok("a");
+    if (request.path.starts_with("/gzip/")) return Raw("Content-Encoding: gzip\r\n", list);
+    if (request.path.starts_with("/gzip2/")) {
+      return Status(200, "Content-Encoding: gzip\r\n", "\x1F\x8B");
+    }
+    if (request.path.starts_with("/moved/")) return Status(308, "Location: /new/l\r\n");
+    if (request.path.starts_with("/https/")) {
+      return Status(302, "Location: https://127.0.0.1:1" + request.path + "\r\n");
+    }
+    if (request.path.starts_with("/cut/")) return Reply{"", Reply::End::kReset};
+    return Ok(list);
+  });
+  std::uint16_t closed = 0;
+  {
+    const LoopbackServer other([](const ServedRequest&) { return Ok(""); });
+    closed = other.port();
+  }
+  WriteFile("password", "p\r\nsecond line");
+  WriteFile("wrong", "q");
+  const std::string root = "http://127.0.0.1:" + std::to_string(server.port());
+  const std::string refused = "http://127.0.0.1:" + std::to_string(closed);
+  const std::tuple<std::string, std::string, int, std::string> cases[] = {
+      {root, "", 0, ""},
+      {refused, "", 1, "no answer: connection refused; check the port"},
+      {"http://nowhere.invalid", "", 1, "no answer: unknown host; check its name"},
+      {root + "/cut", "", 1, "no answer: the connection broke off"},
+      {root + "/gzip", "", 1, "the server compresses: Content-Encoding: gzip; turn that off"},
+      {root + "/gzip2", "", 1, "the server compresses: Content-Encoding: gzip; turn that off"},
+      {root + "/moved", "", 3, "redirected to " + root + "/new/l; patchers follow, with one more"},
+      {root + "/https", "", 1,
+       "no answer: connection refused; check the port, and that the server is running; "
+       "redirected to https://127.0.0.1:1/https/hashlist.dat"},
+      {root + "/private", "", 1, "status 401: wants a user and a password; give them by --user"},
+      {root + "/private", "--user u --password-file password", 0, ""},
+      {root + "/private", "--user u --password-file wrong", 1,
+       "status 401: refuses user u with the password given"},
+  };
+  for (const auto& [where, options, status, what] : cases) {
+    std::string expected = std::to_string(status) + ": ";
+    if (status != 0) expected += status == 3 ? "warning: " : "error: ";
+    if (status != 0) expected += where + " hashlist.dat: " + what;
+    const std::string text = Run(where + " --quiet " + options + " 2>&1");
+    EXPECT_TRUE(text.starts_with(expected) && (status != 0 || text == expected)) << text;
+  }
+  setenv("VELMORA_PASSWORD", "p", 1);
+  EXPECT_EQ(Run(root + "/private --user u --quiet"), "0: ");
+  unsetenv("VELMORA_PASSWORD");
+  for (const std::string& wrong : {root + "/private --user u", root + " --password-file password",
+                                   "http://u:secret@" + root.substr(7) + "/private",
+                                   root + " --user u --password-file none"}) {
+    const std::string text = Run(wrong + " 2>&1");
+    EXPECT_TRUE(text.starts_with("2: velmora-publish: ")) << text;
+    EXPECT_EQ(text.find("secret"), std::string::npos);
+  }
+  WriteFile("folder/hashlist.dat", FileLine("a", "a"));
+  WriteFile("folder/a", "a");
+  WriteFile("folder/enable.cdn", "http://cdn.example.com/game\n");
+  EXPECT_TRUE(Run("folder --quiet").starts_with("1: error: folder enable.cdn: a line end behind"));
 }
 
 // Waits until the server has been asked.

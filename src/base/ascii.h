@@ -31,6 +31,10 @@ namespace velmora {
                     [](char left, char right) { return LowerCase(left) == LowerCase(right); });
 }
 
+[[nodiscard]] inline bool StartsWithoutCase(std::string_view text, std::string_view start) {
+  return EqualWithoutCase(text.substr(0, start.size()), start);
+}
+
 [[nodiscard]] inline bool HasControl(std::string_view text) {
   return std::any_of(text.begin(), text.end(), IsControl);
 }

@@ -62,7 +62,8 @@ void SendHttpRequest(HttpHandle request);
 // The first failure of the request so far, of whatever operation on it.
 [[nodiscard]] HttpFailure QueryHttpFailure(HttpHandle request);
 
-// The URL that was requested last, if the server has redirected the request; otherwise nothing.
+// The URL that was requested last, without credentials, if the server has redirected the request;
+// otherwise nothing.
 [[nodiscard]] std::optional<std::string> QueryHttpRedirect(HttpHandle request);
 
 // Waits for bytes of the body or its end. Returns the number of bytes that the next ReadHttp

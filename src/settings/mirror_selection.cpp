@@ -38,19 +38,23 @@ void SelectMirror() {
   Settings.ServerPort = mirror.port;
 }
 
-std::optional<BaseUrlEntry> AskForRedirection(const std::string& host,
-                                              const std::string& dataPath) {
+std::optional<std::string> FetchRedirection(const std::string& host, const std::string& dataPath) {
   ProbeClient client("VelmoraUpdate_CDN");
   if (!client.Connect(host.c_str())) return std::nullopt;
   const char* body = client.FetchBody(dataPath + "/enable.cdn");
   if (body == nullptr) return std::nullopt;
-  const std::optional<platform::UrlParts> parts = CrackServerUrl(body);
+  return body;
+}
+
+std::optional<BaseUrlEntry> RedirectionTarget(const std::string& text) {
+  const std::optional<platform::UrlParts> parts = CrackServerUrl(text);
   if (!parts) return std::nullopt;
   return BaseUrlEntry{parts->host, kProbePort, parts->path};
 }
 
 void ProbeCdn() {
-  const auto target = AskForRedirection(Settings.ServerHost, Settings.DataPath);
+  const auto text = FetchRedirection(Settings.ServerHost, Settings.DataPath);
+  const auto target = text ? RedirectionTarget(*text) : std::nullopt;
   if (!target) return;
   Settings.ServerHost = target->host;
   Settings.DataPath = target->path;

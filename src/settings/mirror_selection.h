@@ -39,10 +39,14 @@ void ReadMirrors();
 // Fills the table and takes host, port and path from one of its entries, if it has any.
 void SelectMirror();
 
-// Asks the host, on port 80, for enable.cdn below the path. If the response body is a URL, returns
-// its host and path with port 80; otherwise empty. Any thread. Each wait is bounded by ten seconds.
-[[nodiscard]] std::optional<BaseUrlEntry> AskForRedirection(const std::string& host,
-                                                            const std::string& dataPath);
+// Asks the host, on port 80, for enable.cdn below the path and returns its text; empty if there is
+// none. Any thread. Each wait is bounded by ten seconds.
+[[nodiscard]] std::optional<std::string> FetchRedirection(const std::string& host,
+                                                          const std::string& dataPath);
+
+// Where such a text redirects players: host and path of its URL, with port 80. Empty if the text is
+// no URL.
+[[nodiscard]] std::optional<BaseUrlEntry> RedirectionTarget(const std::string& text);
 
 // Asks the server of the settings, and takes host, port and path from a redirection.
 void ProbeCdn();

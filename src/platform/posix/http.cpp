@@ -104,6 +104,7 @@ class Request {
   std::optional<std::string> status_;
   std::optional<std::string> contentLength_;
   std::optional<std::string> contentEncoding_;
+  bool isRedirected_ = false;
   std::optional<std::string> redirect_;
   std::string body_;      // what was received,
   std::size_t read_ = 0;  // and how much of it was read
@@ -164,14 +165,23 @@ HttpFailure Request::Failure() const {
   }
 }
 
+// libcurl adds those of the connection to what it was redirected to.
+std::string WithoutCredentials(const char* url) {
+  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parts(curl_url(), &curl_url_cleanup);
+  char* text = nullptr;
+  const bool isDone = curl_url_set(parts.get(), CURLUPART_URL, url, 0) == CURLUE_OK &&
+                      curl_url_set(parts.get(), CURLUPART_USER, nullptr, 0) == CURLUE_OK &&
+                      curl_url_set(parts.get(), CURLUPART_PASSWORD, nullptr, 0) == CURLUE_OK &&
+                      curl_url_get(parts.get(), CURLUPART_URL, &text, 0) == CURLUE_OK;
+  const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
+  return isDone ? text : "";
+}
+
 void Request::NoteRedirect() {
-  long count = 0;
   char* url = nullptr;
-  if (easy_ == nullptr || curl_easy_getinfo(easy_, CURLINFO_REDIRECT_COUNT, &count) != CURLE_OK ||
-      count == 0) {
-    return;
-  }
-  if (curl_easy_getinfo(easy_, CURLINFO_EFFECTIVE_URL, &url) == CURLE_OK) redirect_ = url;
+  if (easy_ == nullptr || !isRedirected_) return;
+  if (curl_easy_getinfo(easy_, CURLINFO_EFFECTIVE_URL, &url) != CURLE_OK) return;
+  redirect_ = WithoutCredentials(url);
 }
 
 // From the request to the end of the response's head. If the length isn't trusted, the body ends
@@ -180,6 +190,7 @@ void Request::Transfer(bool trustsLength) {
   EndTransfer();
   result_ = CURLE_OK;
   connected_ = paused_ = headEnded_ = headComplete_ = false;
+  isRedirected_ = false;
   redirect_.reset();
   ForgetHead();
   body_.clear();
@@ -245,10 +256,6 @@ int Request::OnConnected(void* request, char*, char*, int, int) {
   return CURL_PREREQFUNC_OK;
 }
 
-bool StartsWithoutCase(std::string_view text, std::string_view start) {
-  return EqualWithoutCase(text.substr(0, start.size()), start);
-}
-
 // A response that libcurl acts on by itself, so that another one follows.
 bool IsFollowed(std::string_view status) {
   return status.front() == '1' || status.front() == '3' || status == "401" || status == "407";
@@ -257,6 +264,7 @@ bool IsFollowed(std::string_view status) {
 void Request::TakeHeader(std::string_view line) {
   static constexpr std::string_view kLength = "content-length:";
   static constexpr std::string_view kEncoding = "content-encoding:";
+  static constexpr std::string_view kLocation = "location:";
   NoteActivity();
   while (!line.empty() && IsWhiteSpace(line.back())) line.remove_suffix(1);
   if (StartsWithoutCase(line, "http/")) {
@@ -271,6 +279,9 @@ void Request::TakeHeader(std::string_view line) {
   } else if (StartsWithoutCase(line, kEncoding)) {
     line.remove_prefix(kEncoding.size());
     contentEncoding_ = Trimmed(line, kWhiteSpace);
+  } else if (StartsWithoutCase(line, kLocation)) {
+    // libcurl itself counts a request that is repeated with credentials as another one.
+    isRedirected_ = isRedirected_ || (status_ && status_->starts_with('3'));
   } else if (line.empty() && status_ && !status_->empty()) {
     headEnded_ = true;
     headComplete_ = !IsFollowed(*status_);

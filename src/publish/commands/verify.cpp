@@ -2,6 +2,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -12,6 +14,8 @@
 #include "publish/commands/commands.h"
 #include "publish/common/progress_line.h"
 #include "publish/common/publish_error.h"
+#include "publish/common/published_list.h"
+#include "publish/common/redirection.h"
 #include "publish/common/shown_text.h"
 #include "publish/verify/player_servers.h"
 #include "publish/verify/verification.h"
@@ -25,7 +29,10 @@ struct VerifyArguments {
   std::string where;     // or
   std::string settings;  // a player's file
   std::string listName;  // empty: the one of the settings, or the default
+  std::string user;      // empty: the one of the settings, or none
+  std::string passwordFile;
   unsigned connections = 8;
+  bool isQuiet = false;
   bool asJson = false;
   bool showsProgress = false;
 };
@@ -63,16 +70,47 @@ void AddOptions(CLI::App& verify, VerifyArguments& arguments) {
   verify.add_option(
       "--list", arguments.listName,
       "File name of the reference list, if it isn't the one of the settings or hashlist.dat");
+  verify.add_option("--user", arguments.user,
+                    "User for servers that want one; its password is in --password-file or in the "
+                    "environment's VELMORA_PASSWORD");
+  verify
+      .add_option("--password-file", arguments.passwordFile,
+                  "A file whose first line is the password")
+      ->check(CLI::ExistingFile)
+      ->needs("--user");
   verify.add_option("--connections", arguments.connections, "Number of connections at a time")
       ->check(CLI::Range(1, 64))
       ->capture_default_str();
+  CLI::Option* const quiet =
+      verify.add_flag("--quiet", arguments.isQuiet, "Print nothing but findings");
   verify.add_flag("--json", arguments.asJson, "Print everything as one JSON object");
-  verify.add_flag("--progress", arguments.showsProgress,
-                  "Show the progress even without a terminal");
+  verify
+      .add_flag("--progress", arguments.showsProgress, "Show the progress even without a terminal")
+      ->excludes(quiet);
+}
+
+// Not from the command line, which all users of a machine can read.
+std::string Password(const VerifyArguments& arguments) {
+  if (!arguments.passwordFile.empty()) {
+    const std::string text = ReadWholeFile(arguments.passwordFile);
+    return text.substr(0, text.find_first_of("\r\n"));
+  }
+  const char* const text = std::getenv("VELMORA_PASSWORD");
+  if (text == nullptr) {
+    throw CLI::ValidationError("--user",
+                               "the password is missing: give --password-file, or set "
+                               "VELMORA_PASSWORD in the environment");
+  }
+  return text;
 }
 
 const char* Severity(const Finding& finding) {
   return finding.problem.isWarning ? "warning" : "error";
+}
+
+// The flaws of an enable.cdn are in UTF-8 already.
+std::string ShownWhat(const Problem& problem) {
+  return problem.kind == ProblemKind::kRedirection ? problem.what : ShownText(problem.what);
 }
 
 // Carries out the command and prints what it finds.
@@ -80,15 +118,18 @@ class Verifier {
  public:
   explicit Verifier(const VerifyArguments& arguments)
       : arguments_(arguments),
-        hasLine_(arguments.showsProgress || platform::IsErrorStreamATerminal()) {}
+        hasLine_(arguments.showsProgress ||
+                 (platform::IsErrorStreamATerminal() && !arguments.isQuiet)) {}
 
   // Returns the exit status.
   int Run();
 
  private:
   void VerifyServer(const Server& server, const std::string& listName);
+  void VerifyFolder(const std::string& listName);
   void Verify(const Origin& origin, OriginReport& report);
-  void Print(const Finding& finding);
+  void AddProblems(const std::vector<Problem>& problems, OriginReport& report);
+  void Close(const OriginReport& report);
   void PrintSummary(const OriginReport& report) const;
   [[nodiscard]] json Report() const;
 
@@ -96,19 +137,28 @@ class Verifier {
   const bool hasLine_;
   std::vector<OriginReport> reports_;
   std::vector<Finding> findings_;
+  std::size_t printed_ = 0;  // of them
 };
 
-void Verifier::Print(const Finding& finding) {
-  findings_.push_back(finding);
-  if (arguments_.asJson) return;
-  std::printf("%s: %s %s: %s\n", Severity(finding), finding.origin.c_str(),
-              ShownText(finding.path).c_str(), ShownText(finding.problem.what).c_str());
+// Sorts what was found since the last call, and prints it with the figures. The connections have
+// found it in any order, but people and programs compare reports.
+void Verifier::Close(const OriginReport& report) {
+  const auto begin = findings_.begin() + static_cast<std::ptrdiff_t>(printed_);
+  std::stable_sort(begin, findings_.end(),
+                   [](const Finding& a, const Finding& b) { return a.path < b.path; });
+  for (auto at = begin; at != findings_.end() && !arguments_.asJson; ++at) {
+    std::printf("%s: %s %s: %s\n", Severity(*at), at->origin.c_str(), ShownText(at->path).c_str(),
+                ShownWhat(at->problem).c_str());
+  }
+  printed_ = findings_.size();
+  if (report.isVerified) PrintSummary(report);
   std::fflush(stdout);
+  if (report.summary.isStopped) std::fputs("velmora-publish: stopped before the end\n", stderr);
 }
 
 void Verifier::PrintSummary(const OriginReport& report) const {
   const VerifySummary& summary = report.summary;
-  if (!arguments_.asJson) {
+  if (!arguments_.asJson && !arguments_.isQuiet) {
     const std::string rate =
         ByteText(static_cast<double>(summary.bytes) / std::max(report.seconds, 1e-3));
     std::printf(
@@ -116,42 +166,61 @@ void Verifier::PrintSummary(const OriginReport& report) const {
         report.name.c_str(), summary.checked, summary.files,
         static_cast<unsigned long long>(summary.bytes), report.seconds, rate.c_str(),
         summary.requests, summary.errors, summary.warnings);
-    std::fflush(stdout);
   }
-  if (summary.isStopped) std::fputs("velmora-publish: stopped before the end\n", stderr);
+}
+
+// Problems that aren't found by VerifyOrigin.
+void Verifier::AddProblems(const std::vector<Problem>& problems, OriginReport& report) {
+  for (const Problem& problem : problems) {
+    findings_.push_back({report.name, kRedirectionName, problem});
+    ++(problem.isWarning ? report.summary.warnings : report.summary.errors);
+  }
 }
 
 void Verifier::Verify(const Origin& origin, OriginReport& report) {
   const auto start = std::chrono::steady_clock::now();
-  const auto before = static_cast<std::ptrdiff_t>(findings_.size());
+  const VerifySummary before = report.summary;
   Progress progress;
   {
-    ProgressLine line(progress, hasLine_);
+    const ProgressLine line(progress, hasLine_);
     VerifyOptions options;
     options.connections = arguments_.connections;
     options.stop = &stopAsked;
     options.progress = &progress;
-    options.found = [&](const Finding& finding) { line.WriteAbove([&] { Print(finding); }); };
+    options.found = [this](const Finding& finding) { findings_.push_back(finding); };
     report.summary = VerifyOrigin(origin, options);
   }
-  // The connections made them in any order, but programs compare reports.
-  std::stable_sort(findings_.begin() + before, findings_.end(),
-                   [](const Finding& a, const Finding& b) { return a.path < b.path; });
+  report.summary.errors += before.errors;
+  report.summary.warnings += before.warnings;
   report.isVerified = true;
   report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  PrintSummary(report);
+}
+
+void Verifier::VerifyFolder(const std::string& listName) {
+  const std::filesystem::path redirection =
+      std::filesystem::path(arguments_.where) / kRedirectionName;
+  const Origin origin = FolderOrigin(arguments_.where, listName);
+  OriginReport report;
+  report.name = origin.name;
+  if (std::filesystem::is_regular_file(redirection)) {
+    AddProblems(RedirectionProblems(ReadWholeFile(redirection)), report);
+  }
+  Verify(origin, report);
+  Close(report);
+  reports_.push_back(report);
 }
 
 // Asks first where the server redirects its players, as patchers do.
 void Verifier::VerifyServer(const Server& server, const std::string& listName) {
-  const Server target = RedirectedServer(server);
-  Origin origin = ServerOrigin(target, listName);
+  const Redirection redirection = RedirectionOf(server);
+  Origin origin = ServerOrigin(redirection.target, listName);
   origin.name = ShownText(origin.name);
   OriginReport report;
   report.name = ShownText(ServerName(server));
+  AddProblems(redirection.problems, report);
   const bool isRedirected = origin.name != report.name;
   if (isRedirected) report.redirectedTo = origin.name;
-  if (isRedirected && !arguments_.asJson) {
+  if (isRedirected && !arguments_.asJson && !arguments_.isQuiet) {
     std::printf("%s: redirected to %s\n", report.name.c_str(), origin.name.c_str());
     std::fflush(stdout);
   }
@@ -161,6 +230,7 @@ void Verifier::VerifyServer(const Server& server, const std::string& listName) {
                origin.name == (other.redirectedTo.empty() ? other.name : other.redirectedTo);
       });
   if (!isKnown) Verify(origin, report);
+  Close(report);
   reports_.push_back(report);
 }
 
@@ -184,7 +254,7 @@ json Verifier::Report() const {
                         {"server", finding.origin},
                         {"path", ShownText(finding.path)},
                         {"kind", KindName(finding.problem.kind)},
-                        {"what", ShownText(finding.problem.what)}});
+                        {"what", ShownWhat(finding.problem)}});
   }
   const auto sum = [this](auto VerifySummary::*figure) {
     std::uint64_t total = 0;
@@ -203,6 +273,7 @@ json Verifier::Report() const {
 
 int Verifier::Run() {
   constexpr char kDefaultList[] = "hashlist.dat";
+  const std::string password = arguments_.user.empty() ? "" : Password(arguments_);
   PlayerServers players;
   players.listName = kDefaultList;
   if (!arguments_.settings.empty()) {
@@ -212,15 +283,14 @@ int Verifier::Run() {
   }
   const std::string& listName =
       arguments_.listName.empty() ? players.listName : arguments_.listName;
-  if (players.servers.empty()) {
-    const Origin origin = FolderOrigin(arguments_.where, listName);
-    OriginReport report;
-    report.name = origin.name;
-    Verify(origin, report);
-    reports_.push_back(report);
-  }
-  for (const Server& server : players.servers) {
-    if (!stopAsked) VerifyServer(server, listName);
+  if (players.servers.empty()) VerifyFolder(listName);
+  for (Server& server : players.servers) {
+    if (!arguments_.user.empty()) {
+      server.user = arguments_.user;
+      server.password = password;
+    }
+    // Nobody may be left to read what would be found.
+    if (!stopAsked && std::ferror(stdout) == 0) VerifyServer(server, listName);
   }
   if (arguments_.asJson) {
     // The name of a folder may not be UTF-8.

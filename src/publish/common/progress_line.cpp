@@ -32,6 +32,15 @@ std::string TimeText(double seconds) {
   return FormatText("%lu:%02lu:%02lu", whole / 3600, whole / 60 % 60, whole % 60);
 }
 
+// As wide as what else stands in the line allows.
+std::string Bar(double part, std::size_t others) {
+  constexpr std::size_t kFrame = 3;
+  if (others + kFrame >= kMaxCells) return {};
+  const std::size_t width = std::min(kBarCells, kMaxCells - others - kFrame);
+  const auto cells = static_cast<std::size_t>(part * static_cast<double>(width));
+  return "[" + std::string(cells, '#') + std::string(width - cells, '-') + "] ";
+}
+
 }  // namespace
 
 void Progress::Begin(const char* name, std::uint64_t allFiles, std::uint64_t allBytes) {
@@ -54,15 +63,15 @@ std::string ProgressText(const Progress& progress, double seconds) {
   const std::string phase = progress.phase.load();
   if (!phase.empty() && progress.filesTotal == 0) return phase;
   const double part = PartDone(progress);
-  const std::size_t width = kBarCells - std::min(phase.size(), kBarCells);
-  const auto cells = static_cast<std::size_t>(part * static_cast<double>(width));
-  std::string text = phase + (phase.empty() ? "[" : " [") + std::string(cells, '#') +
-                     std::string(width - cells, '-') + "] " + std::to_string(progress.files) + "/" +
-                     std::to_string(progress.filesTotal) + " files, " +
-                     ByteText(static_cast<double>(progress.bytes));
-  if (seconds < kSettled) return text;
-  text += ", " + ByteText(static_cast<double>(progress.bytes) / seconds) + "/s";
-  if (part > 0) text += ", " + TimeText(seconds / part - seconds) + " left";
+  std::string text =
+      std::to_string(progress.files) + "/" + std::to_string(progress.filesTotal) + " files, ";
+  if (progress.findings > 0) text += std::to_string(progress.findings) + " findings, ";
+  text += ByteText(static_cast<double>(progress.bytes));
+  if (seconds >= kSettled) {
+    text += ", " + ByteText(static_cast<double>(progress.bytes) / seconds) + "/s";
+    if (part > 0) text += ", " + TimeText(seconds / part - seconds) + " left";
+  }
+  text = (phase.empty() ? "" : phase + " ") + Bar(part, phase.size() + 1 + text.size()) + text;
   if (text.size() > kMaxCells) text.resize(kMaxCells);
   return text;
 }
@@ -74,8 +83,6 @@ struct ProgressLine::Drawing {
   void Draw() const;
 
   const Progress& progress;
-  std::mutex mutex;  // of the terminal
-  std::condition_variable_any ending;
   std::jthread thread;
 };
 
@@ -85,7 +92,9 @@ void ProgressLine::Drawing::Draw() const {
 }
 
 void ProgressLine::Drawing::Run(const std::stop_token& end) {
+  std::mutex mutex;
   std::unique_lock lock(mutex);
+  std::condition_variable_any ending;
   do {
     Draw();
     ending.wait_for(lock, end, kPause, [] { return false; });
@@ -101,15 +110,5 @@ ProgressLine::ProgressLine(const Progress& progress, bool shown) {
 }
 
 ProgressLine::~ProgressLine() = default;
-
-void ProgressLine::WriteAbove(const std::function<void()>& print) {
-  if (drawing_ == nullptr) {
-    print();
-    return;
-  }
-  const std::lock_guard lock(drawing_->mutex);
-  std::fputs(kEraseLine, stderr);
-  print();
-}
 
 }  // namespace velmora::publish

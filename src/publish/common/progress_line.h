@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -23,29 +22,28 @@ struct Progress {
   std::atomic<std::uint64_t> filesTotal = 0;
   std::atomic<std::uint64_t> bytes = 0;
   std::atomic<std::uint64_t> bytesTotal = 0;
+  std::atomic<std::uint64_t> findings = 0;
 };
 
 // "1.5 MB" and the like, by powers of 1,000.
 [[nodiscard]] std::string ByteText(double bytes);
 
-// Phase, bar, files, bytes, and after a moment rate and time left, by `seconds` of the phase; at
-// most 79 characters, all ASCII. Of a phase without figures, only its name.
+// Phase, bar, files, findings if there are any, bytes, and after a moment rate and time left, by
+// `seconds` of the phase; at most 79 characters, all ASCII. Of a phase without figures, only its
+// name.
 [[nodiscard]] std::string ProgressText(const Progress& progress, double seconds);
 
 // Returns to the beginning of the terminal's line and erases it (ECMA-48, EL).
 inline constexpr char kEraseLine[] = "\r\x1B[K";
 
 // Draws the line ten times a second as long as the object lives, and erases it at the end. Does
-// nothing unless `shown`. `progress` must outlive it.
+// nothing unless `shown`. `progress` must outlive it, and nothing else may write to the terminal.
 class ProgressLine {
  public:
   ProgressLine(const Progress& progress, bool shown);
   ~ProgressLine();
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
-
-  // Lets `print` write whole lines to the same terminal. Safe from any thread.
-  void WriteAbove(const std::function<void()>& print);
 
  private:
   struct Drawing;

@@ -23,7 +23,8 @@ namespace fs = std::filesystem;
 // The user agent and the time-out of patchers.
 constexpr char kAgent[] = "VelmoraUpdate";
 constexpr std::uint32_t kTimeout = 10000;
-constexpr std::size_t kHeaderBuffer = 32;
+constexpr std::size_t kNumberBuffer = 32;
+constexpr std::size_t kTextBuffer = 128;
 
 constexpr std::int32_t kDefaultPort = 80;
 constexpr std::size_t kBufferSize = std::size_t{1} << 17;
@@ -48,10 +49,29 @@ platform::HttpHandle OpenSession() {
   return session;
 }
 
+// Why there is no response, and what may help.
+std::string TroubleOf(platform::HttpFailure failure) {
+  using platform::HttpFailure;
+  switch (failure) {
+    case HttpFailure::kUnknownHost:
+      return "no answer: unknown host; check its name, and what DNS says";
+    case HttpFailure::kRefused:
+      return "no answer: connection refused; check the port, and that the server is running";
+    case HttpFailure::kTimeout:
+      return "no answer: time-out after ten seconds, as for players; check address and firewall, "
+             "and the server's load";
+    case HttpFailure::kRedirects:
+      return "no answer: redirected in circles, or to what isn't HTTP";
+    default:
+      return "no answer: the connection broke off";
+  }
+}
+
 class ServerFetcher {
  public:
   explicit ServerFetcher(const Server& server)
-      : session_(OpenSession()),
+      : user_(server.user),
+        session_(OpenSession()),
         connection_(platform::ConnectHttp(session_, server.host,
                                           static_cast<std::uint16_t>(server.port & 0xFFFF),
                                           server.user, server.password)) {}
@@ -59,24 +79,46 @@ class ServerFetcher {
   DeliveryEnd Deliver(const std::string& path, Sink& sink);
 
  private:
+  [[nodiscard]] ResponseHead HeadOf(platform::HttpHandle request) const;
   DeliveryEnd DeliverBody(platform::HttpHandle request, Sink& sink);
 
+  std::string user_;
   HttpHandleOwner session_;
   HttpHandleOwner connection_;
   std::vector<std::uint8_t> buffer_ = std::vector<std::uint8_t>(kBufferSize);
 };
 
 DeliveryEnd ServerFetcher::Deliver(const std::string& path, Sink& sink) {
-  using platform::HttpField;
   const HttpHandleOwner request(platform::OpenHttpGet(connection_, path));
   platform::SendHttpRequest(request);
-  ResponseHead head;
-  const auto status = platform::QueryHttpField(request, HttpField::kStatusCode, kHeaderBuffer);
-  head.status = status ? ToNumber(*status) : 0;
-  head.length = platform::QueryHttpField(request, HttpField::kContentLength, kHeaderBuffer);
-  if (head.status == 0) head.trouble = "no answer";
-  if (!sink.TakeHead(head)) return DeliveryEnd::kUnwanted;
+  if (!sink.TakeHead(HeadOf(request))) return DeliveryEnd::kUnwanted;
   return DeliverBody(request, sink);
+}
+
+ResponseHead ServerFetcher::HeadOf(platform::HttpHandle request) const {
+  using platform::HttpField;
+  using platform::QueryHttpField;
+  ResponseHead head;
+  head.status =
+      ToNumber(QueryHttpField(request, HttpField::kStatusCode, kNumberBuffer).value_or(""));
+  head.length = QueryHttpField(request, HttpField::kContentLength, kNumberBuffer);
+  head.encoding = QueryHttpField(request, HttpField::kContentEncoding, kTextBuffer).value_or("");
+  head.redirectedTo = platform::QueryHttpRedirect(request).value_or("");
+  if (head.status == 0) {
+    head.trouble = TroubleOf(platform::QueryHttpFailure(request));
+  } else if (head.status == 401) {
+    head.trouble = user_.empty()
+                       ? "status 401: wants a user and a password; give them by --user and "
+                         "--password-file, and players by FTPUserName and FTPPassword"
+                       : "status 401: refuses user " + user_ + " with the password given";
+  }
+  return head;
+}
+
+DeliveryEnd EndOf(platform::HttpHandle request) {
+  return platform::QueryHttpFailure(request) == platform::HttpFailure::kTimeout
+             ? DeliveryEnd::kStalled
+             : DeliveryEnd::kBroken;
 }
 
 DeliveryEnd ServerFetcher::DeliverBody(platform::HttpHandle request, Sink& sink) {
@@ -85,25 +127,31 @@ DeliveryEnd ServerFetcher::DeliverBody(platform::HttpHandle request, Sink& sink)
     std::uint32_t count = 0;
     const bool isSound = platform::ReadHttp(request, buffer_.data(), wanted, count);
     if (!sink.TakeBytes(buffer_.data(), count)) return DeliveryEnd::kUnwanted;
-    if (!isSound) return DeliveryEnd::kBroken;
+    if (!isSound) return EndOf(request);
   }
   // No more data means the end or a failure. Only a read tells them apart.
   std::uint32_t count = 0;
-  return platform::ReadHttp(request, buffer_.data(), 1, count) ? DeliveryEnd::kEnded
-                                                               : DeliveryEnd::kBroken;
+  const bool isEnd = platform::ReadHttp(request, buffer_.data(), 1, count);
+  return isEnd ? DeliveryEnd::kEnded : EndOf(request);
 }
 
 ResponseHead HeadOf(const fs::path& path, const std::ifstream& stream, int error) {
+  ResponseHead head;
   std::error_code failure;
   const auto kind = fs::status(path, failure).type();
   if (stream.is_open()) {
-    return {.status = 200, .length = std::to_string(fs::file_size(path, failure)), .trouble = ""};
+    head.status = 200;
+    head.length = std::to_string(fs::file_size(path, failure));
+  } else if (kind == fs::file_type::not_found) {
+    head.status = 404;
+  } else {
+    std::string reason = failure.message();
+    if (!failure && kind != fs::file_type::regular) reason = "it is no file";
+    if (!failure && kind == fs::file_type::regular) reason = std::generic_category().message(error);
+    head.status = 403;
+    head.trouble = "can't be read: " + reason;
   }
-  if (kind == fs::file_type::not_found) return {.status = 404, .length = {}, .trouble = ""};
-  std::string reason = failure.message();
-  if (!failure && kind != fs::file_type::regular) reason = "it is no file";
-  if (!failure && kind == fs::file_type::regular) reason = std::generic_category().message(error);
-  return {.status = 403, .length = {}, .trouble = "can't be read: " + reason};
+  return head;
 }
 
 DeliveryEnd DeliverFile(const fs::path& path, std::vector<std::uint8_t>& buffer, Sink& sink) {

@@ -17,6 +17,8 @@ namespace velmora::publish {
 struct ResponseHead {
   std::int32_t status = 0;            // 0: there is no response
   std::optional<std::string> length;  // the text of Content-Length
+  std::string encoding;               // the text of Content-Encoding; empty if there is none
+  std::string redirectedTo;           // the URL that it comes from, if that is another one
   std::string trouble;                // what is wrong, if the status doesn't say it
 };
 
@@ -30,7 +32,8 @@ class Sink {
 
 enum class DeliveryEnd {
   kEnded,     // the body has ended, by its length or with the connection
-  kBroken,    // a reset, a time-out, a disk error
+  kBroken,    // a reset, a disk error
+  kStalled,   // a time-out
   kUnwanted,  // the sink wanted no more
 };
 

@@ -32,10 +32,6 @@ std::optional<std::int32_t> ParseSize(std::string_view text) {
   return ListedSize(Trimmed(text, kWhiteSpace));
 }
 
-bool StartsWithoutCase(std::string_view text, std::string_view start) {
-  return EqualWithoutCase(text.substr(0, start.size()), start);
-}
-
 // Computes the digest of some bytes, if the list has a valid hash text to compare it with.
 class DigestCheck {
  public:
@@ -156,9 +152,10 @@ std::optional<Problem> Difference(const FileRecord& record, const ResponseCheck&
 
 const char* KindName(ProblemKind kind) {
   static constexpr std::array kNames = {
-      "list",    "record",        "path-too-long", "missing",  "status", "unreachable",
-      "broken",  "no-length",     "truncated",     "longer",   "page",   "stale",
-      "damaged", "wrong-content", "trailing",      "given-up",
+      "list",        "record", "path-too-long", "missing",       "status",
+      "unreachable", "broken", "no-length",     "truncated",     "longer",
+      "page",        "stale",  "damaged",       "wrong-content", "trailing",
+      "encoded",     "moved",  "redirection",   "given-up",
   };
   static_assert(kNames.size() == static_cast<std::size_t>(ProblemKind::kGivenUp) + 1);
   return kNames[static_cast<std::size_t>(kind)];
@@ -189,6 +186,7 @@ std::optional<Problem> ResponseCheck::Result(DeliveryEnd end) const {
     return Problem{ProblemKind::kStatus, head_.trouble.empty() ? status : head_.trouble};
   }
   if (!announced_ && IsPage()) return PageProblem();
+  if (!announced_ && Encoding()) return Encoding();
   if (!announced_) {
     return Problem{ProblemKind::kNoLength, head_.length
                                                ? "no usable Content-Length: " + *head_.length
@@ -196,9 +194,10 @@ std::optional<Problem> ResponseCheck::Result(DeliveryEnd end) const {
   }
   const std::string count = std::to_string(received_);
   const std::string announced = std::to_string(*announced_);
-  if (end == DeliveryEnd::kBroken) {
+  if (end == DeliveryEnd::kBroken || end == DeliveryEnd::kStalled) {
     return Problem{ProblemKind::kBroken,
-                   "broken transfer, " + count + " of " + announced + " bytes came"};
+                   "broken transfer, " + count + " of " + announced + " bytes came" +
+                       (end == DeliveryEnd::kStalled ? ", then nothing for ten seconds" : "")};
   }
   const auto expected = static_cast<std::uint64_t>(*announced_);
   if (received_ > expected) {
@@ -211,8 +210,13 @@ std::optional<Problem> ResponseCheck::Result(DeliveryEnd end) const {
   return std::nullopt;
 }
 
-bool ResponseCheck::IsPage() const {
-  std::string_view text = start_;
+std::optional<Problem> ResponseCheck::Encoding() const {
+  if (head_.encoding.empty() || EqualWithoutCase(head_.encoding, "identity")) return std::nullopt;
+  return Problem{ProblemKind::kEncoded, "the server compresses: Content-Encoding: " +
+                                            head_.encoding + "; turn that off for this location"};
+}
+
+bool IsWebPage(std::string_view text) {
   text = Trimmed(WithoutByteOrderMark(text), kWhiteSpace);
   return StartsWithoutCase(text, "<!doctype html") || StartsWithoutCase(text, "<html");
 }
@@ -261,6 +265,9 @@ std::vector<Problem> CheckPayload(const FileRecord& record, const Deliver& deliv
   });
   auto problem = response.Result(deliver(response));
   if (!problem) problem = Difference(record, response, transfer);
+  if (problem && problem->kind == ProblemKind::kStale && response.Encoding()) {
+    problem = response.Encoding();
+  }
   if (!problem && inflater) problem = inflater->Result();
   if (const auto hash = problem ? std::nullopt : content.Difference()) {
     problem = Problem{ProblemKind::kWrongContent, "wrong content, its hash is " + *hash};

@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "engine/file_record.h"
@@ -30,6 +31,9 @@ enum class ProblemKind {
   kDamaged,       // not a valid zlib stream
   kWrongContent,  // expands to something else than the list says
   kTrailing,      // bytes after the stream
+  kEncoded,       // the server compresses what it sends
+  kMoved,         // the server redirects requests
+  kRedirection,   // a flaw of enable.cdn
   kGivenUp,       // the server fails again and again
 };
 
@@ -41,6 +45,9 @@ struct Problem {
   std::string what;  // ASCII, apart from quotes from lists and responses
   bool isWarning = false;
 };
+
+// Whether the text begins like a web page.
+[[nodiscard]] bool IsWebPage(std::string_view text);
 
 // Follows a response and passes its body on, up to the announced length.
 class ResponseCheck : public Sink {
@@ -55,8 +62,9 @@ class ResponseCheck : public Sink {
   [[nodiscard]] std::optional<Problem> Result(DeliveryEnd end) const;
   // The announced length in bytes, which is the body's length if Result has no problem.
   [[nodiscard]] std::int32_t Announced() const { return announced_.value_or(0); }
-  // Whether the body begins like a web page.
-  [[nodiscard]] bool IsPage() const;
+  [[nodiscard]] bool IsPage() const { return IsWebPage(start_); }
+  // The Content-Encoding as a problem, if there is one: patchers take the bytes as they come.
+  [[nodiscard]] std::optional<Problem> Encoding() const;
 
  private:
   TakeBody take_;

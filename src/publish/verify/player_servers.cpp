@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "publish/common/publish_error.h"
+#include "publish/common/redirection.h"
 #include "settings/mirror_selection.h"
 #include "settings/patcher_settings.h"
 #include "settings/settings_store.h"
@@ -38,13 +39,38 @@ Server ServerOf(const std::string& url) {
   if (!parts || parts->scheme != "http") {
     throw PublishError(url + ": is no URL of the form http://host:port/path");
   }
+  if (!parts->user.empty() || !parts->password.empty()) {
+    throw PublishError(
+        "the address has a user or a password: give them by --user and "
+        "--password-file");
+  }
   return {parts->host, parts->port, parts->path, "", ""};
 }
 
-Server RedirectedServer(const Server& server) {
-  const auto target = AskForRedirection(server.host, server.dataPath);
-  if (!target) return server;
-  return {target->host, target->port, target->path, server.user, server.password};
+Redirection RedirectionOf(const Server& server) {
+  const auto text = FetchRedirection(server.host, server.dataPath);
+  if (!text) return {server, {}};
+  Redirection result{server, RedirectionProblems(*text)};
+  if (const auto target = RedirectionTarget(*text)) {
+    result.target.host = target->host;
+    result.target.port = target->port;
+    result.target.dataPath = target->path;
+  }
+  return result;
+}
+
+std::vector<Problem> RedirectionProblems(const std::string& text) {
+  if (IsWebPage(text)) {
+    return {
+        {ProblemKind::kPage,
+         "a page, which redirects nobody; let the server answer 404 for files that it doesn't have",
+         true}};
+  }
+  std::vector<Problem> problems;
+  for (const RedirectionFlaw& flaw : RedirectionFlaws(text)) {
+    problems.push_back({ProblemKind::kRedirection, flaw.what, flaw.isWarning});
+  }
+  return problems;
 }
 
 }  // namespace velmora::publish

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "publish/verify/origin.h"
+#include "publish/verify/payload_check.h"
 
 namespace velmora::publish {
 
@@ -18,11 +19,19 @@ struct PlayerServers {
 // patcher's settings.
 [[nodiscard]] PlayerServers ReadPlayerServers(const std::string& settingsPath);
 
-// The server of a URL, in the form that BaseURL1 takes. Throws PublishError for any other text.
+// The server of a URL, in the form that BaseURL1 takes. Throws PublishError for any other text,
+// and for credentials in it.
 [[nodiscard]] Server ServerOf(const std::string& url);
 
-// The server to which the server's file enable.cdn redirects its players, or the server itself if
-// there is no such file. Takes one request.
-[[nodiscard]] Server RedirectedServer(const Server& server);
+struct Redirection {
+  Server target;  // the server itself if it redirects nobody
+  std::vector<Problem> problems;
+};
+
+// Where the server's file enable.cdn redirects its players, if there is one. Takes one request.
+[[nodiscard]] Redirection RedirectionOf(const Server& server);
+
+// What is wrong with the text of an enable.cdn.
+[[nodiscard]] std::vector<Problem> RedirectionProblems(const std::string& text);
 
 }  // namespace velmora::publish

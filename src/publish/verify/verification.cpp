@@ -1,6 +1,7 @@
 #include "publish/verify/verification.h"
 
 #include <algorithm>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -8,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/ascii.h"
 #include "base/text.h"
 #include "engine/reference_list.h"
 #include "publish/common/parallel_for.h"
@@ -48,7 +50,11 @@ class Verification {
   VerifySummary Run();
 
  private:
-  DeliveryEnd FetchFile(const Fetch& fetch, const std::string& path, Sink& sink);
+  DeliveryEnd FetchFile(const Fetch& fetch, const std::string& path, Sink& sink,
+                        std::string& redirectedTo);
+  void ReportFetched(const std::string& path, Problem problem, const std::string& redirectedTo);
+  void NoteRedirect(const std::string& path, const std::string& url);
+  void ReportRedirects();
   std::optional<std::string> FetchList(const Fetch& fetch);
   void CheckList(const PublishedList& list);
   void CheckAll(const Records& records, const Fetch& first);
@@ -70,21 +76,28 @@ class Verification {
   std::mutex mutex_;  // of what follows
   std::size_t errors_ = 0;
   std::size_t warnings_ = 0;
+  std::map<std::string, std::string> redirects_;  // where each path is redirected to
 };
 
 // Counts the bytes that it passes on to another sink, and ends the delivery when the work stops.
+// Notes where the response comes from if the request was redirected.
 class CountingSink : public Sink {
  public:
   using TakeCount = std::function<bool(std::size_t count)>;
 
-  CountingSink(Sink& sink, TakeCount takeCount) : sink_(sink), takeCount_(std::move(takeCount)) {}
-  bool TakeHead(const ResponseHead& head) override { return sink_.TakeHead(head); }
+  CountingSink(Sink& sink, std::string& redirectedTo, TakeCount takeCount)
+      : sink_(sink), redirectedTo_(redirectedTo), takeCount_(std::move(takeCount)) {}
+  bool TakeHead(const ResponseHead& head) override {
+    redirectedTo_ = head.redirectedTo;
+    return sink_.TakeHead(head);
+  }
   bool TakeBytes(const std::uint8_t* bytes, std::size_t count) override {
     return takeCount_(count) && sink_.TakeBytes(bytes, count);
   }
 
  private:
   Sink& sink_;
+  std::string& redirectedTo_;
   TakeCount takeCount_;
 };
 
@@ -92,9 +105,10 @@ void Verification::Count(std::atomic<std::uint64_t> Progress::*figure, std::uint
   if (options_.progress != nullptr) options_.progress->*figure += count;
 }
 
-DeliveryEnd Verification::FetchFile(const Fetch& fetch, const std::string& path, Sink& sink) {
+DeliveryEnd Verification::FetchFile(const Fetch& fetch, const std::string& path, Sink& sink,
+                                    std::string& redirectedTo) {
   ++requests_;
-  CountingSink watched(sink, [this](std::size_t count) {
+  CountingSink watched(sink, redirectedTo, [this](std::size_t count) {
     bytes_ += count;
     Count(&Progress::bytes, count);
     return !IsStopped();
@@ -105,7 +119,39 @@ DeliveryEnd Verification::FetchFile(const Fetch& fetch, const std::string& path,
 void Verification::Report(const std::string& path, Problem problem) {
   const std::lock_guard lock(mutex_);
   ++(problem.isWarning ? warnings_ : errors_);
+  Count(&Progress::findings, 1);
   options_.found({origin_.name, path, std::move(problem)});
+}
+
+// A problem with what came, or didn't, for a request.
+void Verification::ReportFetched(const std::string& path, Problem problem,
+                                 const std::string& redirectedTo) {
+  if (!redirectedTo.empty()) problem.what += "; redirected to " + redirectedTo;
+  Report(path, std::move(problem));
+}
+
+void Verification::NoteRedirect(const std::string& path, const std::string& url) {
+  if (url.empty()) return;
+  const std::lock_guard lock(mutex_);
+  redirects_.emplace(path, url);
+}
+
+// Once for all paths, since a server usually redirects every request of a location. Windows takes
+// no way from HTTP to HTTPS unless a program asks for it, and patchers don't.
+void Verification::ReportRedirects() {
+  if (redirects_.empty()) return;
+  const auto list = redirects_.find(origin_.listName);
+  const auto& [path, url] = list != redirects_.end() ? *list : *redirects_.begin();
+  const bool isHttps = std::any_of(redirects_.begin(), redirects_.end(), [](const auto& redirect) {
+    return StartsWithoutCase(redirect.second, "https:");
+  });
+  const std::string count = std::to_string(redirects_.size());
+  const std::string what =
+      "redirected to " + url + (redirects_.size() > 1 ? " (one of " + count + " paths)" : "") +
+      (isHttps ? "; patchers on Windows don't follow to https: offer the files by plain HTTP"
+               : "; patchers follow, with one more request for each: give players the address "
+                 "where it leads");
+  Report(path, {ProblemKind::kMoved, what, !isHttps});
 }
 
 // The list's text; nothing if patchers can't get it.
@@ -114,14 +160,20 @@ std::optional<std::string> Verification::FetchList(const Fetch& fetch) {
   ResponseCheck response([&text](const std::uint8_t* bytes, std::size_t count) {
     text.append(reinterpret_cast<const char*>(bytes), count);
   });
-  auto problem = response.Result(FetchFile(fetch, origin_.listPath, response));
+  std::string redirectedTo;
+  auto problem = response.Result(FetchFile(fetch, origin_.listPath, response, redirectedTo));
   if (IsStopped()) return std::nullopt;
   if (!problem && response.IsPage()) {
     problem = Problem{ProblemKind::kPage, "a page instead of the list"};
   }
-  if (!problem) return text;
-  Report(origin_.listName, *std::move(problem));
-  return std::nullopt;
+  // Whether it is compressed indeed is seen by what can be read.
+  if (!problem && PublishedList(text).files.Count() == 0) problem = response.Encoding();
+  if (problem) {
+    ReportFetched(origin_.listName, *std::move(problem), redirectedTo);
+    return std::nullopt;
+  }
+  NoteRedirect(origin_.listName, redirectedTo);
+  return text;
 }
 
 void Verification::CheckList(const PublishedList& list) {
@@ -149,15 +201,17 @@ bool Verification::CheckFile(const FileRecord& record, const Fetch& fetch) {
     Report(shown, {ProblemKind::kPathTooLong, "the path is too long for a request"});
     return true;
   }
+  std::string redirectedTo;
   std::vector<Problem> problems =
-      CheckPayload(record, [&](Sink& sink) { return FetchFile(fetch, *path, sink); });
+      CheckPayload(record, [&](Sink& sink) { return FetchFile(fetch, *path, sink, redirectedTo); });
   if (IsStopped()) return true;  // what is missing isn't the origin's fault
   ++checked_;
   bool failed = false;
   for (Problem& problem : problems) {
     failed = problem.kind == ProblemKind::kUnreachable || problem.kind == ProblemKind::kBroken;
-    Report(shown, std::move(problem));
+    ReportFetched(shown, std::move(problem), redirectedTo);
   }
+  NoteRedirect(shown, redirectedTo);
   return !failed;
 }
 
@@ -209,6 +263,7 @@ VerifySummary Verification::Run() {
                   std::to_string(records.size() - checked_) + " files unchecked"});
     }
   }
+  ReportRedirects();
   summary.checked = checked_;
   summary.requests = requests_;
   summary.bytes = bytes_;

@@ -442,17 +442,15 @@ class PlayersOfManyPublications : public test::EngineTest {
     const test::TemporaryFolder workshop;
     BuildOptions options;
     options.tree = "tree";
+    options.output = options.removeFrom = "out";
     options.maxRemovedPercent = 100;
     for (const Names& tree : trees) {
       fs::remove_all("tree");
-      options.removeFrom = options.output;
-      options.output = std::to_string(served_.size());
       for (const std::string& path : tree) WriteFile("tree/" + path, path);
       BuildPublication(options);
       test::Files served;
       for (const auto& [path, content] : test::FilesHere()) {
-        const std::string folder = path.substr(0, path.find('/'));
-        if (folder == options.output) served[path.substr(folder.size())] = content;
+        if (path.starts_with("out/")) served[path.substr(3)] = content;
       }
       served_.push_back(std::move(served));
     }
@@ -616,14 +614,18 @@ TEST_F(Publication, FailureLeavesTheOldPublication) {
     const Staging other("out");
     failsWithoutATrace();
   }
-  // or a directory is in the way of a payload or the list.
-  fs::create_directory("out/n");
+  // or something that the old list doesn't name is in the way of a payload or the list.
+  WriteFile("out/n/mine", "mine");
   failsWithoutATrace();
-  fs::remove("out/n");
-  fs::create_directory("out/new.dat");
+  fs::remove_all("out/n");
+  WriteFile("out/new.dat/mine", "mine");
   options_.listName = "new.dat";
   failsWithoutATrace();
-  fs::remove("out/new.dat");
+  fs::remove_all("out/new.dat");
+  WriteFile("out/d", "mine");
+  WriteTree({"d/e/f"});
+  failsWithoutATrace();
+  fs::remove("out/d");
   EXPECT_EQ(Refusal(options_), "");
 }
 
@@ -647,12 +649,13 @@ bool IsOneOf(const std::vector<Files>& publications, const Files& found) {
 // Renames are what changes a publication. Each of them fails once, and is once the last thing that
 // a build does before it is killed.
 TEST_F(Publication, AllFilesTakeTheirPlacesOrNoneDoes) {
-  WriteTree({"a", "b"}, "old");
+  WriteTree({"a", "b", "kind", "z/y/kind", "z/y/x/kind"}, "old");
   WriteTree({"inner/.publishing-trial"}, "unchanged");
   BuildPublication(options_);
   const auto old = Output();
   fs::copy("out", "old", fs::copy_options::recursive);
-  WriteTree({"a", "b", "inner/new"}, "new");
+  for (const char* path : {"tree/kind", "tree/z/y"}) fs::remove_all(path);
+  WriteTree({"a", "b", "inner/new", "kind/d/e", "kind/f", "z/y"}, "new");
   BuildPublication(options_);
   auto whole = Output();
   const auto restart = [] {

@@ -3,9 +3,11 @@
 #include <system_error>
 #include <utility>
 
+#include "publish/build/complaints.h"
 #include "publish/build/new_file.h"
 #include "publish/build/publication_record.h"
 #include "publish/build/published_payload.h"
+#include "publish/common/disk_text.h"
 #include "publish/common/published_list.h"
 #include "publish/common/redirection.h"
 
@@ -33,6 +35,22 @@ PayloadPaths EarlierPayloads(const fs::path& folder, const std::string& listName
 
 }  // namespace
 
+void RequireRoom(const fs::path& output, const std::string& listName,
+                 const std::vector<Placement>& placements) {
+  const Replacement replacement(output / Staging::kFolder, output);
+  const std::vector<fs::path> inTheWay = replacement.FilesInTheWay(placements);
+  if (inTheWay.empty()) return;
+  const PayloadPaths own = EarlierPayloads(output, listName);
+  Complaints complaints;
+  for (const fs::path& file : inTheWay) {
+    if (own.contains(file.generic_string())) continue;
+    complaints.Add(ShownPath((output / file).native()),
+                   "is where a new file, or its folder, belongs, and no build has put it there",
+                   "move it away, or build into another folder");
+  }
+  complaints.ThrowIfAny();
+}
+
 NewPublication::NewPublication(const Staging& staging, fs::path output, std::string listName,
                                std::size_t payloads)
     : staging_(staging),
@@ -52,6 +70,7 @@ void NewPublication::Publish(const std::vector<FileRecord>& records, const std::
   AddPayloadsOf(records, record.payloads);
   AddText(record.Text(), kPublicationRecord);
   AddText(list, listName_);
+  RequireRoom(output_, listName_, placements_);
   staging_.Publish(placements_);
 }
 

@@ -12,6 +12,12 @@
 
 namespace velmora::publish {
 
+// Where a file has become a folder, or a folder a file, earlier payloads have to make room, whether
+// the folder's list still names them or not. Nothing else does, since it may be anybody's: throws
+// PublishError, with all that is in the way.
+void RequireRoom(const std::filesystem::path& output, const std::string& listName,
+                 const std::vector<Placement>& placements);
+
 class NewPublication {
  public:
   // Payloads wait in `staging` under the numbers below `payloads`.
@@ -22,8 +28,9 @@ class NewPublication {
   void AddPayload(std::size_t number, const FileRecord& record);
   void AddRedirection(const std::string& text);
 
-  // Moves all to their places, the list last, as Replacement::Run does. `records` are all of the
-  // list's, whose payloads are recorded, as are those that were published there before.
+  // Moves all to their places, the list last, as Replacement::Run does, if there is room. `records`
+  // are all of the list's, whose payloads are recorded, as are those that were published there
+  // before.
   void Publish(const std::vector<FileRecord>& records, const std::string& settings,
                const std::string& list);
 

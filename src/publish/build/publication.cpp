@@ -12,6 +12,7 @@
 #include "publish/build/new_publication.h"
 #include "publish/build/plan.h"
 #include "publish/build/publication_record.h"
+#include "publish/build/published_payload.h"
 #include "publish/build/staging.h"
 #include "publish/common/parallel_for.h"
 #include "publish/common/publish_error.h"
@@ -141,8 +142,19 @@ Prepared Prepare(const BuildOptions& options, const PayloadUse& use) {
   return prepared;
 }
 
-Preview PreviewWith(const BuildOptions& options, bool isListTrusted) {
-  Prepared prepared = Prepare(options, {nullptr, isListTrusted});
+// Where a build would put its new files.
+std::vector<Placement> PlacementsOf(const BuildOptions& options, const Prepared& prepared) {
+  std::vector<Placement> placements;
+  for (const Publishable& payload : prepared.payloads) {
+    if (payload.isStaged) placements.push_back({placements.size(), PayloadPlace(*payload.record)});
+  }
+  for (const std::string& name : {std::string(kPublicationRecord), options.listName}) {
+    placements.push_back({placements.size(), name});
+  }
+  return placements;
+}
+
+Preview PreviewOf(Prepared prepared) {
   return {prepared.summary, std::move(prepared.list), std::move(prepared.plan.earlier)};
 }
 
@@ -174,9 +186,13 @@ Preview PreviewPublication(const BuildOptions& options) {
     FailToWrite(options.output, "it is no folder");
   }
   RequireFinished(options.output);
-  return PreviewWith(options, false);
+  Prepared prepared = Prepare(options, {nullptr, false});
+  RequireRoom(options.output, options.listName, PlacementsOf(options, prepared));
+  return PreviewOf(std::move(prepared));
 }
 
-Preview PreviewUpdate(const BuildOptions& options) { return PreviewWith(options, true); }
+Preview PreviewUpdate(const BuildOptions& options) {
+  return PreviewOf(Prepare(options, {nullptr, true}));
+}
 
 }  // namespace velmora::publish

@@ -1,6 +1,7 @@
 #include "publish/build/replacement.h"
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -45,12 +46,42 @@ void Rename(const fs::path& from, const fs::path& to) {
   if (error) FailToWrite(to, error);
 }
 
+bool IsFolder(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_directory(fs::symlink_status(path, ignored));
+}
+
+// A file, or a folder with all that is in it, each folder before its contents.
+std::vector<fs::path> AllAt(const fs::path& path) {
+  std::vector<fs::path> all = {path};
+  if (!IsFolder(path)) return all;
+  std::error_code error;
+  fs::recursive_directory_iterator at(path, error);
+  for (; !error && at != fs::end(at); at.increment(error)) all.push_back(at->path());
+  if (error) throw PublishError(ShownPath(path.native()) + ": can't be read: " + error.message());
+  return all;
+}
+
+// Removes a folder with those in it. If there is anything else, that stays, and so does its folder.
+void RemoveFolders(const fs::path& path) {
+  const std::vector<fs::path> all = AllAt(path);
+  for (auto entry = all.rbegin(); entry != all.rend(); ++entry) {
+    std::error_code ignored;
+    if (IsFolder(*entry)) fs::remove(*entry, ignored);
+  }
+}
+
 }  // namespace
 
-// A line of the journal, such as "17 1 data/a.pak\n"; `replaces` is 1 or 0.
+// A line of the journal, such as "17 1 data/a.pak\n".
 struct Replacement::Entry {
+  enum class Kind {
+    kNew = 0,
+    kReplaces = 1,  // a file that is kept until all have taken their places
+    kGoes = 2,      // what is at the place makes room for others: there is no new file
+  };
   std::size_t number;
-  bool replaces;  // a file that is kept until all have taken their places
+  Kind kind;
   fs::path place;
 };
 
@@ -68,15 +99,36 @@ fs::path Replacement::OldAt(const Entry& entry) const {
   return folder_ / (std::to_string(entry.number) + kOld);
 }
 
-void Replacement::Run(const std::vector<Placement>& placements) const {
-  std::vector<Entry> entries;
-  fs::path tried;
-  for (const Placement& placement : placements) {
-    entries.push_back(Prepare(placement));
-    const fs::path parent = (output_ / placement.place).parent_path();
-    if (parent != tried) TryFolder(parent);
-    tried = parent;
+// What is the first on the way to the place that isn't what it has to be, a folder, or at its end
+// no folder. Empty if nothing is. `clear` is a folder to which nothing is in the way, such as that
+// of the place before.
+fs::path Replacement::ObstacleTo(const fs::path& place, fs::path& clear) const {
+  const fs::path parent = place.parent_path();
+  fs::path path;
+  for (const fs::path& element : parent == clear ? fs::path() : parent) {
+    path /= element;
+    if (!Exists(output_ / path)) return {};
+    if (!fs::is_directory(output_ / path)) return path;
   }
+  clear = parent;
+  return fs::is_directory(output_ / place) ? place : fs::path();
+}
+
+std::vector<fs::path> Replacement::FilesInTheWay(const std::vector<Placement>& placements) const {
+  std::set<fs::path> files;
+  fs::path clear;
+  for (const Placement& placement : placements) {
+    const fs::path obstacle = ObstacleTo(placement.place, clear);
+    if (obstacle.empty()) continue;
+    for (const fs::path& path : AllAt(output_ / obstacle)) {
+      if (!IsFolder(path)) files.insert(path.lexically_relative(output_));
+    }
+  }
+  return {files.begin(), files.end()};
+}
+
+void Replacement::Run(const std::vector<Placement>& placements) const {
+  const std::vector<Entry> entries = Prepare(placements);
   try {
     WriteJournal(entries);
     Place(entries, Places::kAll);
@@ -84,6 +136,31 @@ void Replacement::Run(const std::vector<Placement>& placements) const {
     if (IsPending()) TakeBack(entries, failure.what());
     throw;
   }
+}
+
+// Each obstacle goes when the first file needs its place.
+std::vector<Replacement::Entry> Replacement::Prepare(
+    const std::vector<Placement>& placements) const {
+  std::size_t next = 0;
+  for (const Placement& placement : placements) next = std::max(next, placement.number + 1);
+  std::vector<Entry> entries;
+  std::set<fs::path> obstacles;
+  fs::path clear;
+  fs::path tried;
+  for (const Placement& placement : placements) {
+    const fs::path obstacle = ObstacleTo(placement.place, clear);
+    if (!obstacle.empty() && obstacles.insert(obstacle).second) {
+      entries.push_back({next++, Entry::Kind::kGoes, obstacle});
+    }
+    entries.push_back(obstacle.empty()
+                          ? Prepare(placement)
+                          : Entry{placement.number, Entry::Kind::kNew, placement.place});
+    const fs::path parent =
+        (output_ / (obstacle.empty() ? placement.place : obstacle)).parent_path();
+    if (parent != tried) TryFolder(parent);
+    tried = parent;
+  }
+  return entries;
 }
 
 void Replacement::TakeBack(const std::vector<Entry>& entries, const std::string& failure) const
@@ -101,12 +178,9 @@ Replacement::Entry Replacement::Prepare(const Placement& placement) const {
   std::error_code error;
   fs::create_directories(target.parent_path(), error);
   if (error) FailToWrite(target, error);
-  if (fs::is_directory(target, error)) {
-    FailToWrite(target, std::make_error_code(std::errc::is_a_directory));
-  }
-  const bool replaces = Exists(target);
-  Entry entry{placement.number, replaces, placement.place};
-  if (!entry.replaces) return entry;
+  const auto kind = Exists(target) ? Entry::Kind::kReplaces : Entry::Kind::kNew;
+  Entry entry{placement.number, kind, placement.place};
+  if (kind == Entry::Kind::kNew) return entry;
   Remove(OldAt(entry));
   fs::create_hard_link(target, OldAt(entry), error);
   // Not every file system has hard links.
@@ -129,8 +203,8 @@ void Replacement::TryFolder(const fs::path& target) const {
 void Replacement::WriteJournal(const std::vector<Entry>& entries) const {
   std::string text;
   for (const Entry& entry : entries) {
-    text += std::to_string(entry.number) + ' ' + (entry.replaces ? '1' : '0') + ' ' +
-            entry.place.generic_string() + '\n';
+    text += std::to_string(entry.number) + ' ' + std::to_string(static_cast<int>(entry.kind)) +
+            ' ' + entry.place.generic_string() + '\n';
   }
   text += kEnd + std::to_string(entries.size()) + '\n';
   const fs::path unfinished = folder_ / kUnfinished;
@@ -148,8 +222,11 @@ std::vector<Replacement::Entry> Replacement::ReadJournal() const {
   std::istringstream lines(text);
   std::vector<Entry> entries;
   std::string place;
-  for (Entry entry{}; lines >> entry.number >> entry.replaces && lines.get() == ' ' &&
+  int kind = 0;
+  for (Entry entry{}; lines >> entry.number >> kind && kind >= 0 &&
+                      kind <= static_cast<int>(Entry::Kind::kGoes) && lines.get() == ' ' &&
                       std::getline(lines, place);) {
+    entry.kind = static_cast<Entry::Kind>(kind);
     entry.place = place;
     entries.push_back(entry);
   }
@@ -165,13 +242,24 @@ void Replacement::Place(const std::vector<Entry>& entries, Places places) const 
   for (const Entry& entry : entries) {
     const bool isLast = &entry == &entries.back();
     if (isLast) Flush();
-    if (places == Places::kAll || Exists(NewAt(entry))) {
-      Rename(NewAt(entry), output_ / entry.place);
-    }
+    PlaceOne(entry, places);
   }
   Flush();
   Remove(journal_);
   Flush();
+}
+
+void Replacement::PlaceOne(const Entry& entry, Places places) const {
+  const fs::path target = output_ / entry.place;
+  if (entry.kind == Entry::Kind::kGoes) {
+    if (places == Places::kAll || !Exists(OldAt(entry))) Rename(target, OldAt(entry));
+  } else if (places == Places::kAll || Exists(NewAt(entry))) {
+    // Where something else was in the way, the folder is still missing.
+    std::error_code error;
+    fs::create_directories(target.parent_path(), error);
+    if (error) FailToWrite(target, error);
+    Rename(NewAt(entry), target);
+  }
 }
 
 // The list, which is the last one, first: it mustn't name what goes.
@@ -180,17 +268,22 @@ void Replacement::Undo(const std::vector<Entry>& entries) const {
     Rename(journal_, undoing_);
     Flush();
   }
-  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-    const fs::path target = output_ / entry->place;
-    if (entry->replaces) {
-      if (Exists(OldAt(*entry))) Rename(OldAt(*entry), target);
-    } else if (!Exists(NewAt(*entry))) {
-      Remove(target);
-    }
-  }
+  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) UndoOne(*entry);
   Flush();
   Remove(undoing_);
   Flush();
+}
+
+// May have been done before. The folder of a new file may then be a file again, and the new file's
+// place a folder.
+void Replacement::UndoOne(const Entry& entry) const {
+  const fs::path target = output_ / entry.place;
+  if (entry.kind == Entry::Kind::kNew) {
+    if (!Exists(NewAt(entry)) && Exists(target) && !IsFolder(target)) Remove(target);
+  } else if (Exists(OldAt(entry))) {
+    if (entry.kind == Entry::Kind::kGoes) RemoveFolders(target);
+    Rename(OldAt(entry), target);
+  }
 }
 
 bool Replacement::Owns(const std::string& name) {

@@ -28,10 +28,15 @@ class Replacement {
  public:
   Replacement(std::filesystem::path folder, std::filesystem::path output);
 
+  // What Run moves away to make room: files where folders are needed, and all that is in folders
+  // where files are needed, below the output.
+  [[nodiscard]] std::vector<std::filesystem::path> FilesInTheWay(
+      const std::vector<Placement>& placements) const;
+
   // Moves each file to its place in one step, replacing an earlier one, in the given order, and the
-  // last one when the disk has all others. Tries first whether the folders can be written. On
-  // failure moves all files back and throws PublishError. Returns when a power cut would change
-  // nothing any more.
+  // last one when the disk has all others. What is in the way is moved to `folder`. Tries first
+  // whether the folders can be written. On failure moves all files back and throws PublishError.
+  // Returns when a power cut would change nothing any more.
   void Run(const std::vector<Placement>& placements) const;
 
   // Finishes what is left of an earlier Run; where that fails, undoes it. Throws PublishError if
@@ -50,12 +55,17 @@ class Replacement {
 
   [[nodiscard]] std::filesystem::path NewAt(const Entry& entry) const;
   [[nodiscard]] std::filesystem::path OldAt(const Entry& entry) const;
+  [[nodiscard]] std::filesystem::path ObstacleTo(const std::filesystem::path& place,
+                                                 std::filesystem::path& clear) const;
+  [[nodiscard]] std::vector<Entry> Prepare(const std::vector<Placement>& placements) const;
   [[nodiscard]] Entry Prepare(const Placement& placement) const;
   void TryFolder(const std::filesystem::path& target) const;
   void WriteJournal(const std::vector<Entry>& entries) const;
   [[nodiscard]] std::vector<Entry> ReadJournal() const;
   void Place(const std::vector<Entry>& entries, Places places) const;
+  void PlaceOne(const Entry& entry, Places places) const;
   void Undo(const std::vector<Entry>& entries) const;
+  void UndoOne(const Entry& entry) const;
   void TakeBack(const std::vector<Entry>& entries, const std::string& failure) const;
   void Flush() const;
 

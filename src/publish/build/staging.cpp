@@ -65,7 +65,7 @@ void Staging::RemoveContents() const {
        at.increment(error)) {
     if (Replacement::Owns(at->path().filename().string())) contents.push_back(at->path());
   }
-  for (const fs::path& path : contents) fs::remove(path, error);
+  for (const fs::path& path : contents) fs::remove_all(path, error);
 }
 
 bool HasUnfinishedReplacement(const fs::path& output) {

@@ -76,6 +76,7 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
       {{{1, kNotASize}, {1, kNotASize}},
        {File("a", kHash, "2147483648"), File("a", kHash, "12147483647"), File("a", kHash, "-1")}},
       {{{1, kLeadingZeros}}, {a + "07" + at + "7\n"}},
+      {{}, {a + "7" + at + "007\n"}},
       {{{1, kContentDiffers}}, {a + other + "7\n", a + "7" + at + "8\n"}},
       {{{1, kCompressedIsLarger}}, {"FILE : a.compressed" + at + "8" + other.substr(1) + "7\n"}},
       {{{0, kNoFiles}, {1, kPathTooLong}},

@@ -47,6 +47,7 @@ int RunTool(int count, char** arguments) {
   AddDiffCommand(app, status);
   AddVerifyCommand(app, status);
   AddSwitchCommand(app, status);
+  AddRollbackCommand(app, status);
   AddPruneCommand(app, status);
   AddRecoverCommand(app, status);
   StopOnSignals();

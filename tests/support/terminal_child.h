@@ -99,6 +99,8 @@ class TerminalChild {
     return WIFSIGNALED(status_) ? 1000 + WTERMSIG(status_) : WEXITSTATUS(status_);
   }
 
+  [[nodiscard]] bool IsRunning() { return !HasEnded(); }
+
   [[nodiscard]] const std::string& output() const { return output_; }
   [[nodiscard]] const std::string& errors() const { return errors_; }
   // Whether the terminal passes on whole lines and echoes them.

@@ -43,17 +43,6 @@ void RequireApart(const fs::path& tree, const fs::path& output) {
   }
 }
 
-// Patchers don't escape the list's name in their request.
-void RequireListName(const std::string& name) {
-  const bool isPlain = name.find_first_of("/\\ ?#%") == std::string::npos && name != "." &&
-                       name != ".." && !HasControl(name);
-  const bool isTaken =
-      name == Staging::kFolder || name == kPublicationRecord || name == kRedirectionName;
-  if (name.empty() || !isPlain || isTaken || name.find(kCompressedMark) != std::string::npos) {
-    throw PublishError("the list can't have the name \"" + ShownPath(name) + "\"");
-  }
-}
-
 IgnoreRules RulesOf(const BuildOptions& options) {
   const fs::path ofTree = options.tree / kIgnoreName;
   const fs::path& file = options.ignoreFile.empty() ? ofTree : options.ignoreFile;
@@ -160,6 +149,17 @@ std::vector<FileRecord> RequestedRemovals(const BuildOptions& options, Complaint
 }
 
 }  // namespace
+
+// Patchers don't escape the list's name in their request.
+void RequireListName(const std::string& name) {
+  const bool isPlain = name.find_first_of("/\\ ?#%") == std::string::npos && name != "." &&
+                       name != ".." && !HasControl(name);
+  const bool isTaken =
+      name == Staging::kFolder || name == kPublicationRecord || name == kRedirectionName;
+  if (name.empty() || !isPlain || isTaken || name.find(kCompressedMark) != std::string::npos) {
+    throw PublishError("the list can't have the name \"" + ShownPath(name) + "\"");
+  }
+}
 
 void RequireUsable(const BuildOptions& options) {
   RequireApart(options.tree, options.output);

@@ -28,6 +28,9 @@ struct PublicationPlan {
   SizeSpelling spelling;  // of all these
 };
 
+// Throws PublishError if the list can't have the name.
+void RequireListName(const std::string& name);
+
 // Throws PublishError if the list can't have its name, or one of tree and output contains the
 // other.
 void RequireUsable(const BuildOptions& options);

@@ -31,6 +31,7 @@ void AddDiffCommand(CLI::App& app, int& status);
 void AddLintCommand(CLI::App& app, int& status);
 void AddPruneCommand(CLI::App& app, int& status);
 void AddRecoverCommand(CLI::App& app, int& status);
+void AddRollbackCommand(CLI::App& app, int& status);
 void AddSwitchCommand(CLI::App& app, int& status);
 void AddVerifyCommand(CLI::App& app, int& status);
 

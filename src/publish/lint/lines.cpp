@@ -87,12 +87,15 @@ void CheckShortLine(std::string_view line, const ListLine& scanned, std::size_t 
 
 void CheckSize(const ListedRecord& listed, const std::string& size, const char* name,
                Findings& findings) {
-  const std::string detail = std::string(name) + " " + size;
-  if (!ListedSize(size)) {
-    findings.Add(Rule::kNotASize, listed, detail);
-  } else if (size.size() > 1 && size.front() == '0') {
-    findings.Add(Rule::kLeadingZeros, listed, detail);
-  }
+  if (!ListedSize(size)) findings.Add(Rule::kNotASize, listed, std::string(name) + " " + size);
+}
+
+// Only of what the server delivers: a list spells content sizes with zeros to have files read
+// again.
+void CheckZeros(const ListedRecord& listed, Findings& findings) {
+  const std::string& size = listed.record.transferSize;
+  if (!ListedSize(size) || size.size() == 1 || size.front() != '0') return;
+  findings.Add(Rule::kLeadingZeros, listed, size);
 }
 
 void CheckHash(const ListedRecord& listed, const std::string& hash, const char* name,
@@ -182,6 +185,7 @@ void CheckHashesAndSizes(const ListedRecord& listed, Findings& findings) {
   const FileRecord& record = listed.record;
   CheckHash(listed, record.transferHash, kFieldNames[1], findings);
   CheckSize(listed, record.transferSize, kFieldNames[2], findings);
+  CheckZeros(listed, findings);
   CheckHash(listed, record.contentHash, kFieldNames[3], findings);
   CheckSize(listed, record.contentSize, kFieldNames[4], findings);
   if (!record.compressed && ContentContradictsTransfer(record)) {

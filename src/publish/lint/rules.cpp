@@ -52,7 +52,7 @@ constexpr std::array kRules = {
     LintRule{Rule::kNotASize, kError, "size that is no number from 0 to 2147483647",
              "Sizes are signed 32-bit numbers of bytes; anything else is read as another size.",
              "Keep files below 2 GiB and write the size in decimal digits."},
-    LintRule{Rule::kLeadingZeros, kWarning, "size with leading zeros",
+    LintRule{Rule::kLeadingZeros, kWarning, "transfer size with leading zeros",
              "The cache compares sizes as text, so players hash the file again for a new spelling.",
              "Write the number without them."},
     LintRule{Rule::kContentDiffers, kError, "transfer and content differ without compression",

@@ -35,10 +35,11 @@ namespace {
 
 Target* TargetNamed(const std::string& name) {
   static const std::map<std::string, Target*> kTargets = {
-      {"command_line", CheckCommandLine}, {"download", CheckDownload},
-      {"ignore_rules", CheckIgnoreRules}, {"paths", CheckPaths},
-      {"payload_check", CheckPayload},    {"reference_list", CheckReferenceList},
-      {"settings", CheckSettings},        {"verify_cache", CheckVerifyCache}};
+      {"command_line", CheckCommandLine},     {"download", CheckDownload},
+      {"ignore_rules", CheckIgnoreRules},     {"paths", CheckPaths},
+      {"payload_check", CheckPayload},        {"program_file", CheckProgramFile},
+      {"reference_list", CheckReferenceList}, {"settings", CheckSettings},
+      {"verify_cache", CheckVerifyCache}};
   // Targets write small files for each input: into memory unless another place is asked for.
   if (std::filesystem::is_directory("/dev/shm")) setenv("TMPDIR", "/dev/shm", 0);
   return kTargets.at(name);

@@ -1,4 +1,5 @@
-// Targets for texts: command lines, settings, paths, lists, the cache's file, ignore rules.
+// Targets for texts: command lines, settings, paths, lists, the cache's file, ignore rules; and for
+// programs.
 #include <fnmatch.h>
 
 #include <algorithm>
@@ -15,6 +16,8 @@
 #include "process/command_line.h"
 #include "publish/build/ignore_rules.h"
 #include "publish/lint/lint.h"
+#include "publish/lint/program_file.h"
+#include "publish/lint/settings.h"
 #include "settings/mirror_selection.h"
 #include "settings/patcher_settings.h"
 #include "settings/settings_store.h"
@@ -43,7 +46,18 @@ void CheckCommandLine(std::string_view input) {
           line);
 }
 
-// A settings file and its URLs: no value that it doesn't hold, and no mirror without a host.
+// The value of the first line of this key that patchers read; empty if there is none.
+static std::string ListedValue(std::string_view file, std::string_view key) {
+  const SettingLines found = SettingLinesOf(file);
+  for (const SettingLine& line : found.lines) {
+    const bool isRead = line.place == SettingPlace::kRead && EqualWithoutCase(line.key, key);
+    if (isRead) return std::string(CutText(line.value, 255));
+  }
+  return {};
+}
+
+// A settings file and its URLs: no value that it doesn't hold, and no mirror without a host. The
+// linter sees the same values, and tells if there is no server.
 void CheckSettings(std::string_view input) {
   const test::TemporaryFolder folder;
   Settings.SettingsPath = "VelmoraUpdate.dat";
@@ -57,6 +71,22 @@ void CheckSettings(std::string_view input) {
   for (std::size_t i = 0; i < Mirrors.count; ++i) {
     Require(!Mirrors.entries[i].host.empty(), "a mirror has a host", file);
   }
+  Require(ListedValue(file, "BaseURL1") == value, "the value that the linter sees", value);
+  const auto findings = LintWithoutList({.settings = Settings.SettingsPath});
+  const bool hasError = std::ranges::any_of(
+      findings, [](const LintFinding& f) { return f.rule->severity == Severity::kError; });
+  ReadSettings();
+  Require(hasError || Mirrors.count > 0 || !Settings.ServerHost.empty(), "no server", file);
+}
+
+// A program: what follows it doesn't matter, and what is too short for a header is none.
+void CheckProgramFile(std::string_view input) {
+  const test::TemporaryFolder folder;
+  test::WriteFile("program", std::string(input));
+  if (!WhyNotAProgram("program").empty()) return;
+  Require(input.starts_with("#!") || input.size() > 64, "a program", input);
+  test::WriteFile("program", std::string(input) + "\n");
+  Require(WhyNotAProgram("program").empty(), "a program and more", input);
 }
 
 // By a table of which beginning of the pattern takes which beginning of the path.

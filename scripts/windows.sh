@@ -48,7 +48,7 @@ cat >"$place/info.html" <<'PAGE'
 <html lang="ja"><meta charset="utf-8"><title>VELMORA</title><h1>お知らせ</h1></html>
 PAGE
 echo "== Published: $(build/native/velmora-publish build "$place/tree" "$place/server" \
-  --exe '\Game.exe')"
+  --exe '\Game.exe' --accept 731)"  # there is no game to start
 
 cp build/win64/VelmoraUpdate.exe "$place/installed/"
 printf '[Setting]\r\nServerAddress=127.0.0.1:%s\r\nData=/game\r\nInformation=http://127.0.0.1:%s/info.html\r\n' \

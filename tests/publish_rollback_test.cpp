@@ -74,7 +74,7 @@ class PublishRollback : public testing::Test {
       bad_[path] = std::string("bad ") + path;
     }
     build_.removals = {{"junk", "", "", "", "", false}};
-    build_.clientExe = "same";
+    build_.clientExe = "\\same";
     Build(old_, "1");
     build_.removals = {{"saves", "", "", "", "", false}};
     build_.clientExe = "large";
@@ -210,7 +210,7 @@ TEST_F(PublishRollback, ListSaysWhatTheEarlierOneSaidAndWhatHasToGo) {
   EXPECT_EQ(summary.changes.changed, 3U);
   const std::string list = ReadFile("3/hashlist.dat");
   EXPECT_EQ(list.substr(0, list.find("FILE")),
-            "EXE : same\nDEL : file, R\nDEL : folder\\\nDEL : folder\\in\nDEL : junk\n"
+            "EXE : \\same\nDEL : file, R\nDEL : folder\\\nDEL : folder\\in\nDEL : junk\n"
             "DEL : sub\\new\n");
   EXPECT_EQ(SizeIn("3", "changed"), "011");
   EXPECT_EQ(SizeIn("3", "same"), "8");

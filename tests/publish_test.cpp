@@ -109,6 +109,9 @@ class Publication : public testing::Test {
     options_.output = "out";
     options_.payload.compress = Compress::kNever;
     options_.maxRemovedPercent = 100;
+    // The patcher's files and the client are like all others here.
+    options_.accepted = {Rule::kPatcherNotAProgram, Rule::kNoServer, Rule::kOtherListName,
+                         Rule::kNoSuchClient};
   }
   // Why nothing is published; empty if something is.
   static std::string Refusal(const BuildOptions& options) try {
@@ -132,17 +135,24 @@ class Publication : public testing::Test {
 };
 
 TEST_F(Publication, PlainTree) {
-  WriteTree({"b.dat", "sub dir/a.dat", "VelmoraUpdate.exe", "VelmoraUpdate.dat"});
+  const std::string patcher = "#!/bin/sh\n";
+  const std::string settings = "[Setting]\nServerAddress=h\nData=/game\n";
+  WriteTree({"b.dat", "sub dir/a.dat"});
+  WriteTree({"VelmoraUpdate.exe"}, patcher);
+  WriteTree({"VelmoraUpdate.dat"}, settings);
   WriteFile("tree/\x95\x5C.dat", "double byte");  // patchers request a slash for the byte 5C
-  options_.clientExe = "\\bin\\Game.exe";
+  options_.accepted.clear();
+  options_.dataPath = "/game";
+  options_.clientExe = "\\b.dat";
   options_.removals = {Removal("old.dat")};
   EXPECT_EQ(BuildPublication(options_).files, 5U);
-  const std::string list = "EXE : \\bin\\Game.exe\nDEL : old.dat\n" + Line("b.dat", "x") +
+  const std::string list = "EXE : \\b.dat\nDEL : old.dat\n" + Line("b.dat", "x") +
                            Line("sub dir\\a.dat", "x") + Line("\x95\x5C.dat", "double byte") +
-                           Line("./VelmoraUpdate.dat", "x") + Line("VelmoraUpdate.exe", "x");
+                           Line("./VelmoraUpdate.dat", settings) +
+                           Line("VelmoraUpdate.exe", patcher);
   EXPECT_EQ(ReadFile("out/hashlist.dat"), list);
-  // The linter finds the client, which isn't listed, the space and the byte 5C.
-  EXPECT_EQ(LintList(list, {.dataPath = "/game", .tree = "tree"}).size(), 3U);
+  // The linter finds the space and the byte 5C.
+  EXPECT_EQ(LintList(list, {.dataPath = "/game", .tree = "tree"}).size(), 2U);
   EXPECT_EQ(ReadFile("out/\x95/.dat"), "double byte");
   options_.payload.hash = HashKind::kMd5;
   BuildPublication(options_);

@@ -11,6 +11,7 @@
 #include "publish/build/published_payload.h"
 #include "publish/build/removals.h"
 #include "publish/build/staging.h"
+#include "publish/build/start_check.h"
 #include "publish/build/tree_names.h"
 #include "publish/common/disk_text.h"
 #include "publish/common/list_path.h"
@@ -169,13 +170,15 @@ void RequireUsable(const BuildOptions& options) {
 PublicationPlan PlanPublication(const BuildOptions& options) {
   Complaints complaints;
   PublicationPlan plan;
-  plan.files = ScanTree(options.tree, RulesOf(options), options.names, complaints);
+  plan.files =
+      ScanTree(options.tree, RulesOf(options), options.names, RequestedPath(options), complaints);
   CheckOwnPlaces(plan.files, options.listName, complaints);
   plan.redirection = Redirection(options, complaints);
   plan.earlier = ListToRemoveFrom(options);
   plan.removals =
       Removals(RequestedRemovals(options, complaints), plan.earlier.get(), plan.files, complaints);
-  plan.clientExe = TypedName(options.clientExe, options.names, complaints);
+  plan.clientExe = WithBackslashes(TypedName(options.clientExe, options.names, complaints));
+  plan.warnings = CheckStart(plan.files, plan.clientExe, options, complaints);
   complaints.ThrowIfAny();
   if (plan.files.empty() && !options.allowEmpty) {
     throw PublishError(

@@ -26,6 +26,8 @@ struct PublicationPlan {
   // The list that is replaced: the one of `removeFrom`, or else in `output`, or else in `reuse`.
   EarlierList earlier;
   SizeSpelling spelling;  // of all these
+  // What a publisher may not have meant, ready for a terminal.
+  std::vector<std::string> warnings;
 };
 
 // Throws PublishError if the list can't have the name.

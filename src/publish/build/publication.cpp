@@ -138,6 +138,7 @@ Prepared Prepare(const BuildOptions& options, const PayloadUse& use) {
   }
   prepared.list = ListText(records, plan.removals, plan.clientExe);
   StopIfAsked(options.payload);
+  prepared.summary.warnings = plan.warnings;
   Sum(records, plan.earlier.get(), prepared.summary);
   return prepared;
 }
@@ -191,8 +192,13 @@ Preview PreviewPublication(const BuildOptions& options) {
   return PreviewOf(std::move(prepared));
 }
 
+// What players start with doesn't change the figures, and the client may not even be known.
 Preview PreviewUpdate(const BuildOptions& options) {
-  return PreviewOf(Prepare(options, {nullptr, true}));
+  BuildOptions accepting = options;
+  for (const LintRule& rule : LintRules()) {
+    if (IsAboutStart(rule.id)) accepting.accepted.push_back(rule.id);
+  }
+  return PreviewOf(Prepare(accepting, {nullptr, true}));
 }
 
 }  // namespace velmora::publish

@@ -14,6 +14,7 @@
 #include "publish/build/payload.h"
 #include "publish/common/disk_text.h"
 #include "publish/common/published_list.h"
+#include "publish/lint/rules.h"
 
 namespace velmora::publish {
 
@@ -22,6 +23,9 @@ struct BuildOptions {
   std::filesystem::path output;
   PayloadOptions payload;
   std::string listName = "hashlist.dat";
+  // The path with which each request begins, which the settings in the tree must have. Nothing:
+  // whatever they have.
+  std::optional<std::string> dataPath;
   std::string clientExe;             // empty: patchers keep the name they know
   std::vector<FileRecord> removals;  // path and mode; slashes separate folders, too
   // An earlier list, or the folder of its publication: files that are gone since then are removed
@@ -42,6 +46,8 @@ struct BuildOptions {
   NameEncoding names = NameEncoding::kGuess;
   // Rules as ignore_rules.h describes them. Empty: those of the tree, if it has any.
   std::filesystem::path ignoreFile;
+  // Of those about what players start with (IsAboutStart): their findings are published.
+  std::vector<Rule> accepted;
 };
 
 struct BuildSummary {

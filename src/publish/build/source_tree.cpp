@@ -90,8 +90,12 @@ class ListNames {
 class TreeScan {
  public:
   TreeScan(const fs::path& root, const IgnoreRules& rules, NameEncoding encoding,
-           Complaints& complaints)
-      : root_(root), rules_(rules), encoding_(encoding), complaints_(complaints) {}
+           const std::string& dataPath, Complaints& complaints)
+      : root_(root),
+        rules_(rules),
+        encoding_(encoding),
+        dataPath_(dataPath),
+        complaints_(complaints) {}
 
   std::vector<SourceFile> Run();
 
@@ -112,6 +116,7 @@ class TreeScan {
   const fs::path& root_;
   const IgnoreRules& rules_;
   const NameEncoding encoding_;
+  const std::string& dataPath_;
   Complaints& complaints_;
   std::set<std::string> guessed_;  // paths whose last name could be UTF-8 or not
   std::vector<SourceFile> files_;
@@ -264,7 +269,7 @@ void TreeScan::CheckByLint() {
     text += hash + size;
     text += hash + size + "\n";
   }
-  for (const LintFinding& finding : LintFiles(text)) {
+  for (const LintFinding& finding : LintFiles(text, dataPath_)) {
     if (finding.rule->severity != Severity::kError) continue;
     AddLintError(files_[finding.line - 1], finding);
   }
@@ -283,8 +288,9 @@ std::vector<SourceFile> TreeScan::Run() {
 }  // namespace
 
 std::vector<SourceFile> ScanTree(const fs::path& root, const IgnoreRules& rules,
-                                 NameEncoding encoding, Complaints& complaints) {
-  return TreeScan(root, rules, encoding, complaints).Run();
+                                 NameEncoding encoding, const std::string& dataPath,
+                                 Complaints& complaints) {
+  return TreeScan(root, rules, encoding, dataPath, complaints).Run();
 }
 
 // The rights of a file don't tell: the system knows only when it is asked.

@@ -22,11 +22,11 @@ struct SourceFile {
 // All files of the tree that `rules` don't ignore, in the byte order of their list paths, which is
 // the same on every system. Adds a complaint for each file that can't be read or that patchers
 // can't install, for whatever is neither a directory nor a plain file, and for all that the linter
-// reports as an error. With kGuess, names in UTF-8 beyond ASCII are complained about, too. With
-// complaints, the result is of no use but for finding more of them.
+// reports as an error. Requests begin with `dataPath`. With kGuess, names in UTF-8 beyond ASCII are
+// complained about, too. With complaints, the result is of no use but for finding more of them.
 [[nodiscard]] std::vector<SourceFile> ScanTree(const std::filesystem::path& root,
                                                const IgnoreRules& rules, NameEncoding encoding,
-                                               Complaints& complaints);
+                                               const std::string& dataPath, Complaints& complaints);
 
 // Adds a complaint for each file that can't be opened. That takes time, and so ScanTree does it
 // only if there are other complaints.

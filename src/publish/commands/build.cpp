@@ -94,7 +94,10 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
   AddChoice<HashKind>(build, "--hash", options.payload.hash,
                       {{"sha1", HashKind::kSha1}, {"md5", HashKind::kMd5}},
                       "The digest of the list; default: sha1");
-  build.add_option("--exe", options.clientExe, "Name of the game client");
+  build.add_option("--exe", options.clientExe,
+                   "The game client: \\Game.exe in TREE, or Game.exe in the folder above");
+  build.add_option("--data", options.dataPath,
+                   "The path with which each request begins, as Data in the settings");
   AddNamesOption(build, options.names);
   build.add_option("--list", options.listName, "File name of the reference list")
       ->capture_default_str();
@@ -130,10 +133,21 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
                   "Percent of the earlier publication's files, and bytes, that TREE may lack")
       ->check(CLI::Range(0U, 100U))
       ->capture_default_str();
+  AddAcceptOption(build, options.accepted);
   build.add_flag("--allow-empty", options.allowEmpty, "Publish a TREE without a file");
   build.add_option(
       "--ignore", options.ignoreFile,
       "A file with rules for what isn't published, like .gitignore; default: TREE/.publishignore");
+}
+
+// Anything else that the linter finds in a build can only be put right.
+void RequireAcceptable(const std::vector<Rule>& rules) {
+  for (const Rule rule : rules) {
+    if (IsAboutStart(rule)) continue;
+    throw CLI::ValidationError("--accept",
+                               "rule " + std::to_string(static_cast<int>(rule)) +
+                                   " can't be accepted in a build, only those from 700 on");
+  }
 }
 
 void PrintReused(const BuildOptions& options, const BuildSummary& summary) {
@@ -241,6 +255,7 @@ void AddBuildCommand(CLI::App& app, int& status) {
            "build game /srv/velmora/publication --exe '\\Game.exe' --remove-from "
            "/srv/velmora/publication");
   build->callback([options, manners, &status] {
+    RequireAcceptable(options->accepted);
     bool isDone = true;
     if (manners->isDryRun) {
       isDone = DryRun(*options, *manners);

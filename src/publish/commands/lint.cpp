@@ -24,8 +24,10 @@ using Json = nlohmann::ordered_json;
 struct LintCommand {
   std::string list;
   std::string listName = "hashlist.dat";
-  std::string dataPath;
+  bool isListNamed = false;
+  std::optional<std::string> dataPath;
   std::string tree;
+  std::string settings;
   NameEncoding treeNames = NameEncoding::kGuess;
   std::vector<Rule> accepted;
   std::string acceptedFile;  // empty: the one that goes with the tree, if any
@@ -36,7 +38,7 @@ struct LintCommand {
 using LintFindings = std::vector<LintFinding>;
 
 struct LintReport {
-  std::string list;
+  std::string list;  // empty: none
   LintFindings findings;
   std::size_t accepted = 0;  // findings, besides those
   std::string acceptedFile;  // empty: none
@@ -60,14 +62,18 @@ void PrintRule(const LintRule& rule) {
 }
 
 // In the format of compilers, so that editors can jump to the line.
-void PrintFinding(const std::string& list, const LintFinding& finding) {
-  std::string text = list + ":";
+void PrintFinding(const std::string& file, const LintFinding& finding) {
+  std::string text = file + ":";
   if (finding.line > 0) text += std::to_string(finding.line) + ":";
   text += std::string(" ") + SeverityName(finding.rule->severity) + " " +
           std::to_string(finding.rule->Number()) + ": " + finding.rule->what;
   if (!finding.subject.empty()) text += ": " + ShownText(finding.subject);
   if (!finding.detail.empty()) text += " (" + ShownText(finding.detail) + ")";
   std::printf("%s\n", text.c_str());
+}
+
+std::string FileOf(const LintReport& report, const LintFinding& finding) {
+  return finding.file.empty() ? report.list : ShownPath(finding.file.native());
 }
 
 // A number and what it counts.
@@ -78,7 +84,7 @@ std::string Counted(std::size_t count, const std::string& noun) {
 void PrintText(const LintReport& report) {
   std::set<Rule> broken;
   for (const LintFinding& finding : report.findings) {
-    PrintFinding(report.list, finding);
+    PrintFinding(FileOf(report, finding), finding);
     broken.insert(finding.rule->id);
   }
   if (!broken.empty()) std::printf("\n");
@@ -95,7 +101,7 @@ void PrintText(const LintReport& report) {
 
 void PrintJson(const LintReport& report) {
   Json json;
-  json["list"] = report.list;
+  if (!report.list.empty()) json["list"] = report.list;
   json["errors"] = CountOf(report.findings, Severity::kError);
   json["warnings"] = CountOf(report.findings, Severity::kWarning);
   json["accepted"] = report.accepted;
@@ -103,6 +109,7 @@ void PrintJson(const LintReport& report) {
   for (const LintFinding& finding : report.findings) {
     json["findings"].push_back({{"rule", finding.rule->Number()},
                                 {"severity", SeverityName(finding.rule->severity)},
+                                {"file", FileOf(report, finding)},
                                 {"line", finding.line},
                                 {"what", finding.rule->what},
                                 {"subject", ShownText(finding.subject)},
@@ -116,6 +123,12 @@ void PrintJson(const LintReport& report) {
         {{"file", report.acceptedFile}, {"line", entry.line}, {"entry", ShownText(entry.text)}});
   }
   std::printf("%s\n", json.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+}
+
+bool IsChecked(Rule rule, const LintCommand& command) {
+  const RuleScope scope = ScopeOf(rule);
+  if (scope == RuleScope::kList) return !command.list.empty();
+  return !command.tree.empty() || (scope == RuleScope::kSettings && !command.settings.empty());
 }
 
 // Takes what is accepted out of the findings.
@@ -133,8 +146,14 @@ void Accept(const LintCommand& command, LintReport& report) {
   }
   for (const Rule rule : command.accepted) acceptance.Add(rule);
   report.accepted = acceptance.RemoveFrom(report.findings);
-  report.stale =
-      acceptance.Stale([&command](Rule rule) { return !NeedsTree(rule) || !command.tree.empty(); });
+  report.stale = acceptance.Stale([&command](Rule rule) { return IsChecked(rule, command); });
+}
+
+// By which name players ask for the list; empty if that isn't known.
+std::string ListNameOf(const LintCommand& command) {
+  if (command.isListNamed) return command.listName;
+  if (command.list.empty()) return {};
+  return ListFile(command.list, command.listName).filename().native();
 }
 
 int Lint(const LintCommand& command) {
@@ -142,14 +161,20 @@ int Lint(const LintCommand& command) {
     for (const LintRule& rule : LintRules()) PrintRule(rule);
     return kDone;
   }
-  const std::filesystem::path file = ListFile(command.list, command.listName);
   LintOptions options;
   options.dataPath = command.dataPath;
   if (!command.tree.empty()) options.tree = command.tree;
   options.treeNames = command.treeNames;
+  if (!command.settings.empty()) options.settings = command.settings;
+  options.listName = ListNameOf(command);
   LintReport report;
-  report.list = ShownPath(file.native());
-  report.findings = LintList(ReadWholeFile(file), options);
+  if (command.list.empty()) {
+    report.findings = LintWithoutList(options);
+  } else {
+    const std::filesystem::path file = ListFile(command.list, command.listName);
+    report.list = ShownPath(file.native());
+    report.findings = LintList(ReadWholeFile(file), options);
+  }
   Accept(command, report);
   if (command.json) {
     PrintJson(report);
@@ -168,13 +193,21 @@ void AddLintCommand(CLI::App& app, int& status) {
   CLI::Option* rules = lint->add_flag("--rules", command->rules, "Print all rules and exit");
   CLI::Option* list =
       lint->add_option("LIST", command->list, "A reference list, or a publication's folder");
-  lint->add_option("--list", command->listName, "File name of the list in a folder")
-      ->capture_default_str();
+  CLI::Option* listName =
+      lint->add_option("--list", command->listName,
+                       "File name of the list in a folder, which the settings should name")
+          ->capture_default_str();
   lint->add_option("--data", command->dataPath,
-                   "The settings' Data value, with which each request begins");
-  lint->add_option("--tree", command->tree,
-                   "What players have: names the files that the removals delete")
-      ->check(CLI::ExistingDirectory);
+                   "The path with which each request begins, as Data in the settings");
+  CLI::Option* tree =
+      lint->add_option("--tree", command->tree,
+                       "What players have: names the files that the removals delete, and checks "
+                       "the patcher and its settings")
+          ->check(CLI::ExistingDirectory);
+  CLI::Option* settings =
+      lint->add_option("--settings", command->settings,
+                       "A settings file: checks whether it leads patchers to their server")
+          ->check(CLI::ExistingFile);
   AddNamesOption(*lint, command->treeNames);
   AddAcceptOption(*lint, command->accepted);
   lint->add_option("--accepted", command->acceptedFile,
@@ -183,7 +216,9 @@ void AddLintCommand(CLI::App& app, int& status) {
       ->check(CLI::ExistingFile);
   lint->add_flag("--json", command->json, "Print the findings as JSON");
   lint->callback([=, &status] {
-    if (rules->count() == 0 && list->count() == 0) throw CLI::RequiredError("LIST");
+    const bool hasInput = list->count() + tree->count() + settings->count() > 0;
+    if (rules->count() == 0 && !hasInput) throw CLI::RequiredError("LIST, --tree or --settings");
+    command->isListNamed = listName->count() > 0;
     status = Lint(*command);
   });
   Describe(*lint, "0 clean or all accepted, 1 errors, 3 only warnings",

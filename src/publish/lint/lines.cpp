@@ -195,14 +195,14 @@ void CheckHashesAndSizes(const ListedRecord& listed, Findings& findings) {
   if (record.compressed && growth > 0) findings.Add(Rule::kCompressedIsLarger, listed);
 }
 
-void CheckPath(const ListedRecord& listed, std::string_view listedPath, const LintOptions& options,
+void CheckPath(const ListedRecord& listed, std::string_view listedPath, const std::string& dataPath,
                Findings& findings) {
   const FileRecord& record = listed.record;
   if (record.compressed && record.path.size() + kCompressedMark.size() != listedPath.size()) {
     findings.Add(Rule::kMarkWithinPath, listed.line, listedPath);
   }
   if (EndsCache(record)) findings.Add(Rule::kCacheLineTooLong, listed);
-  if (!RequestPath(options.dataPath, record)) findings.Add(Rule::kRequestTooLong, listed);
+  if (!RequestPath(dataPath, record)) findings.Add(Rule::kRequestTooLong, listed);
   if (LeavesInstallation(record.path)) findings.Add(Rule::kLeavesInstallation, listed);
   CheckCharacters(listed, findings);
   CheckSpelling(listed, findings);

@@ -201,6 +201,69 @@ constexpr std::array kRules = {
     LintRule{Rule::kRedirection, kError, "redirection among the files",
              "A file enable.cdn below the data path sends every player to the address in it.",
              "Take it out of the list, and put it on the server by itself if that is meant."},
+
+    LintRule{Rule::kPatcherNotAProgram, kError, "patcher that isn't a program",
+             "Patchers replace themselves by it and start it. If the system can't, its players get "
+             "no other update.",
+             "Publish a whole program of Windows (i386 or x86-64) or Linux, or a script."},
+
+    LintRule{Rule::kNoServer, kError, "settings that lead to no server",
+             "Patchers with these settings can't update, not even to get better ones.",
+             "Write a section [Setting] with ServerAddress=HOST, or BaseURL1=http://HOST/PATH."},
+    LintRule{Rule::kNotAServerAddress, kError, "ServerAddress that isn't HOST or HOST:PORT",
+             "Everything in front of its first colon is taken for the name of a host.",
+             "Write the host alone, and the path as Data."},
+    LintRule{Rule::kNotAPort, kError, "port that isn't a number from 1 to 65535",
+             "It is read as far as it is a number, and cut to 16 bits.",
+             "Write the port in digits, or leave it out with its colon."},
+    LintRule{Rule::kMirrorBehindGap, kError, "mirror behind a gap",
+             "Patchers read BaseURL1, BaseURL2 and so on up to the first that is missing or empty.",
+             "Number the mirrors from 1 without a gap."},
+    LintRule{Rule::kMirrorOverLimit, kError, "mirror beyond BaseURL10", "Patchers never read it.",
+             "Keep ten mirrors."},
+    LintRule{Rule::kNotAMirror, kError, "mirror that isn't http://HOST:PORT/PATH",
+             "Patchers skip what isn't a URL. Of a URL they take host, port and path, and use "
+             "plain HTTP whatever it says.",
+             "Write http://HOST/PATH, or http://HOST:PORT/PATH."},
+    LintRule{Rule::kMisspelledKey, kError, "key that is nearly right",
+             "Patchers don't read it, and take what it should set as empty.",
+             "Spell it right, or remove it."},
+    LintRule{Rule::kUnknownKey, kWarning, "key that patchers don't read", "It does nothing.",
+             "Remove it, unless another program reads it."},
+    LintRule{Rule::kKeyElsewhere, kError, "key outside of the section [Setting]",
+             "Patchers read the first section of this name and nothing else.", "Move it there."},
+    LintRule{Rule::kSameKey, kWarning, "same key twice", "The first one counts.",
+             "Remove the second."},
+    LintRule{Rule::kSettingTooLong, kError, "value over 255 bytes", "Patchers cut it.",
+             "Shorten it."},
+    LintRule{Rule::kOtherDataPath, kError, "settings with another data path",
+             "Their patchers ask for the list and all files below that path.",
+             "Correct Data or the mirror's path, or give --data as it is meant."},
+    LintRule{Rule::kOtherListName, kError, "settings with another list",
+             "Their patchers ask for a list of that name, and hashlist.dat without DataFile.",
+             "Correct DataFile, or give --list as it is meant."},
+    LintRule{Rule::kNotARequestPath, kError, "path that patchers can't ask for",
+             "It becomes part of each request as it is: there a backslash doesn't separate "
+             "folders, a question mark ends the path, and a URL is none.",
+             "Write folders separated by slashes, such as /game."},
+    LintRule{Rule::kByteOrderMark, kError, "byte order mark in front of the settings",
+             "With it, Windows doesn't see the section in the first line, and only Windows reads "
+             "UTF-16.",
+             "Save the file without a mark, in ASCII or code page 932."},
+    LintRule{Rule::kInformationNotAUrl, kWarning, "Information that isn't a URL",
+             "The page in the patcher's window stays empty.",
+             "Write http://HOST/PATH, or leave it out."},
+    LintRule{Rule::kDoubleSlash, kWarning, "two slashes in a row",
+             "Patchers put a slash behind the path. Many servers find nothing behind two.",
+             "Remove one."},
+
+    LintRule{Rule::kClientOfFolderAbove, kWarning, "client of the folder above",
+             "Only a name with a backslash in front is a program of the installation. Players "
+             "start one of the folder above, although the installation has one.",
+             "Put a backslash in front, unless the folder above is meant."},
+    LintRule{Rule::kNoSuchClient, kError, "client that isn't in the tree",
+             "Unless players have such a program already, nothing starts after the update.",
+             "Name a program of the tree, with a backslash in front: \\Game.exe."},
 };
 
 }  // namespace
@@ -219,7 +282,15 @@ std::optional<Rule> RuleOfNumber(std::string_view number) {
   return std::nullopt;
 }
 
-bool NeedsTree(Rule id) { return id == Rule::kRemovesUnlisted; }
+RuleScope ScopeOf(Rule id) {
+  const bool isOfTree =
+      id == Rule::kRemovesUnlisted || id == Rule::kPatcherNotAProgram || id == Rule::kNoSuchClient;
+  if (isOfTree) return RuleScope::kTree;
+  return id >= Rule::kNoServer && id <= Rule::kDoubleSlash ? RuleScope::kSettings
+                                                           : RuleScope::kList;
+}
+
+bool IsAboutStart(Rule id) { return id >= Rule::kPatcherNotAProgram; }
 
 const char* SeverityName(Severity severity) {
   return severity == Severity::kError ? "error" : "warning";

@@ -1,4 +1,5 @@
-// What can be wrong with a reference list: every limit and trap of the format is a numbered rule.
+// What can be wrong with a reference list, and with the patcher, the settings and the client that
+// players start with: every limit and trap is a numbered rule.
 #pragma once
 
 #include <optional>
@@ -70,6 +71,29 @@ enum class Rule {
   kPatcherNameInPath = 604,
   kPatcherFile = 605,
   kRedirection = 606,
+  // What players start with: the patcher's program,
+  kPatcherNotAProgram = 701,
+  // its settings,
+  kNoServer = 710,
+  kNotAServerAddress = 711,
+  kNotAPort = 712,
+  kMirrorBehindGap = 713,
+  kMirrorOverLimit = 714,
+  kNotAMirror = 715,
+  kMisspelledKey = 716,
+  kUnknownKey = 717,
+  kKeyElsewhere = 718,
+  kSameKey = 719,
+  kSettingTooLong = 720,
+  kOtherDataPath = 721,
+  kOtherListName = 722,
+  kNotARequestPath = 723,
+  kByteOrderMark = 724,
+  kInformationNotAUrl = 725,
+  kDoubleSlash = 726,
+  // and the client.
+  kClientOfFolderAbove = 730,
+  kNoSuchClient = 731,
 };
 
 enum class Severity { kWarning, kError };
@@ -92,8 +116,15 @@ struct LintRule {
 // The rule with this number, such as "303"; nothing if there is none.
 [[nodiscard]] std::optional<Rule> RuleOfNumber(std::string_view number);
 
-// Whether only a tree of files can break the rule, and not a list by itself.
-[[nodiscard]] bool NeedsTree(Rule id);
+// What a rule is checked on.
+enum class RuleScope { kList, kTree, kSettings };
+
+// What the rule is about: a list, perhaps together with a tree; the files of a tree; or a settings
+// file, which may be that of a tree.
+[[nodiscard]] RuleScope ScopeOf(Rule id);
+
+// Whether the rule is about what players start with.
+[[nodiscard]] bool IsAboutStart(Rule id);
 
 [[nodiscard]] const char* SeverityName(Severity severity);
 

@@ -1,21 +1,16 @@
 #include <algorithm>
 #include <map>
 #include <set>
-#include <system_error>
 #include <tuple>
 
 #include "engine/record_set.h"
-#include "publish/common/disk_text.h"
 #include "publish/common/list_path.h"
-#include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
 #include "publish/common/redirection.h"
 #include "publish/lint/checks.h"
 
 namespace velmora::publish {
 namespace {
-
-namespace fs = std::filesystem;
 
 bool IsPatchers(const FileRecord& record) {
   return record.path.find(kUpdateMarker) != std::string::npos;
@@ -73,15 +68,6 @@ void CheckRemovalsOf(const std::string& folded, Rule rule, const std::string& de
   }
 }
 
-std::string TreePath(const fs::path& file, const fs::path& root, NameEncoding encoding) {
-  std::string path;
-  for (const fs::path& element : file.lexically_relative(root)) {
-    if (!path.empty()) path += '\\';
-    path += ListedName(element.native(), encoding);
-  }
-  return path;
-}
-
 bool IsPatchersOwnFile(const std::string& folded) {
   return folded == kPatcherProgram || folded == kPatcherSettings || IsPatchersOwn(folded);
 }
@@ -126,17 +112,33 @@ void CheckRemovals(const ListedRecords& records, Findings& findings) {
   }
 }
 
-void CheckClients(const ListedRecords& records, Findings& findings) {
+void CheckClients(const ListedRecords& records, const std::vector<TreeFile>* tree,
+                  Findings& findings) {
   for (std::size_t i = 1; i < records.clients.size(); ++i) {
     findings.Add(Rule::kSeveralClients, records.clients[i]);
   }
-  if (records.clients.empty()) return;
-  const ListedRecord& client = records.clients.back();
-  const bool isInside = client.record.path.starts_with('\\');
+  std::vector<std::string> paths;
+  for (const ListedRecord& file : records.files) paths.push_back(file.record.path);
+  if (tree != nullptr) {
+    for (const TreeFile& file : *tree) paths.push_back(file.listPath);
+  }
+  ListedClient client;
+  if (!records.clients.empty()) {
+    client = {records.clients.back().line, records.clients.back().record.path};
+  }
+  CheckClient(client, paths, tree != nullptr, findings);
+  if (!client.name.starts_with('\\')) return;
+  const auto isClient = [folded = FoldedPath(client.name)](const std::string& path) {
+    return FoldedPath(path) == folded;
+  };
   const bool isListed =
       std::any_of(records.files.begin(), records.files.end(),
-                  [&client](const ListedRecord& file) { return file.folded == client.folded; });
-  if (isInside && !isListed) findings.Add(Rule::kClientNotListed, client);
+                  [&](const ListedRecord& file) { return isClient(file.record.path); });
+  // One that isn't in the tree either is worse.
+  const bool isToBeListed = tree == nullptr || std::any_of(paths.begin(), paths.end(), isClient);
+  if (!isListed && isToBeListed) {
+    findings.Add(Rule::kClientNotListed, client.line, client.name);
+  }
 }
 
 void CheckOrder(std::string_view text, const ListedRecords& records, Findings& findings) {
@@ -152,14 +154,12 @@ void CheckOrder(std::string_view text, const ListedRecords& records, Findings& f
   }
 }
 
-void CheckTree(const fs::path& tree, NameEncoding encoding, const ListedRecords& records,
-               Findings& findings) try {
+void CheckTree(const std::vector<TreeFile>& tree, const ListedRecords& records,
+               Findings& findings) {
   std::set<std::string> listed;
   for (const ListedRecord& file : records.files) listed.insert(file.folded);
-  for (const auto& entry : fs::recursive_directory_iterator(tree)) {
-    if (entry.is_directory()) continue;
-    const std::string path = TreePath(entry.path(), tree, encoding);
-    const std::string folded = FoldedPath(path);
+  for (const TreeFile& file : tree) {
+    const std::string folded = FoldedPath(file.listPath);
     if (listed.contains(folded) || IsPatchersOwnFile(folded)) continue;
     const std::vector<std::size_t> removals = records.removalIndex.Matching(folded);
     // What a removal names itself, as each that follows from an earlier list does, isn't lost
@@ -169,11 +169,9 @@ void CheckTree(const fs::path& tree, NameEncoding encoding, const ListedRecords&
     });
     if (isNamed) continue;
     for (const std::size_t i : removals) {
-      findings.Add(Rule::kRemovesUnlisted, records.removals[i], path);
+      findings.Add(Rule::kRemovesUnlisted, records.removals[i], file.listPath);
     }
   }
-} catch (const fs::filesystem_error& error) {
-  throw PublishError(ShownPath(tree.native()) + ": can't be read: " + error.code().message());
 }
 
 }  // namespace velmora::publish

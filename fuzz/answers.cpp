@@ -9,6 +9,7 @@
 //   pieces N...       how many bytes become available in turn; then the rest
 //   broken N          the transfer breaks off after N bytes
 //   old TEXT          what the file held before
+#include <libdeflate.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -84,6 +85,16 @@ static bool HasHash(const std::string& bytes, const std::string& hash) {
 
 constexpr std::size_t kMemory = std::size_t{1} << 20;
 
+// Whether libdeflate, which reads some streams that zlib refuses, makes the same of this one.
+static bool ExpandsAlike(const std::string& stream, const std::string& content) {
+  static libdeflate_decompressor* const decompressor = libdeflate_alloc_decompressor();
+  std::string expanded(content.size(), '\0');
+  std::size_t size = 0;
+  return libdeflate_zlib_decompress(decompressor, stream.data(), stream.size(), expanded.data(),
+                                    expanded.size(), &size) == LIBDEFLATE_SUCCESS &&
+         expanded.substr(0, size) == content;
+}
+
 // What a patcher with little memory makes of a body, if it has the record's hash; `used` is the
 // length of a stream.
 static std::optional<std::string> Content(const FileRecord& record, const std::string& body,
@@ -99,6 +110,7 @@ static std::optional<std::string> Content(const FileRecord& record, const std::s
     return std::nullopt;
   }
   content.resize(size);
+  Require(!record.compressed || ExpandsAlike(body, content), "every reader expands it", body);
   return content;
 }
 

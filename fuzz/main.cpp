@@ -39,7 +39,7 @@ Target* TargetNamed(const std::string& name) {
       {"ignore_rules", CheckIgnoreRules},     {"paths", CheckPaths},
       {"payload_check", CheckPayload},        {"program_file", CheckProgramFile},
       {"reference_list", CheckReferenceList}, {"settings", CheckSettings},
-      {"verify_cache", CheckVerifyCache}};
+      {"verify_cache", CheckVerifyCache},     {"zlib_blocks", CheckZlibBlocks}};
   // Targets write small files for each input: into memory unless another place is asked for.
   if (std::filesystem::is_directory("/dev/shm")) setenv("TMPDIR", "/dev/shm", 0);
   return kTargets.at(name);

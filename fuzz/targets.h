@@ -10,7 +10,7 @@ namespace velmora::fuzz {
 using Target = void(std::string_view input);
 
 Target CheckCommandLine, CheckSettings, CheckPaths, CheckReferenceList, CheckVerifyCache,
-    CheckIgnoreRules, CheckProgramFile, CheckDownload, CheckPayload;
+    CheckIgnoreRules, CheckProgramFile, CheckDownload, CheckPayload, CheckZlibBlocks;
 
 // Ends the process with a message unless `holds`. `detail` shows what the property failed for.
 void Require(bool holds, std::string_view property, std::string_view detail);

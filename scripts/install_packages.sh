@@ -3,13 +3,13 @@
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libncurses-dev
-       libcli11-dev libgtest-dev libvterm-dev nlohmann-json3-dev)
+       libcli11-dev libdeflate-dev libgtest-dev libvterm-dev nlohmann-json3-dev)
 demo=(nginx-light python3 procps iproute2 util-linux)
-bench=(libbenchmark-dev curl openssl rsync pigz python3 time strace valgrind)
+bench=(libbenchmark-dev curl openssl rsync pigz zopfli python3 time strace valgrind)
 check=(clang-format clang-tidy cppcheck valgrind python3)
 fuzz=(clang libclang-rt-14-dev)
 
-windows=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest
+windows=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest dpkg-dev
          wine wine64 xvfb xauth openbox x11-utils imagemagick x11-apps xdotool
          fonts-noto-cjk locales debootstrap)
 

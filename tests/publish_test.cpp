@@ -39,6 +39,8 @@ using test::WriteFile;
 using Texts = std::vector<std::string>;
 using Names = std::set<std::string>;
 
+constexpr std::size_t kMiB = std::size_t{1} << 20;
+
 // The FILE line of the same arguments as test::FileLine's.
 std::string Line(const auto&... arguments) {
   const std::string line = test::FileLine(arguments...);
@@ -168,12 +170,12 @@ TEST_F(Publication, CompressesWhatPays) {
       {"noise", Noise(100000)},
       {"half", Noise(50000) + std::string(50000, 'x')},
       // What doesn't compress at its beginning isn't tried to its end.
-      {"late", Noise(4 * kBlockSize) + std::string(8 * kBlockSize, 'x')},
-      {"early", std::string(8 * kBlockSize, 'x') + Noise(5 * kBlockSize)},
+      {"late", Noise(4 * kMiB) + std::string(8 * kMiB, 'x')},
+      {"early", std::string(8 * kMiB, 'x') + Noise(5 * kMiB)},
       {"empty", ""}};
   for (const auto& path : {"text", "sub.png/text", "a.PnG", "b.own"}) tree[path] = text;
   for (const auto& path : {deep, name}) tree[path] = text;
-  tree["png"] = Numbers(kBlockSize + 1);
+  tree["png"] = Numbers(kMiB + 1);
   for (const auto& [path, content] : tree) WriteFile("tree/" + path, content);
   const Names types = CompressedTypes();
   const Names all = {"a.PnG", "b.own", "early",        "half", "late",
@@ -185,7 +187,7 @@ TEST_F(Publication, CompressesWhatPays) {
            {Compress::kPays, 51, {"own"}, {"a.PnG", "early", "png", "sub.png/text", "text"}},
            {Compress::kAlways, 5, types, all}}) {
     fs::remove_all("out");
-    options_.payload = {HashKind::kSha1, compress, paysFrom, plainTypes, nullptr};
+    options_.payload = {.compress = compress, .paysFrom = paysFrom, .plainTypes = plainTypes};
     EXPECT_EQ(BuildPublication(options_).compressed, compressed.size());
     const std::string list = ReadFile("out/hashlist.dat");
     EXPECT_EQ(Output().size(), tree.size() + 2);
@@ -201,17 +203,28 @@ TEST_F(Publication, CompressesWhatPays) {
   }
 }
 
-// Each block uses what comes before it, in the previous round too: a repetition costs nearly
-// nothing.
+// Where one block ends and the next begins, in the middle of a byte mostly, nothing shows. The
+// largest file that is one block, and a file of blocks with any effort.
 TEST_F(Publication, StreamsOfManyBlocks) {
-  std::string repeated;
-  while (repeated.size() < 9 * kBlockSize) repeated += Noise(30000);
-  WriteFile("tree/repeated", repeated);
+  const std::string noise = Noise(300000);
+  std::string mixed;
+  while (mixed.size() < 9 * kMiB + 1) mixed += Numbers(mixed.size() / 3 + 70001) + noise;
+  mixed.resize(9 * kMiB + 1);
+  WriteFile("tree/one", mixed.substr(0, 8 * kMiB));
+  WriteFile("tree/many", mixed);
   options_.payload.compress = Compress::kAlways;
-  BuildPublication(options_);
-  const std::string stream = ReadFile("out/repeated.compressed");
-  EXPECT_EQ(Expanded(stream, repeated.size()), repeated);
-  EXPECT_LT(stream.size(), 110000U);
+  std::size_t earlier = mixed.size();
+  for (const int effort : {1, 6, 12}) {
+    options_.payload.effort = effort;
+    BuildPublication(options_);
+    for (const std::string name : {"one", "many"}) {
+      const std::string stream = ReadFile("out/" + name + ".compressed");
+      EXPECT_EQ(Expanded(stream, mixed.size()), ReadFile("tree/" + name)) << effort;
+    }
+    const std::size_t size = fs::file_size("out/many.compressed");
+    EXPECT_LT(size, earlier) << effort;
+    earlier = size;
+  }
 }
 
 // With the same settings, what hasn't changed stays as it is, with its time stamp.
@@ -226,6 +239,7 @@ TEST_F(Publication, KeepsUnchangedPayloads) {
            {[](BuildOptions& o) { o.payload.compress = Compress::kAlways; },
             {"noise", "VelmoraUpdate.dat"}},
            {[](BuildOptions& o) { o.payload.paysFrom = 6; }, {}},
+           {[](BuildOptions& o) { o.payload.effort = 11; }, {}},
            {[](BuildOptions& o) { o.listName = "other.dat"; }, {"hashlist.dat"}},
            // The settings next to it belong to another list.
            {[](BuildOptions&) { WriteFile("out/hashlist.dat", "FILE"); }, {}},
@@ -763,11 +777,11 @@ TEST_F(Publication, TreeThatLacksMuchIsRefused) {
 
 TEST_F(Publication, FileThatChangesIsRefused) {
   WriteFile("tree/a", "content");
-  WriteFile("tree/large", Numbers(9 * kBlockSize));
-  const SourceFile whole{"tree/large", "large", 9 * kBlockSize};
+  WriteFile("tree/large", Numbers(9 * kMiB));
+  const SourceFile whole{"tree/large", "large", 9 * kMiB};
   for (const SourceFile& file :
        {SourceFile{"tree/a", "a", 8}, SourceFile{"tree/a", "a", 6}, SourceFile{"tree/b", "b", 1},
-        SourceFile{"tree/large", "large", 9 * kBlockSize + 1}}) {
+        SourceFile{"tree/large", "large", 9 * kMiB + 1}}) {
     for (const Compress compress : {Compress::kNever, Compress::kAlways}) {
       PayloadOptions options;
       options.compress = compress;

@@ -21,13 +21,15 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kChunk = std::size_t{1} << 18;
 
-// A larger file is compressed by all cores together.
-constexpr std::uint64_t kMaxAlone = 8 * kBlockSize;
+// A larger file is compressed in blocks of kBlockSize, by all cores together; any other is one
+// block. The blocks cost 0.05 % of the result.
+constexpr std::uint64_t kMaxAlone = std::uint64_t{8} << 20;
+constexpr std::size_t kBlockSize = std::size_t{1} << 20;
 
-// If this many blocks at its beginning don't get smaller at all, a file counts as compressed data.
-constexpr std::size_t kTrialBlocks = 4;
+// Quickly compressed, these bytes at a file's beginning tell whether it is compressed data.
+constexpr std::size_t kTrialSize = std::size_t{4} << 20;
 
-constexpr std::size_t kBlocksPerThread = 2;
+constexpr std::size_t kBlocksPerThread = 4;
 
 bool Pays(std::uint64_t packed, std::uint64_t size, unsigned percent) {
   return packed < size && packed * 100 <= size * (100 - percent);
@@ -49,6 +51,7 @@ class StreamWriter {
       : options_(options),
         threads_(threads),
         size_(task.file->size),
+        blockSize_(size_ > kMaxAlone ? kBlockSize : static_cast<std::size_t>(size_)),
         reader_(task.file->path, task.file->size),
         stream_(task.target),
         content_(options.hash),
@@ -59,45 +62,43 @@ class StreamWriter {
 
  private:
   struct Round {
-    std::vector<std::uint8_t> bytes;  // the content, and before it its dictionary
-    std::size_t dictionarySize = 0;
+    std::vector<std::uint8_t> content;
     bool isLast = false;
     std::vector<DeflatedBlock> blocks;
   };
 
-  [[nodiscard]] Round Read(const Round& before);
-  static void DeflateBlock(Round& round, std::size_t number);
+  [[nodiscard]] Round Read();
+  void DeflateBlock(Round& round, std::size_t number) const;
   void Append(const Round& round);
   void Append(std::span<const std::uint8_t> bytes);
-  [[nodiscard]] bool FailsTrial(const Round& round);
+  [[nodiscard]] bool FailsTrial(const Round& first) const;
   bool GiveUp();
 
   const PayloadOptions& options_;
   const std::size_t threads_;
   const std::uint64_t size_;
+  const std::size_t blockSize_;
   SizedReader reader_;
   NewFile stream_;
   FileDigest content_;
   FileDigest transfer_;
   StreamChecksum checksum_;
-  std::size_t deflatedBlocks_ = 0;
-  std::uint64_t deflatedSize_ = kStreamHeader.size();
 };
 
 bool StreamWriter::Write(FileRecord& record) {
   Append(kStreamHeader);
   Round previous;
-  Round current = Read({});
+  Round current = Read();
+  if (FailsTrial(current)) return GiveUp();
   while (!current.blocks.empty()) {
     StopIfAsked(options_);
     Round next;
     const auto work = [&](std::size_t i) {
-      if (i == 0) next = Read(current);
+      if (i == 0) next = Read();
       if (i == 1) Append(previous);
       if (i >= 2) DeflateBlock(current, i - 2);
     };
     ParallelFor(current.blocks.size() + 2, work, threads_);
-    if (FailsTrial(current)) return GiveUp();
     previous = std::move(current);
     current = std::move(next);
   }
@@ -114,34 +115,33 @@ bool StreamWriter::Write(FileRecord& record) {
   return true;
 }
 
-// The first round of a large file is the trial.
-StreamWriter::Round StreamWriter::Read(const Round& before) {
-  const std::size_t most = threads_ == 1          ? 1
-                           : before.bytes.empty() ? kTrialBlocks
-                                                  : kBlocksPerThread * threads_;
+// The first round of a large file is at least what the trial looks at.
+StreamWriter::Round StreamWriter::Read() {
+  const std::size_t most = std::max(blockSize_ * kBlocksPerThread * threads_, kTrialSize);
   Round round;
-  const auto count =
-      static_cast<std::size_t>(std::min<std::uint64_t>(most * kBlockSize, reader_.left()));
+  const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(most, reader_.left()));
   if (count == 0) return round;
-  round.dictionarySize = std::min(kWindowSize, before.bytes.size());
-  round.bytes.assign(before.bytes.end() - static_cast<std::ptrdiff_t>(round.dictionarySize),
-                     before.bytes.end());
-  round.bytes.resize(round.dictionarySize + count);
-  std::uint8_t* const content = round.bytes.data() + round.dictionarySize;
-  content_.Add(content, reader_.Read(content, count));
+  round.content.resize(count);
+  content_.Add(round.content.data(), reader_.Read(round.content.data(), count));
   CountBytes(options_, count);
   round.isLast = reader_.left() == 0;
-  round.blocks.resize((count + kBlockSize - 1) / kBlockSize);
+  round.blocks.resize((count + blockSize_ - 1) / blockSize_);
   return round;
 }
 
-void StreamWriter::DeflateBlock(Round& round, std::size_t number) {
-  const std::span bytes(round.bytes);
-  const std::size_t start = round.dictionarySize + number * kBlockSize;
-  const std::size_t dictionarySize = std::min(kWindowSize, start);
-  round.blocks[number] = Deflate(bytes.subspan(start - dictionarySize, dictionarySize),
-                                 bytes.subspan(start, std::min(kBlockSize, bytes.size() - start)),
-                                 round.isLast && number + 1 == round.blocks.size());
+bool StreamWriter::FailsTrial(const Round& first) const {
+  if (options_.compress != Compress::kPays) return false;
+  const std::span content(first.content);
+  const std::span start = content.first(std::min(content.size(), kTrialSize));
+  return QuickDeflatedSize(start) >= start.size();
+}
+
+void StreamWriter::DeflateBlock(Round& round, std::size_t number) const {
+  const std::span content(round.content);
+  const std::size_t start = number * blockSize_;
+  round.blocks[number] =
+      Deflate(content.subspan(start, std::min(blockSize_, content.size() - start)), options_.effort,
+              round.isLast && number + 1 == round.blocks.size());
 }
 
 void StreamWriter::Append(const Round& round) {
@@ -154,13 +154,6 @@ void StreamWriter::Append(const Round& round) {
 void StreamWriter::Append(std::span<const std::uint8_t> bytes) {
   transfer_.Add(bytes.data(), bytes.size());
   stream_.Write(bytes.data(), bytes.size());
-}
-
-bool StreamWriter::FailsTrial(const Round& round) {
-  deflatedBlocks_ += round.blocks.size();
-  for (const DeflatedBlock& block : round.blocks) deflatedSize_ += block.bytes.size();
-  return options_.compress == Compress::kPays && deflatedBlocks_ == kTrialBlocks &&
-         deflatedSize_ >= kTrialBlocks * kBlockSize;
 }
 
 // The file has to be read once more.

@@ -9,6 +9,7 @@
 
 #include "engine/file_record.h"
 #include "publish/build/source_tree.h"
+#include "publish/build/zlib_blocks.h"
 #include "publish/common/file_digest.h"
 #include "publish/common/parallel_for.h"
 #include "publish/common/progress_line.h"
@@ -28,6 +29,9 @@ enum class Compress {
 struct PayloadOptions {
   HashKind hash = HashKind::kSha1;
   Compress compress = Compress::kPays;
+  // How hard to try, from kLeastEffort to kMostEffort (zlib_blocks.h). A publication is made once
+  // and downloaded by everybody.
+  int effort = kMostEffort;
   // The least saving, in percent from 0 to 99, that is worth the expansion on players' machines.
   unsigned paysFrom = 5;
   // With kPays, files with these extensions, in lower case, aren't even tried.
@@ -49,9 +53,10 @@ struct PayloadTask {
 };
 
 // Reads the files, writes their payloads and returns their records, in the order of the tasks. A
-// payload depends only on its file's content and path, on the options and on zlib. All threads
-// work together on each large file, and one on each of the others. Needs some 10 MiB of memory for
-// each thread. Throws PublishError, also when asked to stop; complete payloads then remain.
+// payload depends only on its file's content and path, on the options and on libdeflate. All
+// threads work together on each large file, and one on each of the others. Needs up to 30 MiB of
+// memory for each thread. Throws PublishError, also when asked to stop; complete payloads then
+// remain.
 [[nodiscard]] std::vector<FileRecord> WritePayloads(const std::vector<PayloadTask>& tasks,
                                                     const PayloadOptions& options);
 

@@ -68,8 +68,8 @@ struct BuildSummary {
 // the disk before the list is moved, and the list before this function returns. (This flushes the
 // whole file system three times, which is far faster than flushing each file.) If the publication
 // in `output` was made with the same settings, the payloads of unchanged files are left alone. The
-// result is the same on every run and machine with the same zlib, whatever `output` held, except
-// for zeros in front of sizes (size_spelling.h).
+// result is the same on every run and machine with the same libdeflate, whatever `output` held,
+// except for zeros in front of sizes (size_spelling.h).
 //
 // Throws PublishError. The earlier publication is then unchanged; if the disk fails so badly during
 // those last steps that they can't be undone, RecoverPublication (staging.h) does it later, and so

@@ -4,6 +4,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "base/text.h"
 #include "publish/build/zlib_blocks.h"
 #include "publish/common/file_digest.h"
 #include "publish/common/publish_error.h"
@@ -27,6 +28,12 @@ std::string CompressionText(const PayloadOptions& options) {
 bool ReadHash(const std::string& value, PayloadOptions& options) {
   options.hash = value == "md5" ? HashKind::kMd5 : HashKind::kSha1;
   return value == "md5" || value == "sha1";
+}
+
+// A record of an earlier version names no effort.
+void ReadEffort(const std::string& value, PayloadOptions& options) {
+  const int effort = ToNumber(value);
+  if (effort >= kLeastEffort && effort <= kMostEffort) options.effort = effort;
 }
 
 // "always", "never", or "pays", behind which `words` holds "from 5 but 7z aac".
@@ -57,7 +64,8 @@ std::string SettingsText(const PayloadOptions& options, std::string_view list) {
   digest.Add(list.data(), list.size());
   return std::string("velmora-publish 1\n") + "hash " +
          (options.hash == HashKind::kMd5 ? "md5" : "sha1") + "\ncompress " +
-         CompressionText(options) + "\n" + StreamMaker() + "\nlist " + digest.Text() + "\n";
+         CompressionText(options) + "\neffort " + std::to_string(options.effort) + "\n" +
+         StreamMaker() + "\nlist " + digest.Text() + "\n";
 }
 
 std::string PublicationRecord::Text() const {
@@ -101,6 +109,7 @@ std::optional<PayloadOptions> ReadSettings(const fs::path& folder) {
     std::string value;
     words >> key >> value;
     if (key == "hash") hasHash = ReadHash(value, options);
+    if (key == "effort") ReadEffort(value, options);
     if (key == "compress") hasCompression = ReadCompression(value, words, options);
   }
   return hasHash && hasCompression ? std::optional(options) : std::nullopt;

@@ -1,61 +1,110 @@
 #include "publish/build/zlib_blocks.h"
 
+#include <libdeflate.h>
 #include <zlib.h>
+
+#include <map>
+#include <memory>
 
 #include "publish/common/publish_error.h"
 
 namespace velmora::publish {
 namespace {
 
-// On game data the highest level saves 0.3 % more and takes four times as long.
-constexpr int kLevel = 6;
-
 constexpr int kRawDeflate = -15;  // the largest window, without header and trailer
-constexpr int kMemLevel = 8;      // zlib's default
-constexpr std::size_t kRoomForFlush = 64;
 
 void Require(bool succeeded) {
-  if (!succeeded) throw PublishError("the compression fails");
+  if (!succeeded) throw PublishError("the compression fails: not enough memory?");
 }
 
-struct Deflater {
-  Deflater() {
-    Require(deflateInit2(&stream, kLevel, Z_DEFLATED, kRawDeflate, kMemLevel, Z_DEFAULT_STRATEGY) ==
-            Z_OK);
+struct Free {
+  void operator()(libdeflate_compressor* compressor) const {
+    libdeflate_free_compressor(compressor);
   }
-  ~Deflater() { deflateEnd(&stream); }
-  Deflater(const Deflater&) = delete;
-  Deflater& operator=(const Deflater&) = delete;
+};
+
+// A new one for each small file would take a noticeable part of the time.
+libdeflate_compressor* CompressorOf(int effort) {
+  static thread_local std::map<int, std::unique_ptr<libdeflate_compressor, Free>> compressors;
+  auto& compressor = compressors[effort];
+  if (!compressor) compressor.reset(libdeflate_alloc_compressor(effort));
+  Require(compressor != nullptr);
+  return compressor.get();
+}
+
+std::vector<std::uint8_t> Compressed(std::span<const std::uint8_t> content, int effort) {
+  libdeflate_compressor* const compressor = CompressorOf(effort);
+  std::vector<std::uint8_t> bytes(libdeflate_deflate_compress_bound(compressor, content.size()));
+  bytes.resize(libdeflate_deflate_compress(compressor, content.data(), content.size(), bytes.data(),
+                                           bytes.size()));
+  Require(!bytes.empty());
+  return bytes;
+}
+
+// Positions in a deflate stream, in bits from its start.
+struct LastBlock {
+  std::size_t start = 0;
+  std::size_t end = 0;
+};
+
+struct Inflater {
+  Inflater() { Require(inflateInit2(&stream, kRawDeflate) == Z_OK); }
+  ~Inflater() { inflateEnd(&stream); }
+  Inflater(const Inflater&) = delete;
+  Inflater& operator=(const Inflater&) = delete;
 
   z_stream stream{};
 };
 
+// Only expanding the stream tells where its last block is, which is far faster than compressing it.
+LastBlock FindLastBlock(const std::vector<std::uint8_t>& bytes) {
+  constexpr int kUnusedBits = 7;
+  constexpr int kInLastBlock = 64;
+  constexpr int kAtBlockEnd = 128;
+  constexpr std::size_t kBuffer = std::size_t{1} << 16;
+  const auto ignored = std::make_unique_for_overwrite<std::uint8_t[]>(kBuffer);
+  Inflater inflater;
+  z_stream& stream = inflater.stream;
+  stream.next_in = const_cast<Bytef*>(bytes.data());
+  stream.avail_in = static_cast<uInt>(bytes.size());
+  LastBlock last;
+  int result = Z_OK;
+  while (result != Z_STREAM_END) {
+    stream.next_out = ignored.get();
+    stream.avail_out = static_cast<uInt>(kBuffer);
+    result = inflate(&stream, Z_BLOCK);
+    Require(result == Z_OK || result == Z_STREAM_END);
+    if ((stream.data_type & kAtBlockEnd) == 0) continue;
+    const bool isEnd = (stream.data_type & kInLastBlock) != 0;
+    (isEnd ? last.end : last.start) =
+        std::size_t{stream.total_in} * 8 - static_cast<std::size_t>(stream.data_type & kUnusedBits);
+  }
+  return last;
+}
+
+// Makes room for more blocks after a stream's end: its last block becomes one like the others, and
+// an empty stored block fills the last byte up.
+void OpenEnd(std::vector<std::uint8_t>& bytes) {
+  constexpr std::size_t kBlockHeader = 3;  // bits
+  const LastBlock last = FindLastBlock(bytes);
+  bytes[last.start / 8] &= static_cast<std::uint8_t>(~(1U << (last.start % 8)));
+  bytes.resize((last.end + kBlockHeader + 7) / 8);
+  bytes.insert(bytes.end(), {0x00, 0x00, 0xFF, 0xFF});  // the length 0 and its complement
+}
+
 }  // namespace
 
-DeflatedBlock Deflate(std::span<const std::uint8_t> dictionary,
-                      std::span<const std::uint8_t> content, bool isLast) {
-  // A new one for each small file would take a noticeable part of the time.
-  static thread_local Deflater deflater;
-  z_stream& stream = deflater.stream;
-  const auto size = static_cast<uInt>(content.size());
-  Require(deflateReset(&stream) == Z_OK);
-  if (!dictionary.empty()) {
-    Require(deflateSetDictionary(&stream, dictionary.data(),
-                                 static_cast<uInt>(dictionary.size())) == Z_OK);
-  }
+DeflatedBlock Deflate(std::span<const std::uint8_t> content, int effort, bool isLast) {
   DeflatedBlock block;
-  block.bytes.resize(deflateBound(&stream, size) + kRoomForFlush);
-  stream.next_in = const_cast<Bytef*>(content.data());
-  stream.avail_in = size;
-  stream.next_out = block.bytes.data();
-  stream.avail_out = static_cast<uInt>(block.bytes.size());
-  const int result = deflate(&stream, isLast ? Z_FINISH : Z_SYNC_FLUSH);
-  // A flush is complete only if it leaves room in the output.
-  Require(result == (isLast ? Z_STREAM_END : Z_OK) && stream.avail_in == 0 && stream.avail_out > 0);
-  block.bytes.resize(block.bytes.size() - stream.avail_out);
-  block.contentSize = size;
-  block.contentChecksum = static_cast<std::uint32_t>(adler32(1, content.data(), size));
+  block.bytes = Compressed(content, effort);
+  if (!isLast) OpenEnd(block.bytes);
+  block.contentSize = content.size();
+  block.contentChecksum = libdeflate_adler32(1, content.data(), content.size());
   return block;
+}
+
+std::size_t QuickDeflatedSize(std::span<const std::uint8_t> content) {
+  return Compressed(content, kLeastEffort).size();
 }
 
 void StreamChecksum::Add(const DeflatedBlock& block) {
@@ -68,9 +117,6 @@ std::array<std::uint8_t, 4> StreamChecksum::Trailer() const {
   return {byte(24), byte(16), byte(8), byte(0)};
 }
 
-std::string StreamMaker() {
-  return std::string("zlib ") + zlibVersion() + " level " + std::to_string(kLevel) + " block " +
-         std::to_string(kBlockSize);
-}
+std::string StreamMaker() { return "libdeflate " LIBDEFLATE_VERSION_STRING; }
 
 }  // namespace velmora::publish

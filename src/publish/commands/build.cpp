@@ -45,6 +45,9 @@ void AddCompressionOptions(CLI::App& build, PayloadOptions& options) {
       build, "--compress", options.compress,
       {{"always", Compress::kAlways}, {"never", Compress::kNever}, {"pays", Compress::kPays}},
       "Which files are compressed; default: where it pays");
+  build.add_option("--effort", options.effort, "How hard to try: 1 is fastest, 12 smallest")
+      ->check(CLI::Range(kLeastEffort, kMostEffort))
+      ->capture_default_str();
   build.add_option("--pays-from", options.paysFrom, "The least saving in percent that pays")
       ->check(CLI::Range(0U, 99U))
       ->capture_default_str();

@@ -60,7 +60,7 @@ std::string ByteText(double bytes) {
 }
 
 std::string ProgressText(const Progress& progress, double seconds) {
-  const std::string phase = progress.phase.load();
+  std::string phase = progress.phase.load();
   if (!phase.empty() && progress.filesTotal == 0) return phase;
   const double part = PartDone(progress);
   std::string text =
@@ -83,6 +83,8 @@ struct ProgressLine::Drawing {
   void Draw() const;
 
   const Progress& progress;
+  std::mutex mutex;
+  std::condition_variable_any ending;
   std::jthread thread;
 };
 
@@ -92,9 +94,7 @@ void ProgressLine::Drawing::Draw() const {
 }
 
 void ProgressLine::Drawing::Run(const std::stop_token& end) {
-  std::mutex mutex;
   std::unique_lock lock(mutex);
-  std::condition_variable_any ending;
   do {
     Draw();
     ending.wait_for(lock, end, kPause, [] { return false; });

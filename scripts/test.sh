@@ -63,6 +63,9 @@ esac
 step "Two real games, published and installed by both patchers"
 scripts/real_trees.sh
 
+step "A publisher's day, as the documentation tells it"
+scripts/publisher_day.sh | grep -v '^ '
+
 step "Instructions for each record"
 scripts/instructions.sh
 

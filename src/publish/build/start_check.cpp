@@ -70,7 +70,11 @@ std::vector<std::string> CheckStart(const std::vector<SourceFile>& files,
     if (rule.severity == Severity::kError) {
       complaints.Add(place, what, wayOut);
     } else {
-      warnings.push_back(place + ": " + what + "; " + wayOut);
+      std::string& warning = warnings.emplace_back(place);
+      warning += ": ";
+      warning += what;
+      warning += "; ";
+      warning += wayOut;
     }
   }
   return warnings;

@@ -120,6 +120,7 @@ std::vector<LintFinding> LintStart(const std::vector<TreeFile>& files, const std
   Findings findings;
   CheckStart(files, options, findings);
   std::vector<std::string> paths;
+  paths.reserve(files.size());
   for (const TreeFile& file : files) paths.push_back(file.listPath);
   CheckClient({0, clientExe}, paths, true, findings);
   return std::move(findings).Sorted();

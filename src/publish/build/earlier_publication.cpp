@@ -66,17 +66,14 @@ std::optional<FileRecord> EarlierPublication::Reuse(const SourceFile& file,
   return std::nullopt;
 }
 
-// Null if it is another file, or has no payload, by the sizes alone.
+// Null if it is another file by its size alone.
 const FileRecord* EarlierPublication::RecordOf(const SourceFile& file) const {
   const auto found = records_.find(file.listPath);
   if (found == records_.end()) return nullptr;
   const FileRecord& record = found->second;
   const auto size = ListedSize(record.contentSize);
   const bool isOfSize = size && static_cast<std::uint64_t>(*size) == file.size;
-  if (!isOfSize) return nullptr;
-  const bool hasPayload =
-      !HasPayloads() || HasSizeOfPayload(folder_ / PayloadPlace(record), record);
-  return hasPayload ? &record : nullptr;
+  return isOfSize ? &record : nullptr;
 }
 
 bool EarlierPublication::IsIntact(const SourceFile& file, const FileRecord& record,

@@ -1,6 +1,7 @@
 // Reading a file that must not have changed since it was listed.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -33,10 +34,10 @@ class SizedReader {
 template <typename CheckStop>
 [[nodiscard]] std::string DigestOfFile(const std::filesystem::path& path, std::uint64_t size,
                                        HashKind kind, CheckStop checkStop) {
-  static constexpr std::size_t kChunk = std::size_t{1} << 18;
+  static constexpr std::uint64_t kChunk = std::uint64_t{1} << 18;
   SizedReader reader(path, size);
   FileDigest digest(kind);
-  std::vector<std::uint8_t> chunk(kChunk);
+  std::vector<std::uint8_t> chunk(static_cast<std::size_t>(std::min(kChunk, size)));
   do {
     checkStop();
     const std::size_t count = reader.Read(chunk.data(), chunk.size());

@@ -66,15 +66,15 @@ class Line:
 
 def measure(game, place, rounds):
     tree = unpacked(game, place)
-    # What pays with the least effort pays with any; the sums are about the same files.
+    # The sums are about the files that pay with the least effort.
     _, first = built(tree, place, EFFORTS[0])
-    names = [path for path, _, _ in first]
-    content = sum(size for _, _, size in first)
+    contents = {path: size for path, _, size in first}
+    names, content = list(contents), sum(contents.values())
     lines = {what: Line(game, what) for what in [f"effort {effort}" for effort in EFFORTS] + list(PEERS)}
     for turn in range(rounds):
         for effort in EFFORTS:
             usage, made = built(tree, place, effort)
-            sizes = {path: size for path, size, _ in made}
+            sizes = contents | {path: size for path, size, _ in made}
             lines[f"effort {effort}"].add(usage, sum(sizes[name] for name in names), content)
         for peer, command in PEERS.items():
             if peer != SLOW or turn == 0:

@@ -22,7 +22,7 @@ fs::path WithoutSlashAtEnd(const fs::path& path) {
 
 fs::path FolderOf(const fs::path& link) {
   std::error_code error;
-  const fs::path folder = fs::canonical(link.has_parent_path() ? link.parent_path() : ".", error);
+  fs::path folder = fs::canonical(link.has_parent_path() ? link.parent_path() : ".", error);
   if (error) FailToWrite(link, error);
   return folder;
 }

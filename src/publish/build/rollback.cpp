@@ -170,7 +170,7 @@ Redirection Rollback::RedirectionToWrite() const {
         "where players go, and with --no-cdn " +
         ShownPath(own.native()) + " stays as it is");
   }
-  const Redirection text = *found.begin();
+  Redirection text = *found.begin();
   if (text) require(ShownPath((options_.earlier / kRedirectionName).native()), *text);
   return text;
 }

@@ -38,7 +38,9 @@ scripts/lint.sh --quick
 
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 export TSAN_OPTIONS=halt_on_error=1
-for preset in tsan asan native; do
+# Hostile responses find overruns, not races: fewer of them will do for the latter.
+VELMORA_CASES=200 run_suite tsan "$(nproc)"
+for preset in asan native; do
   run_suite "$preset" "$(nproc)"
 done
 

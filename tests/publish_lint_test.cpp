@@ -207,7 +207,7 @@ TEST(Acceptance, EntriesAcceptTheirFindingsAndOthersAreStale) {
 
   Acceptance acceptance("501 x # only with a tree\n", "file");
   EXPECT_TRUE(
-      acceptance.Stale([](Rule rule) { return ScopeOf(rule) != RuleScope::kTree; }).empty());
+      acceptance.Stale([](Rule rule) { return ScopeOf(rule) != RuleScope::kListAndTree; }).empty());
   acceptance.Add(kSpaceInPath);
   auto left = findings;
   EXPECT_EQ(acceptance.RemoveFrom(left), 2U);

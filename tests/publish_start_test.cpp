@@ -380,6 +380,14 @@ TEST(BuildStart, ErrorsStopTheBuildUnlessTheyAreAccepted) {
   WriteFile("tree/.publishlint", "701 # a\n711 ServerAddress # b\n717 # c\n722 # d\n303 # e\n");
   EXPECT_EQ(test::RunPublish("lint --tree tree --list list.dat"),
             "0: 0 errors, 0 warnings; 4 accepted\n");
+  const std::string plain = "build tree out --list list.dat --exe /Game.exe --data d 2>&1";
+  result = test::RunPublish(plain);
+  EXPECT_TRUE(result.starts_with("0: ") && result.ends_with("\nfindings accepted: 4\n")) << result;
+  WriteFile("tree/.publishlint", "701\n");
+  EXPECT_EQ(
+      test::RunPublish(plain),
+      "1: velmora-publish: tree/.publishlint:1: no reason: end the line with # and why this is "
+      "accepted\n");
   result = test::RunPublish("lint --json --settings tree/VelmoraUpdate.dat --accept 711");
   EXPECT_TRUE(result.starts_with("3: ")) << result;
   EXPECT_NE(result.find("\"file\": \"tree/VelmoraUpdate.dat\""), std::string::npos) << result;

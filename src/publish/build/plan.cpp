@@ -178,7 +178,7 @@ PublicationPlan PlanPublication(const BuildOptions& options) {
   plan.removals =
       Removals(RequestedRemovals(options, complaints), plan.earlier.get(), plan.files, complaints);
   plan.clientExe = WithBackslashes(TypedName(options.clientExe, options.names, complaints));
-  plan.warnings = CheckStart(plan.files, plan.clientExe, options, complaints);
+  plan.start = CheckStart(plan.files, plan.clientExe, options, complaints);
   complaints.ThrowIfAny();
   if (plan.files.empty() && !options.allowEmpty) {
     throw PublishError(

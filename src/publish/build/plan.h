@@ -11,6 +11,7 @@
 #include "publish/build/publication.h"
 #include "publish/build/size_spelling.h"
 #include "publish/build/source_tree.h"
+#include "publish/build/start_check.h"
 #include "publish/common/published_list.h"
 
 namespace velmora::publish {
@@ -26,8 +27,7 @@ struct PublicationPlan {
   // The list that is replaced: the one of `removeFrom`, or else in `output`, or else in `reuse`.
   EarlierList earlier;
   SizeSpelling spelling;  // of all these
-  // What a publisher may not have meant, ready for a terminal.
-  std::vector<std::string> warnings;
+  StartFindings start;
 };
 
 // Throws PublishError if the list can't have the name.

@@ -138,7 +138,8 @@ Prepared Prepare(const BuildOptions& options, const PayloadUse& use) {
   }
   prepared.list = ListText(records, plan.removals, plan.clientExe);
   StopIfAsked(options.payload);
-  prepared.summary.warnings = plan.warnings;
+  prepared.summary.warnings = plan.start.warnings;
+  prepared.summary.accepted = plan.start.accepted;
   Sum(records, plan.earlier.get(), prepared.summary);
   return prepared;
 }

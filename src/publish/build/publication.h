@@ -46,7 +46,8 @@ struct BuildOptions {
   NameEncoding names = NameEncoding::kGuess;
   // Rules as ignore_rules.h describes them. Empty: those of the tree, if it has any.
   std::filesystem::path ignoreFile;
-  // Of those about what players start with (IsAboutStart): their findings are published.
+  // Of those about what players start with (IsAboutStart): their findings are published. So are
+  // those that the file of accepted findings names (acceptance.h).
   std::vector<Rule> accepted;
 };
 
@@ -60,6 +61,7 @@ struct BuildSummary {
   Changes changes;         // since the earlier publication
   // What a publisher may not have meant, ready for a terminal. It is published all the same.
   std::vector<std::string> warnings;
+  std::size_t accepted = 0;  // findings of the linter that would have been complaints or warnings
 };
 
 // Writes the payloads of all files of the tree and the list. Once everything is

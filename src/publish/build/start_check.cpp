@@ -1,11 +1,12 @@
 #include "publish/build/start_check.h"
 
-#include <algorithm>
 #include <filesystem>
 
 #include "base/ascii.h"
 #include "publish/common/disk_text.h"
+#include "publish/common/published_list.h"
 #include "publish/common/shown_text.h"
+#include "publish/lint/acceptance.h"
 #include "publish/lint/lint.h"
 #include "publish/lint/settings.h"
 
@@ -19,6 +20,14 @@ LintOptions LintOptionsOf(const BuildOptions& options) {
   lint.dataPath = options.dataPath;
   lint.listName = options.listName;
   return lint;
+}
+
+Acceptance AcceptanceOf(const BuildOptions& options) {
+  const auto file = AcceptedFile(options.tree);
+  Acceptance acceptance =
+      file ? Acceptance(ReadWholeFile(*file), ShownPath(file->native())) : Acceptance();
+  for (const Rule rule : options.accepted) acceptance.Add(rule);
+  return acceptance;
 }
 
 // The file and its line; or the option that names the client, which is all else.
@@ -53,31 +62,30 @@ std::string RequestedPath(const BuildOptions& options) {
   return fs::is_regular_file(settings) ? LongestDataPath(settings) : "";
 }
 
-std::vector<std::string> CheckStart(const std::vector<SourceFile>& files,
-                                    const std::string& clientExe, const BuildOptions& options,
-                                    Complaints& complaints) {
+StartFindings CheckStart(const std::vector<SourceFile>& files, const std::string& clientExe,
+                         const BuildOptions& options, Complaints& complaints) {
   std::vector<TreeFile> published;
   published.reserve(files.size());
   for (const SourceFile& file : files) published.push_back({file.path, file.listPath});
-  std::vector<std::string> warnings;
-  for (const LintFinding& finding : LintStart(published, clientExe, LintOptionsOf(options))) {
+  auto findings = LintStart(published, clientExe, LintOptionsOf(options));
+  StartFindings result;
+  result.accepted = AcceptanceOf(options).RemoveFrom(findings);
+  for (const LintFinding& finding : findings) {
     const LintRule& rule = *finding.rule;
-    const auto& accepted = options.accepted;
-    if (std::find(accepted.begin(), accepted.end(), rule.id) != accepted.end()) continue;
     const std::string place = PlaceOf(finding, clientExe);
     const std::string what = WhatIsWrong(finding);
     const std::string wayOut = WayOut(rule);
     if (rule.severity == Severity::kError) {
       complaints.Add(place, what, wayOut);
     } else {
-      std::string& warning = warnings.emplace_back(place);
+      std::string& warning = result.warnings.emplace_back(place);
       warning += ": ";
       warning += what;
       warning += "; ";
       warning += wayOut;
     }
   }
-  return warnings;
+  return result;
 }
 
 }  // namespace velmora::publish

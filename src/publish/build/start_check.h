@@ -2,6 +2,7 @@
 // client.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -15,11 +16,16 @@ namespace velmora::publish {
 // neither does. Fills the patcher's settings.
 [[nodiscard]] std::string RequestedPath(const BuildOptions& options);
 
-// Adds a complaint for each error that the options don't accept, and returns the warnings, ready
-// for a terminal. `clientExe` is as the list names it. Fills the patcher's settings.
-[[nodiscard]] std::vector<std::string> CheckStart(const std::vector<SourceFile>& files,
-                                                  const std::string& clientExe,
-                                                  const BuildOptions& options,
-                                                  Complaints& complaints);
+struct StartFindings {
+  std::vector<std::string> warnings;  // ready for a terminal
+  std::size_t accepted = 0;           // findings, besides those and the complaints
+};
+
+// Adds a complaint for each error that neither the options nor the file of accepted findings
+// accept. `clientExe` is as the list names it. Fills the patcher's settings. Throws PublishError if
+// that file can't be read, or holds a line that is no entry.
+[[nodiscard]] StartFindings CheckStart(const std::vector<SourceFile>& files,
+                                       const std::string& clientExe, const BuildOptions& options,
+                                       Complaints& complaints);
 
 }  // namespace velmora::publish

@@ -171,6 +171,7 @@ void PrintText(const BuildOptions& options, const BuildSummary& summary, double 
               summary.files, static_cast<unsigned long long>(summary.contentBytes),
               static_cast<unsigned long long>(summary.transferBytes), summary.compressed, seconds);
   if (!options.reuse.empty()) PrintReused(options, summary);
+  if (summary.accepted > 0) std::printf("findings accepted: %zu\n", summary.accepted);
 }
 
 nlohmann::ordered_json JsonOf(const BuildSummary& summary, double seconds) {
@@ -183,6 +184,7 @@ nlohmann::ordered_json JsonOf(const BuildSummary& summary, double seconds) {
           {"compressed", summary.compressed},
           {"reused", summary.reused},
           {"warnings", summary.warnings},
+          {"accepted", summary.accepted},
           {"seconds", seconds}};
 }
 

@@ -126,9 +126,19 @@ void PrintJson(const LintReport& report) {
 }
 
 bool IsChecked(Rule rule, const LintCommand& command) {
-  const RuleScope scope = ScopeOf(rule);
-  if (scope == RuleScope::kList) return !command.list.empty();
-  return !command.tree.empty() || (scope == RuleScope::kSettings && !command.settings.empty());
+  const bool hasList = !command.list.empty();
+  const bool hasTree = !command.tree.empty();
+  switch (ScopeOf(rule)) {
+    case RuleScope::kList:
+      return hasList;
+    case RuleScope::kTree:
+      return hasTree;
+    case RuleScope::kListAndTree:
+      return hasList && hasTree;
+    case RuleScope::kSettings:
+      break;
+  }
+  return hasTree || !command.settings.empty();
 }
 
 // Takes what is accepted out of the findings.

@@ -283,9 +283,8 @@ std::optional<Rule> RuleOfNumber(std::string_view number) {
 }
 
 RuleScope ScopeOf(Rule id) {
-  const bool isOfTree =
-      id == Rule::kRemovesUnlisted || id == Rule::kPatcherNotAProgram || id == Rule::kNoSuchClient;
-  if (isOfTree) return RuleScope::kTree;
+  if (id == Rule::kPatcherNotAProgram) return RuleScope::kTree;
+  if (id == Rule::kRemovesUnlisted || id == Rule::kNoSuchClient) return RuleScope::kListAndTree;
   return id >= Rule::kNoServer && id <= Rule::kDoubleSlash ? RuleScope::kSettings
                                                            : RuleScope::kList;
 }

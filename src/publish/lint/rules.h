@@ -117,10 +117,10 @@ struct LintRule {
 [[nodiscard]] std::optional<Rule> RuleOfNumber(std::string_view number);
 
 // What a rule is checked on.
-enum class RuleScope { kList, kTree, kSettings };
+enum class RuleScope { kList, kTree, kListAndTree, kSettings };
 
-// What the rule is about: a list, perhaps together with a tree; the files of a tree; or a settings
-// file, which may be that of a tree.
+// What the rule is about: a list, with which a tree may be compared; the files of a tree; a list
+// that is compared with a tree; or a settings file, which may be that of a tree.
 [[nodiscard]] RuleScope ScopeOf(Rule id);
 
 // Whether the rule is about what players start with.

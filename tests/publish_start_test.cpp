@@ -213,8 +213,8 @@ TEST(LintSettings, EveryRuleFindsItsLineAndNothingElse) {
         mirror + "BaseURL2=http://h:99999/game\n", mirror + "BaseURL2=http://h:/game\n",
         mirror + "BaseURL2=http://h/game?x\n", mirror + "BaseURL2=http://a b/game\n"}},
       {{{4, kMisspelledKey}},
-       {server + "ServerAdress=h\n", server + "BaseURL=http://h\n", server + "BaseURL01=http://h\n",
-        server + "dta\n", server + "Base-URL1=http://h\n"}},
+       {server + "Data : /game\n", server + "ServerAdress=h\n", server + "BaseURL=http://h\n",
+        server + "BaseURL01=http://h\n", server + "dta\n", server + "Base-URL1=http://h\n"}},
       {{{4, kUnknownKey}}, {server + "Title=Velmora\n", server + "no key at all\n"}},
       {{{1, kKeyElsewhere}, {7, kKeyElsewhere}},
        {"DataFile=hashlist.dat\n[SETTING]\nServerAddress=h\nData=/game\n[Other]\n[setting]\n"

@@ -768,6 +768,8 @@ TEST_F(Publication, TreeThatLacksMuchIsRefused) {
   const std::string refusal = Refusal(options_);
   EXPECT_NE(refusal.find("lacks 1 of 4 files, 8 of 31 bytes"), std::string::npos) << refusal;
   EXPECT_TRUE(refusal.ends_with("\n  e, 8 bytes")) << refusal;
+  WriteTree({"A", "b", "c", "e"}, "");
+  EXPECT_NE(Refusal(options_).find("lacks 0 of 4 files, 31 of 31 bytes"), std::string::npos);
   fs::remove_all("tree");
   fs::create_directory("tree");
   options_.allowEmpty = true;

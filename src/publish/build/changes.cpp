@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
-#include <set>
 #include <utility>
 
 #include "publish/common/list_path.h"
@@ -58,25 +57,30 @@ Changes ChangesSince(const PublishedList& earlier, const std::vector<FileRecord>
 
 void RequireFewRemoved(const PublishedList& earlier, const std::vector<SourceFile>& files,
                        unsigned percent) {
-  std::set<std::string> present;
-  for (const SourceFile& file : files) present.insert(FoldedPath(file.listPath));
-  std::vector<RemovedFile> removed;
+  std::map<std::string, std::uint64_t> sizes;  // of the tree's files
+  for (const SourceFile& file : files) sizes.emplace(FoldedPath(file.listPath), file.size);
+  std::vector<RemovedFile> removed;  // and those that are empty now
+  std::uint64_t missing = 0;
   std::uint64_t removedBytes = 0;
   std::uint64_t count = 0;
   std::uint64_t bytes = 0;
   for (const FileRecord& record : earlier.files) {
     ++count;
     bytes += BytesOf(record);
-    if (present.contains(FoldedPath(record.path))) continue;
-    removed.emplace_back(BytesOf(record), record.path);
+    // A copy to a full disk leaves files that are there and empty.
+    const auto found = sizes.find(FoldedPath(record.path));
+    const bool isMissing = found == sizes.end();
+    const bool isEmptied = !isMissing && found->second == 0 && BytesOf(record) > 0;
+    if (!isMissing && !isEmptied) continue;
+    missing += isMissing ? 1 : 0;
     removedBytes += BytesOf(record);
+    removed.emplace_back(BytesOf(record), record.path);
   }
-  if (removed.size() * 100 <= count * percent && removedBytes * 100 <= bytes * percent) return;
-  throw PublishError("the tree lacks " + std::to_string(removed.size()) + " of " +
-                     std::to_string(count) + " files, " + std::to_string(removedBytes) + " of " +
-                     std::to_string(bytes) +
+  if (missing * 100 <= count * percent && removedBytes * 100 <= bytes * percent) return;
+  throw PublishError("the tree lacks " + std::to_string(missing) + " of " + std::to_string(count) +
+                     " files, " + std::to_string(removedBytes) + " of " + std::to_string(bytes) +
                      " bytes, of the earlier publication. Is it complete? If so, "
-                     "--max-removed PERCENT allows it. The largest that are missing:" +
+                     "--max-removed PERCENT allows it. The largest that are missing or empty:" +
                      TextOfLargest(removed));
 }
 

@@ -210,7 +210,9 @@ void SettingsCheck::CheckLine(const SettingLine& line, std::set<std::string>& se
 }
 
 void SettingsCheck::CheckReadLine(const SettingLine& line, bool isFirst) {
-  const std::string nearest = NearestWord(line.key, keys_);
+  // A line without an equals sign sets nothing, and may be meant to: "Data : /game".
+  const std::string_view word = line.key.substr(0, line.key.find_first_of(" \t:"));
+  const std::string nearest = NearestWord(word, keys_);
   if (!EqualWithoutCase(nearest, line.key)) {
     const bool isMirror = EqualWithoutCase(line.key.substr(0, kMirrorKey.size()), kMirrorKey);
     const std::string_view number = line.key.substr(isMirror ? kMirrorKey.size() : line.key.size());

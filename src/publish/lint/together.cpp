@@ -31,9 +31,17 @@ Rule RuleAgainstBoth(const FileRecord& first, const FileRecord& second) {
   return Fields(first) == Fields(second) ? Rule::kSameLine : Rule::kSamePath;
 }
 
+bool IsPatchersOwnFile(const std::string& folded) {
+  return folded == kPatcherProgram || folded == kPatcherSettings || IsPatchersOwn(folded);
+}
+
 // Whether the list also has a file of the name of one of this file's folders.
 void CheckFoldersOf(const ListedRecord& listed, const ByFolded& files, Findings& findings) {
   for (const std::string_view folder : FoldersAbove(listed.folded)) {
+    if (IsPatchersOwnFile(std::string(folder))) {
+      findings.Add(Rule::kPatcherFile, listed, "as a folder");
+      return;
+    }
     const auto file = files.find(std::string(folder));
     if (file == files.end()) continue;
     findings.Add(Rule::kFileIsFolder, listed, SeeLine(file->second->line));
@@ -66,10 +74,6 @@ void CheckRemovalsOf(const std::string& folded, Rule rule, const std::string& de
     const ListedRecord& removal = records.removals[i];
     if (!RemovesEverything(removal.record)) findings.Add(rule, removal, detail);
   }
-}
-
-bool IsPatchersOwnFile(const std::string& folded) {
-  return folded == kPatcherProgram || folded == kPatcherSettings || IsPatchersOwn(folded);
 }
 
 }  // namespace

@@ -202,6 +202,20 @@ TEST_F(PublishRollback, EveryPlayerEndsWithExactlyTheListedFiles) {
   }
 }
 
+// A publication between the two isn't named, but its files are in the way.
+TEST_F(PublishRollback, FilesAndFoldersOfAPublicationBetweenMakeRoom) {
+  Start("player", "2");
+  build_.removals.clear();
+  build_.removeFrom = "2";
+  Build({{"same", old_["same"]}, {"large", bad_["large"]}}, "worse");
+  options_.from = {"worse"};
+  RollBack(options_);
+  Start("player", "3");
+  Files expected = old_;
+  expected["sub/new"] = bad_["sub/new"];  // in nobody's way
+  EXPECT_EQ(FilesOf("player"), expected);
+}
+
 TEST_F(PublishRollback, ListSaysWhatTheEarlierOneSaidAndWhatHasToGo) {
   const RollbackSummary summary = RollBack(options_);
   EXPECT_EQ(summary.files, old_.size());

@@ -452,25 +452,30 @@ TEST_F(Publication, RemovesWhatIsGone) {
   fs::remove("tree/back.dat");
   BuildPublication(options_);
   const std::string list = ReadFile("out/hashlist.dat");
-  EXPECT_EQ(
-      list.substr(0, list.find("FILE")),
-      "DEL : *.TMP, R\nDEL : A.dat\nDEL : Z.dat\nDEL : back.dat\nDEL : d\\*.da, R\nDEL : d\\m\n"
-      "DEL : dat\nDEL : data, R\nDEL : data\\old.dat\nDEL : gone\\before.dat\nDEL : "
-      "\x83\x41.dat\n");
+  EXPECT_EQ(list.substr(0, list.find("FILE")),
+            "DEL : *.TMP, R\nDEL : A.dat\nDEL : Back.dat\\\nDEL : Z.dat\nDEL : back.dat\nDEL : "
+            "d\\*.da, R\nDEL : d\\m\n"
+            "DEL : dat\nDEL : data, R\nDEL : data\\old.dat\nDEL : gone\\before.dat\nDEL : "
+            "\x83\x41.dat\n");
 }
 
 class PlayersOfManyPublications : public test::EngineTest {
  protected:
-  // Publishes one tree after another, each with the removals that follow from the one before.
-  void PublishAll(const std::vector<Names>& trees) {
+  // Publishes one tree after another, each with the removals that follow from the one before, or,
+  // in their place, the one that is requested for it.
+  void PublishAll(const std::vector<Names>& trees, const Texts& requests = {}) {
     const test::TemporaryFolder workshop;
     BuildOptions options;
     options.tree = "tree";
-    options.output = options.removeFrom = "out";
+    options.output = "out";
     options.maxRemovedPercent = 100;
-    for (const Names& tree : trees) {
+    for (std::size_t i = 0; i < trees.size(); ++i) {
       fs::remove_all("tree");
-      for (const std::string& path : tree) WriteFile("tree/" + path, path);
+      for (const std::string& path : trees[i]) WriteFile("tree/" + path, path);
+      const bool isRequested = i < requests.size() && !requests[i].empty();
+      options.removals.clear();
+      if (isRequested) options.removals = {Removal(requests[i])};
+      options.removeFrom = isRequested ? "" : "out";
       BuildPublication(options);
       test::Files served;
       for (const auto& [path, content] : test::FilesHere()) {
@@ -489,6 +494,17 @@ class PlayersOfManyPublications : public test::EngineTest {
     }
     EXPECT_EQ(RequestedPaths().back(), "/hashlist.dat") << "the second start has nothing to do";
   }
+  // Players may miss any of them.
+  void ExpectUpdatesOnAllRoutes(const std::vector<Names>& trees) {
+    for (unsigned seen = 1; seen < 1U << trees.size(); ++seen) {
+      if (std::popcount(seen) > 3) continue;
+      SCOPED_TRACE(seen);
+      for (const auto& entry : fs::directory_iterator(".")) fs::remove_all(entry);
+      for (std::size_t i = 0; i < trees.size(); ++i) {
+        if ((seen >> i & 1) != 0) ExpectUpdate(i, trees[i]);
+      }
+    }
+  }
   std::vector<test::Files> served_;  // contents by request
 };
 
@@ -503,10 +519,10 @@ TEST_F(PlayersOfManyPublications, FilesAndFoldersTakeEachOthersPlaces) {
   const std::vector<std::string> removals = {
       "",
       "swap\\a, R; t\\; t\\u\\x; t\\y; ",
-      "swap\\a\\; swap\\a\\x; t, R; t\\y; ",
-      "swap\\a; swap\\a\\; swap\\a\\x; t, R; t\\u\\x; t\\y; ",
-      "swap\\; swap\\a; swap\\a\\; swap\\a\\x; t, R; t\\u\\; t\\u\\x; t\\y; ",
-      "swap, R; swap\\a, R; swap\\a\\x; t, R; t\\u, R; t\\y; "};
+      "swap\\a\\; swap\\a\\x; t, R; t\\u\\x\\; t\\y; ",
+      "swap\\a; swap\\a\\; swap\\a\\x; t, R; t\\u\\x; t\\u\\x\\; t\\y; ",
+      "swap\\; swap\\a; swap\\a\\; swap\\a\\x; t, R; t\\u\\; t\\u\\x; t\\u\\x\\; t\\y; ",
+      "swap, R; swap\\a, R; swap\\a\\x; t, R; t\\u, R; t\\u\\x\\; t\\y; "};
   for (std::size_t i = 0; i < trees.size(); ++i) {
     const std::string& list = served_[i].at("/hashlist.dat");
     EXPECT_EQ(RemovalsOf(list), removals[i]) << i;
@@ -516,15 +532,20 @@ TEST_F(PlayersOfManyPublications, FilesAndFoldersTakeEachOthersPlaces) {
       EXPECT_TRUE(CompareLists(before, PublishedList(list)).inTheWay.empty()) << j << "->" << i;
     }
   }
-  // Players may miss any of them, and may still have empty folders of the last but one.
-  for (unsigned seen = 1; seen < 1U << trees.size(); ++seen) {
-    if (std::popcount(seen) > 3) continue;
-    SCOPED_TRACE(seen);
-    for (const auto& entry : fs::directory_iterator(".")) fs::remove_all(entry);
-    for (std::size_t i = 0; i < trees.size(); ++i) {
-      if ((seen >> i & 1) != 0) ExpectUpdate(i, trees[i]);
-    }
+  // They may still have empty folders of the last but one.
+  ExpectUpdatesOnAllRoutes(trees);
+}
+
+// The list that removes the folder doesn't tell that it was one.
+TEST_F(PlayersOfManyPublications, FolderThatWasRemovedByNameBecomesAFile) {
+  const std::vector<Names> trees = {{"k", "d/e/f"}, {"k"}, {"d/e", "k"}, {"k"}, {"d/e/f", "k"}};
+  PublishAll(trees, {"", "d\\e"});
+  const std::vector<std::string> removals = {"", "d\\e; ", "d\\e\\; ", "d\\e; d\\e\\; ",
+                                             "d\\e, R; "};
+  for (std::size_t i = 0; i < trees.size(); ++i) {
+    EXPECT_EQ(RemovalsOf(served_[i].at("/hashlist.dat")), removals[i]) << i;
   }
+  ExpectUpdatesOnAllRoutes(trees);
 }
 
 TEST_F(Publication, LeavesOutWhatIsIgnored) {

@@ -1,6 +1,7 @@
 #include "publish/build/removals.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
@@ -104,6 +105,10 @@ bool CanBePattern(const std::string& path) {
   return !HoldsWildcard(path) && path.find(';') == std::string::npos && !path.starts_with(' ');
 }
 
+bool NamesOnePath(const FileRecord& removal) {
+  return !IsPatternRemoval(removal) || CanBePattern(removal.path);
+}
+
 // The path, or its first `depth` elements, as a patcher spells it on its walk through the
 // installation.
 std::string WalkedPath(const std::string& path, std::size_t depth = std::string::npos) {
@@ -139,6 +144,7 @@ class Clearance {
 
  private:
   void AddFolder(const std::string& path, std::size_t depth);
+  void AddFolderAlone(const std::string& path);
   void AddFileAlone(const std::string& path);
   void ComplainOfDeadEnd(const std::string& path, const char* why);
 
@@ -150,6 +156,7 @@ class Clearance {
 void Clearance::AddFile(const FileRecord& file) {
   const std::string path = FoldedPath(file.path);
   const std::string walked = WalkedPath(file.path);
+  if (files_.HasFile(path)) return;
   if (files_.HasFolder(path) && kPatcher.contains(path)) {
     ComplainOfDeadEnd(walked, "a file that patchers need is a folder now");
   } else if (files_.HasFolder(path) && !CanBePattern(walked)) {
@@ -166,13 +173,12 @@ void Clearance::AddRemoval(const FileRecord& removal) {
   if (!CheckWithin(removal, complaints_)) return;
   const bool isPattern = IsPatternRemoval(removal);
   const std::string path = FoldedPath(removal.path);
-  const bool namesOnePath = !isPattern || CanBePattern(removal.path);
-  const std::size_t depth = namesOnePath ? files_.DepthOfFileAbove(path) : 0;
+  const std::size_t depth = NamesOnePath(removal) ? files_.DepthOfFileAbove(path) : 0;
   if (depth > 0) AddFolder(removal.path, depth);
   if (!files_.HitBy(removal)) {
     removals_.push_back(removal);
-  } else if (!isPattern && !IsFolderRemoval(removal) && files_.HasFolder(path)) {
-    AddFileAlone(removal.path);
+  } else if (!isPattern && !IsFolderRemoval(removal)) {
+    files_.HasFolder(path) ? AddFileAlone(removal.path) : AddFolderAlone(removal.path);
   }
 }
 
@@ -188,6 +194,12 @@ void Clearance::AddFolder(const std::string& path, std::size_t depth) {
                       "a folder of the earlier publication is a file now, and its path is too long "
                       "for a removal");
   }
+}
+
+// The removal may have been one of a folder, which players may still have where the file comes.
+void Clearance::AddFolderAlone(const std::string& path) {
+  const std::string removed = WalkedPath(path) + "\\";
+  if (removed.size() <= kMaxRemovedFolder) removals_.push_back(Removal(removed));
 }
 
 // Players may have the file that has become a folder, or was gone before the folder came.
@@ -232,6 +244,20 @@ std::vector<FileRecord> Removals(const std::vector<FileRecord>& requested,
     return !paths.insert(removal.path).second || !isNew;
   });
   return removals;
+}
+
+std::vector<FileRecord> RemovalsInTheWay(const std::vector<FileRecord>& removals,
+                                         const std::vector<SourceFile>& files) {
+  const PublishedFiles published(files);
+  std::vector<FileRecord> found;
+  std::copy_if(removals.begin(), removals.end(), std::back_inserter(found),
+               [&published](const FileRecord& removal) {
+                 const std::string path = FoldedPath(removal.path);
+                 return NamesOnePath(removal) &&
+                        (published.DepthOfFileAbove(path) > 0 || published.HasFolder(path) ||
+                         (IsFolderRemoval(removal) && published.HasFile(path)));
+               });
+  return found;
 }
 
 }  // namespace velmora::publish

@@ -23,8 +23,9 @@ inline constexpr char kPatternMode[] = "R";
 // that are gone, and its own removals, unless they match a new file. An old file where `files` need
 // a folder is removed by a pattern that takes only the file. An old folder that is a file now is
 // removed as well as its files, by a path with a separator at its end, which takes only the folder,
-// with everything that players have in it. Paths that mean the same file on players' disks appear
-// once. The patcher's program and settings aren't removed when a tree doesn't contain them.
+// with everything that players have in it. So is what an earlier removal named, which may have been
+// a folder, where a file is now. Paths that mean the same file on players' disks appear once. The
+// patcher's program and settings aren't removed when a tree doesn't contain them.
 //
 // Adds a complaint for each of `requested` that matches a file, for each removal, requested or
 // earlier, that leaves the installation or removes all of it, and for an old file or folder that
@@ -33,5 +34,10 @@ inline constexpr char kPatternMode[] = "R";
                                                const PublishedList* earlier,
                                                const std::vector<SourceFile>& files,
                                                Complaints& complaints);
+
+// Those of `removals` that tell of a file where `files` need a folder, or of a folder, or something
+// in it, where they need a file. Whoever has it could never update without them.
+[[nodiscard]] std::vector<FileRecord> RemovalsInTheWay(const std::vector<FileRecord>& removals,
+                                                       const std::vector<SourceFile>& files);
 
 }  // namespace velmora::publish

@@ -122,15 +122,20 @@ void Rollback::SpellSizes() {
   }
 }
 
-// As if a tree with the earlier files followed a publication with all the others.
+// As if a tree with the earlier files followed a publication with all the others. Of the removals
+// of `from`, those count that tell of files and folders which players of still other publications
+// may have where the earlier ones have to go.
 std::vector<FileRecord> Rollback::FindRemovals() const {
+  std::vector<SourceFile> files;
+  for (const FileRecord& record : records_) files.push_back({{}, record.path, 0});
   PublishedList others("");
   for (const auto& list : from_) {
     for (const FileRecord& record : list->files) others.files.InsertRecord(record);
+    for (const FileRecord& removal : RemovalsInTheWay(RecordsOf(list->removals), files)) {
+      others.removals.InsertRecord(removal);
+    }
   }
   for (const FileRecord& removal : earlier_->removals) others.removals.InsertRecord(removal);
-  std::vector<SourceFile> files;
-  for (const FileRecord& record : records_) files.push_back({{}, record.path, 0});
   Complaints complaints;
   std::vector<FileRecord> removals = Removals({}, &others, files, complaints);
   complaints.ThrowIfAny();

@@ -39,9 +39,10 @@ struct RollbackSummary {
 
 // Writes a publication with the earlier one's files and removals into `output`, and with removals
 // of all files that only `from` have. Removals of `from` aren't repeated, because they may be the
-// mistake. The payloads are hard links to the earlier ones, or copies, and checked by their
-// digests. Like BuildPublication, takes effect as a whole or not at all, and throws PublishError.
-// A later build with the same settings can keep or reuse these payloads.
+// mistake, unless what they remove is in the way of the earlier files. The payloads are hard links
+// to the earlier ones, or copies, and checked by their digests. Like BuildPublication, takes effect
+// as a whole or not at all, and throws PublishError. A later build with the same settings can keep
+// or reuse these payloads.
 RollbackSummary RollBack(const RollbackOptions& options);
 
 }  // namespace velmora::publish

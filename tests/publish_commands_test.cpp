@@ -119,6 +119,12 @@ TEST_F(Commands, BuildPrintsWhatIsWanted) {
   }
   EXPECT_EQ(RunPublish("build tree out1 --quiet 2>&1"), "0: ");
   EXPECT_TRUE(RunPublish("build tree out1 2>&1").starts_with("0: 0 added, 0 changed, 0 removed\n"));
+  std::filesystem::remove("tree/f0");
+  for (const auto& [option, told] : {std::pair("", "1 gone from the list, but players keep them"),
+                                     std::pair(" --remove-from out2", "1 removed\n")}) {
+    const std::string text = RunPublish(std::string("build tree out2 --dry-run") + option);
+    EXPECT_NE(text.find(told), std::string::npos) << text;
+  }
   const std::string drawn = RunPublish("build tree out1 --progress 2>&1 >/dev/null");
   EXPECT_TRUE(drawn.starts_with("0: \r\x1B[K") && drawn.ends_with("\r\x1B[K")) << drawn;
   EXPECT_EQ(RunPublish("build nowhere out1 --json --quiet 2>/dev/null"), "2: ");

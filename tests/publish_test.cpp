@@ -791,6 +791,15 @@ TEST_F(Publication, TreeThatLacksMuchIsRefused) {
   EXPECT_TRUE(refusal.ends_with("\n  e, 8 bytes")) << refusal;
   WriteTree({"A", "b", "c", "e"}, "");
   EXPECT_NE(Refusal(options_).find("lacks 0 of 4 files, 31 of 31 bytes"), std::string::npos);
+  // A list that names less than the one that is replaced, and one that nobody can read.
+  WriteFile("part.dat", "FILE : a, H, 0, H, 0\n");
+  options_.removeFrom = "part.dat";
+  EXPECT_NE(Refusal(options_).find("of 4 files, 31 of 31 bytes"), std::string::npos);
+  const std::string list = ReadFile("out/hashlist.dat");
+  WriteFile("out/hashlist.dat", "no list");
+  EXPECT_NE(Refusal(options_).find("move it away"), std::string::npos);
+  WriteFile("out/hashlist.dat", list);
+  options_.removeFrom = "out";
   fs::remove_all("tree");
   fs::create_directory("tree");
   options_.allowEmpty = true;

@@ -71,7 +71,15 @@ EarlierList ListToRemoveFrom(const BuildOptions& options) {
 // Null if there is none.
 EarlierList ListInOutput(const BuildOptions& options) {
   const fs::path file = options.output / options.listName;
-  return fs::exists(file) && !fs::is_directory(file) ? ReadPublishedList(file) : nullptr;
+  if (!fs::exists(file) || fs::is_directory(file)) return nullptr;
+  EarlierList list = ReadPublishedList(file);
+  if (list == nullptr) {
+    throw PublishError(ShownPath(file.native()) +
+                       ": not a list, or not one that patchers read to its end, so what players "
+                       "have isn't known. Restore it, or move it away if players shall keep all "
+                       "that they have");
+  }
+  return list;
 }
 
 // Null if no publication is to be reused.
@@ -187,11 +195,15 @@ PublicationPlan PlanPublication(const BuildOptions& options) {
   }
   EarlierList inOutput = ListInOutput(options);
   EarlierList reused = ListToReuse(options);
+  const bool isReusedEarlier = !plan.earlier && !inOutput;
   for (const EarlierList* const list : {&plan.earlier, &inOutput, &reused}) {
-    if (*list) plan.spelling.Add(**list);
+    if (!*list) continue;
+    plan.spelling.Add(**list);
+    if (list == &reused && !isReusedEarlier) continue;
+    RequireFewRemoved(**list, plan.files, options.maxRemovedPercent);
   }
+  plan.removesWhatIsGone = plan.earlier != nullptr;
   if (!plan.earlier) plan.earlier = std::move(inOutput ? inOutput : reused);
-  if (plan.earlier) RequireFewRemoved(*plan.earlier, plan.files, options.maxRemovedPercent);
   // Refuses what a list can't express before the long work begins.
   static_cast<void>(ListText({}, plan.removals, plan.clientExe));
   return plan;

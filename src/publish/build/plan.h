@@ -26,7 +26,8 @@ struct PublicationPlan {
   std::optional<std::string> redirection;  // the text of its enable.cdn, if that has to be written
   // The list that is replaced: the one of `removeFrom`, or else in `output`, or else in `reuse`.
   EarlierList earlier;
-  SizeSpelling spelling;  // of all these
+  bool removesWhatIsGone = false;  // what that list has more than the new one
+  SizeSpelling spelling;           // of all these
   StartFindings start;
 };
 

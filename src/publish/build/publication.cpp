@@ -140,6 +140,7 @@ Prepared Prepare(const BuildOptions& options, const PayloadUse& use) {
   StopIfAsked(options.payload);
   prepared.summary.warnings = plan.start.warnings;
   prepared.summary.accepted = plan.start.accepted;
+  prepared.summary.removesWhatIsGone = plan.removesWhatIsGone;
   Sum(records, plan.earlier.get(), prepared.summary);
   return prepared;
 }

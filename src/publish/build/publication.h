@@ -37,8 +37,8 @@ struct BuildOptions {
   // The text for the file enable.cdn, a URL. Empty: the one in `output` stays.
   std::string redirection;
   bool takesRedirection = true;  // the one of `reuse`, if there is none in `output`
-  // The share of the earlier publication's files, and of their bytes, that the tree may lack. The
-  // earlier publication is `removeFrom`, or else the one in `output`, or else `reuse`.
+  // The share of the files, and of their bytes, that the tree may lack of each earlier publication:
+  // `removeFrom` and the one in `output`, or `reuse` if there is neither.
   unsigned maxRemovedPercent = 25;
   bool allowEmpty = false;  // a tree without a file
   // The encoding of the tree's names, and of the texts of `clientExe` and `removals`, as a
@@ -58,7 +58,8 @@ struct BuildSummary {
   std::uint64_t transferBytes = 0;
   std::size_t reused = 0;  // payloads of `reuse`
   bool canReuse = false;   // `reuse` was made with the same settings
-  Changes changes;         // since the earlier publication
+  Changes changes;         // since `removeFrom`, or else the one in `output`, or else `reuse`
+  bool removesWhatIsGone = false;  // or else players keep the files that `changes` has as removed
   // What a publisher may not have meant, ready for a terminal. It is published all the same.
   std::vector<std::string> warnings;
   std::size_t accepted = 0;  // findings of the linter that would have been complaints or warnings

@@ -165,8 +165,12 @@ void PrintReused(const BuildOptions& options, const BuildSummary& summary) {
 }
 
 void PrintText(const BuildOptions& options, const BuildSummary& summary, double seconds) {
-  std::printf("%zu added, %zu changed, %zu removed\n", summary.changes.added,
-              summary.changes.changed, summary.changes.removed);
+  const Changes& changes = summary.changes;
+  const bool leavesFiles = changes.removed > 0 && !summary.removesWhatIsGone;
+  std::printf("%zu added, %zu changed, %zu %s\n", changes.added, changes.changed, changes.removed,
+              leavesFiles ? "gone from the list, but players keep them: with --remove-from they "
+                            "are removed"
+                          : "removed");
   std::printf("%zu files, %llu bytes; to download: %llu bytes, %zu files compressed; %.1f s\n",
               summary.files, static_cast<unsigned long long>(summary.contentBytes),
               static_cast<unsigned long long>(summary.transferBytes), summary.compressed, seconds);
@@ -178,7 +182,8 @@ nlohmann::ordered_json JsonOf(const BuildSummary& summary, double seconds) {
   return {{"files", summary.files},
           {"added", summary.changes.added},
           {"changed", summary.changes.changed},
-          {"removed", summary.changes.removed},
+          {"removed", summary.removesWhatIsGone ? summary.changes.removed : 0},
+          {"kept", summary.removesWhatIsGone ? 0 : summary.changes.removed},
           {"bytes", summary.contentBytes},
           {"transferBytes", summary.transferBytes},
           {"compressed", summary.compressed},

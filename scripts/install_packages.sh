@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
-# Installs the missing Debian packages of the groups named: build, demo, bench, check, fuzz, windows.
+# Installs the missing Debian packages of the groups named: build, demo, bench, check, fuzz, package, windows.
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libncurses-dev
-       libcli11-dev libdeflate-dev libgtest-dev libvterm-dev nlohmann-json3-dev)
+       libcli11-dev libdeflate-dev libgtest-dev libvterm-dev nlohmann-json3-dev python3 scdoc)
 demo=(nginx-light python3 procps iproute2 util-linux)
 bench=(libbenchmark-dev curl openssl rsync pigz zopfli python3 time strace valgrind)
-check=(clang-format clang-tidy cppcheck valgrind python3)
+check=(clang-format clang-tidy cppcheck valgrind python3 man-db mandoc zsh fish)
 fuzz=(clang libclang-rt-14-dev)
+package=(dpkg-dev lintian zip debootstrap)
 
 windows=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest dpkg-dev
          wine wine64 xvfb xauth openbox x11-utils imagemagick x11-apps xdotool
@@ -21,6 +22,7 @@ for group in "$@"; do
     bench) wanted+=("${bench[@]}") ;;
     check) wanted+=("${check[@]}") ;;
     fuzz) wanted+=("${fuzz[@]}") ;;
+    package) wanted+=("${package[@]}") ;;
     windows) wanted+=("${windows[@]}") ;;
     *) echo "install_packages.sh: no group '$group'" >&2; exit 2 ;;
   esac

@@ -1,7 +1,7 @@
 # Sourced by scripts that serve publications with nginx, as the documentation recommends. The caller must call
 # stop_web_server however it ends.
 
-publication_conf=$(cd "$(dirname "${BASH_SOURCE[0]}")/../docs" && pwd)/nginx-publication.conf
+publication_conf=$(cd "$(dirname "${BASH_SOURCE[0]}")/../docs/examples" && pwd)/nginx-publication.conf
 
 # web_server ADDRESS PUBLICATION [CONFIGURATION...]: prints the configuration of a server at ADDRESS, which is
 # HOST:PORT, that offers PUBLICATION as /game/. Each CONFIGURATION is a further line for the server.

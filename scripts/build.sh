@@ -11,6 +11,10 @@ preset=$1
 shift
 [[ $# -eq 0 ]] || set -- --target "$@"
 mkdir -p "build/$preset"
+# Clones in different folders share what ccache has.
+if [[ -z ${CMAKE_CXX_COMPILER_LAUNCHER:-} ]] && command -v ccache >/dev/null; then
+  export CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+fi
 log=build/$preset/build.log
 { cmake --preset "$preset" && cmake --build --preset "$preset" "$@"; } >"$log" 2>&1 ||
   { cat "$log" >&2; echo "build.sh: $preset doesn't build" >&2; exit 1; }

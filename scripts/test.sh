@@ -32,14 +32,13 @@ mkdir -p build
 scripts/wine32_root.sh --prepare >build/wine32-prepare.log 2>&1 &
 wine32=$!
 
-step "Layers, format, lints"
+step "Layers"
 scripts/check_floors.sh
-scripts/lint.sh --quick
 
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 export TSAN_OPTIONS=halt_on_error=1
 # Hostile responses find overruns, not races: fewer of them will do for the latter.
-VELMORA_CASES=200 run_suite tsan "$(nproc)"
+VELMORA_CASES=50 run_suite tsan "$(nproc)"
 for preset in asan native; do
   run_suite "$preset" "$(nproc)"
 done
@@ -47,8 +46,10 @@ done
 step "Memory check"
 scripts/valgrind.sh
 
-# Under Wine, all programs of one prefix share a desktop: one test at a time. Hostile responses take longer
-# there, so fewer of them are tried.
+# Under Wine, all programs of one prefix share a desktop: one test at a time, while the lints use the other
+# cores. Hostile responses take longer there, so fewer of them are tried.
+nice scripts/lint.sh --quick >build/lint.log 2>&1 &
+lint=$!
 VELMORA_CASES=100 run_suite win64 1
 
 step "The 32-bit program, driven by its windows"
@@ -61,6 +62,10 @@ case $result in
   77) echo "32-bit Wine is unavailable here: only the 64-bit program was tested." ;;
   *) fail "win32: tests fail" ;;
 esac
+
+step "Format, lints"
+wait "$lint" || { cat build/lint.log; fail "lint"; }
+cat build/lint.log
 
 step "Two real games, published and installed by both patchers"
 scripts/real_trees.sh

@@ -15,6 +15,9 @@ fail() { echo "libdeflate_windows.sh: $*" >&2; exit 1; }
 
 version=$(dpkg-query -W -f '${source:Version}' libdeflate-dev 2>/dev/null) && [[ -n $version ]] ||
   fail "libdeflate-dev isn't installed: scripts/install_packages.sh build"
+mkdir -p build
+exec {lock}>build/libdeflate.lock
+flock "$lock"  # the builds for both targets may ask for it at once
 [[ $(cat "$place/version" 2>/dev/null) != "$version" ]] || exit 0
 for target in "${targets[@]}"; do
   command -v "$target-gcc" >/dev/null || fail "no cross compiler for $target: scripts/install_packages.sh windows"

@@ -1,8 +1,8 @@
 // One process at a time: a lock that ends with its holder, however that ends.
 #pragma once
 
+#include <filesystem>
 #include <memory>
-#include <string>
 
 namespace velmora::platform {
 
@@ -17,7 +17,7 @@ class FileLock {
   // Tries to hold the lock that the file `path` stands for, without waiting. The file is created,
   // and removed with the lock; its content has no meaning. A file that a killed process has left
   // there holds nobody up.
-  explicit FileLock(const std::string& path);
+  explicit FileLock(const std::filesystem::path& path);
   ~FileLock();
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <set>
 #include <string>
@@ -66,9 +67,8 @@ namespace velmora::platform {
 
 // Makes the files in the directory, all of them closed, survive a power failure. Natively that
 // includes everything else that was written or renamed on its file system; on Windows, earlier
-// renames survive if a later one does. `directory` is a path as the system spells it, without a
-// separator at its end. Fails if the system can't flush.
-[[nodiscard]] bool FlushDirectory(const std::string& directory);
+// renames survive if a later one does. Fails if the system can't flush.
+[[nodiscard]] bool FlushDirectory(const std::filesystem::path& directory);
 
 // Creates every missing directory that `path` names before its last backslash. True if all of them
 // exist afterwards, or if there is no backslash.

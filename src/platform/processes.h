@@ -64,9 +64,6 @@ void StartSuccessor(const std::string& file, const std::string& directory,
                                         const std::optional<std::string>& directory,
                                         const std::string& parameters);
 
-// Whether the process's error stream is a terminal.
-[[nodiscard]] bool IsErrorStreamATerminal();
-
 // Ends the process and all its threads at once; no destructor runs.
 [[noreturn]] void EndProcess(int exitCode);
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 
 namespace velmora::platform {
 namespace {
@@ -26,7 +27,8 @@ struct FileLock::State {
   Outcome outcome = Outcome::kFailed;
 };
 
-FileLock::FileLock(const std::string& path) : state_(std::make_unique<State>(State{path})) {
+FileLock::FileLock(const std::filesystem::path& path)
+    : state_(std::make_unique<State>(State{path.native()})) {
   constexpr int kForAll = 0666;  // a lock of another user isn't in the way
   while (true) {
     state_->file = open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, kForAll);

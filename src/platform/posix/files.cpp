@@ -274,7 +274,7 @@ bool IsHeldByAnother(std::int32_t) { return false; }
 
 bool IsDiskTrouble(std::int32_t code) { return code == ENOSPC || code == EDQUOT || code == EIO; }
 
-bool FlushDirectory(const std::string& directory) {
+bool FlushDirectory(const std::filesystem::path& directory) {
   const int file =
       RetryInterrupted([&] { return open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
   if (!RecordError(file != kNoFile)) return false;

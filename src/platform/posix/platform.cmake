@@ -5,7 +5,9 @@ find_library(TINFO_LIBRARY tinfo REQUIRED)
 file(GLOB terminal_sources CONFIGURE_DEPENDS platform/posix/terminal/*.cpp)
 add_library(velmora_platform STATIC
   platform/posix/clock.cpp
+  platform/posix/console.cpp
   platform/posix/digest.cpp
+  platform/posix/disk.cpp
   platform/posix/file_lock.cpp
   platform/posix/files.cpp
   platform/posix/http.cpp

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "platform/console.h"
 #include "platform/posix/native_path.h"
 #include "platform/utf8.h"
 
@@ -305,8 +306,6 @@ std::string LaunchProgram(const std::string& file, const std::optional<std::stri
   const int error = StartDetached(folder, command.words);
   return error == 0 ? std::string() : std::strerror(error);
 }
-
-bool IsErrorStreamATerminal() { return isatty(STDERR_FILENO) == 1; }
 
 void EndProcess(int exitCode) {
   std::fflush(nullptr);

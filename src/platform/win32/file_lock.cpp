@@ -9,8 +9,8 @@ struct FileLock::State {
   Outcome outcome = Outcome::kFailed;
 };
 
-FileLock::FileLock(const std::string& path) : state_(std::make_unique<State>()) {
-  state_->file = CreateFileA(path.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_ALWAYS,
+FileLock::FileLock(const std::filesystem::path& path) : state_(std::make_unique<State>()) {
+  state_->file = CreateFileW(path.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, CREATE_ALWAYS,
                              FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
   if (state_->file != INVALID_HANDLE_VALUE) {
     state_->outcome = Outcome::kHeld;

@@ -13,6 +13,7 @@
 
 #include "base/ascii.h"
 #include "base/text.h"
+#include "platform/disk.h"
 #include "platform/win32/utf16.h"
 
 namespace velmora::platform {
@@ -137,6 +138,20 @@ bool FlushHandle(HANDLE file) {
   const DWORD reason = GetLastError();
   // The volume has no such operation.
   return reason == ERROR_INVALID_FUNCTION || reason == ERROR_NOT_SUPPORTED || Fail(reason);
+}
+
+// An empty file, such as a lock, has nothing to flush.
+bool FlushContents(const std::filesystem::path& path) {
+  const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr);
+  std::error_code ignored;
+  if (file == INVALID_HANDLE_VALUE) {
+    const DWORD reason = GetLastError();
+    return std::filesystem::file_size(path, ignored) == 0 || Fail(reason);
+  }
+  const bool flushed = FlushHandle(file);
+  CloseHandle(file);
+  return flushed;
 }
 
 // A protected file can't have been written.
@@ -329,14 +344,17 @@ std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string& dire
 }
 
 // Renames need no flushing: the file system's journal keeps their order.
-bool FlushDirectory(const std::string& directory) {
-  // With a backslash, no name at all would be the root of the drive.
+bool FlushDirectory(const std::filesystem::path& directory) {
+  // No name at all would be the root of the drive.
   if (directory.empty()) return Fail(ERROR_PATH_NOT_FOUND);
-  const auto entries = ListDirectory(directory + "\\");
-  if (!entries) return false;
+  std::error_code error;
+  const std::vector<FolderEntry> entries = ListFolder(directory, error);
+  if (error) return Fail(static_cast<DWORD>(error.value()));
   bool result = true;
-  for (const DirectoryEntry& entry : *entries) {
-    if (!entry.isDirectory && !FlushFile(directory + "\\" + entry.name)) result = false;
+  for (const FolderEntry& entry : entries) {
+    if (entry.kind == std::filesystem::file_type::regular && !FlushContents(entry.path)) {
+      result = false;
+    }
   }
   return result;
 }

@@ -1,9 +1,11 @@
 add_library(velmora_platform STATIC
   platform/win32/browser.cpp
   platform/win32/clock.cpp
+  platform/win32/console.cpp
   platform/win32/control_host.cpp
   platform/win32/dialog.cpp
   platform/win32/digest.cpp
+  platform/win32/disk.cpp
   platform/win32/file_lock.cpp
   platform/win32/files.cpp
   platform/win32/http.cpp

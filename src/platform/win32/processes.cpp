@@ -6,9 +6,6 @@
 #include <shellapi.h>
 // clang-format on
 
-#include <io.h>
-
-#include <cstdio>
 #include <cstdlib>
 
 #include "platform/win32/instance.h"
@@ -188,8 +185,6 @@ std::string LaunchProgram(const std::string& file, const std::optional<std::stri
             parameters.c_str());
   return {};
 }
-
-bool IsErrorStreamATerminal() { return _isatty(_fileno(stderr)) != 0; }
 
 // ExitProcess would notify every library, and the C runtime would then destroy objects that the
 // worker may have been using.

@@ -30,7 +30,7 @@ std::string TextIfAny(const fs::path& path) {
 EarlierPublication::EarlierPublication(const fs::path& folder, const std::string& listName,
                                        const PayloadOptions& options)
     : folder_(folder), options_(options) {
-  const std::string text = TextIfAny(folder / listName);
+  const std::string text = TextIfAny(folder / PathOf(listName));
   if (ReadPublicationRecord(folder).settings != SettingsText(options, text)) return;
   isUsable_ = true;
   AddRecords(PublishedList(text));

@@ -13,19 +13,19 @@ namespace fs = std::filesystem;
 
 void RequireFinished(const fs::path& folder) {
   if (!HasUnfinishedReplacement(folder)) return;
-  throw PublishError(ShownPath(folder.native()) +
+  throw PublishError(ShownPath(folder) +
                      ": a build is moving files to their places, or was killed while it did; "
                      "wait for its end, or run: velmora-publish recover " +
-                     ShownPath(folder.native()));
+                     ShownPath(folder));
 }
 
 std::unique_ptr<const PublishedList> ReadFinishedList(const fs::path& folder,
                                                       const std::string& listName) {
   RequireFinished(folder);
-  const fs::path file = folder / listName;
+  const fs::path file = folder / PathOf(listName);
   auto list = fs::exists(file) ? ReadPublishedList(file) : nullptr;
   if (list == nullptr) {
-    throw PublishError(ShownPath(file.native()) +
+    throw PublishError(ShownPath(file) +
                        ": there is no list that patchers read to its end; name the folder of a "
                        "publication, and its list by --list NAME");
   }
@@ -37,13 +37,13 @@ void RequireServable(const fs::path& folder, const PublishedList& list) {
   for (const FileRecord& record : list.files) {
     const fs::path file = folder / PayloadPlace(record);
     if (HasSizeOfPayload(file, record)) continue;
-    complaints.Add(ShownPath(file.native()), "is missing, or hasn't the size that the list says",
+    complaints.Add(ShownPath(file), "is missing, or hasn't the size that the list says",
                    "build the publication again");
   }
   const fs::path redirection = folder / kRedirectionName;
   if (fs::exists(redirection)) {
     for (const RedirectionFlaw& flaw : RedirectionFlaws(ReadWholeFile(redirection))) {
-      complaints.Add(ShownPath(redirection.native()), flaw.what);
+      complaints.Add(ShownPath(redirection), flaw.what);
     }
   }
   complaints.ThrowIfAny("players would not find what they need");

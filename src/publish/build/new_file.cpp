@@ -18,11 +18,11 @@ std::error_code LastError() { return {errno == 0 ? EIO : errno, std::generic_cat
 }  // namespace
 
 void FailToWrite(const fs::path& path, const std::string& reason) {
-  throw PublishError(ShownPath(path.native()) + ": can't be written: " + reason);
+  throw PublishError(ShownPath(path) + ": can't be written: " + reason);
 }
 
 void FailToWrite(const fs::path& path, const std::error_code& error) {
-  FailToWrite(path, error.message());
+  FailToWrite(path, platform::ErrorText(error));
 }
 
 NewFile::NewFile(fs::path path) : path_(std::move(path)) {

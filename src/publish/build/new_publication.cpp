@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 void AddPayloadsOf(const std::vector<FileRecord>& records, PayloadPaths& paths) {
   for (const FileRecord& record : records) {
-    if (!record.path.empty()) paths.insert(PayloadPlace(record).generic_string());
+    if (!record.path.empty()) paths.insert(platform::ListTextOf(PayloadPlace(record)));
   }
 }
 
@@ -27,8 +27,8 @@ void AddPayloadsOf(const std::vector<FileRecord>& records, PayloadPaths& paths) 
 PayloadPaths EarlierPayloads(const fs::path& folder, const std::string& listName) {
   PayloadPaths paths = ReadPublicationRecord(folder).payloads;
   std::error_code ignored;
-  if (!fs::is_regular_file(folder / listName, ignored)) return paths;
-  const auto list = ReadPublishedList(folder / listName);
+  if (!fs::is_regular_file(folder / PathOf(listName), ignored)) return paths;
+  const auto list = ReadPublishedList(folder / PathOf(listName));
   if (list) AddPayloadsOf(RecordsOf(list->files), paths);
   return paths;
 }
@@ -43,8 +43,8 @@ void RequireRoom(const fs::path& output, const std::string& listName,
   const PayloadPaths own = EarlierPayloads(output, listName);
   Complaints complaints;
   for (const fs::path& file : inTheWay) {
-    if (own.contains(file.generic_string())) continue;
-    complaints.Add(ShownPath((output / file).native()),
+    if (own.contains(platform::ListTextOf(file))) continue;
+    complaints.Add(ShownPath((output / file)),
                    "is where a new file, or its folder, belongs, and no build has put it there",
                    "move it away, or build into another folder");
   }
@@ -69,7 +69,7 @@ void NewPublication::Publish(const std::vector<FileRecord>& records, const std::
   PublicationRecord record{settings, EarlierPayloads(output_, listName_)};
   AddPayloadsOf(records, record.payloads);
   AddText(record.Text(), kPublicationRecord);
-  AddText(list, listName_);
+  AddText(list, PathOf(listName_));
   RequireRoom(output_, listName_, placements_);
   staging_.Publish(placements_);
 }

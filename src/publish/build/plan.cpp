@@ -30,7 +30,9 @@ fs::path Canonical(const fs::path& path) {
   return canonical.has_filename() ? canonical : canonical.parent_path();
 }
 
-bool Holds(const fs::path& outer, const fs::path& inner) {
+bool Holds(const fs::path& outerPath, const fs::path& innerPath) {
+  const fs::path outer = PathOf(platform::NameKey(outerPath));
+  const fs::path inner = PathOf(platform::NameKey(innerPath));
   return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
 }
 
@@ -40,7 +42,7 @@ void RequireApart(const fs::path& tree, const fs::path& output) {
   const fs::path to = Canonical(output);
   if (Holds(from, to) || Holds(to, from)) {
     throw PublishError("neither of the tree and the publication may contain the other: " +
-                       ShownPath(from.native()) + ", " + ShownPath(to.native()));
+                       ShownPath(from) + ", " + ShownPath(to));
   }
 }
 
@@ -50,7 +52,11 @@ IgnoreRules RulesOf(const BuildOptions& options) {
   if (options.ignoreFile.empty() && !fs::exists(fs::symlink_status(file))) return {};
   IgnoreRules rules(ReadWholeFile(file));
   // Rules that are in the tree under another name aren't published either.
-  rules.Add(fs::weakly_canonical(file).lexically_relative(fs::weakly_canonical(options.tree)));
+  const fs::path inTree =
+      fs::weakly_canonical(file).lexically_relative(fs::weakly_canonical(options.tree));
+  std::string rule;
+  for (const fs::path& element : inTree) rule += (rule.empty() ? "" : "/") + TextOf(element);
+  rules.Add(rule);
   return rules;
 }
 
@@ -58,23 +64,22 @@ IgnoreRules RulesOf(const BuildOptions& options) {
 EarlierList ListToRemoveFrom(const BuildOptions& options) {
   if (options.removeFrom.empty()) return nullptr;
   const fs::path file = ListFile(options.removeFrom, options.listName);
-  const fs::path own = options.output / options.listName;
+  const fs::path own = options.output / PathOf(options.listName);
   if (Canonical(file) == Canonical(own) && !fs::exists(own)) return nullptr;
   EarlierList earlier = ReadPublishedList(file);
   if (earlier == nullptr) {
-    throw PublishError(ShownPath(file.native()) +
-                       ": not a list, or not one that patchers read to its end");
+    throw PublishError(ShownPath(file) + ": not a list, or not one that patchers read to its end");
   }
   return earlier;
 }
 
 // Null if there is none.
 EarlierList ListInOutput(const BuildOptions& options) {
-  const fs::path file = options.output / options.listName;
+  const fs::path file = options.output / PathOf(options.listName);
   if (!fs::exists(file) || fs::is_directory(file)) return nullptr;
   EarlierList list = ReadPublishedList(file);
   if (list == nullptr) {
-    throw PublishError(ShownPath(file.native()) +
+    throw PublishError(ShownPath(file) +
                        ": not a list, or not one that patchers read to its end, so what players "
                        "have isn't known. Restore it, or move it away if players shall keep all "
                        "that they have");
@@ -85,10 +90,10 @@ EarlierList ListInOutput(const BuildOptions& options) {
 // Null if no publication is to be reused.
 EarlierList ListToReuse(const BuildOptions& options) {
   if (options.reuse.empty()) return nullptr;
-  const fs::path file = options.reuse / options.listName;
+  const fs::path file = options.reuse / PathOf(options.listName);
   EarlierList list = fs::exists(file) ? ReadPublishedList(file) : nullptr;
   if (list == nullptr) {
-    throw PublishError(ShownPath(file.native()) +
+    throw PublishError(ShownPath(file) +
                        ": there is no list that patchers read to its end, so --reuse finds no "
                        "publication; --list NAME names its list");
   }
@@ -114,7 +119,7 @@ std::optional<std::string> Redirection(const BuildOptions& options, Complaints& 
   if (!stays && !comes) return std::nullopt;
   const fs::path& file = stays ? own : other;
   const std::string text = ReadWholeFile(file);
-  CheckRedirection(ShownPath(file.native()), text, complaints);
+  CheckRedirection(ShownPath(file), text, complaints);
   return comes ? std::optional(text) : std::nullopt;
 }
 
@@ -127,13 +132,16 @@ void CheckOwnPlaces(const std::vector<SourceFile>& files, const std::string& lis
     record.path = file.listPath;
     const fs::path place = PayloadPlace(record);
     const fs::path first = *place.begin();
-    const bool isTaken = first == listName || first == Staging::kFolder ||
-                         first == kPublicationRecord ||
-                         (first == kRedirectionName && place != first);
+    const auto isNamed = [key = platform::NameKey(first)](const std::string& name) {
+      return key == platform::NameKey(PathOf(name));
+    };
+    const bool isTaken = isNamed(listName) || isNamed(Staging::kFolder) ||
+                         isNamed(kPublicationRecord) ||
+                         (isNamed(kRedirectionName) && place != first);
     if (!isTaken) continue;
-    const char* const other = first == listName ? ", choose another --list" : "";
-    complaints.Add(ShownPath(file.path.native()),
-                   "\"" + ShownText(first.native()) + "\" is taken in the publication",
+    const char* const other = isNamed(listName) ? ", choose another --list" : "";
+    complaints.Add(ShownPath(file.path),
+                   "\"" + ShownText(platform::ListTextOf(first)) + "\" is taken in the publication",
                    std::string("rename it") + other + ", or leave it out with --ignore");
   }
 }
@@ -190,7 +198,7 @@ PublicationPlan PlanPublication(const BuildOptions& options) {
   complaints.ThrowIfAny();
   if (plan.files.empty() && !options.allowEmpty) {
     throw PublishError(
-        ShownPath(options.tree.native()) +
+        ShownPath(options.tree) +
         ": holds no file to publish. Is it complete? If so, --allow-empty allows it");
   }
   EarlierList inOutput = ListInOutput(options);

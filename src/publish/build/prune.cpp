@@ -33,10 +33,16 @@ bool LooksLikeAList(const fs::path& file) {
   return list.files.Count() + list.removals.Count() > 0;
 }
 
+std::string KeyOf(const std::string& payload) {
+  return platform::NameKey(platform::PathOfListText(payload));
+}
+
 class Pruner {
  public:
   explicit Pruner(const PruneOptions& options)
-      : options_(options), record_(ReadPublicationRecord(options.output)) {}
+      : options_(options), record_(ReadPublicationRecord(options.output)) {
+    for (const std::string& path : record_.payloads) recorded_.insert(KeyOf(path));
+  }
 
   PruneSummary Find();
   void Delete(const PruneSummary& summary, const Staging& staging);
@@ -46,22 +52,25 @@ class Pruner {
   void KeepListsInFolder();
   void Spare(const fs::path& path);
   [[nodiscard]] bool IsSpared(const fs::path& path) const;
-  void Look(const fs::directory_entry& entry, PruneSummary& summary);
+  void LookInto(const fs::path& folder, PruneSummary& summary);
+  void Look(const fs::path& file, PruneSummary& summary);
   void StopIfAsked() const;
 
   const PruneOptions& options_;
   PublicationRecord record_;
-  PayloadPaths named_;         // by lists
-  std::set<fs::path> spared_;  // relative to the folder, like all others
+  std::set<std::string> named_;     // by lists; keys of names, like the next
+  std::set<std::string> recorded_;  // as payloads of the tool
+  std::set<fs::path> spared_;       // relative to the folder, like all others
 };
 
 PruneSummary Pruner::Find() {
-  Keep(*ReadFinishedList(options_.output, options_.listName), options_.output / options_.listName);
+  Keep(*ReadFinishedList(options_.output, options_.listName),
+       options_.output / PathOf(options_.listName));
   for (const fs::path& place : options_.keep) {
     const fs::path file = ListFile(place, options_.listName);
     const auto list = ReadPublishedList(file);
     if (list == nullptr) {
-      throw PublishError(ShownPath(file.native()) +
+      throw PublishError(ShownPath(file) +
                          ": not a list that patchers read to its end, so it isn't known what it "
                          "keeps; name another one, or leave it out");
     }
@@ -71,42 +80,43 @@ PruneSummary Pruner::Find() {
   for (const fs::path& path : options_.spare) Spare(path);
 
   PruneSummary summary;
-  std::error_code error;
-  fs::recursive_directory_iterator at(options_.output, error);
-  for (; !error && at != fs::end(at); at.increment(error)) {
-    StopIfAsked();
-    if (at->path().filename().native().starts_with('.')) {
-      at.disable_recursion_pending();
-    } else {
-      Look(*at, summary);
-    }
-  }
-  if (error) {
-    throw PublishError(ShownPath(options_.output.native()) + ": can't be read: " + error.message());
-  }
+  LookInto(options_.output, summary);
   std::sort(summary.needless.begin(), summary.needless.end(),
             [](const auto& a, const auto& b) { return a.path < b.path; });
   return summary;
 }
 
+void Pruner::LookInto(const fs::path& folder, PruneSummary& summary) {
+  std::error_code error;
+  for (const platform::FolderEntry& entry : platform::ListFolder(folder, error)) {
+    StopIfAsked();
+    if (TextOf(entry.path.filename()).starts_with('.')) continue;
+    if (entry.kind == fs::file_type::directory) LookInto(entry.path, summary);
+    if (entry.kind == fs::file_type::regular) Look(entry.path, summary);
+  }
+  if (error) {
+    throw PublishError(ShownPath(folder) + ": can't be read: " + platform::ErrorText(error));
+  }
+}
+
 void Pruner::Keep(const PublishedList& list, const fs::path& file) {
   // As a list would that was emptied by mistake.
   if (list.files.Count() == 0) {
-    throw PublishError(ShownPath(file.native()) +
-                       ": names no file; name another list, or leave it out");
+    throw PublishError(ShownPath(file) + ": names no file; name another list, or leave it out");
   }
   for (const FileRecord& record : list.files) {
-    named_.insert(PayloadPlace(record).generic_string());
+    named_.insert(platform::NameKey(PayloadPlace(record)));
   }
 }
 
 // Several publications may share the payloads of one folder, each with a list of its own name.
 void Pruner::KeepListsInFolder() {
-  for (const fs::directory_entry& entry : fs::directory_iterator(options_.output)) {
-    const bool isPayload = record_.payloads.contains(entry.path().filename().native());
-    if (isPayload || !entry.is_regular_file() || !LooksLikeAList(entry.path())) continue;
-    const PublishedList list(ReadWholeFile(entry.path()));
-    if (list.files.Count() > 0) Keep(list, entry.path());
+  std::error_code ignored;
+  for (const auto& [path, kind] : platform::ListFolder(options_.output, ignored)) {
+    const bool isPayload = recorded_.contains(platform::NameKey(path.filename()));
+    if (isPayload || !fs::is_regular_file(path) || !LooksLikeAList(path)) continue;
+    const PublishedList list(ReadWholeFile(path));
+    if (list.files.Count() > 0) Keep(list, path);
   }
 }
 
@@ -120,8 +130,8 @@ void Pruner::Spare(const fs::path& path) {
     spared_.insert(relative.has_filename() ? relative : relative.parent_path());
     return;
   }
-  throw PublishError("--spare " + ShownPath(path.native()) +
-                     ": there is no such file or folder in " + ShownPath(options_.output.native()));
+  throw PublishError("--spare " + ShownPath(path) + ": there is no such file or folder in " +
+                     ShownPath(options_.output));
 }
 
 bool Pruner::IsSpared(const fs::path& path) const {
@@ -131,17 +141,17 @@ bool Pruner::IsSpared(const fs::path& path) const {
   return spared_.contains(".");
 }
 
-void Pruner::Look(const fs::directory_entry& entry, PruneSummary& summary) {
-  if (entry.is_symlink() || !entry.is_regular_file()) return;
-  const fs::path place = entry.path().lexically_relative(options_.output);
-  const std::string path = place.generic_string();
-  if (named_.contains(path)) {
+void Pruner::Look(const fs::path& file, PruneSummary& summary) {
+  const fs::path place = file.lexically_relative(options_.output);
+  const std::string key = platform::NameKey(place);
+  const bool isOther = place == PathOf(options_.listName) || place == kRedirectionName;
+  if (named_.contains(key)) {
     ++summary.kept;
-  } else if (!record_.payloads.contains(path)) {
-    summary.others += path == options_.listName || path == kRedirectionName ? 0 : 1;
-  } else if (path != options_.listName && path != kRedirectionName && !IsSpared(place)) {
-    summary.needless.push_back({path, entry.file_size()});
-    summary.bytes += entry.file_size();
+  } else if (!recorded_.contains(key)) {
+    summary.others += isOther ? 0 : 1;
+  } else if (!isOther && !IsSpared(place)) {
+    summary.needless.push_back({platform::ListTextOf(place), fs::file_size(file)});
+    summary.bytes += summary.needless.back().size;
   }
 }
 
@@ -154,19 +164,22 @@ void Pruner::StopIfAsked() const {
 void Pruner::Delete(const PruneSummary& summary, const Staging& staging) {
   for (const NeedlessPayload& payload : summary.needless) {
     StopIfAsked();
-    const fs::path file = options_.output / payload.path;
+    const fs::path place = platform::PathOfListText(payload.path);
+    const fs::path file = options_.output / place;
     std::error_code error;
     fs::remove(file, error);
     if (error)
-      throw PublishError(ShownPath(file.native()) + ": can't be removed: " + error.message());
-    record_.payloads.erase(payload.path);
+      throw PublishError(ShownPath(file) + ": can't be removed: " + platform::ErrorText(error));
+    recorded_.erase(KeyOf(payload.path));
     // The ones that aren't empty stay.
-    fs::path folder = fs::path(payload.path).parent_path();
+    fs::path folder = place.parent_path();
     for (; !error && !folder.empty(); folder = folder.parent_path()) {
       fs::remove(options_.output / folder, error);
     }
   }
   if (summary.needless.empty()) return;
+  std::erase_if(record_.payloads,
+                [this](const std::string& path) { return !recorded_.contains(KeyOf(path)); });
   const std::string text = record_.Text();
   NewFile file(staging.At(0));
   file.Write(text.data(), text.size());

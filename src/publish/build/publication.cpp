@@ -152,7 +152,7 @@ std::vector<Placement> PlacementsOf(const BuildOptions& options, const Prepared&
     if (payload.isStaged) placements.push_back({placements.size(), PayloadPlace(*payload.record)});
   }
   for (const std::string& name : {std::string(kPublicationRecord), options.listName}) {
-    placements.push_back({placements.size(), name});
+    placements.push_back({placements.size(), PathOf(name)});
   }
   return placements;
 }

@@ -32,7 +32,7 @@ fs::path TargetOf(const fs::path& link) {
   const fs::file_status status = fs::symlink_status(link);
   if (!fs::exists(status)) return {};
   if (fs::is_symlink(status)) return fs::read_symlink(link);
-  const std::string name = ShownPath(link.native());
+  const std::string name = ShownPath(link);
   throw PublishError(name + ": is no symbolic link; rename it, for example to " + name +
                      "-1, so that a link can take its place");
 }
@@ -40,15 +40,16 @@ fs::path TargetOf(const fs::path& link) {
 std::optional<Changes> ChangesSinceThatOf(const fs::path& link, const std::string& listName,
                                           const PublishedList& list) {
   std::error_code ignored;
-  if (!fs::is_regular_file(link / listName, ignored)) return std::nullopt;
-  const auto earlier = ReadPublishedList(link / listName);
+  if (!fs::is_regular_file(link / PathOf(listName), ignored)) return std::nullopt;
+  const auto earlier = ReadPublishedList(link / PathOf(listName));
   if (earlier == nullptr) return std::nullopt;
   return ChangesSince(*earlier, RecordsOf(list.files));
 }
 
 // The new link is made beside the old one and moved over it.
 void Replace(const fs::path& link, const fs::path& target) {
-  const fs::path made = link.native() + kNewLink;
+  fs::path made = link;
+  made += kNewLink;
   std::error_code error;
   if (fs::is_symlink(fs::symlink_status(made))) fs::remove(made, error);  // of a killed process
   fs::create_directory_symlink(target, made, error);
@@ -73,8 +74,8 @@ SwitchedLink SwitchLink(const fs::path& link, const fs::path& publication,
   result.changes = ChangesSinceThatOf(place, listName, *list);
   result.now = fs::canonical(publication).lexically_relative(folder);
   Replace(place, result.now);
-  if (!platform::FlushDirectory(folder.native())) {
-    FailToWrite(folder, platform::SystemErrorText(platform::LastSystemError()));
+  if (!platform::FlushDirectory(folder)) {
+    FailToWrite(folder, {platform::LastSystemError(), std::system_category()});
   }
   return result;
 }

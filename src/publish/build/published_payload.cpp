@@ -3,6 +3,7 @@
 #include <system_error>
 
 #include "engine/reference_list.h"
+#include "platform/disk.h"
 #include "publish/common/list_path.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/published_list.h"
@@ -13,7 +14,7 @@ namespace velmora::publish {
 namespace fs = std::filesystem;
 
 fs::path PayloadPlace(const FileRecord& record) {
-  fs::path place = fs::path(ServedPath(record.path)).lexically_normal();
+  fs::path place = platform::PathOfListText(ServedPath(record.path)).lexically_normal();
   if (record.compressed) place += kCompressedMark;
   return place;
 }

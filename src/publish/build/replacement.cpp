@@ -51,14 +51,21 @@ bool IsFolder(const fs::path& path) {
   return fs::is_directory(fs::symlink_status(path, ignored));
 }
 
+void AddAllIn(const fs::path& folder, std::vector<fs::path>& all) {
+  std::error_code error;
+  for (const platform::FolderEntry& entry : platform::ListFolder(folder, error)) {
+    all.push_back(entry.path);
+    if (entry.kind == fs::file_type::directory) AddAllIn(entry.path, all);
+  }
+  if (error) {
+    throw PublishError(ShownPath(folder) + ": can't be read: " + platform::ErrorText(error));
+  }
+}
+
 // A file, or a folder with all that is in it, each folder before its contents.
 std::vector<fs::path> AllAt(const fs::path& path) {
   std::vector<fs::path> all = {path};
-  if (!IsFolder(path)) return all;
-  std::error_code error;
-  fs::recursive_directory_iterator at(path, error);
-  for (; !error && at != fs::end(at); at.increment(error)) all.push_back(at->path());
-  if (error) throw PublishError(ShownPath(path.native()) + ": can't be read: " + error.message());
+  if (IsFolder(path)) AddAllIn(path, all);
   return all;
 }
 
@@ -167,9 +174,9 @@ void Replacement::TakeBack(const std::vector<Entry>& entries, const std::string&
     try {
   Undo(entries);
 } catch (const PublishError& undoFailure) {
-  throw PublishError(
-      failure + "; the earlier files can't be restored, either: " + undoFailure.what() +
-      "; remove the cause, then run: velmora-publish recover " + ShownPath(output_.native()));
+  throw PublishError(failure +
+                     "; the earlier files can't be restored, either: " + undoFailure.what() +
+                     "; remove the cause, then run: velmora-publish recover " + ShownPath(output_));
 }
 
 // Makes the folders of the place, and a second name for the file that is there.
@@ -204,7 +211,7 @@ void Replacement::WriteJournal(const std::vector<Entry>& entries) const {
   std::string text;
   for (const Entry& entry : entries) {
     text += std::to_string(entry.number) + ' ' + std::to_string(static_cast<int>(entry.kind)) +
-            ' ' + entry.place.generic_string() + '\n';
+            ' ' + TextOf(entry.place) + '\n';
   }
   text += kEnd + std::to_string(entries.size()) + '\n';
   const fs::path unfinished = folder_ / kUnfinished;
@@ -227,11 +234,11 @@ std::vector<Replacement::Entry> Replacement::ReadJournal() const {
                       kind <= static_cast<int>(Entry::Kind::kGoes) && lines.get() == ' ' &&
                       std::getline(lines, place);) {
     entry.kind = static_cast<Entry::Kind>(kind);
-    entry.place = place;
+    entry.place = PathOf(place);
     entries.push_back(entry);
   }
   if (!text.ends_with('\n' + (kEnd + std::to_string(entries.size())) + '\n')) {
-    throw PublishError(ShownPath(file.native()) +
+    throw PublishError(ShownPath(file) +
                        ": damaged; what a killed build has left can't be recovered");
   }
   return entries;
@@ -313,8 +320,8 @@ Leftover Replacement::Recover() const {
 }
 
 void Replacement::Flush() const {
-  if (platform::FlushDirectory(folder_.native())) return;
-  FailToWrite(folder_, platform::SystemErrorText(platform::LastSystemError()));
+  if (platform::FlushDirectory(folder_)) return;
+  FailToWrite(folder_, {platform::LastSystemError(), std::system_category()});
 }
 
 }  // namespace velmora::publish

@@ -75,11 +75,11 @@ Rollback::Rollback(const RollbackOptions& options) : options_(options), staging_
 void Rollback::ReadLists() {
   earlier_ = ReadFinishedList(options_.earlier, options_.listName);
   if (earlier_->files.Count() == 0) {
-    throw PublishError(ShownPath(options_.earlier.native()) +
+    throw PublishError(ShownPath(options_.earlier) +
                        ": its list names no file; name the publication whose files shall come "
                        "back");
   }
-  earlierText_ = ReadWholeFile(options_.earlier / options_.listName);
+  earlierText_ = ReadWholeFile(options_.earlier / PathOf(options_.listName));
   records_ = RecordsOf(earlier_->files);
   std::sort(records_.begin(), records_.end(),
             [](const FileRecord& a, const FileRecord& b) { return a.path < b.path; });
@@ -93,7 +93,7 @@ void Rollback::ReadListsOfFrom() {
     const std::string text = ReadWholeFile(file);
     auto list = std::make_unique<const PublishedList>(text);
     if (!text.empty() && list->files.Count() + list->removals.Count() == 0) {
-      throw PublishError(ShownPath(file.native()) +
+      throw PublishError(ShownPath(file) +
                          ": not a list; name the publication that players shall leave, and its "
                          "list by --list NAME");
     }
@@ -105,7 +105,7 @@ void Rollback::SpellSizes() {
   SizeSpelling spelling;
   spelling.Add(*earlier_);
   for (const auto& list : from_) spelling.Add(*list);
-  const fs::path own = options_.output / options_.listName;
+  const fs::path own = options_.output / PathOf(options_.listName);
   if (fs::is_regular_file(own)) spelling.Add(PublishedList(ReadWholeFile(own)));
 
   std::multimap<std::string, FileRecord> changes;
@@ -156,14 +156,14 @@ Redirection Rollback::RedirectionToWrite() const {
   }
   const fs::path own = options_.output / kRedirectionName;
   if (!options_.takesRedirection) {
-    if (fs::exists(own)) require(ShownPath(own.native()), ReadWholeFile(own));
+    if (fs::exists(own)) require(ShownPath(own), ReadWholeFile(own));
     return std::nullopt;
   }
   std::vector<fs::path> folders = {options_.earlier};
   for (const fs::path& place : options_.from) {
     if (fs::is_directory(place)) folders.push_back(place);
   }
-  if (fs::exists(options_.output / options_.listName)) folders.push_back(options_.output);
+  if (fs::exists(options_.output / PathOf(options_.listName))) folders.push_back(options_.output);
   std::set<Redirection> found;
   for (const fs::path& folder : folders) {
     const fs::path file = folder / kRedirectionName;
@@ -173,10 +173,10 @@ Redirection Rollback::RedirectionToWrite() const {
     throw PublishError(
         "these publications have different files enable.cdn, or some have none; --cdn URL says "
         "where players go, and with --no-cdn " +
-        ShownPath(own.native()) + " stays as it is");
+        ShownPath(own) + " stays as it is");
   }
   Redirection text = *found.begin();
-  if (text) require(ShownPath((options_.earlier / kRedirectionName).native()), *text);
+  if (text) require(ShownPath(options_.earlier / kRedirectionName), *text);
   return text;
 }
 
@@ -195,7 +195,7 @@ std::vector<std::size_t> Rollback::StagePayloads() {
     if (outcomes[i] == kStaged) staged.push_back(i);
     if (outcomes[i] != kMissing) continue;
     const fs::path file = options_.earlier / PayloadPlace(records_[i]);
-    complaints.Add(ShownPath(file.native()),
+    complaints.Add(ShownPath(file),
                    "is missing, can't be taken over, or isn't what the "
                    "list says",
                    "restore it, or build the publication again from its tree");
@@ -259,7 +259,7 @@ RollbackSummary Rollback::Publish() {
 RollbackSummary RollBack(const RollbackOptions& options) {
   RequireListName(options.listName);
   if (IsSameFolder(options.earlier, options.output)) {
-    throw PublishError(ShownPath(options.output.native()) +
+    throw PublishError(ShownPath(options.output) +
                        ": is the earlier publication itself; name another folder by --into");
   }
   return Rollback(options).Publish();

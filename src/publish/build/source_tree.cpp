@@ -32,18 +32,17 @@ std::string Quoted(const std::string& shown) { return "\"" + shown + "\""; }
 
 void ComplainUnreadable(const fs::path& path, const std::error_code& error,
                         Complaints& complaints) {
-  complaints.Add(ShownPath(path.native()), "can't be read: " + error.message(),
+  complaints.Add(ShownPath(path), "can't be read: " + platform::ErrorText(error),
                  OrLeaveOut("make it readable"));
 }
 
-using Entries = std::vector<fs::directory_entry>;
+using Entry = platform::FolderEntry;
+using Entries = std::vector<Entry>;
 
-// As the folder itself tells it, mostly without another question to the system.
-fs::file_type KindOf(const fs::directory_entry& entry) {
-  std::error_code ignored;
-  if (entry.is_symlink(ignored)) return fs::file_type::symlink;
-  if (entry.is_directory(ignored)) return fs::file_type::directory;
-  return entry.is_regular_file(ignored) ? fs::file_type::regular : fs::file_type::unknown;
+// Whether a disk of this system can hold the payload under the name by which it is requested.
+bool HasPlace(const std::string& listPath) {
+  const std::string served = ServedPath(listPath);
+  return platform::ListTextOf(platform::PathOfListText(served)) == served;
 }
 
 // The names that the entries of one folder have in the list.
@@ -54,16 +53,16 @@ class ListNames {
 
   // With a fault, the text is a proposal that has none, and that isn't the name of anything else in
   // the folder on players' disks: the rest of what the entry is and holds can be checked with it.
-  [[nodiscard]] ListName Of(const fs::directory_entry& entry) {
+  [[nodiscard]] ListName Of(const Entry& entry) {
     ListName name = Read(entry);
     if (!name.fault.empty()) name.text = Free(PublishableName(name.text));
     return name;
   }
 
  private:
-  [[nodiscard]] ListName Read(const fs::directory_entry& entry) const {
-    ListName name = ListNameOf(entry.path().filename().native(), encoding_);
-    const bool isFile = KindOf(entry) != fs::file_type::directory;
+  [[nodiscard]] ListName Read(const Entry& entry) const {
+    ListName name = ListNameOf(TextOf(entry.path.filename()), encoding_);
+    const bool isFile = entry.kind != fs::file_type::directory;
     const std::string why = WhyNotPublishable(name.text, {isInRoot_, isFile});
     if (!name.fault.empty() && !why.empty()) name.fault += " and ";
     name.fault += why;
@@ -72,7 +71,7 @@ class ListNames {
 
   std::string Free(std::string name) {
     if (taken_.empty()) {
-      for (const fs::directory_entry& entry : entries_) {
+      for (const Entry& entry : entries_) {
         const ListName other = Read(entry);
         if (other.fault.empty()) taken_.insert(FoldedPath(other.text));
       }
@@ -103,14 +102,14 @@ class TreeScan {
   bool ScanFolder(const fs::path& folder, const std::string& relative, const std::string& listed);
   [[nodiscard]] Entries EntriesOf(const fs::path& folder);
   void CheckName(const fs::path& path, const ListName& name);
-  void AddFile(const fs::directory_entry& entry, const std::string& listPath);
+  void AddFile(const Entry& entry, const std::string& listPath);
   void CheckGuesses();
   void CheckByLint();
   void AddLintError(const SourceFile& file, const LintFinding& finding);
   void AddConflict(const SourceFile& file, Rule rule);
 
   void Complain(const fs::path& path, const std::string& what, const std::string& wayOut) {
-    complaints_.Add(ShownPath(path.native()), what, wayOut);
+    complaints_.Add(ShownPath(path), what, wayOut);
   }
 
   const fs::path& root_;
@@ -124,12 +123,11 @@ class TreeScan {
 };
 
 Entries TreeScan::EntriesOf(const fs::path& folder) {
-  Entries entries;
   std::error_code error;
-  fs::directory_iterator at(folder, error);
-  for (; !error && at != fs::end(at); at.increment(error)) entries.push_back(*at);
+  Entries entries = platform::ListFolder(folder, error);
   if (error) ComplainUnreadable(folder, error, complaints_);
-  std::sort(entries.begin(), entries.end());
+  std::sort(entries.begin(), entries.end(),
+            [](const Entry& a, const Entry& b) { return a.path < b.path; });
   return entries;
 }
 
@@ -141,19 +139,19 @@ bool TreeScan::ScanFolder(const fs::path& folder, const std::string& relative,
   const Entries entries = EntriesOf(folder);
   ListNames names(entries, relative.empty(), encoding_);
   bool holdsAny = false;
-  for (const fs::directory_entry& entry : entries) {
-    const std::string name = entry.path().filename().native();
-    const bool isFolder = KindOf(entry) == fs::file_type::directory;
+  for (const Entry& entry : entries) {
+    const std::string name = TextOf(entry.path.filename());
+    const bool isFolder = entry.kind == fs::file_type::directory;
     if (rules_.Ignores(relative + name, isFolder)) continue;
     const ListName listName = names.Of(entry);
     bool isPublished = true;
     if (isFolder) {
-      isPublished = ScanFolder(entry.path(), relative + name + "/", listed + listName.text + "\\");
+      isPublished = ScanFolder(entry.path, relative + name + "/", listed + listName.text + "\\");
     } else {
       AddFile(entry, listed + listName.text);
     }
     holdsAny = holdsAny || isPublished;
-    if (isPublished) CheckName(entry.path(), listName);
+    if (isPublished) CheckName(entry.path, listName);
   }
   return holdsAny;
 }
@@ -163,7 +161,7 @@ void TreeScan::CheckName(const fs::path& path, const ListName& name) {
     Complain(path, name.fault,
              OrLeaveOut("rename it, for example to " + Quoted(ShownText(name.text))));
   }
-  if (name.isGuessed) guessed_.insert(path.native());
+  if (name.isGuessed) guessed_.insert(TextOf(path));
 }
 
 // One complaint for all: in a Japanese game it concerns nearly every name.
@@ -177,9 +175,8 @@ void TreeScan::CheckGuesses() {
                   kWaysOutOfGuess);
 }
 
-void TreeScan::AddFile(const fs::directory_entry& entry, const std::string& listPath) {
-  const fs::path& path = entry.path();
-  const fs::file_type kind = KindOf(entry);
+void TreeScan::AddFile(const Entry& entry, const std::string& listPath) {
+  const auto& [path, kind] = entry;
   std::error_code error;
   if (kind == fs::file_type::symlink) {
     const bool leadsSomewhere = fs::exists(path, error);
@@ -199,7 +196,14 @@ void TreeScan::AddFile(const fs::directory_entry& entry, const std::string& list
              OrLeaveOut("shorten it"));
     return;
   }
-  const std::uint64_t size = entry.file_size(error);
+  if (!HasPlace(listPath)) {
+    Complain(path,
+             "holds the byte 5C in a character, which is requested as a slash, and the disks of "
+             "this system have no such names",
+             OrLeaveOut("rename it, publish it from another system"));
+    return;
+  }
+  const std::uint64_t size = fs::file_size(path, error);
   if (error) {
     ComplainUnreadable(path, error, complaints_);
     return;
@@ -216,7 +220,7 @@ void TreeScan::AddConflict(const SourceFile& file, Rule rule) {
   const std::string wayOut = OrLeaveOut("rename one of the two");
   if (rule == Rule::kSameFile) {
     Complain(file.path,
-             "differs only in case from " + ShownPath(byFolded_.at(folded)->path.native()) +
+             "differs only in case from " + ShownPath(byFolded_.at(folded)->path) +
                  ", and is the same file on players' disks",
              wayOut);
     return;
@@ -226,8 +230,8 @@ void TreeScan::AddConflict(const SourceFile& file, Rule rule) {
   for (auto at = folders.rbegin(); at != folders.rend(); ++at, folder = folder.parent_path()) {
     const auto other = byFolded_.find(std::string(*at));
     if (other == byFolded_.end()) continue;
-    Complain(other->second->path,
-             "differs only in case from the folder " + ShownPath(folder.native()), wayOut);
+    Complain(other->second->path, "differs only in case from the folder " + ShownPath(folder),
+             wayOut);
   }
 }
 

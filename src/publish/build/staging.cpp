@@ -27,12 +27,12 @@ Staging::Staging(const fs::path& output)
     std::error_code error;
     fs::create_directories(folder_, error);
     if (error) FailToWrite(folder_, error);
-    lock_ = std::make_unique<platform::FileLock>((folder_ / kLock).native());
+    lock_ = std::make_unique<platform::FileLock>(folder_ / kLock);
     if (lock_->outcome() == Outcome::kFailed) lock_.reset();
   }
   if (!lock_) FailToWrite(folder_, "its lock can't be created");
   if (lock_->outcome() == Outcome::kTaken) {
-    throw PublishError(ShownPath(output.native()) + ": another build is running");
+    throw PublishError(ShownPath(output) + ": another build is running");
   }
   leftover_ = replacement_.Recover();
   RemoveContents();
@@ -60,12 +60,9 @@ void Staging::Publish(const std::vector<Placement>& placements) const {
 // Only what the tool itself has left there, and of that not the lock.
 void Staging::RemoveContents() const {
   std::error_code error;
-  std::vector<fs::path> contents;
-  for (fs::directory_iterator at(folder_, error); !error && at != fs::end(at);
-       at.increment(error)) {
-    if (Replacement::Owns(at->path().filename().string())) contents.push_back(at->path());
+  for (const platform::FolderEntry& entry : platform::ListFolder(folder_, error)) {
+    if (Replacement::Owns(TextOf(entry.path.filename()))) fs::remove_all(entry.path, error);
   }
-  for (const fs::path& path : contents) fs::remove_all(path, error);
 }
 
 bool HasUnfinishedReplacement(const fs::path& output) {

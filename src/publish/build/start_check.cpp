@@ -33,7 +33,7 @@ Acceptance AcceptanceOf(const BuildOptions& options) {
 // The file and its line; or the option that names the client, which is all else.
 std::string PlaceOf(const LintFinding& finding, const std::string& clientExe) {
   if (finding.file.empty()) return clientExe.empty() ? "no --exe" : "--exe";
-  const std::string file = ShownPath(finding.file.native());
+  const std::string file = ShownPath(finding.file);
   return finding.line == 0 ? file : file + ":" + std::to_string(finding.line);
 }
 

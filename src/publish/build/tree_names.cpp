@@ -111,6 +111,7 @@ std::string WithoutUnfitCharacters(std::string_view name) {
 }  // namespace
 
 ListName ListNameOf(std::string_view name, NameEncoding encoding) {
+  if (platform::AreNamesUnicode()) encoding = NameEncoding::kUtf8;
   ListName listed{std::string(name), "", false};
   const bool isAscii = std::all_of(name.begin(), name.end(), IsAscii);
   if (isAscii || encoding == NameEncoding::kBytes) return listed;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/processes.h"
+#include "platform/console.h"
 #include "publish/build/publication.h"
 #include "publish/build/removals.h"
 #include "publish/build/staging.h"
@@ -89,10 +89,10 @@ void AddManners(CLI::App& build, BuildOptions& options, BuildManners& manners) {
 }
 
 void AddOptions(CLI::App& build, BuildOptions& options) {
-  build.add_option("TREE", options.tree, "The folder with the game's files")
+  AddPath(build, "TREE", options.tree, "The folder with the game's files")
       ->required()
-      ->check(CLI::ExistingDirectory);
-  build.add_option("OUT", options.output, "The folder that the web server offers")->required();
+      ->check(ExistingFolder());
+  AddPath(build, "OUT", options.output, "The folder that the web server offers")->required();
   AddCompressionOptions(build, options.payload);
   AddChoice<HashKind>(build, "--hash", options.payload.hash,
                       {{"sha1", HashKind::kSha1}, {"md5", HashKind::kMd5}},
@@ -115,14 +115,13 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
           [&](const Texts& patterns) { AddRemovals(options.removals, patterns, kPatternMode); },
           "A pattern, such as \"*.tmp\": removes all files whose path matches; repeatable")
       ->allow_extra_args(false);
-  build.add_option("--remove-from", options.removeFrom,
-                   "An earlier list, or its publication's folder: files that are gone since then "
-                   "are removed from players' disks");
-  build
-      .add_option("--reuse", options.reuse,
-                  "Another publication's folder: payloads of unchanged files are taken from it, by "
-                  "hard link or else by copy, and so is its enable.cdn")
-      ->check(CLI::ExistingDirectory);
+  AddPath(build, "--remove-from", options.removeFrom,
+          "An earlier list, or its publication's folder: files that are gone since then "
+          "are removed from players' disks");
+  AddPath(build, "--reuse", options.reuse,
+          "Another publication's folder: payloads of unchanged files are taken from it, by "
+          "hard link or else by copy, and so is its enable.cdn")
+      ->check(ExistingFolder());
   CLI::Option* const cdn =
       build.add_option("--cdn", options.redirection,
                        "Redirect players to this URL, http://host/path: writes OUT/enable.cdn");
@@ -138,8 +137,8 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
       ->capture_default_str();
   AddAcceptOption(build, options.accepted);
   build.add_flag("--allow-empty", options.allowEmpty, "Publish a TREE without a file");
-  build.add_option(
-      "--ignore", options.ignoreFile,
+  AddPath(
+      build, "--ignore", options.ignoreFile,
       "A file with rules for what isn't published, like .gitignore; default: TREE/.publishignore");
 }
 
@@ -154,7 +153,7 @@ void RequireAcceptable(const std::vector<Rule>& rules) {
 }
 
 void PrintReused(const BuildOptions& options, const BuildSummary& summary) {
-  const std::string name = ShownPath(options.reuse.native());
+  const std::string name = ShownPath(options.reuse);
   if (summary.canReuse) {
     std::printf("%zu payloads reused from %s\n", summary.reused, name.c_str());
   } else {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <system_error>
 
 #include "publish/build/zlib_blocks.h"
 #include "publish/commands/commands.h"
@@ -10,7 +11,25 @@
 namespace velmora::publish {
 namespace {
 
+namespace fs = std::filesystem;
+
 using Words = std::vector<std::string>;
+
+// An error counts as if there were nothing.
+fs::file_type KindAt(const std::string& path) {
+  std::error_code error;
+  const fs::file_type kind = fs::status(PathOf(path), error).type();
+  return kind == fs::file_type::none ? fs::file_type::not_found : kind;
+}
+
+// `why` returns the beginning of the message, empty if the path is right.
+CLI::Validator Existing(const char* type, std::string (*why)(const std::string& path)) {
+  const auto check = [why](const std::string& path) {
+    const std::string text = why(path);
+    return text.empty() ? text : text + path;
+  };
+  return {check, type};
+}
 
 std::string Joined(const Words& words) {
   std::string text;
@@ -92,11 +111,44 @@ std::string NoneOf(const std::string& value, const std::vector<std::string>& nam
   return Quoted(value) + " is none of " + Joined(names);
 }
 
+CLI::Option* AddPaths(CLI::App& command, const std::string& option,
+                      std::vector<std::filesystem::path>& paths, const std::string& description) {
+  const auto take = [&paths](const Words& texts) {
+    for (const std::string& text : texts) paths.push_back(PathOf(text));
+  };
+  return command.add_option_function<Words>(option, take, description);
+}
+
+CLI::Validator ExistingFile() {
+  return Existing("FILE", [](const std::string& text) -> std::string {
+    const fs::file_type kind = KindAt(text);
+    if (kind == fs::file_type::not_found) return "File does not exist: ";
+    return kind == fs::file_type::directory ? "File is actually a directory: " : "";
+  });
+}
+
+CLI::Validator ExistingFolder() {
+  return Existing("DIR", [](const std::string& text) -> std::string {
+    const fs::file_type kind = KindAt(text);
+    if (kind == fs::file_type::not_found) return "Directory does not exist: ";
+    return kind == fs::file_type::directory ? "" : "Directory is actually a file: ";
+  });
+}
+
+CLI::Validator ExistingFileOrFolder() {
+  return Existing("PATH(existing)", [](const std::string& text) -> std::string {
+    return KindAt(text) == fs::file_type::not_found ? "Path does not exist: " : "";
+  });
+}
+
 void AddNamesOption(CLI::App& command, NameEncoding& names) {
-  AddChoice<NameEncoding>(
-      command, "--names", names, {{"utf-8", NameEncoding::kUtf8}, {"bytes", NameEncoding::kBytes}},
-      "What the names of TREE are: utf-8, which becomes code page 932, or bytes, "
-      "which stay as they are");
+  std::vector<std::pair<std::string, NameEncoding>> choices = {{"utf-8", NameEncoding::kUtf8}};
+  std::string description = "What the names of TREE are: utf-8, which becomes code page 932";
+  if (!platform::AreNamesUnicode()) {
+    choices.emplace_back("bytes", NameEncoding::kBytes);
+    description += ", or bytes, which stay as they are";
+  }
+  AddChoice<NameEncoding>(command, "--names", names, choices, description);
 }
 
 void AddAcceptOption(CLI::App& command, std::vector<Rule>& rules) {
@@ -123,8 +175,9 @@ std::string Version() {
   return std::string("velmora-publish ") + VELMORA_VERSION + ", " + StreamMaker();
 }
 
-void RunCommandLine(CLI::App& app, int count, char** arguments, int& status) try {
-  app.parse(count, arguments);
+void RunCommandLine(CLI::App& app, std::vector<std::string> arguments, int& status) try {
+  std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
+  app.parse(std::move(arguments));
 } catch (const CLI::ParseError& error) {
   if (error.get_exit_code() == 0) {  // help and version
     app.exit(error);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,6 +40,23 @@ CLI::Option* AddChoice(CLI::App& command, const std::string& option, Value& valu
   return command.add_option_function<std::string>(option, take, description)->type_name(type);
 }
 
+// Adds an option, or an argument, that is a path. `path` may be optional.
+template <typename Path>
+CLI::Option* AddPath(CLI::App& command, const std::string& option, Path& path,
+                     const std::string& description) {
+  return command.add_option_function<std::string>(
+      option, [&path](const std::string& text) { path = PathOf(text); }, description);
+}
+
+// One that can be given several times.
+CLI::Option* AddPaths(CLI::App& command, const std::string& option,
+                      std::vector<std::filesystem::path>& paths, const std::string& description);
+
+// What such an option's check requires to exist.
+[[nodiscard]] CLI::Validator ExistingFile();
+[[nodiscard]] CLI::Validator ExistingFolder();
+[[nodiscard]] CLI::Validator ExistingFileOrFolder();
+
 // The option --names, for a command that reads a tree.
 void AddNamesOption(CLI::App& command, NameEncoding& names);
 
@@ -50,6 +68,6 @@ void AddAcceptOption(CLI::App& command, std::vector<Rule>& rules);
 
 // Parses the command line, which carries out the command that it names. If it names none, or makes
 // no sense, prints help, version or what is wrong, and sets `status`.
-void RunCommandLine(CLI::App& app, int count, char** arguments, int& status);
+void RunCommandLine(CLI::App& app, std::vector<std::string> arguments, int& status);
 
 }  // namespace velmora::publish

@@ -17,19 +17,19 @@ namespace velmora::publish {
 namespace {
 
 struct DiffCommand {
-  std::string before;
-  std::string after;
+  std::filesystem::path before;
+  std::filesystem::path after;
   std::string listName = "hashlist.dat";
   BuildOptions tree;  // how the new files would be published, if they aren't yet
   ReportOptions report;
   bool json = false;
 };
 
-std::string ReadList(const DiffCommand& command, const std::string& place) {
+std::string ReadList(const DiffCommand& command, const std::filesystem::path& place) {
   return ReadWholeFile(ListFile(place, command.listName));
 }
 
-void RequireReadable(const PublishedList& list, const std::string& place) {
+void RequireReadable(const PublishedList& list, const std::filesystem::path& place) {
   if (list.files.Count() == 0) {
     throw PublishError(ShownPath(place) +
                        ": not a list: patchers find no FILE line in it. Name the list, or its "
@@ -43,7 +43,8 @@ void RequireReadable(const PublishedList& list, const std::string& place) {
 // Whether the new files are a tree that isn't published yet.
 bool IsTree(const DiffCommand& command) {
   const std::filesystem::path& after = command.after;
-  if (!std::filesystem::is_directory(after) || exists(after / command.listName)) return false;
+  if (!std::filesystem::is_directory(after) || exists(after / PathOf(command.listName)))
+    return false;
   if (!exists(after / kPublicationRecord)) return true;
   throw PublishError(ShownPath(command.after) + ": a publication without a list " +
                      ShownPath(command.listName) + "; --list tells the list's name");
@@ -63,7 +64,7 @@ BuildOptions OptionsOfTree(const DiffCommand& command, const PublishedList& befo
   const auto list = ListFile(command.before, command.listName);
   options.tree = command.after;
   options.output = list.has_parent_path() ? list.parent_path() : ".";
-  options.listName = list.filename();
+  options.listName = TextOf(list.filename());
   options.removeFrom = list;
   options.maxRemovedPercent = 100;
   options.allowEmpty = true;
@@ -113,17 +114,16 @@ void AddDiffCommand(CLI::App& app, int& status) {
   CLI::App* diff = app.add_subcommand(
       "diff", "Shows what players of an old publication download and delete for a new one");
   const auto command = std::make_shared<DiffCommand>();
-  diff->add_option("OLD", command->before, "A reference list, or a publication's folder")
-      ->required();
-  diff->add_option("NEW", command->after,
-                   "The same for the new publication, or a folder of files as for build: then as "
-                   "build --remove-from OLD would publish them, with OLD's settings")
+  AddPath(*diff, "OLD", command->before, "A reference list, or a publication's folder")->required();
+  AddPath(*diff, "NEW", command->after,
+          "The same for the new publication, or a folder of files as for build: then as "
+          "build --remove-from OLD would publish them, with OLD's settings")
       ->required();
   diff->add_option("--list", command->listName, "File name of the list in a folder")
       ->capture_default_str();
   AddNamesOption(*diff, command->tree.names);
-  diff->add_option("--ignore", command->tree.ignoreFile,
-                   "A file with rules for what isn't published of a folder of files");
+  AddPath(*diff, "--ignore", command->tree.ignoreFile,
+          "A file with rules for what isn't published of a folder of files");
   static_cast<void>(AddReportOptions(*diff, command->report));
   diff->add_flag("--json", command->json, "Print everything as JSON");
   Describe(*diff, "0 players can update, 1 they can't, or the lists can't be compared",

@@ -22,15 +22,15 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 struct LintCommand {
-  std::string list;
+  std::filesystem::path list;
   std::string listName = "hashlist.dat";
   bool isListNamed = false;
   std::optional<std::string> dataPath;
-  std::string tree;
-  std::string settings;
+  std::filesystem::path tree;
+  std::filesystem::path settings;
   NameEncoding treeNames = NameEncoding::kGuess;
   std::vector<Rule> accepted;
-  std::string acceptedFile;  // empty: the one that goes with the tree, if any
+  std::filesystem::path acceptedFile;  // empty: the one that goes with the tree, if any
   bool json = false;
   bool rules = false;
 };
@@ -73,7 +73,7 @@ void PrintFinding(const std::string& file, const LintFinding& finding) {
 }
 
 std::string FileOf(const LintReport& report, const LintFinding& finding) {
-  return finding.file.empty() ? report.list : ShownPath(finding.file.native());
+  return finding.file.empty() ? report.list : ShownPath(finding.file);
 }
 
 // A number and what it counts.
@@ -151,7 +151,7 @@ void Accept(const LintCommand& command, LintReport& report) {
   }
   Acceptance acceptance;
   if (file) {
-    report.acceptedFile = ShownPath(file->native());
+    report.acceptedFile = ShownPath(*file);
     acceptance = Acceptance(ReadWholeFile(*file), report.acceptedFile);
   }
   for (const Rule rule : command.accepted) acceptance.Add(rule);
@@ -163,7 +163,7 @@ void Accept(const LintCommand& command, LintReport& report) {
 std::string ListNameOf(const LintCommand& command) {
   if (command.isListNamed) return command.listName;
   if (command.list.empty()) return {};
-  return ListFile(command.list, command.listName).filename().native();
+  return TextOf(ListFile(command.list, command.listName).filename());
 }
 
 int Lint(const LintCommand& command) {
@@ -182,7 +182,7 @@ int Lint(const LintCommand& command) {
     report.findings = LintWithoutList(options);
   } else {
     const std::filesystem::path file = ListFile(command.list, command.listName);
-    report.list = ShownPath(file.native());
+    report.list = ShownPath(file);
     report.findings = LintList(ReadWholeFile(file), options);
   }
   Accept(command, report);
@@ -202,7 +202,7 @@ void AddLintCommand(CLI::App& app, int& status) {
   const auto command = std::make_shared<LintCommand>();
   CLI::Option* rules = lint->add_flag("--rules", command->rules, "Print all rules and exit");
   CLI::Option* list =
-      lint->add_option("LIST", command->list, "A reference list, or a publication's folder");
+      AddPath(*lint, "LIST", command->list, "A reference list, or a publication's folder");
   CLI::Option* listName =
       lint->add_option("--list", command->listName,
                        "File name of the list in a folder, which the settings should name")
@@ -210,20 +210,20 @@ void AddLintCommand(CLI::App& app, int& status) {
   lint->add_option("--data", command->dataPath,
                    "The path with which each request begins, as Data in the settings");
   CLI::Option* tree =
-      lint->add_option("--tree", command->tree,
-                       "What players have: names the files that the removals delete, and checks "
-                       "the patcher and its settings")
-          ->check(CLI::ExistingDirectory);
+      AddPath(*lint, "--tree", command->tree,
+              "What players have: names the files that the removals delete, and checks "
+              "the patcher and its settings")
+          ->check(ExistingFolder());
   CLI::Option* settings =
-      lint->add_option("--settings", command->settings,
-                       "A settings file: checks whether it leads patchers to their server")
-          ->check(CLI::ExistingFile);
+      AddPath(*lint, "--settings", command->settings,
+              "A settings file: checks whether it leads patchers to their server")
+          ->check(ExistingFile());
   AddNamesOption(*lint, command->treeNames);
   AddAcceptOption(*lint, command->accepted);
-  lint->add_option("--accepted", command->acceptedFile,
-                   "A file of accepted findings, each line: RULE [PATH] # REASON; default: "
-                   "TREE/.publishlint, or .publishlint next to TREE")
-      ->check(CLI::ExistingFile);
+  AddPath(*lint, "--accepted", command->acceptedFile,
+          "A file of accepted findings, each line: RULE [PATH] # REASON; default: "
+          "TREE/.publishlint, or .publishlint next to TREE")
+      ->check(ExistingFile());
   lint->add_flag("--json", command->json, "Print the findings as JSON");
   lint->callback([=, &status] {
     const bool hasInput = list->count() + tree->count() + settings->count() > 0;

@@ -35,15 +35,14 @@ void AddPruneCommand(CLI::App& app, int& status) {
       "prune", "Names or removes payloads in a publication's folder that no list names any more");
   const auto options = std::make_shared<PruneOptions>();
   options->stop = &stopAsked;
-  prune->add_option("OUT", options->output, "The folder of the publication")
+  AddPath(*prune, "OUT", options->output, "The folder of the publication")
       ->required()
-      ->check(CLI::ExistingDirectory);
-  prune
-      ->add_option("--keep", options->keep,
-                   "Lists, or publications' folders, whose payloads stay, besides OUT's own list "
-                   "and others in OUT")
-      ->check(CLI::ExistingPath);
-  prune->add_option("--spare", options->spare, "A file or folder in OUT that stays; repeatable")
+      ->check(ExistingFolder());
+  AddPaths(*prune, "--keep", options->keep,
+           "Lists, or publications' folders, whose payloads stay, besides OUT's own list "
+           "and others in OUT")
+      ->check(ExistingFileOrFolder());
+  AddPaths(*prune, "--spare", options->spare, "A file or folder in OUT that stays; repeatable")
       ->allow_extra_args(false);
   prune->add_option("--list", options->listName, "File name of the list in a folder")
       ->capture_default_str();

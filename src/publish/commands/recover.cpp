@@ -25,9 +25,9 @@ void AddRecoverCommand(CLI::App& app, int& status) {
   CLI::App* recover = app.add_subcommand(
       "recover", "Finishes or undoes a build that was killed while it moved files into place");
   const auto output = std::make_shared<std::filesystem::path>();
-  recover->add_option("OUT", *output, "The folder of the publication")
+  AddPath(*recover, "OUT", *output, "The folder of the publication")
       ->required()
-      ->check(CLI::ExistingDirectory);
+      ->check(ExistingFolder());
   Describe(*recover, "0 the publication is complete, 1 it can't be recovered",
            "recover /srv/velmora/publication");
   recover->callback([output, &status] {

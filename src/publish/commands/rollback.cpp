@@ -31,17 +31,16 @@ void AddRollbackCommand(CLI::App& app, int& status) {
       "rollback", "Publishes an earlier publication's files again, for players of a later one");
   const auto options = std::make_shared<RollbackOptions>();
   options->stop = &stopAsked;
-  rollback->add_option("OLD", options->earlier, "The folder of the earlier publication")
+  AddPath(*rollback, "OLD", options->earlier, "The folder of the earlier publication")
       ->required()
-      ->check(CLI::ExistingDirectory);
-  rollback
-      ->add_option("--from", options->from,
-                   "A later publication that players may have got: its folder or list; repeatable, "
-                   "the last one at the end")
+      ->check(ExistingFolder());
+  AddPaths(*rollback, "--from", options->from,
+           "A later publication that players may have got: its folder or list; repeatable, "
+           "the last one at the end")
       ->required()
       ->allow_extra_args(false)
-      ->check(CLI::ExistingPath);
-  rollback->add_option("--into", options->output, "The folder that the web server offers")
+      ->check(ExistingFileOrFolder());
+  AddPath(*rollback, "--into", options->output, "The folder that the web server offers")
       ->required();
   rollback->add_option("--list", options->listName, "File name of the list in all folders")
       ->capture_default_str();

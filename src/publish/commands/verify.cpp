@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/processes.h"
+#include "platform/console.h"
 #include "publish/commands/command_line.h"
 #include "publish/commands/commands.h"
 #include "publish/common/progress_line.h"
@@ -26,11 +26,11 @@ namespace {
 using nlohmann::json;
 
 struct VerifyArguments {
-  std::string where;     // or
-  std::string settings;  // a player's file
-  std::string listName;  // empty: the one of the settings, or the default
-  std::string user;      // empty: the one of the settings, or none
-  std::string passwordFile;
+  std::string where;               // or
+  std::filesystem::path settings;  // a player's file
+  std::string listName;            // empty: the one of the settings, or the default
+  std::string user;                // empty: the one of the settings, or none
+  std::filesystem::path passwordFile;
   unsigned connections = 8;
   bool isQuiet = false;
   bool asJson = false;
@@ -49,7 +49,7 @@ struct OriginReport {
 bool IsUrl(const std::string& where) { return where.find("://") != std::string::npos; }
 
 std::string CheckWhere(const std::string& where) {
-  if (!IsUrl(where)) return CLI::ExistingDirectory(where);
+  if (!IsUrl(where)) return ExistingFolder()(where);
   try {
     static_cast<void>(ServerOf(where));
     return "";
@@ -62,10 +62,9 @@ void AddOptions(CLI::App& verify, VerifyArguments& arguments) {
   CLI::Option_group* place = verify.add_option_group("What is verified");
   place->add_option("WHERE", arguments.where, "http://host:port/path of a publication, or a folder")
       ->check(CheckWhere);
-  place
-      ->add_option("--settings", arguments.settings,
-                   "A player's settings file: verifies all of its servers")
-      ->check(CLI::ExistingFile);
+  AddPath(*place, "--settings", arguments.settings,
+          "A player's settings file: verifies all of its servers")
+      ->check(ExistingFile());
   place->require_option(1);
   verify.add_option(
       "--list", arguments.listName,
@@ -73,10 +72,9 @@ void AddOptions(CLI::App& verify, VerifyArguments& arguments) {
   verify.add_option("--user", arguments.user,
                     "User for servers that want one; its password is in --password-file or in the "
                     "environment's VELMORA_PASSWORD");
-  verify
-      .add_option("--password-file", arguments.passwordFile,
-                  "A file whose first line is the password")
-      ->check(CLI::ExistingFile)
+  AddPath(verify, "--password-file", arguments.passwordFile,
+          "A file whose first line is the password")
+      ->check(ExistingFile())
       ->needs("--user");
   verify.add_option("--connections", arguments.connections, "Number of connections at a time")
       ->check(CLI::Range(1, 64))
@@ -197,9 +195,8 @@ void Verifier::Verify(const Origin& origin, OriginReport& report) {
 }
 
 void Verifier::VerifyFolder(const std::string& listName) {
-  const std::filesystem::path redirection =
-      std::filesystem::path(arguments_.where) / kRedirectionName;
-  const Origin origin = FolderOrigin(arguments_.where, listName);
+  const std::filesystem::path redirection = PathOf(arguments_.where) / kRedirectionName;
+  const Origin origin = FolderOrigin(PathOf(arguments_.where), listName);
   OriginReport report;
   report.name = origin.name;
   if (std::filesystem::is_regular_file(redirection)) {

@@ -125,9 +125,13 @@ std::optional<CodePageName> InCodePage(std::string_view name) {
 }
 
 std::string ListedName(const std::string& name, NameEncoding encoding) {
-  if (encoding == NameEncoding::kBytes) return name;
+  if (encoding == NameEncoding::kBytes && !platform::AreNamesUnicode()) return name;
   const std::optional<CodePageName> converted = InCodePage(name);
   return converted && converted->missing.empty() ? converted->text : name;
+}
+
+std::string ShownPath(const std::filesystem::path& path) {
+  return ShownPath(std::string_view(TextOf(path)));
 }
 
 std::string ShownPath(std::string_view path) {

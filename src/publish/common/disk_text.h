@@ -1,10 +1,14 @@
-// Names and paths as this machine's disks hold them, bytes that are mostly UTF-8 (RFC 3629), and as
-// lists hold them, in code page 932. Pure; safe from any thread.
+// Names and paths as this machine's disks hold them, Unicode on Windows and elsewhere bytes that
+// are mostly UTF-8 (RFC 3629), and as lists hold them, in code page 932. Pure; safe from any
+// thread.
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "platform/disk.h"
 
 namespace velmora::publish {
 
@@ -14,7 +18,10 @@ namespace velmora::publish {
 
 [[nodiscard]] bool IsUtf8(std::string_view text);
 
-// What the bytes of names on a disk are.
+using platform::PathOf;
+using platform::TextOf;
+
+// What the bytes of names on a disk are. Where names are Unicode, they are always kUtf8.
 enum class NameEncoding {
   kGuess,  // UTF-8, if they can be read so and have a form in code page 932; otherwise kBytes
   kUtf8,
@@ -39,5 +46,9 @@ struct CodePageName {
 // `path` in UTF-8, on one line, for the publisher's terminal and for JSON. An element that isn't
 // UTF-8 is read as code page 932. Control characters, and bytes that are neither, become '?'.
 [[nodiscard]] std::string ShownPath(std::string_view path);
+[[nodiscard]] std::string ShownPath(const std::filesystem::path& path);
+[[nodiscard]] inline std::string ShownPath(const std::string& path) {
+  return ShownPath(std::string_view(path));
+}
 
 }  // namespace velmora::publish

@@ -75,14 +75,14 @@ std::string ReadWholeFile(const fs::path& path) {
   if (!fs::is_directory(path)) bytes.assign(std::istreambuf_iterator<char>(stream), {});
   if (!stream.is_open() || stream.bad() || fs::is_directory(path)) {
     throw PublishError(
-        ShownPath(path.native()) + ": can't be read: " +
+        ShownPath(path) + ": can't be read: " +
         std::error_code(errno == 0 ? EISDIR : errno, std::generic_category()).message());
   }
   return bytes;
 }
 
 fs::path ListFile(const fs::path& listOrFolder, const std::string& listName) {
-  return fs::is_directory(listOrFolder) ? listOrFolder / listName : listOrFolder;
+  return fs::is_directory(listOrFolder) ? listOrFolder / PathOf(listName) : listOrFolder;
 }
 
 }  // namespace velmora::publish

@@ -16,7 +16,7 @@ SizedReader::SizedReader(std::filesystem::path path, std::uint64_t size)
   stream_.open(path_, std::ios::binary);
   if (!stream_) {
     const std::error_code reason(errno == 0 ? EIO : errno, std::generic_category());
-    throw PublishError(ShownPath(path_.native()) + ": can't be read: " + reason.message());
+    throw PublishError(ShownPath(path_) + ": can't be read: " + platform::ErrorText(reason));
   }
 }
 
@@ -27,7 +27,7 @@ std::size_t SizedReader::Read(std::uint8_t* buffer, std::size_t count) {
   const bool isWhole = stream_.good() && static_cast<std::size_t>(stream_.gcount()) == wanted;
   const bool endsThere = left_ > 0 || stream_.peek() == std::ifstream::traits_type::eof();
   if (!isWhole || !endsThere || stream_.bad()) {
-    throw PublishError(ShownPath(path_.native()) + ": can't be read, or changed while it was read");
+    throw PublishError(ShownPath(path_) + ": can't be read, or changed while it was read");
   }
   return wanted;
 }

@@ -51,23 +51,32 @@ std::string TreePath(const fs::path& file, const fs::path& root, NameEncoding en
   std::string path;
   for (const fs::path& element : file.lexically_relative(root)) {
     if (!path.empty()) path += '\\';
-    path += ListedName(element.native(), encoding);
+    path += ListedName(TextOf(element), encoding);
   }
   return path;
 }
 
+void AddFilesOf(const fs::path& folder, const LintOptions& options, std::vector<TreeFile>& files) {
+  std::error_code error;
+  std::error_code ignored;
+  for (const platform::FolderEntry& entry : platform::ListFolder(folder, error)) {
+    if (entry.kind == fs::file_type::directory) {
+      AddFilesOf(entry.path, options, files);
+    } else if (!fs::is_directory(entry.path, ignored)) {
+      files.push_back({entry.path, TreePath(entry.path, *options.tree, options.treeNames)});
+    }
+  }
+  if (error) {
+    throw PublishError(ShownPath(folder) + ": can't be read: " + platform::ErrorText(error));
+  }
+}
+
 // No files if there is no tree.
-std::vector<TreeFile> TreeOf(const LintOptions& options) try {
+std::vector<TreeFile> TreeOf(const LintOptions& options) {
   std::vector<TreeFile> files;
   if (!options.tree) return files;
-  for (const auto& entry : fs::recursive_directory_iterator(*options.tree)) {
-    if (entry.is_directory()) continue;
-    files.push_back({entry.path(), TreePath(entry.path(), *options.tree, options.treeNames)});
-  }
+  AddFilesOf(*options.tree, options, files);
   return files;
-} catch (const fs::filesystem_error& error) {
-  throw PublishError(ShownPath(options.tree->native()) +
-                     ": can't be read: " + error.code().message());
 }
 
 // The path by which requests are as long as they can get.

@@ -145,7 +145,7 @@ ResponseHead HeadOf(const fs::path& path, const std::ifstream& stream, int error
   } else if (kind == fs::file_type::not_found) {
     head.status = 404;
   } else {
-    std::string reason = failure.message();
+    std::string reason = platform::ErrorText(failure);
     if (!failure && kind != fs::file_type::regular) reason = "it is no file";
     if (!failure && kind == fs::file_type::regular) reason = std::generic_category().message(error);
     head.status = 403;
@@ -193,19 +193,20 @@ Origin ServerOrigin(const Server& server, const std::string& listName) {
 }
 
 Origin FolderOrigin(const fs::path& folder, const std::string& listName) {
-  const std::string root = folder.native() + "/";
-  return {.name = ShownPath(folder.native()),
+  const std::string root = TextOf(folder) + "/";
+  return {.name = ShownPath(folder),
           .listName = listName,
           .listPath = root + listName,
           .pathOf = [root](const FileRecord& record) -> std::optional<std::string> {
             if (!RequestPath("", record)) return std::nullopt;
             const auto mark = record.compressed ? kCompressedMark : std::string_view();
-            return root + ServedPath(record.path) + std::string(mark);
+            return root +
+                   TextOf(platform::PathOfListText(ServedPath(record.path) + std::string(mark)));
           },
           .open = []() -> Fetch {
             return [buffer = std::make_shared<std::vector<std::uint8_t>>(kBufferSize)](
                        const std::string& path, Sink& sink) {
-              return DeliverFile(path, *buffer, sink);
+              return DeliverFile(PathOf(path), *buffer, sink);
             };
           }};
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "publish/common/disk_text.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/redirection.h"
 #include "settings/mirror_selection.h"
@@ -10,8 +11,8 @@
 
 namespace velmora::publish {
 
-PlayerServers ReadPlayerServers(const std::string& settingsPath) {
-  Settings.SettingsPath = settingsPath;
+PlayerServers ReadPlayerServers(const std::filesystem::path& settings) {
+  Settings.SettingsPath = platform::ByteNameOf(settings);
   ReadSettings();
   ReadMirrors();
   std::vector<BaseUrlEntry> places(Mirrors.entries.begin(),
@@ -19,7 +20,7 @@ PlayerServers ReadPlayerServers(const std::string& settingsPath) {
   if (places.empty() && !Settings.ServerHost.empty()) {
     places.push_back({Settings.ServerHost, Settings.ServerPort, Settings.DataPath});
   }
-  if (places.empty()) throw PublishError(settingsPath + ": leads to no server");
+  if (places.empty()) throw PublishError(ShownPath(settings) + ": leads to no server");
 
   PlayerServers result;
   result.listName = Settings.DataFile;

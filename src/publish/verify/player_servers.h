@@ -1,6 +1,7 @@
 // The servers to which a settings file leads players.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,7 @@ struct PlayerServers {
 // All mirrors of the file, of which each player gets one, or its single server if it has no
 // mirrors. Throws PublishError if there is none. For the main thread, since this fills the
 // patcher's settings.
-[[nodiscard]] PlayerServers ReadPlayerServers(const std::string& settingsPath);
+[[nodiscard]] PlayerServers ReadPlayerServers(const std::filesystem::path& settings);
 
 // The server of a URL, in the form that BaseURL1 takes. Throws PublishError for any other text,
 // and for credentials in it.

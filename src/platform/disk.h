@@ -1,0 +1,53 @@
+// The names of files, folders and errors, as far as std::filesystem treats them differently on each
+// system. Safe from any thread.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace velmora::platform {
+
+// Whether disks hold names as Unicode, as on Windows. Elsewhere they hold bytes of any encoding.
+[[nodiscard]] bool AreNamesUnicode();
+
+// The text of a path as the command line and files of the tool hold it, and back: where disks hold
+// bytes, these, and on Windows UTF-8. (A path that is made of a std::string on Windows by itself is
+// right for ASCII only.) UTF-16 that is no text, which Windows allows in names, becomes U+FFFD.
+[[nodiscard]] std::string TextOf(const std::filesystem::path& path);
+[[nodiscard]] std::filesystem::path PathOf(std::string_view text);
+
+// The path of which `text`, in code page 932 and with slashes, is the name: where names are
+// Unicode, these characters, otherwise these bytes. Characters that the system can't hold become
+// others: ListTextOf then returns another text.
+[[nodiscard]] std::filesystem::path PathOfListText(std::string_view text);
+
+// The text in code page 932, with slashes, of which PathOfListText makes `path`. If there is none,
+// any other text.
+[[nodiscard]] std::string ListTextOf(const std::filesystem::path& path);
+
+// The same text for all paths that differ only in what this system's disks make no difference
+// between: on Windows, upper and lower case.
+[[nodiscard]] std::string NameKey(const std::filesystem::path& path);
+
+// The name by which the patcher's operations, whose paths are byte strings, reach an existing file.
+// On Windows its short name if its own has characters outside the system's code page; empty if it
+// has none.
+[[nodiscard]] std::string ByteNameOf(const std::filesystem::path& path);
+
+struct FolderEntry {
+  std::filesystem::path path;
+  // regular, directory, symlink (on Windows also for a junction) or unknown.
+  std::filesystem::file_type kind = std::filesystem::file_type::unknown;
+};
+
+// What is in a folder, in any order, without "." and "..". With an error the result is incomplete.
+[[nodiscard]] std::vector<FolderEntry> ListFolder(const std::filesystem::path& folder,
+                                                  std::error_code& error);
+
+// What std::error_code::message says, in UTF-8, on one line.
+[[nodiscard]] std::string ErrorText(const std::error_code& error);
+
+}  // namespace velmora::platform

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "platform/disk.h"
 #include "platform/file_lock.h"
 #include "platform/files.h"
 #include "platform/ini.h"
@@ -259,6 +260,58 @@ TEST_F(FilesContract, ALockHasOneHolderAndLeavesNoFile) {
   Write("lock", "left by a killed process");
   EXPECT_EQ(FileLock("lock").outcome(), Outcome::kHeld);
   EXPECT_EQ(FileLock("missing/lock").outcome(), Outcome::kFailed);
+}
+
+// --- disk.h
+
+TEST(DiskContract, NamesReturnFromTheDiskAsTheyWere) {
+  const test::TemporaryFolder folder;
+  const std::string utf8 = "a\xE8\xA1\xA8/\xC3\xBC \xF0\x9F\x98\x80";
+  EXPECT_EQ(TextOf(PathOf(utf8)), utf8);
+  const std::string listed = "\x93\xFA\x96{/\xC3\xBD \x83J.txt";
+  const fs::path path = PathOfListText(listed);
+  fs::create_directory(path.parent_path());
+  test::WriteFile(path, "here");
+  std::error_code error;
+  const auto entries = ListFolder(path.parent_path(), error);
+  ASSERT_EQ(entries.size(), 1U) << ErrorText(error);
+  EXPECT_EQ(ListTextOf(entries[0].path), listed);
+  EXPECT_EQ(test::ReadFile(entries[0].path), "here");
+  // Half a character, as the byte 5C leaves it behind when it becomes a slash.
+  EXPECT_NE(ListTextOf(PathOfListText("\x95/.txt")) == "\x95/.txt", AreNamesUnicode());
+  EXPECT_EQ(NameKey("Data/A") == NameKey("data/a"), AreNamesUnicode());
+  EXPECT_NE(NameKey("a"), NameKey("b"));
+}
+
+TEST(DiskContract, LongPathsAreListedToTheirEnd) {
+  const test::TemporaryFolder folder;
+  fs::path path = fs::absolute("deep");
+  for (int depth = 0; depth < 10; ++depth) {
+    fs::create_directory(path);
+    test::WriteFile(path / "file", "");
+    path /= std::string(50, 'd');
+  }
+  std::size_t folders = 0;
+  std::error_code error;
+  for (fs::path at = "deep"; !at.empty(); ++folders) {
+    const auto entries = ListFolder(fs::absolute(at), error);
+    EXPECT_FALSE(error) << ErrorText(error);
+    fs::path next;
+    for (const FolderEntry& entry : entries) {
+      const bool isFolder = entry.kind == fs::file_type::directory;
+      EXPECT_TRUE(isFolder || entry.kind == fs::file_type::regular);
+      if (isFolder) next = entry.path;
+    }
+    EXPECT_EQ(entries.size(), next.empty() ? 1U : 2U);
+    at = next;
+  }
+  EXPECT_EQ(folders, 10U);
+  for (const char* const missing : {"missing", "deep/file"}) {
+    error.clear();
+    EXPECT_TRUE(ListFolder(missing, error).empty());
+    EXPECT_TRUE(error);
+    EXPECT_EQ(ErrorText(error).find('\n'), std::string::npos);
+  }
 }
 
 // --- ini.h

@@ -44,7 +44,7 @@ void RequireRoom(const fs::path& output, const std::string& listName,
   Complaints complaints;
   for (const fs::path& file : inTheWay) {
     if (own.contains(platform::ListTextOf(file))) continue;
-    complaints.Add(ShownPath((output / file)),
+    complaints.Add(ShownPath(output / file),
                    "is where a new file, or its folder, belongs, and no build has put it there",
                    "move it away, or build into another folder");
   }

@@ -115,8 +115,8 @@ TEST(DiffCommand, TellsWhatIsHashedAtEachStartAndRefusesWhatIsNoList) {
 }
 
 // Everything here, with the times of its last change.
-std::map<std::string, fs::file_time_type> Snapshot() {
-  std::map<std::string, fs::file_time_type> all;
+std::map<fs::path, fs::file_time_type> Snapshot() {
+  std::map<fs::path, fs::file_time_type> all;
   for (const auto& entry : fs::recursive_directory_iterator(".")) {
     all[entry.path()] = entry.last_write_time();
   }

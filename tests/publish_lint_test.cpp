@@ -146,9 +146,10 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
 TEST(Lint, TreeIsComparedWithTheList) {
   const test::TemporaryFolder folder;
   for (const std::string name : {"a", "d/x.tmp", "d/Y.TMP", "e/listed.tmp", "e/f/g", "h/gone",
-                                 "gone.tmp", "\xE3\x82\xBD.tmp", "\x83\x5C\x61.tmp"}) {
-    test::WriteFile("tree/" + name, name);
+                                 "gone.tmp", "\xE3\x82\xBD.tmp"}) {
+    test::WriteFile(PathOf("tree/" + name), name);
   }
+  test::WriteFile(platform::PathOfListText("tree/\x83\x5C\x61.tmp"), "");
   // Files that a removal names are no surprise, whatever else takes them.
   const std::string text =
       "DEL : *.tmp, R\nDEL : e\\f\nDEL : gone\nDEL : h\\Gone\nDEL : h\n"

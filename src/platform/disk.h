@@ -14,8 +14,9 @@ namespace velmora::platform {
 [[nodiscard]] bool AreNamesUnicode();
 
 // The text of a path as the command line and files of the tool hold it, and back: where disks hold
-// bytes, these, and on Windows UTF-8. (A path that is made of a std::string on Windows by itself is
-// right for ASCII only.) UTF-16 that is no text, which Windows allows in names, becomes U+FFFD.
+// bytes, these, and on Windows UTF-8, with slashes. (A path that is made of a std::string on
+// Windows by itself is right for ASCII only.) UTF-16 that is no text, which Windows allows in
+// names, becomes U+FFFD.
 [[nodiscard]] std::string TextOf(const std::filesystem::path& path);
 [[nodiscard]] std::filesystem::path PathOf(std::string_view text);
 

@@ -30,7 +30,7 @@ std::error_code LastError() { return {static_cast<int>(GetLastError()), std::sys
 
 bool AreNamesUnicode() { return true; }
 
-std::string TextOf(const fs::path& path) { return FromUtf16(path.native(), CP_UTF8); }
+std::string TextOf(const fs::path& path) { return FromUtf16(path.generic_wstring(), CP_UTF8); }
 
 fs::path PathOf(std::string_view text) { return ToUtf16(text, CP_UTF8); }
 

@@ -54,9 +54,7 @@ IgnoreRules RulesOf(const BuildOptions& options) {
   // Rules that are in the tree under another name aren't published either.
   const fs::path inTree =
       fs::weakly_canonical(file).lexically_relative(fs::weakly_canonical(options.tree));
-  std::string rule;
-  for (const fs::path& element : inTree) rule += (rule.empty() ? "" : "/") + TextOf(element);
-  rules.Add(rule);
+  rules.Add(TextOf(inTree));
   return rules;
 }
 

@@ -24,8 +24,7 @@ LintOptions LintOptionsOf(const BuildOptions& options) {
 
 Acceptance AcceptanceOf(const BuildOptions& options) {
   const auto file = AcceptedFile(options.tree);
-  Acceptance acceptance =
-      file ? Acceptance(ReadWholeFile(*file), ShownPath(*file)) : Acceptance();
+  Acceptance acceptance = file ? Acceptance(ReadWholeFile(*file), ShownPath(*file)) : Acceptance();
   for (const Rule rule : options.accepted) acceptance.Add(rule);
   return acceptance;
 }

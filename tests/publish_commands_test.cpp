@@ -64,6 +64,9 @@ TEST_F(Commands, WhatMakesNoSenseIsNamed) {
       {"build --compress maybe tree out", "--compress: \"maybe\" is none of always, never, pays"},
       {"build --compress 0 tree out", "--compress: \"0\" is none of always, never, pays"},
       {"build --hash SHA tree out", "--hash: \"SHA\" is none of sha1, md5"},
+      {"build tree out --remove-from ''", "--remove-from: is empty; is a variable not set?"},
+      {"build tree ''", "OUT: is empty"},
+      {"rollback --from tree tree --into ''", "--into: is empty"},
       {"build --plain a.b tree out", "--plain: \"a.b\" is not an extension"},
   };
   for (const auto& [arguments, expected] : cases) {

@@ -129,6 +129,24 @@ TEST_F(PublishFolders, ReusedPublicationIsTheEarlierOne) {
   EXPECT_NE(Refusal(options_).find("lacks 1 of 3 files"), std::string::npos);
 }
 
+// Two lists may share a folder as long as neither changes what the other one names.
+TEST_F(PublishFolders, ListsOfOneFolderLeaveEachOthersPayloadsAlone) {
+  WriteFile("tree/same", "same");
+  WriteFile("tree/sub/b", "old");
+  Build("out");
+  options_.listName = "beta.dat";
+  WriteFile("tree/new", "new");
+  Build("out");
+  WriteFile("tree/sub/b", "new");
+  const Files before = FilesIn("out");
+  const std::string refusal = Refusal(options_);
+  EXPECT_NE(refusal.find("out/sub/b: another list needs it as it is: hashlist.dat"),
+            std::string::npos)
+      << refusal;
+  EXPECT_THROW(static_cast<void>(PreviewPublication(options_)), PublishError);
+  EXPECT_EQ(FilesIn("out"), before);
+}
+
 TEST_F(PublishFolders, RedirectionIsMadeCarriedAlongAndChecked) {
   const std::string url = "http://cdn.example.com/game";
   WriteFile("tree/a", "x");

@@ -117,8 +117,11 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
       {{{1, kRemovalTooLong}}, {"DEL : " + std::string(256, 'd') + "\n" + File("a")}},
       {{{1, kMarkInRemoval}}, {"DEL : x.compressed\n" + File("a")}},
       {{{2, kRemovalInOtherMode}}, {"DEL : x\nDEL : x, R\n" + File("a")}},
-      {{{1, kSlashInPattern}},
-       {"DEL : d/*.old, R\n" + File("a"), "DEL : *.old;d/x, R\n" + File("a")}},
+      {{{1, kPatternWithoutMatch}},
+       {"DEL : d/*.old, R\n" + File("a"), "DEL : *.old;d/x, R\n" + File("a"),
+        "DEL : .\\*.old, R\n" + File("a"), "DEL : \\*.old;x, R\n" + File("a"),
+        "DEL : d\\\\*.old, R\n" + File("a"), "DEL : d\\..\\*.old, R\n" + File("a"),
+        "DEL : d*\\, R\n" + File("a"), "DEL : C:\\*.old, R\n" + File("a")}},
       {{{1, kSettingsWithoutRestart}}, {File("velmoraupdate.dat")}},
       {{{1, kProgramWithoutRestart}}, {File("Velmoraupdate.exe")}},
       {{{1, kPatcherNotFirst}}, {File("VelmoraUpdate.exe") + File("a")}},
@@ -126,6 +129,7 @@ TEST(Lint, EveryRuleFindsItsLineAndNothingElse) {
       {{{1, kPatcherFile}}, {File("Session.log")}},
       {{{1, kRedirection}}, {File("Enable.cdn")}},
   };
+  EXPECT_FALSE(NeverMatches("d..\\.x*;*\\?.old; y;*.*"));
   std::set<Rule> seen = {kRemovesUnlisted};  // needs a tree
   for (const auto& [expected, lists] : cases) {
     bool isReadWhole = true;

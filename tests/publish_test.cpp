@@ -240,7 +240,11 @@ TEST_F(Publication, KeepsUnchangedPayloads) {
             {"noise", "VelmoraUpdate.dat"}},
            {[](BuildOptions& o) { o.payload.paysFrom = 6; }, {}},
            {[](BuildOptions& o) { o.payload.effort = 11; }, {}},
-           {[](BuildOptions& o) { o.listName = "other.dat"; }, {"hashlist.dat"}},
+           {[](BuildOptions& o) {
+              fs::remove("out/hashlist.dat");
+              o.listName = "other.dat";
+            },
+            {}},
            // The settings next to it belong to another list.
            {[](BuildOptions&) { WriteFile("out/hashlist.dat", "FILE"); }, {}},
            {[](BuildOptions&) { fs::remove("out/.velmora-publish"); }, {}}}) {
@@ -276,11 +280,30 @@ TEST_F(Publication, KeepsUnchangedPayloads) {
 
 TEST_F(Publication, AllComplaintsAreToldAtOnce) {
   // Also of folders, and of what is in them; but not of folders in which nothing is published.
-  WriteTree({"\tx",     " y",          "\x95/x",           ".publishing/0", ".publishignore",
-             "Data/f",  "Data/g/h",    "Data/g/H",         "\x95\x5C",      "a,b/x%y",
-             "a,b/x_y", "a_b",         "c/a\\b",           "c/con.txt",     "c/d.compressed. ",
-             "data",    "enable.cdn",  "e/.../f",          "f\n",           "list",
-             "log/x,y", "session.log", "velmoraupdate.dat"});
+  WriteTree({"\tx",
+             " y",
+             "\x95/x",
+             ".publishing/0",
+             ".publishignore",
+             "Data/f",
+             "Data/g/h",
+             "Data/g/H",
+             "\x95\x5C",
+             "a,b/x%y",
+             "a,b/x_y",
+             "a_b",
+             "c/a\\b",
+             "c/con.txt",
+             "c/d.compressed. ",
+             "data",
+             "enable.cdn",
+             "e/.../f",
+             "f\n",
+             "list",
+             "log/x,y",
+             "session.log",
+             "velmoraupdate.dat",
+             "VelmoraUpdate.exe/in"});
   WriteFile("tree/.publishignore", "log/x,y\n");
   WriteFile("tree/large", "");
   fs::resize_file("tree/large", 0x80000000);
@@ -301,6 +324,7 @@ TEST_F(Publication, AllComplaintsAreToldAtOnce) {
       {"tree/?: ends in half a character", "to \"_\""},
       {"tree/?x: holds a control character and begins with white space", "to \"_x\""},
       {"tree/Data/g/h: differs only in case from tree/Data/g/H,", "rename one of the two"},
+      {"tree/VelmoraUpdate.exe/in: is a file that patchers write", "leave it out with --ignore"},
       {"tree/a,b: holds a comma", "to \"_a_b\""},
       {"tree/a,b/x%y: holds a percent or number sign", "to \"_x_y\""},
       {"tree/c/a\\b: holds a backslash", "to \"a_b\""},
@@ -444,7 +468,7 @@ TEST_F(Publication, RemovesWhatIsGone) {
   options_.removeFrom = "old.dat";
   // The last two are similar to a file that stays.
   options_.removals = {Removal("d/m"), Removal("Z.dat"), Removal("*.TMP", "R"), Removal("dat"),
-                       Removal("d/*.da", "R")};
+                       Removal("./d//*.da;/x*\\y", "R")};
   BuildPublication(options_);
   // The next time from the publication itself: what has gone stays gone.
   options_.removeFrom = "out";
@@ -454,7 +478,7 @@ TEST_F(Publication, RemovesWhatIsGone) {
   const std::string list = ReadFile("out/hashlist.dat");
   EXPECT_EQ(list.substr(0, list.find("FILE")),
             "DEL : *.TMP, R\nDEL : A.dat\nDEL : Back.dat\\\nDEL : Z.dat\nDEL : back.dat\nDEL : "
-            "d\\*.da, R\nDEL : d\\m\n"
+            "d\\*.da;x*\\y, R\nDEL : d\\m\n"
             "DEL : dat\nDEL : data, R\nDEL : data\\old.dat\nDEL : gone\\before.dat\nDEL : "
             "\x83\x41.dat\n");
 }
@@ -596,6 +620,9 @@ TEST_F(Publication, RefusesOptionsBeforeAnyWork) {
     refused.emplace_back(options_).listName = name;
   }
   refused.emplace_back(options_).clientExe = "Game, or not.exe";
+  refused.emplace_back(options_).clientExe = "Game.exe ";
+  fs::create_symlink("nowhere", "leads");
+  refused.emplace_back(options_).output = "leads";
   for (const char* output : {"tree/out", "tree", "."}) {
     refused.emplace_back(options_).output = output;
   }
@@ -605,7 +632,8 @@ TEST_F(Publication, RefusesOptionsBeforeAnyWork) {
         ".\\data\\.\\sub. \\", ".", "..\\out", "velmoraupdate.dat"}) {
     refused.emplace_back(options_).removals = {Removal(path)};
   }
-  for (const char* pattern : {"*.exe", "*.*", "DATA\\*", "x; *.dat", "*a?dat"}) {
+  for (const char* pattern :
+       {"*.exe", "*.*", "DATA\\*", "x; *.dat", "*a?dat", "old\\", "..\\*.old", "C:\\game\\*.old"}) {
     refused.emplace_back(options_).removals = {Removal(pattern, "R")};
   }
   // Earlier lists: what they remove, what became of their files, and what is no list.
@@ -667,6 +695,7 @@ TEST_F(Publication, FailureLeavesTheOldPublication) {
   options_.listName = "new.dat";
   failsWithoutATrace();
   fs::remove_all("out/new.dat");
+  options_.listName = "hashlist.dat";
   WriteFile("out/d", "mine");
   WriteTree({"d/e/f"});
   failsWithoutATrace();

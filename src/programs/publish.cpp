@@ -43,7 +43,8 @@ int StatusOfOutput(int status) {
   if (end.isWritten) return status;
   if (!end.isReaderGone) {
     const std::string reason = end.reason.empty() ? "" : ": " + end.reason;
-    std::fprintf(stderr, "velmora-publish: the output can't be written%s\n", reason.c_str());
+    std::fprintf(stderr, "velmora-publish: the output can't be written%s%s\n", reason.c_str(),
+                 status == kDone ? "; the command itself succeeded" : "");
   }
   return status == kBadCommand ? status : kFailed;
 }

@@ -5,6 +5,7 @@
 
 #include "publish/build/complaints.h"
 #include "publish/build/new_file.h"
+#include "publish/build/other_lists.h"
 #include "publish/build/publication_record.h"
 #include "publish/build/published_payload.h"
 #include "publish/common/disk_text.h"
@@ -71,6 +72,7 @@ void NewPublication::Publish(const std::vector<FileRecord>& records, const std::
   AddText(record.Text(), kPublicationRecord);
   AddText(list, PathOf(listName_));
   RequireRoom(output_, listName_, placements_);
+  RequireOthersUnharmed(output_, listName_, records);
   staging_.Publish(placements_);
 }
 

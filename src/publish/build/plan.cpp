@@ -17,6 +17,7 @@
 #include "publish/common/list_path.h"
 #include "publish/common/publish_error.h"
 #include "publish/common/redirection.h"
+#include "publish/common/removal_index.h"
 #include "publish/common/shown_text.h"
 
 namespace velmora::publish {
@@ -152,13 +153,45 @@ std::string TypedName(const std::string& typed, NameEncoding encoding, Complaint
     complaints.Add(ShownPath(typed), name.fault,
                    "perhaps \"" + ShownText(name.text) + "\" is meant");
   }
+  if (name.text.starts_with(' ') || name.text.ends_with(' ')) {
+    complaints.Add(ShownPath(typed), "begins or ends with a space, which no file's name does",
+                   "leave the space out");
+  }
+  if (name.text.find(',') != std::string::npos) {
+    complaints.Add(ShownPath(typed), "holds a comma, which ends what a patcher reads",
+                   "rename the file; --remove-pattern can have ? in the place of the comma");
+  }
   return name.text;
+}
+
+// The path as patchers come upon it, without what other tools take as a mark of the root.
+std::string PlainPattern(const std::string& pattern) {
+  const std::size_t end = pattern.find(';');
+  const std::string rest =
+      end == std::string::npos ? "" : ";" + PlainPattern(pattern.substr(end + 1));
+  const std::string first = pattern.substr(0, end);
+  std::string plain;
+  for (const std::string_view element : PathElements(first)) {
+    if (element.empty() || element == ".") continue;
+    plain += (plain.empty() ? "" : "\\") + std::string(element);
+  }
+  return plain + rest;
 }
 
 std::vector<FileRecord> RequestedRemovals(const BuildOptions& options, Complaints& complaints) {
   std::vector<FileRecord> removals = options.removals;
   for (FileRecord& removal : removals) {
     removal.path = WithBackslashes(TypedName(removal.path, options.names, complaints));
+    if (!IsPatternRemoval(removal)) continue;
+    const std::string plain = PlainPattern(removal.path);
+    if (NamesFolder(removal.path)) {
+      complaints.Add(ShownText(removal.path), "a pattern takes files, and none has this name",
+                     "add * for all files in the folder, or let --remove take the folder");
+    } else if (NeverMatches(plain)) {
+      complaints.Add(ShownText(removal.path), "a pattern that never matches",
+                     "name it relative to the game's folder");
+    }
+    removal.path = plain;
   }
   return removals;
 }

@@ -1,16 +1,14 @@
 #include "publish/build/prune.h"
 
 #include <algorithm>
-#include <array>
-#include <fstream>
 #include <memory>
 #include <set>
 #include <system_error>
 #include <utility>
 
-#include "engine/reference_list.h"
 #include "publish/build/finished_publication.h"
 #include "publish/build/new_file.h"
+#include "publish/build/other_lists.h"
 #include "publish/build/publication_record.h"
 #include "publish/build/published_payload.h"
 #include "publish/build/staging.h"
@@ -23,15 +21,6 @@ namespace velmora::publish {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Whether the file begins as a list does.
-bool LooksLikeAList(const fs::path& file) {
-  std::array<char, 4 * kMaxListLine> bytes{};
-  std::ifstream stream(file, std::ios::binary);
-  stream.read(bytes.data(), bytes.size());
-  const PublishedList list({bytes.data(), static_cast<std::size_t>(stream.gcount())});
-  return list.files.Count() + list.removals.Count() > 0;
-}
 
 std::string KeyOf(const std::string& payload) {
   return platform::NameKey(platform::PathOfListText(payload));
@@ -49,7 +38,6 @@ class Pruner {
 
  private:
   void Keep(const PublishedList& list, const fs::path& file);
-  void KeepListsInFolder();
   void Spare(const fs::path& path);
   [[nodiscard]] bool IsSpared(const fs::path& path) const;
   void LookInto(const fs::path& folder, PruneSummary& summary);
@@ -76,7 +64,7 @@ PruneSummary Pruner::Find() {
     }
     Keep(*list, file);
   }
-  KeepListsInFolder();
+  for (const auto& [file, list] : OtherLists(options_.output, options_.listName)) Keep(*list, file);
   for (const fs::path& path : options_.spare) Spare(path);
 
   PruneSummary summary;
@@ -106,17 +94,6 @@ void Pruner::Keep(const PublishedList& list, const fs::path& file) {
   }
   for (const FileRecord& record : list.files) {
     named_.insert(platform::NameKey(PayloadPlace(record)));
-  }
-}
-
-// Several publications may share the payloads of one folder, each with a list of its own name.
-void Pruner::KeepListsInFolder() {
-  std::error_code ignored;
-  for (const auto& [path, kind] : platform::ListFolder(options_.output, ignored)) {
-    const bool isPayload = recorded_.contains(platform::NameKey(path.filename()));
-    if (isPayload || !fs::is_regular_file(path) || !LooksLikeAList(path)) continue;
-    const PublishedList list(ReadWholeFile(path));
-    if (list.files.Count() > 0) Keep(list, path);
   }
 }
 

@@ -10,6 +10,7 @@
 #include "publish/build/list_text.h"
 #include "publish/build/new_file.h"
 #include "publish/build/new_publication.h"
+#include "publish/build/other_lists.h"
 #include "publish/build/plan.h"
 #include "publish/build/publication_record.h"
 #include "publish/build/published_payload.h"
@@ -191,6 +192,7 @@ Preview PreviewPublication(const BuildOptions& options) {
   RequireFinished(options.output);
   Prepared prepared = Prepare(options, {nullptr, false});
   RequireRoom(options.output, options.listName, PlacementsOf(options, prepared));
+  RequireOthersUnharmed(options.output, options.listName, prepared.records);
   return PreviewOf(std::move(prepared));
 }
 

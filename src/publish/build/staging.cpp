@@ -21,6 +21,10 @@ using Outcome = platform::FileLock::Outcome;
 
 Staging::Staging(const fs::path& output)
     : folder_(output / kFolder), replacement_(folder_, output), isOutputNew_(!fs::exists(output)) {
+  if (isOutputNew_ && fs::is_symlink(fs::symlink_status(output))) {
+    throw PublishError(ShownPath(output) +
+                       ": a link that leads nowhere; make the folder that it names, or remove it");
+  }
   if (fs::is_symlink(fs::symlink_status(folder_))) FailToWrite(folder_, "it is a link");
   // The holder before may remove the folder between its creation and that of the lock.
   for (int attempt = 0; attempt < 3 && !lock_; ++attempt) {

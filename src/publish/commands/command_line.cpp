@@ -98,6 +98,21 @@ std::string WhatIsWrong(const CLI::App& app, const CLI::ParseError& error) {
   return left.empty() ? error.what() : Quoted(left.front()) + " is one argument too many";
 }
 
+// A variable that isn't set must not become an option that means nothing.
+void RefuseEmptyValues(CLI::App& app) {
+  for (CLI::Option* const option : app.get_options()) {
+    if (option->get_items_expected_max() == 0) continue;
+    option->check(
+        [](const std::string& value) {
+          return value.empty() ? "is empty; is a variable not set?" : std::string();
+        },
+        "");
+  }
+  for (CLI::App* const inner : app.get_subcommands([](CLI::App*) { return true; })) {
+    RefuseEmptyValues(*inner);
+  }
+}
+
 }  // namespace
 
 void Describe(CLI::App& command, const std::string& exitStatus, const std::string& example) {
@@ -176,6 +191,7 @@ std::string Version() {
 }
 
 void RunCommandLine(CLI::App& app, std::vector<std::string> arguments, int& status) try {
+  RefuseEmptyValues(app);
   std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
   app.parse(std::move(arguments));
 } catch (const CLI::ParseError& error) {

@@ -132,6 +132,18 @@ std::string WithBackslashes(std::string path) {
   return path;
 }
 
+bool NeverMatches(std::string_view pattern) {
+  const std::size_t end = pattern.find(';');  // no double-byte character holds one
+  if (end != std::string_view::npos && NeverMatches(pattern.substr(end + 1))) return true;
+  const std::string_view first = pattern.substr(0, end);
+  if (first.find_first_of("/:") != std::string_view::npos) return true;
+  const auto elements = PathElements(first);
+  return elements.size() > 1 &&
+         std::any_of(elements.begin(), elements.end(), [](std::string_view element) {
+           return element.empty() || element == "." || element == "..";
+         });
+}
+
 std::string ServedPath(const std::string& listPath) {
   std::string served = listPath;
   std::replace(served.begin(), served.end(), '\\', '/');

@@ -60,6 +60,11 @@ inline constexpr std::array<const char*, 6> kPatchersOwnInRoot = {
 // holds a slash.
 [[nodiscard]] std::string WithBackslashes(std::string path);
 
+// Whether no file on a player's disk can match the pattern, or one of those that its semicolons
+// separate: patchers compare it with paths as they come upon them, relative to the installation,
+// without an empty element or one of dots.
+[[nodiscard]] bool NeverMatches(std::string_view pattern);
+
 // Where patchers request the file, relative to the list's folder: the path with a slash for every
 // byte 0x5C, even if that is the second byte of a double-byte character.
 [[nodiscard]] std::string ServedPath(const std::string& listPath);

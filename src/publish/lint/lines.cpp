@@ -218,7 +218,7 @@ void CheckRemovalPath(const ListedRecord& removal, Findings& findings) {
     findings.Add(Rule::kMarkInRemoval, removal);
   }
   if (isPattern) {
-    if (path.find('/') != std::string::npos) findings.Add(Rule::kSlashInPattern, removal);
+    if (NeverMatches(path)) findings.Add(Rule::kPatternWithoutMatch, removal);
     return;
   }
   if (LeavesInstallation(path)) findings.Add(Rule::kLeavesInstallation, removal);

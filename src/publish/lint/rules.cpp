@@ -174,10 +174,11 @@ constexpr std::array kRules = {
              "Patchers tell removals apart by their paths alone: the second one is dropped.",
              "Keep one."},
     LintRule{
-        Rule::kSlashInPattern, kError, "slash in a pattern",
-        "Patterns are compared with paths whose folders are separated by backslashes: this one "
-        "never matches, and players keep what it should remove.",
-        "Separate folders by backslashes."},
+        Rule::kPatternWithoutMatch, kError, "pattern that never matches",
+        "Patterns are compared with paths such as data\\old.dat. A slash, a colon, \".\", \"..\" "
+        "or "
+        "nothing in the place of a name never matches, and players keep what it should remove.",
+        "Write it relative to the game's folder, with single backslashes."},
 
     LintRule{Rule::kSettingsWithoutRestart, kError, "settings file that brings no restart",
              "Patchers start again for new settings only if the list spells them "

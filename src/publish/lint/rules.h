@@ -63,7 +63,7 @@ enum class Rule {
   kRemovalTooLong = 507,
   kMarkInRemoval = 508,
   kRemovalInOtherMode = 509,
-  kSlashInPattern = 510,
+  kPatternWithoutMatch = 510,
   // The patcher's own files.
   kSettingsWithoutRestart = 601,
   kProgramWithoutRestart = 602,

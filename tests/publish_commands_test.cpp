@@ -76,6 +76,21 @@ TEST_F(Commands, WhatMakesNoSenseIsNamed) {
   EXPECT_EQ(test::FilesHere().size(), 1U);
 }
 
+TEST_F(Commands, UnfinishedPublicationIsNamed) {
+  test::WriteFile("tree/a", "a");
+  ASSERT_TRUE(RunPublish("build tree out").starts_with("0: "));
+  test::WriteFile("out/.publishing/journal", "0 0 b\nend 1\n");
+  for (const std::string command : {"verify out", "lint out", "diff out out"}) {
+    const std::string warned = RunPublish(command + " 2>&1 >/dev/null");
+    EXPECT_TRUE(warned.starts_with("0: velmora-publish: warning: out: a build is")) << warned;
+    EXPECT_NE(warned.find("velmora-publish recover out\n"), std::string::npos) << warned;
+  }
+  for (const std::string option : {"--reuse out", "--remove-from out"}) {
+    const std::string refused = RunPublish("build tree other 2>&1 " + option);
+    EXPECT_TRUE(refused.starts_with("1: velmora-publish: out: a build is")) << refused;
+  }
+}
+
 // Whether the disk is full or nobody reads: what wasn't told isn't a success.
 TEST_F(Commands, LostOutputIsAFailure) {
   test::WriteFile("tree/a", "a");

@@ -11,12 +11,17 @@ namespace velmora::publish {
 
 namespace fs = std::filesystem;
 
+std::string WhyUnfinished(const fs::path& folder) {
+  if (!HasUnfinishedReplacement(folder)) return {};
+  return ShownPath(folder) +
+         ": a build is moving files to their places, or was killed while it did; wait for its end, "
+         "or run: velmora-publish recover " +
+         ShownPath(folder);
+}
+
 void RequireFinished(const fs::path& folder) {
-  if (!HasUnfinishedReplacement(folder)) return;
-  throw PublishError(ShownPath(folder) +
-                     ": a build is moving files to their places, or was killed while it did; "
-                     "wait for its end, or run: velmora-publish recover " +
-                     ShownPath(folder));
+  const std::string why = WhyUnfinished(folder);
+  if (!why.empty()) throw PublishError(why);
 }
 
 std::unique_ptr<const PublishedList> ReadFinishedList(const fs::path& folder,

@@ -9,8 +9,11 @@
 
 namespace velmora::publish {
 
-// Throws PublishError if a build is moving files to their places in `folder`, or was killed while
-// it did.
+// That a build is moving files to their places in `folder`, or was killed while it did, and the way
+// out; empty if neither is so, also if there is no such folder.
+[[nodiscard]] std::string WhyUnfinished(const std::filesystem::path& folder);
+
+// Throws PublishError with that.
 void RequireFinished(const std::filesystem::path& folder);
 
 // The list of the publication in `folder`. Throws PublishError if there is none that patchers read

@@ -6,6 +6,7 @@
 #include "base/ascii.h"
 #include "engine/reference_list.h"
 #include "publish/build/complaints.h"
+#include "publish/build/finished_publication.h"
 #include "publish/build/list_text.h"
 #include "publish/build/publication_record.h"
 #include "publish/build/published_payload.h"
@@ -65,6 +66,7 @@ EarlierList ListToRemoveFrom(const BuildOptions& options) {
   const fs::path file = ListFile(options.removeFrom, options.listName);
   const fs::path own = options.output / PathOf(options.listName);
   if (Canonical(file) == Canonical(own) && !fs::exists(own)) return nullptr;
+  if (fs::is_directory(options.removeFrom)) RequireFinished(options.removeFrom);
   EarlierList earlier = ReadPublishedList(file);
   if (earlier == nullptr) {
     throw PublishError(ShownPath(file) + ": not a list, or not one that patchers read to its end");
@@ -89,6 +91,7 @@ EarlierList ListInOutput(const BuildOptions& options) {
 // Null if no publication is to be reused.
 EarlierList ListToReuse(const BuildOptions& options) {
   if (options.reuse.empty()) return nullptr;
+  RequireFinished(options.reuse);
   const fs::path file = options.reuse / PathOf(options.listName);
   EarlierList list = fs::exists(file) ? ReadPublishedList(file) : nullptr;
   if (list == nullptr) {

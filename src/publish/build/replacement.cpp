@@ -239,7 +239,10 @@ std::vector<Replacement::Entry> Replacement::ReadJournal() const {
   }
   if (!text.ends_with('\n' + (kEnd + std::to_string(entries.size())) + '\n')) {
     throw PublishError(ShownPath(file) +
-                       ": damaged; what a killed build has left can't be recovered");
+                       ": damaged, so what a killed build has left can't be recovered; remove " +
+                       ShownPath(folder_) +
+                       " with all that is in it, and build once more, which makes again what is "
+                       "lost");
   }
   return entries;
 }

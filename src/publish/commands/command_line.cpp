@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <system_error>
 
+#include "publish/build/finished_publication.h"
 #include "publish/build/zlib_blocks.h"
 #include "publish/commands/commands.h"
 #include "publish/common/nearest_word.h"
@@ -184,6 +185,11 @@ void AddAcceptOption(CLI::App& command, std::vector<Rule>& rules) {
       ->type_name("RULE,...")
       ->delimiter(',')
       ->allow_extra_args(false);
+}
+
+void WarnIfUnfinished(const std::filesystem::path& place) {
+  const std::string why = WhyUnfinished(place);
+  if (!why.empty()) std::fprintf(stderr, "velmora-publish: warning: %s\n", why.c_str());
 }
 
 std::string Version() {

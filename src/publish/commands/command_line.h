@@ -70,4 +70,8 @@ void AddAcceptOption(CLI::App& command, std::vector<Rule>& rules);
 // no sense, prints help, version or what is wrong, and sets `status`.
 void RunCommandLine(CLI::App& app, std::vector<std::string> arguments, int& status);
 
+// Prints a warning if `place` is the folder of a publication that a build is about to change, or
+// has left half changed.
+void WarnIfUnfinished(const std::filesystem::path& place);
+
 }  // namespace velmora::publish

@@ -26,6 +26,7 @@ struct DiffCommand {
 };
 
 std::string ReadList(const DiffCommand& command, const std::filesystem::path& place) {
+  WarnIfUnfinished(place);
   return ReadWholeFile(ListFile(place, command.listName));
 }
 

@@ -181,6 +181,7 @@ int Lint(const LintCommand& command) {
   if (command.list.empty()) {
     report.findings = LintWithoutList(options);
   } else {
+    WarnIfUnfinished(command.list);
     const std::filesystem::path file = ListFile(command.list, command.listName);
     report.list = ShownPath(file);
     report.findings = LintList(ReadWholeFile(file), options);

@@ -195,6 +195,7 @@ void Verifier::Verify(const Origin& origin, OriginReport& report) {
 }
 
 void Verifier::VerifyFolder(const std::string& listName) {
+  WarnIfUnfinished(PathOf(arguments_.where));
   const std::filesystem::path redirection = PathOf(arguments_.where) / kRedirectionName;
   const Origin origin = FolderOrigin(PathOf(arguments_.where), listName);
   OriginReport report;

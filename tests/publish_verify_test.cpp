@@ -99,7 +99,8 @@ TEST_F(PublishVerify, FindsWhatPatchersWouldRefuse) {
   plain("encoded", Raw(gzip, good),
         {"encoded: the server compresses: Content-Encoding: gzip; turn that off"});
   plain("recoded", Raw(gzip + length, other), {"encoded: the server compresses: Content-Enc"});
-  plain("mislabelled", Raw(gzip + length, good), {});
+  plain("mislabelled", Raw(gzip + length, good),
+        {"encoded?: the file arrives as it is, but with Content-Encoding: gzip, which"});
   plain("identity", Raw("Content-Encoding: identity\r\n", good), {"no-length: no Content-Length"});
   plain("private", Status(401), {"status: status 401: wants a user and a password; give them"});
   const std::string here = "redirected to http://127.0.0.1:";

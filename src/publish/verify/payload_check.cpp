@@ -212,9 +212,11 @@ std::optional<Problem> ResponseCheck::Result(DeliveryEnd end) const {
 
 std::optional<Problem> ResponseCheck::Encoding() const {
   if (head_.encoding.empty() || EqualWithoutCase(head_.encoding, "identity")) return std::nullopt;
-  return Problem{ProblemKind::kEncoded, "the server compresses: Content-Encoding: " +
-                                            head_.encoding + "; turn that off for this location"};
+  return Problem{ProblemKind::kEncoded,
+                 "the server compresses: " + EncodingLine() + "; turn that off for this location"};
 }
+
+std::string ResponseCheck::EncodingLine() const { return "Content-Encoding: " + head_.encoding; }
 
 bool IsWebPage(std::string_view text) {
   text = Trimmed(WithoutByteOrderMark(text), kWhiteSpace);
@@ -272,8 +274,12 @@ std::vector<Problem> CheckPayload(const FileRecord& record, const Deliver& deliv
   if (const auto hash = problem ? std::nullopt : content.Difference()) {
     problem = Problem{ProblemKind::kWrongContent, "wrong content, its hash is " + *hash};
   }
-  if (!problem) return {};
-  return {*std::move(problem)};
+  if (problem) return {*std::move(problem)};
+  if (!response.Encoding()) return {};
+  return {{ProblemKind::kEncoded,
+           "the file arrives as it is, but with " + response.EncodingLine() +
+               ", which a proxy on the way may act on; turn that off for this location",
+           true}};
 }
 
 }  // namespace velmora::publish

@@ -65,6 +65,7 @@ class ResponseCheck : public Sink {
   [[nodiscard]] bool IsPage() const { return IsWebPage(start_); }
   // The Content-Encoding as a problem, if there is one: patchers take the bytes as they come.
   [[nodiscard]] std::optional<Problem> Encoding() const;
+  [[nodiscard]] std::string EncodingLine() const;
 
  private:
   TakeBody take_;

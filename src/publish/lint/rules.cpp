@@ -245,7 +245,7 @@ constexpr std::array kRules = {
              "Correct DataFile, or give --list as it is meant."},
     LintRule{Rule::kNotARequestPath, kError, "path that patchers can't ask for",
              "It becomes part of each request as it is: there a backslash doesn't separate "
-             "folders, a question mark ends the path, and a URL is none.",
+             "folders, ? and # end the path, a URL is none, and the list's name follows by itself.",
              "Write folders separated by slashes, such as /game."},
     LintRule{Rule::kByteOrderMark, kError, "byte order mark in front of the settings",
              "With it, Windows doesn't see the section in the first line, and only Windows reads "

@@ -118,7 +118,7 @@ std::string WhyNotAMirror(const std::string& url, const std::optional<platform::
 std::string WhyNotARequestPath(std::string_view path) {
   if (path.find("://") != path.npos) return "a URL";
   for (const char c : path) {
-    if (c == '\\' || c == '?') return std::string("it holds ") + c;
+    if (c == '\\' || c == '?' || c == '#') return std::string("it holds ") + c;
     if (IsControl(c)) return "it holds a control character";
   }
   return {};
@@ -272,8 +272,10 @@ void SettingsCheck::CheckMirrors() {
 
 void SettingsCheck::CheckPath(const std::string& key, const std::string& path) {
   const std::string why = WhyNotARequestPath(path);
-  if (!why.empty()) {
-    Add(Rule::kNotARequestPath, key, why);
+  const bool isList =
+      key != "DataFile" && !Settings.DataFile.empty() && path.ends_with("/" + Settings.DataFile);
+  if (!why.empty() || isList) {
+    Add(Rule::kNotARequestPath, key, isList ? "it names the list, not its folder" : why);
   } else if (path.ends_with('/') || path.find("//") != path.npos) {
     Add(Rule::kDoubleSlash, key, path);
   }

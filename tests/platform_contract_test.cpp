@@ -16,6 +16,7 @@
 #include "platform/disk.h"
 #include "platform/file_lock.h"
 #include "platform/files.h"
+#include "platform/folder_link.h"
 #include "platform/ini.h"
 #include "platform/paths.h"
 #include "platform/processes.h"
@@ -312,6 +313,98 @@ TEST(DiskContract, LongPathsAreListedToTheirEnd) {
     EXPECT_TRUE(error);
     EXPECT_EQ(ErrorText(error).find('\n'), std::string::npos);
   }
+}
+
+TEST(DiskContract, PathsAreSpelledFromTheRoot) {
+  const test::TemporaryFolder folder;
+  fs::create_directory("a");
+  EXPECT_EQ(CanonicalPath("a/none/deeper"), CanonicalPath("a") / "none" / "deeper");
+  EXPECT_EQ(CanonicalPath("a"), CanonicalPath(AbsolutePath("a/../a")));
+  EXPECT_TRUE(CanonicalPath(".").is_absolute());
+  EXPECT_EQ(TextOf(AbsolutePath(PathOf("//server/share/a"))), "//server/share/a");
+}
+
+TEST(DiskContract, EntriesAreMovedAndRemovedWhateverTheirMarks) {
+  const test::TemporaryFolder folder;
+  std::error_code error;
+  const auto protect = [](const fs::path& file) {
+    fs::permissions(file, fs::perms::owner_read, fs::perm_options::replace);
+  };
+  fs::create_directories("folder/inner");
+  for (const char* const file : {"new", "old", "folder/inner/a", "folder/b"}) {
+    test::WriteFile(file, file);
+    protect(file);
+  }
+  MoveEntry("new", "old", error);
+  EXPECT_FALSE(error) << ErrorText(error);
+  EXPECT_EQ(test::ReadFile("old"), "new");
+  EXPECT_EQ(EntryKind("new", error), fs::file_type::not_found);
+  EXPECT_FALSE(error);
+  EXPECT_EQ(EntryKind("old"), fs::file_type::regular);
+  RemoveEntry("old", error);
+  EXPECT_FALSE(fs::exists("old") || error) << ErrorText(error);
+  RemoveEntry("old", error);
+  EXPECT_FALSE(error);
+  RemoveEntry("folder", error);
+  EXPECT_TRUE(error);
+  EXPECT_EQ(EntryKind("folder/"), fs::file_type::directory);
+  RemoveEntries("folder", error);
+  EXPECT_FALSE(fs::exists("folder") || error) << ErrorText(error);
+  MoveEntry("none", "old", error);
+  EXPECT_EQ(error, std::errc::no_such_file_or_directory);
+}
+
+// Only Windows keeps a file that is open from being replaced.
+TEST(DiskContract, AFileThatIsOpenElsewhereIsWaitedFor) {
+  const test::TemporaryFolder folder;
+  std::error_code error;
+  test::WriteFile("new", "new");
+  test::WriteFile("old", "old");
+  std::ifstream reader("old", std::ios::binary);
+  MoveEntry("new", "old", error);
+  EXPECT_EQ(bool(error), AreNamesUnicode());
+  EXPECT_TRUE(!error || error.value() == 32) << error;  // ERROR_SHARING_VIOLATION
+  test::WriteFile("new", "new");
+  std::jthread closing([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    reader.close();
+  });
+  MoveEntry("new", "old", error);
+  EXPECT_FALSE(error) << ErrorText(error);
+  EXPECT_EQ(test::ReadFile("old"), "new");
+}
+
+TEST(DiskContract, AStreamHasAReasonForItsFailure) {
+  const test::TemporaryFolder folder;
+  ClearStreamError();
+  const std::ifstream missing("missing");
+  EXPECT_EQ(StreamError(), std::errc::no_such_file_or_directory) << StreamError();
+  ClearStreamError();
+  EXPECT_TRUE(StreamError());
+}
+
+// --- folder_link.h
+
+TEST(FolderLinkContract, LeadsToOneFolderAfterTheOther) {
+  const test::TemporaryFolder folder;
+  const fs::path here = CanonicalPath(".");
+  for (const char* const name : {"one", "two", "one"}) {
+    fs::create_directory(name);
+    test::WriteFile(fs::path(name) / "name", name);
+    std::error_code error;
+    PointLink(here / "link", here / name, error);
+    if (error == std::errc::not_supported) GTEST_SKIP() << "no links to folders here";
+    ASSERT_FALSE(error) << ErrorText(error);
+    EXPECT_EQ(test::ReadFile("link/name"), name);
+    EXPECT_EQ(EntryKind("link"), fs::file_type::symlink);
+    EXPECT_EQ(LinkTarget("link", error), name);
+  }
+  std::error_code error;
+  EXPECT_TRUE(LinkTarget("one", error).empty());
+  EXPECT_TRUE(error);
+  RemoveEntries("link", error);
+  EXPECT_EQ(test::ReadFile("one/name"), "one");
+  EXPECT_EQ(EntryKind("link"), fs::file_type::not_found);
 }
 
 // --- ini.h

@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <set>
 #include <string>
 
 #include "platform/disk.h"
+#include "platform/file_lock.h"
 #include "publish/build/prune.h"
 #include "publish/build/publication.h"
 #include "publish/build/tree_names.h"
@@ -118,6 +120,33 @@ TEST_F(UnicodeNames, LongPathsArePublished) {
   const fs::path payload = out / deep.lexically_relative(fs::absolute("tree")) / "file";
   EXPECT_GT(payload.native().size(), 400U);
   EXPECT_EQ(ReadFile(payload), "content");
+}
+
+// As a web server, an editor or a virus scanner has it.
+TEST_F(UnicodeNames, OfAFileThatIsInUseAreTold) {
+  Add(u8"鍵.txt", "one");
+  ASSERT_EQ(Refusal(), "");
+  Add(u8"鍵.txt", "two");
+  {
+    const std::ifstream reader(fs::path("out") / u8"鍵.txt");
+    EXPECT_TRUE(Refusal().starts_with("out/\xE9\x8D\xB5.txt: can't be written: ")) << Refusal();
+  }
+  EXPECT_EQ(ReadFile(fs::path("out") / u8"鍵.txt"), "one");
+  {
+    const platform::FileLock lock(fs::path("tree") / u8"鍵.txt");  // lets nobody in
+    EXPECT_NE(Refusal().find("tree/\xE9\x8D\xB5.txt: can't be read: "), std::string::npos);
+  }
+  Add(u8"鍵.txt", "two");
+  ASSERT_EQ(Refusal(), "");
+  EXPECT_EQ(ReadFile(fs::path("out") / u8"鍵.txt"), "two");
+  EXPECT_FALSE(fs::exists("out/.publishing"));
+}
+
+TEST_F(UnicodeNames, PathsOfSharesAndDevicesKeepTheirRoots) {
+  EXPECT_EQ(TextOf(PathOf(R"(\\?\C:\a\b)")), "C:/a/b");
+  EXPECT_EQ(TextOf(PathOf(R"(\\?\UNC\server\share)")), "//server/share");
+  const std::string drive = TextOf(fs::current_path().root_name());
+  EXPECT_EQ(PathOf(drive + "tree"), platform::AbsolutePath("tree"));
 }
 
 TEST_F(UnicodeNames, ReachTheToolAndReturnInUtf8) {

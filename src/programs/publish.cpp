@@ -21,6 +21,7 @@ int RunTool(const std::vector<std::string>& arguments) {
   CLI::App app("Makes, checks and compares what the patcher Velmora Update reads",
                "velmora-publish");
   app.require_subcommand(1);
+  app.allow_windows_style_options(false);  // "//server/share" is a path
   app.set_version_flag("--version", Version());
   app.footer("velmora-publish COMMAND --help tells a command's options and exit status.");
   int status = kDone;
@@ -59,6 +60,7 @@ void PrintError(const std::string& error) {
 int main(int count, char** arguments) {
   using namespace velmora;
   platform::PrepareStandardStreams();
+  platform::AllowLongPaths();
   int status = publish::kFailed;
   try {
     status = publish::RunTool(platform::CommandLineArguments(count, arguments));

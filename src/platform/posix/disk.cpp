@@ -1,5 +1,7 @@
 #include "platform/disk.h"
 
+#include <cerrno>
+
 namespace velmora::platform {
 
 namespace fs = std::filesystem;
@@ -16,6 +18,8 @@ fs::file_type KindOf(const fs::directory_entry& entry) {
 
 }  // namespace
 
+void AllowLongPaths() {}
+
 bool AreNamesUnicode() { return false; }
 
 std::string TextOf(const fs::path& path) { return path.native(); }
@@ -30,6 +34,21 @@ std::string NameKey(const fs::path& path) { return path.native(); }
 
 std::string ByteNameOf(const fs::path& path) { return path.native(); }
 
+fs::path AbsolutePath(const fs::path& path) { return fs::absolute(path); }
+
+fs::path CanonicalPath(const fs::path& path) { return fs::weakly_canonical(fs::absolute(path)); }
+
+fs::file_type EntryKind(const fs::path& path, std::error_code& error) {
+  const fs::file_type kind = fs::symlink_status(path, error).type();
+  if (kind == fs::file_type::not_found) error.clear();
+  return kind;
+}
+
+fs::file_type EntryKind(const fs::path& path) {
+  std::error_code ignored;
+  return EntryKind(path, ignored);
+}
+
 std::vector<FolderEntry> ListFolder(const fs::path& folder, std::error_code& error) {
   std::vector<FolderEntry> entries;
   fs::directory_iterator at(folder, error);
@@ -38,6 +57,18 @@ std::vector<FolderEntry> ListFolder(const fs::path& folder, std::error_code& err
   }
   return entries;
 }
+
+void MoveEntry(const fs::path& from, const fs::path& to, std::error_code& error) {
+  fs::rename(from, to, error);
+}
+
+void RemoveEntry(const fs::path& path, std::error_code& error) { fs::remove(path, error); }
+
+void RemoveEntries(const fs::path& path, std::error_code& error) { fs::remove_all(path, error); }
+
+void ClearStreamError() { errno = 0; }
+
+std::error_code StreamError() { return {errno == 0 ? EIO : errno, std::generic_category()}; }
 
 std::string ErrorText(const std::error_code& error) { return error.message(); }
 

@@ -9,6 +9,7 @@ add_library(velmora_platform STATIC
   platform/posix/digest.cpp
   platform/posix/disk.cpp
   platform/posix/file_lock.cpp
+  platform/posix/folder_link.cpp
   platform/posix/files.cpp
   platform/posix/http.cpp
   platform/posix/ini.cpp

@@ -7,6 +7,7 @@ add_library(velmora_platform STATIC
   platform/win32/digest.cpp
   platform/win32/disk.cpp
   platform/win32/file_lock.cpp
+  platform/win32/folder_link.cpp
   platform/win32/files.cpp
   platform/win32/http.cpp
   platform/win32/ini.cpp

@@ -61,7 +61,7 @@ std::optional<FileRecord> EarlierPublication::Reuse(const SourceFile& file,
     return *record;
   }
   std::error_code error;
-  fs::remove(target, error);
+  platform::RemoveEntry(target, error);
   if (error) FailToWrite(target, error);
   return std::nullopt;
 }

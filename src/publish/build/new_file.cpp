@@ -1,6 +1,5 @@
 #include "publish/build/new_file.h"
 
-#include <cerrno>
 #include <utility>
 
 #include "publish/common/disk_text.h"
@@ -9,13 +8,6 @@
 namespace velmora::publish {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-// A stream doesn't say why it failed, but the system call that it made last does.
-std::error_code LastError() { return {errno == 0 ? EIO : errno, std::generic_category()}; }
-
-}  // namespace
 
 void FailToWrite(const fs::path& path, const std::string& reason) {
   throw PublishError(ShownPath(path) + ": can't be written: " + reason);
@@ -28,29 +20,30 @@ void FailToWrite(const fs::path& path, const std::error_code& error) {
 NewFile::NewFile(fs::path path) : path_(std::move(path)) {
   if (path_.empty()) return;
   std::error_code error;
-  fs::remove(path_, error);
+  platform::RemoveEntry(path_, error);
   if (error) FailToWrite(path_, error);
+  platform::ClearStreamError();
   stream_.open(path_, std::ios::binary | std::ios::trunc);
-  if (!stream_) FailToWrite(path_, LastError());
+  if (!stream_) FailToWrite(path_, platform::StreamError());
 }
 
 NewFile::~NewFile() {
   if (committed_ || path_.empty()) return;
   stream_.close();
   std::error_code ignored;
-  fs::remove(path_, ignored);
+  platform::RemoveEntry(path_, ignored);
 }
 
 void NewFile::Write(const void* bytes, std::size_t count) {
   size_ += count;
   if (path_.empty()) return;
   stream_.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(count));
-  if (!stream_) FailToWrite(path_, LastError());
+  if (!stream_) FailToWrite(path_, platform::StreamError());
 }
 
 void NewFile::Commit() {
   if (!path_.empty()) stream_.close();
-  if (!stream_) FailToWrite(path_, LastError());
+  if (!stream_) FailToWrite(path_, platform::StreamError());
   committed_ = true;
 }
 

@@ -28,7 +28,7 @@ namespace fs = std::filesystem;
 
 // Whether it exists or not, and however it is spelled.
 fs::path Canonical(const fs::path& path) {
-  const fs::path canonical = fs::weakly_canonical(fs::absolute(path));
+  const fs::path canonical = platform::CanonicalPath(path);
   return canonical.has_filename() ? canonical : canonical.parent_path();
 }
 
@@ -51,11 +51,12 @@ void RequireApart(const fs::path& tree, const fs::path& output) {
 IgnoreRules RulesOf(const BuildOptions& options) {
   const fs::path ofTree = options.tree / kIgnoreName;
   const fs::path& file = options.ignoreFile.empty() ? ofTree : options.ignoreFile;
-  if (options.ignoreFile.empty() && !fs::exists(fs::symlink_status(file))) return {};
+  const bool exists = platform::EntryKind(file) != fs::file_type::not_found;
+  if (options.ignoreFile.empty() && !exists) return {};
   IgnoreRules rules(ReadWholeFile(file));
   // Rules that are in the tree under another name aren't published either.
   const fs::path inTree =
-      fs::weakly_canonical(file).lexically_relative(fs::weakly_canonical(options.tree));
+      platform::CanonicalPath(file).lexically_relative(platform::CanonicalPath(options.tree));
   rules.Add(TextOf(inTree));
   return rules;
 }

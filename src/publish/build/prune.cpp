@@ -99,9 +99,9 @@ void Pruner::Keep(const PublishedList& list, const fs::path& file) {
 
 // A path in the folder, or one that leads there from the working directory.
 void Pruner::Spare(const fs::path& path) {
-  const fs::path folder = fs::canonical(options_.output);
-  for (const fs::path& place : {folder / path, fs::absolute(path)}) {
-    const fs::path relative = fs::weakly_canonical(place).lexically_relative(folder);
+  const fs::path folder = platform::CanonicalPath(options_.output);
+  for (const fs::path& place : {folder / path, platform::AbsolutePath(path)}) {
+    const fs::path relative = platform::CanonicalPath(place).lexically_relative(folder);
     const bool isInside = !relative.empty() && *relative.begin() != "..";
     if (!isInside || !fs::exists(place)) continue;
     spared_.insert(relative.has_filename() ? relative : relative.parent_path());
@@ -144,7 +144,7 @@ void Pruner::Delete(const PruneSummary& summary, const Staging& staging) {
     const fs::path place = platform::PathOfListText(payload.path);
     const fs::path file = options_.output / place;
     std::error_code error;
-    fs::remove(file, error);
+    platform::RemoveEntry(file, error);
     if (error)
       throw PublishError(ShownPath(file) + ": can't be removed: " + platform::ErrorText(error));
     recorded_.erase(KeyOf(payload.path));

@@ -2,7 +2,7 @@
 
 #include <system_error>
 
-#include "platform/files.h"
+#include "platform/folder_link.h"
 #include "publish/build/finished_publication.h"
 #include "publish/build/new_file.h"
 #include "publish/common/disk_text.h"
@@ -13,25 +13,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Beside the link, until it takes its place.
-constexpr char kNewLink[] = ".switching";
-
 fs::path WithoutSlashAtEnd(const fs::path& path) {
   return path.has_filename() ? path : path.parent_path();
 }
 
 fs::path FolderOf(const fs::path& link) {
-  std::error_code error;
-  fs::path folder = fs::canonical(link.has_parent_path() ? link.parent_path() : ".", error);
-  if (error) FailToWrite(link, error);
-  return folder;
+  return platform::CanonicalPath(link.has_parent_path() ? link.parent_path() : ".");
 }
 
 // What the link leads to; empty if there is none. A folder can't be replaced in one step.
 fs::path TargetOf(const fs::path& link) {
-  const fs::file_status status = fs::symlink_status(link);
-  if (!fs::exists(status)) return {};
-  if (fs::is_symlink(status)) return fs::read_symlink(link);
+  std::error_code error;
+  const fs::file_type kind = platform::EntryKind(link, error);
+  if (!error && kind == fs::file_type::not_found) return {};
+  fs::path target;
+  if (!error && kind == fs::file_type::symlink) target = platform::LinkTarget(link, error);
+  if (error) FailToWrite(link, error);
+  if (!target.empty()) return target;
   const std::string name = ShownPath(link);
   throw PublishError(name + ": is no symbolic link; rename it, for example to " + name +
                      "-1, so that a link can take its place");
@@ -46,19 +44,15 @@ std::optional<Changes> ChangesSinceThatOf(const fs::path& link, const std::strin
   return ChangesSince(*earlier, RecordsOf(list.files));
 }
 
-// The new link is made beside the old one and moved over it.
-void Replace(const fs::path& link, const fs::path& target) {
-  fs::path made = link;
-  made += kNewLink;
+void Point(const fs::path& link, const fs::path& folder, const fs::path& target) {
   std::error_code error;
-  if (fs::is_symlink(fs::symlink_status(made))) fs::remove(made, error);  // of a killed process
-  fs::create_directory_symlink(target, made, error);
-  if (error) FailToWrite(made, error);
-  fs::rename(made, link, error);
-  if (!error) return;
-  std::error_code ignored;
-  fs::remove(made, ignored);
-  FailToWrite(link, error);
+  platform::PointLink(folder / link.filename(), target, error);
+  if (error == std::errc::not_supported) {
+    FailToWrite(link,
+                "there are no links to folders on its drive; let the web server itself offer " +
+                    ShownPath(target) + ", or switch on the server's own machine");
+  }
+  if (error) FailToWrite(link, error);
 }
 
 }  // namespace
@@ -72,11 +66,10 @@ SwitchedLink SwitchLink(const fs::path& link, const fs::path& publication,
   const auto list = ReadFinishedList(publication, listName);
   RequireServable(publication, *list);
   result.changes = ChangesSinceThatOf(place, listName, *list);
-  result.now = fs::canonical(publication).lexically_relative(folder);
-  Replace(place, result.now);
-  if (!platform::FlushDirectory(folder)) {
-    FailToWrite(folder, {platform::LastSystemError(), std::system_category()});
-  }
+  const fs::path target = platform::CanonicalPath(publication);
+  result.now = target.lexically_relative(folder);
+  if (result.now.empty()) result.now = target;  // on another drive
+  Point(place, folder, target);
   return result;
 }
 

@@ -21,7 +21,7 @@ fs::path PayloadPlace(const FileRecord& record) {
 
 bool HasSizeOfPayload(const fs::path& file, const FileRecord& record) {
   std::error_code error;
-  if (!fs::is_regular_file(fs::symlink_status(file, error))) return false;
+  if (platform::EntryKind(file, error) != fs::file_type::regular) return false;
   const std::uintmax_t size = fs::file_size(file, error);
   const auto listed = ListedSize(record.transferSize);
   return !error && listed && static_cast<std::uintmax_t>(*listed) == size;

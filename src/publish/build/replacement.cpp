@@ -29,26 +29,25 @@ constexpr char kEnd[] = "end ";
 // A link counts as what it is, wherever it leads.
 bool Exists(const fs::path& path) {
   std::error_code error;
-  const fs::file_status status = fs::symlink_status(path, error);
-  if (error && status.type() != fs::file_type::not_found) FailToWrite(path, error);
-  return fs::exists(status);
+  const fs::file_type kind = platform::EntryKind(path, error);
+  if (error) FailToWrite(path, error);
+  return kind != fs::file_type::not_found;
 }
 
 void Remove(const fs::path& path) {
   std::error_code error;
-  fs::remove(path, error);
+  platform::RemoveEntry(path, error);
   if (error) FailToWrite(path, error);
 }
 
 void Rename(const fs::path& from, const fs::path& to) {
   std::error_code error;
-  fs::rename(from, to, error);
+  platform::MoveEntry(from, to, error);
   if (error) FailToWrite(to, error);
 }
 
 bool IsFolder(const fs::path& path) {
-  std::error_code ignored;
-  return fs::is_directory(fs::symlink_status(path, ignored));
+  return platform::EntryKind(path) == fs::file_type::directory;
 }
 
 void AddAllIn(const fs::path& folder, std::vector<fs::path>& all) {

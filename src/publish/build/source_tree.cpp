@@ -1,7 +1,6 @@
 #include "publish/build/source_tree.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <fstream>
 #include <map>
 #include <set>
@@ -301,9 +300,9 @@ std::vector<SourceFile> ScanTree(const fs::path& root, const IgnoreRules& rules,
 void CheckReadable(const std::vector<SourceFile>& files, Complaints& complaints) {
   std::vector<std::error_code> errors(files.size());
   ParallelFor(files.size(), [&](std::size_t i) {
-    errno = 0;
+    platform::ClearStreamError();
     const bool isOpen = std::ifstream(files[i].path, std::ios::binary).is_open();
-    if (!isOpen) errors[i] = std::error_code(errno, std::generic_category());
+    if (!isOpen) errors[i] = platform::StreamError();
   });
   for (std::size_t i = 0; i < files.size(); ++i) {
     if (errors[i]) ComplainUnreadable(files[i].path, errors[i], complaints);

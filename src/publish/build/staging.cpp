@@ -21,11 +21,11 @@ using Outcome = platform::FileLock::Outcome;
 
 Staging::Staging(const fs::path& output)
     : folder_(output / kFolder), replacement_(folder_, output), isOutputNew_(!fs::exists(output)) {
-  if (isOutputNew_ && fs::is_symlink(fs::symlink_status(output))) {
+  if (isOutputNew_ && platform::EntryKind(output) == fs::file_type::symlink) {
     throw PublishError(ShownPath(output) +
                        ": a link that leads nowhere; make the folder that it names, or remove it");
   }
-  if (fs::is_symlink(fs::symlink_status(folder_))) FailToWrite(folder_, "it is a link");
+  if (platform::EntryKind(folder_) == fs::file_type::symlink) FailToWrite(folder_, "it is a link");
   // The holder before may remove the folder between its creation and that of the lock.
   for (int attempt = 0; attempt < 3 && !lock_; ++attempt) {
     std::error_code error;
@@ -65,7 +65,8 @@ void Staging::Publish(const std::vector<Placement>& placements) const {
 void Staging::RemoveContents() const {
   std::error_code error;
   for (const platform::FolderEntry& entry : platform::ListFolder(folder_, error)) {
-    if (Replacement::Owns(TextOf(entry.path.filename()))) fs::remove_all(entry.path, error);
+    if (Replacement::Owns(TextOf(entry.path.filename())))
+      platform::RemoveEntries(entry.path, error);
   }
 }
 

@@ -1,7 +1,6 @@
 #include "publish/common/published_list.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <fstream>
 #include <iterator>
 #include <system_error>
@@ -69,14 +68,18 @@ bool EndsCache(const FileRecord& record) {
 }
 
 std::string ReadWholeFile(const fs::path& path) {
-  errno = 0;
+  platform::ClearStreamError();
   std::ifstream stream(path, std::ios::binary);
   std::string bytes;
-  if (!fs::is_directory(path)) bytes.assign(std::istreambuf_iterator<char>(stream), {});
-  if (!stream.is_open() || stream.bad() || fs::is_directory(path)) {
-    throw PublishError(
-        ShownPath(path) + ": can't be read: " +
-        std::error_code(errno == 0 ? EISDIR : errno, std::generic_category()).message());
+  std::error_code error;
+  if (fs::is_directory(path)) {
+    error = std::make_error_code(std::errc::is_a_directory);
+  } else {
+    bytes.assign(std::istreambuf_iterator<char>(stream), {});
+    if (!stream.is_open() || stream.bad()) error = platform::StreamError();
+  }
+  if (error) {
+    throw PublishError(ShownPath(path) + ": can't be read: " + platform::ErrorText(error));
   }
   return bytes;
 }

@@ -1,8 +1,6 @@
 #include "publish/common/sized_reader.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
 #include <utility>
 
 #include "publish/common/disk_text.h"
@@ -12,11 +10,11 @@ namespace velmora::publish {
 
 SizedReader::SizedReader(std::filesystem::path path, std::uint64_t size)
     : path_(std::move(path)), left_(size) {
-  errno = 0;
+  platform::ClearStreamError();
   stream_.open(path_, std::ios::binary);
   if (!stream_) {
-    const std::error_code reason(errno == 0 ? EIO : errno, std::generic_category());
-    throw PublishError(ShownPath(path_) + ": can't be read: " + platform::ErrorText(reason));
+    throw PublishError(ShownPath(path_) +
+                       ": can't be read: " + platform::ErrorText(platform::StreamError()));
   }
 }
 

@@ -38,10 +38,10 @@ std::string PathOfDetail(const LintFinding& finding) {
 
 std::optional<fs::path> AcceptedFile(const fs::path& tree) {
   // The tree as the user sees it: what a link leads to lies in another folder.
-  fs::path folder = fs::absolute(tree).lexically_normal();
+  fs::path folder = platform::AbsolutePath(tree).lexically_normal();
   if (!folder.has_filename()) folder = folder.parent_path();
   for (const fs::path& file : {tree / kAcceptedName, folder.parent_path() / kAcceptedName}) {
-    if (fs::exists(fs::symlink_status(file))) return file;
+    if (platform::EntryKind(file) != fs::file_type::not_found) return file;
   }
   return std::nullopt;
 }

@@ -70,7 +70,7 @@ std::string_view ValueOf(std::string_view text) {
 // The patcher's own code reads them.
 void ReadAsPatchersDo(const fs::path& file) {
   Settings = PatcherSettings();
-  Settings.SettingsPath = platform::ByteNameOf(fs::absolute(file));
+  Settings.SettingsPath = platform::ByteNameOf(platform::AbsolutePath(file));
   ReadSettings();
   ReadMirrors();
 }

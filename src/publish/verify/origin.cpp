@@ -1,7 +1,6 @@
 #include "publish/verify/origin.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -135,7 +134,7 @@ DeliveryEnd ServerFetcher::DeliverBody(platform::HttpHandle request, Sink& sink)
   return isEnd ? DeliveryEnd::kEnded : EndOf(request);
 }
 
-ResponseHead HeadOf(const fs::path& path, const std::ifstream& stream, int error) {
+ResponseHead HeadOf(const fs::path& path, const std::ifstream& stream) {
   ResponseHead head;
   std::error_code failure;
   const auto kind = fs::status(path, failure).type();
@@ -147,7 +146,8 @@ ResponseHead HeadOf(const fs::path& path, const std::ifstream& stream, int error
   } else {
     std::string reason = platform::ErrorText(failure);
     if (!failure && kind != fs::file_type::regular) reason = "it is no file";
-    if (!failure && kind == fs::file_type::regular) reason = std::generic_category().message(error);
+    if (!failure && kind == fs::file_type::regular)
+      reason = platform::ErrorText(platform::StreamError());
     head.status = 403;
     head.trouble = "can't be read: " + reason;
   }
@@ -155,12 +155,12 @@ ResponseHead HeadOf(const fs::path& path, const std::ifstream& stream, int error
 }
 
 DeliveryEnd DeliverFile(const fs::path& path, std::vector<std::uint8_t>& buffer, Sink& sink) {
-  errno = 0;
+  platform::ClearStreamError();
   std::error_code failure;
   std::ifstream stream;
   // Opening anything else, such as a pipe, may wait forever.
   if (fs::is_regular_file(path, failure)) stream.open(path, std::ios::binary);
-  const ResponseHead head = HeadOf(path, stream, errno);
+  const ResponseHead head = HeadOf(path, stream);
   if (!sink.TakeHead(head) || !stream.is_open()) return DeliveryEnd::kUnwanted;
   while (stream) {
     stream.read(reinterpret_cast<char*>(buffer.data()),

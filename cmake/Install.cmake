@@ -7,7 +7,7 @@ install(FILES docs/limits.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/velmora-up
 
 install(TARGETS velmora-publish DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT publisher)
 set(VELMORA_PUBLISHER_DOC ${CMAKE_INSTALL_DATADIR}/doc/velmora-publish)
-install(FILES docs/publishing.md docs/limits.md docs/performance.md
+install(FILES docs/publishing.md docs/pipeline.md docs/limits.md docs/performance.md
               docs/performance-growth.svg
         DESTINATION ${VELMORA_PUBLISHER_DOC} COMPONENT publisher)
 install(DIRECTORY docs/examples DESTINATION ${VELMORA_PUBLISHER_DOC} COMPONENT publisher)

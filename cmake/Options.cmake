@@ -33,3 +33,13 @@ endif()
 if(VELMORA_FUZZ)
   target_compile_options(velmora_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
+
+# The same commit makes the same programs, wherever and whenever it is built. Each program's link map, in
+# which the release looks up what is linked in, is next to it.
+if(VELMORA_PACKAGE)
+  target_compile_options(velmora_options INTERFACE -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
+  target_link_options(velmora_options INTERFACE -Wl,-Map=$<TARGET_PROPERTY:NAME>.map)
+  if(WIN32)
+    target_link_options(velmora_options INTERFACE -Wl,--no-insert-timestamp)
+  endif()
+endif()

@@ -50,10 +50,9 @@ def describe_value(item, word):
     item.value = word
     if "|" in word:
         item.kind = word
-    if limit == "DIR":
-        item.value, item.kind = "DIR" if word == "TEXT" else word, "dir"
-    elif limit in ("FILE", "PATH(existing)"):
-        item.value, item.kind = ("FILE" if limit == "FILE" else "PATH") if word == "TEXT" else word, "file"
+    elif word == "TEXT":  # what isn't a path has a word of its own
+        item.value = {"DIR": "DIR", "FILE": "FILE"}.get(limit, "PATH")
+        item.kind = "dir" if limit == "DIR" else "file"
     elif word in ("INT", "UINT", "FLOAT"):
         item.value = "NUMBER" if word == "FLOAT" else "N"
     if bounds := re.fullmatch(r"U?INT in \[(\d+) - (\d+)\]", limit):
@@ -198,21 +197,13 @@ def positionals_of(help):
     return [item for item in help.items if not item.names[0].startswith("-")]
 
 
-# What completes an option whose value has no kind of its own.
-FILE_VALUES = {"--remove-from", "--ignore", "--into"}
-
-
-def value_kind(item):
-    return item.kind or ("file" if item.long in FILE_VALUES or not item.long else "")
-
-
 def bash(helps):
     commands = helps[TOOL].commands
     actions = {}
     for name in commands:
         for item in options_of(helps[name]):
             if item.value:
-                actions.setdefault(value_kind(item), []).append(f"{name}:{item.long}")
+                actions.setdefault(item.kind, []).append(f"{name}:{item.long}")
     cases = []
     for kind, places in actions.items():
         words = f'mapfile -t COMPREPLY < <(compgen -W "{kind.replace("|", " ")}" -- "$current"); return'
@@ -222,7 +213,7 @@ def bash(helps):
     lists = []
     for name in commands:
         options = " ".join(item.long for item in options_of(helps[name]))
-        kinds = {value_kind(item) for item in positionals_of(helps[name])}
+        kinds = {item.kind for item in positionals_of(helps[name])}
         lists.append(f'    {name}) options="{options}" paths={"-d" if kinds == {"dir"} else "-f"} ;;')
     return f"""# bash completion for {TOOL}, made from its help
 
@@ -273,12 +264,12 @@ def zsh(helps):
     for name in helps[TOOL].commands:
         arguments = []
         for item in options_of(helps[name]):
-            kind = value_kind(item)
+            kind = item.kind
             does = action.get(kind, f"({kind.replace('|', ' ')})" if kind else " ")
             value = f":{zsh_text(item.value.split('|')[0] if '|' not in item.value else 'value')}:{does}"
             arguments.append(f"'*{item.long}[{zsh_text(item.text)}]{value if item.value else ''}'")
         for item in positionals_of(helps[name]):
-            arguments.append(f"':{item.names[0]}:{action[value_kind(item)]}'")
+            arguments.append(f"':{item.names[0]}:{action[item.kind]}'")
         functions.append(f"    {name})\n      _arguments \\\n        " + " \\\n        ".join(arguments) + "\n      ;;")
     commands = "\n    ".join(f"'{name}:{zsh_text(text)}'" for name, text in helps[TOOL].commands.items())
     return f"""#compdef {TOOL}
@@ -311,7 +302,7 @@ def fish(helps):
     for name, text in helps[TOOL].commands.items():
         lines.append(f"complete -c {TOOL} -n __fish_use_subcommand -f -a {name} -d {quoted(text)}")
         for item in options_of(helps[name]):
-            kind = value_kind(item)
+            kind = item.kind
             if not item.value:
                 value = ""
             elif kind == "dir":

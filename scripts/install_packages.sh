@@ -8,7 +8,7 @@ demo=(nginx-light python3 procps iproute2 util-linux)
 bench=(libbenchmark-dev curl openssl rsync pigz zopfli python3 time strace valgrind)
 check=(clang-format clang-tidy cppcheck valgrind python3 man-db mandoc zsh fish)
 fuzz=(clang libclang-rt-14-dev)
-package=(dpkg-dev lintian zip debootstrap)
+package=(dpkg-dev lintian zip mandoc debootstrap)
 
 windows=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest dpkg-dev
          wine wine64 xvfb xauth openbox x11-utils imagemagick x11-apps xdotool

@@ -73,6 +73,9 @@ scripts/real_trees.sh
 step "A publisher's day, as the documentation tells it"
 scripts/publisher_day.sh | grep -v '^ '
 
+step "A publisher's pipeline"
+scripts/pipeline.sh | grep -v '^ '
+
 step "Instructions for each record"
 scripts/instructions.sh
 

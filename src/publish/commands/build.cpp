@@ -59,6 +59,7 @@ void AddCompressionOptions(CLI::App& build, PayloadOptions& options) {
       .add_option_function<Texts>(
           "--plain", [&options](const Texts& types) { AddPlainTypes(options.plainTypes, types); },
           "More extensions of files that aren't even tried")
+      ->type_name("EXT,...")
       ->delimiter(',')
       ->allow_extra_args(false);
 }
@@ -97,23 +98,30 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
   AddChoice<HashKind>(build, "--hash", options.payload.hash,
                       {{"sha1", HashKind::kSha1}, {"md5", HashKind::kMd5}},
                       "The digest of the list; default: sha1");
-  build.add_option("--exe", options.clientExe,
-                   "The game client: \\Game.exe in TREE, or Game.exe in the folder above");
-  build.add_option("--data", options.dataPath,
-                   "The path with which each request begins, as Data in the settings");
+  build
+      .add_option("--exe", options.clientExe,
+                  "The game client: \\Game.exe in TREE, or Game.exe in the folder above")
+      ->type_name("NAME");
+  build
+      .add_option("--data", options.dataPath,
+                  "The path with which each request begins, as Data in the settings")
+      ->type_name("PATH");
   AddNamesOption(build, options.names);
   build.add_option("--list", options.listName, "File name of the reference list")
+      ->type_name("NAME")
       ->capture_default_str();
   build
       .add_option_function<Texts>(
           "--remove", [&](const Texts& paths) { AddRemovals(options.removals, paths, ""); },
           "A file or directory to remove from players' disks; repeatable")
+      ->type_name("PATH")
       ->allow_extra_args(false);
   build
       .add_option_function<Texts>(
           "--remove-pattern",
           [&](const Texts& patterns) { AddRemovals(options.removals, patterns, kPatternMode); },
           "A pattern, such as \"*.tmp\": removes all files whose path matches; repeatable")
+      ->type_name("PATTERN")
       ->allow_extra_args(false);
   AddPath(build, "--remove-from", options.removeFrom,
           "An earlier list, or its publication's folder: files that are gone since then "
@@ -123,8 +131,10 @@ void AddOptions(CLI::App& build, BuildOptions& options) {
           "hard link or else by copy, and so is its enable.cdn")
       ->check(ExistingFolder());
   CLI::Option* const cdn =
-      build.add_option("--cdn", options.redirection,
-                       "Redirect players to this URL, http://host/path: writes OUT/enable.cdn");
+      build
+          .add_option("--cdn", options.redirection,
+                      "Redirect players to this URL, http://host/path: writes OUT/enable.cdn")
+          ->type_name("URL");
   build
       .add_flag_callback(
           "--no-cdn", [&options] { options.takesRedirection = false; },

@@ -121,6 +121,7 @@ void AddDiffCommand(CLI::App& app, int& status) {
           "build --remove-from OLD would publish them, with OLD's settings")
       ->required();
   diff->add_option("--list", command->listName, "File name of the list in a folder")
+      ->type_name("NAME")
       ->capture_default_str();
   AddNamesOption(*diff, command->tree.names);
   AddPath(*diff, "--ignore", command->tree.ignoreFile,

@@ -207,9 +207,11 @@ void AddLintCommand(CLI::App& app, int& status) {
   CLI::Option* listName =
       lint->add_option("--list", command->listName,
                        "File name of the list in a folder, which the settings should name")
+          ->type_name("NAME")
           ->capture_default_str();
   lint->add_option("--data", command->dataPath,
-                   "The path with which each request begins, as Data in the settings");
+                   "The path with which each request begins, as Data in the settings")
+      ->type_name("PATH");
   CLI::Option* tree =
       AddPath(*lint, "--tree", command->tree,
               "What players have: names the files that the removals delete, and checks "

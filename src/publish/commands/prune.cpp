@@ -45,6 +45,7 @@ void AddPruneCommand(CLI::App& app, int& status) {
   AddPaths(*prune, "--spare", options->spare, "A file or folder in OUT that stays; repeatable")
       ->allow_extra_args(false);
   prune->add_option("--list", options->listName, "File name of the list in a folder")
+      ->type_name("NAME")
       ->capture_default_str();
   prune->add_flag("--delete", options->deletes, "Remove the files, and folders that this empties");
   Describe(*prune, "0 done, 1 failed",

@@ -43,10 +43,13 @@ void AddRollbackCommand(CLI::App& app, int& status) {
   AddPath(*rollback, "--into", options->output, "The folder that the web server offers")
       ->required();
   rollback->add_option("--list", options->listName, "File name of the list in all folders")
+      ->type_name("NAME")
       ->capture_default_str();
   CLI::Option* const cdn =
-      rollback->add_option("--cdn", options->redirection,
-                           "Redirect players to this URL, http://host/path: writes enable.cdn");
+      rollback
+          ->add_option("--cdn", options->redirection,
+                       "Redirect players to this URL, http://host/path: writes enable.cdn")
+          ->type_name("URL");
   rollback
       ->add_flag_callback(
           "--no-cdn", [options] { options->takesRedirection = false; },

@@ -43,6 +43,7 @@ void AddSwitchCommand(CLI::App& app, int& status) {
       ->required()
       ->check(ExistingFolder());
   command->add_option("--list", arguments->listName, "File name of the list in both publications")
+      ->type_name("NAME")
       ->capture_default_str();
   Describe(*command, "0 switched, 1 not switched: the link leads where it did before",
            "switch /srv/velmora/current /srv/velmora/publication-2");

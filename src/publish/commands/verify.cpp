@@ -66,12 +66,16 @@ void AddOptions(CLI::App& verify, VerifyArguments& arguments) {
           "A player's settings file: verifies all of its servers")
       ->check(ExistingFile());
   place->require_option(1);
-  verify.add_option(
-      "--list", arguments.listName,
-      "File name of the reference list, if it isn't the one of the settings or hashlist.dat");
-  verify.add_option("--user", arguments.user,
-                    "User for servers that want one; its password is in --password-file or in the "
-                    "environment's VELMORA_PASSWORD");
+  verify
+      .add_option(
+          "--list", arguments.listName,
+          "File name of the reference list, if it isn't the one of the settings or hashlist.dat")
+      ->type_name("NAME");
+  verify
+      .add_option("--user", arguments.user,
+                  "User for servers that want one; its password is in --password-file or in the "
+                  "environment's VELMORA_PASSWORD")
+      ->type_name("NAME");
   AddPath(verify, "--password-file", arguments.passwordFile,
           "A file whose first line is the password")
       ->check(ExistingFile())

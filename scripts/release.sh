@@ -110,7 +110,7 @@ release_in() {
     "VelmoraUpdate:$(echo "$place"/velmora-update_*.deb):build/package" \
     "velmora-publish:$(echo "$place"/velmora-publish_*.deb):build/package" \
     >"$place/velmora-update-$version.spdx.json"
-  (cd "$place" && find . -type f -printf '%P\n' | sort | xargs sha256sum >SHA256SUMS)
+  (cd "$place" && find . -type f ! -path ./SHA256SUMS -printf '%P\n' | sort | xargs sha256sum >SHA256SUMS)
   find "$place" -exec touch -d "@$SOURCE_DATE_EPOCH" {} +
 }
 

@@ -43,3 +43,17 @@ if(VELMORA_PACKAGE)
     target_link_options(velmora_options INTERFACE -Wl,--no-insert-timestamp)
   endif()
 endif()
+
+# velmora_precompile(TARGET HEADER...): with VELMORA_PRECOMPILE, the target's sources find the most used headers
+# of the standard library, and HEADERs, already parsed: they take half of the time. <chrono> isn't among them.
+function(velmora_precompile target)
+  if(NOT VELMORA_PRECOMPILE OR VELMORA_PACKAGE)
+    return()
+  endif()
+  target_precompile_headers(${target} PRIVATE
+    <algorithm> <filesystem> <fstream> <functional> <map> <memory> <mutex> <optional> <set> <sstream> <string>
+    <system_error> <thread> <vector> ${ARGN})
+  # The first is for ccache. The others because g++ 12 then warns of its own std::string, as above.
+  target_compile_options(${target} PRIVATE -fpch-preprocess -Wno-array-bounds -Wno-stringop-overflow
+                                           -Wno-stringop-overread)
+endfunction()

@@ -825,8 +825,10 @@ TEST_F(Publication, TreeThatLacksMuchIsRefused) {
   options_.removeFrom = "part.dat";
   EXPECT_NE(Refusal(options_).find("of 4 files, 31 of 31 bytes"), std::string::npos);
   const std::string list = ReadFile("out/hashlist.dat");
-  WriteFile("out/hashlist.dat", "no list");
-  EXPECT_NE(Refusal(options_).find("move it away"), std::string::npos);
+  for (const char* damaged : {"no list", ""}) {
+    WriteFile("out/hashlist.dat", damaged);
+    EXPECT_NE(Refusal(options_).find("move it away"), std::string::npos) << damaged;
+  }
   WriteFile("out/hashlist.dat", list);
   options_.removeFrom = "out";
   fs::remove_all("tree");

@@ -57,9 +57,11 @@ void RequireOthersUnharmed(const fs::path& folder, const std::string& listName,
     for (const FileRecord& record : list->files) {
       const auto found = places.find(platform::NameKey(PayloadPlace(record)));
       if (found == places.end() || found->second->transferHash == record.transferHash) continue;
-      complaints.Add(ShownPath(folder / PayloadPlace(record)),
-                     "another list needs it as it is: " + ShownPath(file.filename()),
-                     "publish each list into a folder of its own; --reuse shares payloads");
+      complaints.Add(
+          ShownPath(folder / PayloadPlace(record)),
+          "another list needs it as it is: " + ShownPath(file.filename()),
+          "move that list away if no player asks for it, or publish each into a folder of "
+          "its own; --reuse shares payloads");
     }
   }
   complaints.ThrowIfAny();

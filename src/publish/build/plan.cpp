@@ -80,11 +80,12 @@ EarlierList ListInOutput(const BuildOptions& options) {
   const fs::path file = options.output / PathOf(options.listName);
   if (!fs::exists(file) || fs::is_directory(file)) return nullptr;
   EarlierList list = ReadPublishedList(file);
-  if (list == nullptr) {
-    throw PublishError(ShownPath(file) +
-                       ": not a list, or not one that patchers read to its end, so what players "
-                       "have isn't known. Restore it, or move it away if players shall keep all "
-                       "that they have");
+  const bool isEmptied = list != nullptr && list->files.Count() == 0 && !options.allowEmpty;
+  if (list == nullptr || isEmptied) {
+    throw PublishError(
+        ShownPath(file) +
+        ": empty, or no list that patchers read to its end, so what players have isn't known. "
+        "Restore it, or move it away if players shall keep all that they have");
   }
   return list;
 }

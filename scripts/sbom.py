@@ -132,12 +132,12 @@ def identifier(text):
 
 
 def library(name, licence, package):
-    source, version = output("dpkg-query", "-W", "-f", "${source:Package} ${source:Version}", package).split()
-    upstream = re.sub(r"^\d+:|[.+]d(fsg|s)\d*|-[^-]*$", "", version)
+    fields = "${source:Package} ${source:Version} ${Version}"
+    source, version, binary = output("dpkg-query", "-W", "-f", fields, package).split()
     return {
-        "SPDXID": identifier(f"{name}-{version}"),
+        "SPDXID": identifier(f"{source}-{version}"),
         "name": name,
-        "versionInfo": upstream,
+        "versionInfo": re.sub(r"^\d+:|[.+]dfsg.*|[.+]ds\d*-.*|-.*", "", binary),
         "downloadLocation": "NOASSERTION",
         "filesAnalyzed": False,
         "licenseConcluded": "NOASSERTION",

@@ -54,6 +54,9 @@ VELMORA_CASES=100 run_suite win64 1
 
 step "The 32-bit program, driven by its windows"
 scripts/build.sh win32 VelmoraUpdate windows_process_test
+# Players download it. Parts of the C++ library that it doesn't need are easily linked in unnoticed.
+[[ $(stat -c %s build/win32/VelmoraUpdate.exe) -le $((512 * 1024)) ]] ||
+  fail "VelmoraUpdate.exe has grown beyond 512 KiB; its link map tells which part of which library was taken for what"
 wait "$wine32" || cat build/wine32-prepare.log
 result=0
 scripts/wine32_root.sh build/win32/windows_process_test.exe --gtest_brief=1 || result=$?

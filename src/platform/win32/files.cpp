@@ -13,7 +13,7 @@
 
 #include "base/ascii.h"
 #include "base/text.h"
-#include "platform/disk.h"
+#include "platform/win32/flush.h"
 #include "platform/win32/utf16.h"
 
 namespace velmora::platform {
@@ -25,10 +25,22 @@ const std::intptr_t kNoFile = reinterpret_cast<std::intptr_t>(INVALID_HANDLE_VAL
 // Of this header's operations only: the system's own code changes with any call in this thread.
 thread_local std::int32_t lastError = 0;
 
+}  // namespace
+
 bool Fail(DWORD code) {
   lastError = static_cast<std::int32_t>(code);
   return false;
 }
+
+// A file system journals names but not the content of files, so the content is flushed first.
+bool FlushHandle(HANDLE file) {
+  if (FlushFileBuffers(file)) return true;
+  const DWORD reason = GetLastError();
+  // The volume has no such operation.
+  return reason == ERROR_INVALID_FUNCTION || reason == ERROR_NOT_SUPPORTED || Fail(reason);
+}
+
+namespace {
 
 // Keeps the code of a failure before another call can overwrite it.
 bool RecordError(bool succeeded) { return succeeded || Fail(GetLastError()); }
@@ -50,8 +62,6 @@ std::intptr_t AcceptDiskFile(HANDLE file) {
   Fail(ERROR_ACCESS_DENIED);
   return kNoFile;
 }
-
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 HANDLE OpenExisting(const std::string& path, DWORD access, DWORD sharing) {
   return CreateFileA(path.c_str(), access, sharing, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
@@ -130,28 +140,6 @@ bool HasOtherNames(const std::string& path) {
   const bool succeeded = GetFileInformationByHandle(file, &information) != FALSE;
   CloseHandle(file);
   return succeeded && information.nNumberOfLinks > 1;
-}
-
-// A file system journals names but not the content of files, so the content is flushed first.
-bool FlushHandle(HANDLE file) {
-  if (FlushFileBuffers(file)) return true;
-  const DWORD reason = GetLastError();
-  // The volume has no such operation.
-  return reason == ERROR_INVALID_FUNCTION || reason == ERROR_NOT_SUPPORTED || Fail(reason);
-}
-
-// An empty file, such as a lock, has nothing to flush.
-bool FlushContents(const std::filesystem::path& path) {
-  const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr);
-  std::error_code ignored;
-  if (file == INVALID_HANDLE_VALUE) {
-    const DWORD reason = GetLastError();
-    return std::filesystem::file_size(path, ignored) == 0 || Fail(reason);
-  }
-  const bool flushed = FlushHandle(file);
-  CloseHandle(file);
-  return flushed;
 }
 
 // A protected file can't have been written.
@@ -341,22 +329,6 @@ std::optional<std::vector<DirectoryEntry>> ListDirectory(const std::string& dire
   } while (FindNextFileA(search, &found));
   FindClose(search);
   return entries;
-}
-
-// Renames need no flushing: the file system's journal keeps their order.
-bool FlushDirectory(const std::filesystem::path& directory) {
-  // No name at all would be the root of the drive.
-  if (directory.empty()) return Fail(ERROR_PATH_NOT_FOUND);
-  std::error_code error;
-  const std::vector<FolderEntry> entries = ListFolder(directory, error);
-  if (error) return Fail(static_cast<DWORD>(error.value()));
-  bool result = true;
-  for (const FolderEntry& entry : entries) {
-    if (entry.kind == std::filesystem::file_type::regular && !FlushContents(entry.path)) {
-      result = false;
-    }
-  }
-  return result;
 }
 
 std::int32_t LastSystemError() { return lastError; }

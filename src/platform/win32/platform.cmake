@@ -9,6 +9,7 @@ add_library(velmora_platform STATIC
   platform/win32/file_lock.cpp
   platform/win32/folder_link.cpp
   platform/win32/files.cpp
+  platform/win32/flush_directory.cpp
   platform/win32/http.cpp
   platform/win32/ini.cpp
   platform/win32/paths.cpp

@@ -17,5 +17,7 @@ if [[ -z ${CMAKE_CXX_COMPILER_LAUNCHER:-} ]] && command -v ccache >/dev/null; th
   export CCACHE_SLOPPINESS=pch_defines,time_macros
 fi
 log=build/$preset/build.log
+exec {lock}>"build/$preset.lock"
+flock "$lock"  # scripts at work at the same time may ask for the same
 { cmake --preset "$preset" && cmake --build --preset "$preset" "$@"; } >"$log" 2>&1 ||
   { cat "$log" >&2; echo "build.sh: $preset doesn't build" >&2; exit 1; }

@@ -3,12 +3,12 @@
 # stands and in its order, with nginx in the place of the three servers, and lets players' patchers follow. A
 # block "sh" has to succeed; each command of a block "sh refused" has to be refused with the words in the comment
 # below it. Fails if a command behaves otherwise than the page says, if a player ends up with other files than
-# are published, or if the page and this script don't have the same steps.
+# are published, or if the page and this script don't have the same steps. With --windows, the Windows tool
+# runs the commands, under Wine; but Wine has no links to folders, so the native one switches.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 page=$root/docs/publishing.md
-day=$root/build/publisher-day
 game=neverball-data
 source scripts/debian_game.sh
 source scripts/own_network.sh
@@ -16,7 +16,13 @@ source scripts/web_server.sh
 
 fail() { echo "publisher_day.sh: $*" >&2; exit 1; }
 
+windows=false
+[[ ${1:-} != --windows ]] || windows=true
+day=$root/build/publisher-day
+! $windows || day+=-windows
+
 scripts/install_packages.sh build demo
+! $windows || scripts/install_packages.sh windows
 unpack_game "$game" "$day/unpacked" || fail "no game data"
 enter_own_network "$@"
 # The patcher looks for enable.cdn on port 80.
@@ -25,6 +31,20 @@ python3 -c 'import socket; socket.socket().bind(("127.0.0.1", 80))' 2>/dev/null 
 
 scripts/build.sh native VelmoraUpdate velmora-publish
 export PATH=$root/build/native:$PATH
+if $windows; then
+  scripts/build.sh win64 velmora-publish
+  # A service of Wine's serves one network.
+  export VELMORA_WINEPREFIX=$day/prefix
+  mkdir -p "$day/bin"
+  cat >"$day/bin/velmora-publish" <<SCRIPT
+#!/bin/sh
+[ "\$1" != switch ] || exec "$root/build/native/velmora-publish" "\$@"
+exec "$root/scripts/wine.sh" --console "$root/build/win64/velmora-publish.exe" "\$@"
+SCRIPT
+  chmod +x "$day/bin/velmora-publish"
+  PATH=$day/bin:$PATH
+  [[ $(velmora-publish --version) == "$(build/native/velmora-publish --version)" ]] || fail "Wine doesn't start"
+fi
 
 # --- The publisher's folder, with a real game in its tree, and three servers.
 
@@ -36,7 +56,11 @@ cp -rL "$day/unpacked/$game/usr/share/games/neverball" tree
 printf '#!/bin/sh\n' | tee tree/Game.exe >tree/GameOption.exe
 cp "$root/build/native/VelmoraUpdate.exe" tree/
 
-trap stop_web_server EXIT
+end_all() {
+  stop_web_server
+  ! $windows || WINEPREFIX=$VELMORA_WINEPREFIX wineserver -k || true
+}
+trap end_all EXIT
 start_web_servers "$day/nginx" \
   "$(web_server 127.0.0.1:80 "$PWD/current")" \
   "$(web_server 127.0.0.2:80 "$PWD/mirror/current")" \

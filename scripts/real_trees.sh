@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Publishes two real games' files, the second with difficult names added, and installs them into empty folders
 # with both patchers: the native one, and the Windows program under Wine. Fails unless the publications pass
-# all checks and all installations equal their trees, byte for byte.
+# all checks and all installations equal their trees, byte for byte, and unless the Windows tool publishes the
+# same and says the same about it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-place=$PWD/build/real-trees
+root=$PWD
+place=$root/build/real-trees
 source scripts/debian_game.sh
 source scripts/own_network.sh
 source scripts/web_server.sh
@@ -20,7 +22,7 @@ done
 enter_own_network "$@"
 
 scripts/build.sh native velmora-publish VelmoraUpdate
-scripts/build.sh win64 VelmoraUpdate
+scripts/build.sh win64 VelmoraUpdate velmora-publish
 
 trap 'end_windows; stop_web_server' EXIT
 trap 'exit 130' INT
@@ -111,6 +113,53 @@ publish_and_install() {
   stop_web_server
 }
 
+# renamed FOLDER FROM TO: gives names another encoding. On Windows they are Unicode, and so they are UTF-8 for
+# Wine. Those with the byte 5C in code page 932, which Windows can't publish, are removed.
+renamed() {
+  python3 - "$@" <<'PYTHON'
+import os, shutil, sys
+root, before, after = sys.argv[1:]
+for folder, folders, files in os.walk(os.fsencode(root), topdown=False):
+    for name in folders + files:
+        path = os.path.join(folder, name)
+        text = name.decode(before)
+        if b"\\" not in text.encode("cp932"):
+            os.rename(path, os.path.join(folder, text.encode(after)))
+        elif os.path.isdir(path):
+            shutil.rmtree(path)
+        else:
+            os.remove(path)
+PYTHON
+}
+
+# publishes_and_tells FOLDER NAMES TOOL...: builds FOLDER/out, and prints what the tool says about it.
+publishes_and_tells() {
+  local folder=$1 names=$2 status=0
+  shift 2
+  mkdir "$folder"
+  cd "$folder"
+  "$@" build ../tree out --names "$names" --exe '\Game.exe' --accept 731 >/dev/null || fail "$1: not built"
+  "$@" lint out --tree ../tree --names "$names" --data /game --accept 731 --json || status=$?
+  [[ $status -eq 0 || $status -eq 3 ]] || fail "$1: the linter finds errors"
+  "$@" diff out ../tree --names "$names" --json
+}
+
+# publish_by_both TREE
+publish_by_both() {
+  local here=$place/both begun=$EPOCHREALTIME
+  rm -rf "$here"
+  mkdir -p "$here"
+  cp -r "$1" "$here/tree"
+  renamed "$here/tree" cp932 utf-8
+  (publishes_and_tells "$here/native" utf-8 "$root/$tool") >"$here/native.txt"
+  (publishes_and_tells "$here/windows" utf-8 "$root/scripts/wine.sh" --console \
+    "$root/build/win64/velmora-publish.exe") >"$here/windows.txt"
+  renamed "$here/windows/out" utf-8 cp932
+  diff -r "$here/native" "$here/windows" || fail "the tools publish different files"
+  diff "$here/native.txt" "$here/windows.txt" || fail "the tools tell different things"
+  echo "   $(find "$here/native" -type f | wc -l) files, the same by both tools; $(since "$begun")"
+}
+
 rm -rf "$place/unpacked/neverball"
 cp -rL "$place/unpacked/neverball-data/usr/share/games/neverball" "$place/unpacked/neverball"
 publish_and_install neverball "$place/unpacked/neverball"
@@ -119,3 +168,4 @@ rm -rf "$place/unpacked/pingus"
 cp -rL "$place/unpacked/pingus-data/usr/share/games/pingus" "$place/unpacked/pingus"
 odd_names "$place/unpacked/pingus"
 publish_and_install pingus "$place/unpacked/pingus"
+publish_by_both "$place/unpacked/pingus"

@@ -30,7 +30,8 @@ bool LooksLikeAList(const fs::path& file) {
 std::map<fs::path, std::unique_ptr<const PublishedList>> OtherLists(const fs::path& folder,
                                                                     const std::string& listName) {
   std::set<std::string> known = {platform::NameKey(PathOf(listName))};
-  for (const std::string& payload : ReadPublicationRecord(folder).payloads) {
+  const PublicationRecord record = ReadPublicationRecord(folder);
+  for (const std::string& payload : record.payloads) {
     known.insert(platform::NameKey(platform::PathOfListText(payload)));
   }
   std::map<fs::path, std::unique_ptr<const PublishedList>> lists;

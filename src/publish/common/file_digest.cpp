@@ -20,19 +20,34 @@ platform::DigestHandle OpenProvider() {
   return platform::OpenDigestProvider(platform::KeySet::kCreate, error);
 }
 
+// Kept for each thread: to open one may take longer than to hash a small file.
+class Provider {
+ public:
+  Provider() = default;
+  ~Provider() { platform::CloseDigestProvider(handle_); }
+  Provider(const Provider&) = delete;
+  Provider& operator=(const Provider&) = delete;
+
+  [[nodiscard]] platform::DigestHandle Handle() {
+    if (handle_ == 0) handle_ = OpenProvider();
+    return handle_;
+  }
+
+ private:
+  platform::DigestHandle handle_ = 0;
+};
+
+thread_local Provider provider;
+
 }  // namespace
 
-FileDigest::FileDigest(HashKind kind) : provider_(OpenProvider()) {
+FileDigest::FileDigest(HashKind kind) {
   std::int32_t error = 0;
-  digest_ = platform::CreateDigest(provider_, kind, error);
-  if (digest_ == 0) platform::CloseDigestProvider(provider_);
+  digest_ = platform::CreateDigest(provider.Handle(), kind, error);
   Require(digest_ != 0);
 }
 
-FileDigest::~FileDigest() {
-  platform::DestroyDigest(digest_);
-  platform::CloseDigestProvider(provider_);
-}
+FileDigest::~FileDigest() { platform::DestroyDigest(digest_); }
 
 void FileDigest::Add(const void* bytes, std::size_t count) {
   std::int32_t error = 0;

@@ -10,7 +10,8 @@ namespace velmora::publish {
 
 using HashKind = platform::DigestKind;
 
-// One thread at a time. Throws PublishError when the system's digest service fails.
+// One thread at a time, and no longer than the thread lives that has made it. Throws PublishError
+// when the system's digest service fails.
 class FileDigest {
  public:
   explicit FileDigest(HashKind kind);
@@ -24,7 +25,6 @@ class FileDigest {
   [[nodiscard]] std::string Text();
 
  private:
-  platform::DigestHandle provider_ = 0;
   platform::DigestHandle digest_ = 0;
 };
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kRawDeflate = -15;  // the largest window, without header and trailer
 
-void Require(bool succeeded) {
+void RequireMemory(bool succeeded) {
   if (!succeeded) throw PublishError("the compression fails: not enough memory?");
 }
 
@@ -28,7 +28,7 @@ libdeflate_compressor* CompressorOf(int effort) {
   static thread_local std::map<int, std::unique_ptr<libdeflate_compressor, Free>> compressors;
   auto& compressor = compressors[effort];
   if (!compressor) compressor.reset(libdeflate_alloc_compressor(effort));
-  Require(compressor != nullptr);
+  RequireMemory(compressor != nullptr);
   return compressor.get();
 }
 
@@ -37,7 +37,7 @@ std::vector<std::uint8_t> Compressed(std::span<const std::uint8_t> content, int 
   std::vector<std::uint8_t> bytes(libdeflate_deflate_compress_bound(compressor, content.size()));
   bytes.resize(libdeflate_deflate_compress(compressor, content.data(), content.size(), bytes.data(),
                                            bytes.size()));
-  Require(!bytes.empty());
+  RequireMemory(!bytes.empty());
   return bytes;
 }
 
@@ -48,7 +48,7 @@ struct LastBlock {
 };
 
 struct Inflater {
-  Inflater() { Require(inflateInit2(&stream, kRawDeflate) == Z_OK); }
+  Inflater() { RequireMemory(inflateInit2(&stream, kRawDeflate) == Z_OK); }
   ~Inflater() { inflateEnd(&stream); }
   Inflater(const Inflater&) = delete;
   Inflater& operator=(const Inflater&) = delete;
@@ -73,7 +73,7 @@ LastBlock FindLastBlock(const std::vector<std::uint8_t>& bytes) {
     stream.next_out = ignored.get();
     stream.avail_out = static_cast<uInt>(kBuffer);
     result = inflate(&stream, Z_BLOCK);
-    Require(result == Z_OK || result == Z_STREAM_END);
+    RequireMemory(result == Z_OK || result == Z_STREAM_END);
     if ((stream.data_type & kAtBlockEnd) == 0) continue;
     const bool isEnd = (stream.data_type & kInLastBlock) != 0;
     (isEnd ? last.end : last.start) =

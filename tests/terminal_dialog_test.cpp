@@ -15,9 +15,9 @@
 #include "base/texts.h"
 #include "platform/clock.h"
 #include "platform/dialog.h"
-#include "platform/posix/terminal/figures.h"
+#include "platform/posix/dialog/figures.h"
 #include "platform/posix/terminal/lines.h"
-#include "platform/posix/terminal/model.h"
+#include "platform/posix/dialog/model.h"
 #include "platform/posix/terminal/render.h"
 #include "platform/posix/terminal/screen.h"
 #include "platform/posix/terminal/script.h"
@@ -31,6 +31,7 @@
 namespace velmora::platform {
 namespace {
 
+using namespace dialog;
 using namespace terminal;
 using test::TerminalChild;
 using test::TerminalPicture;

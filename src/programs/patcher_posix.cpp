@@ -1,12 +1,12 @@
 // The patcher's main on systems that split the command line into arguments.
 #include <string>
 
-#include "platform/posix/terminal/device.h"
+#include "platform/posix/standard_descriptors.h"
 #include "platform/processes.h"
 #include "process/entry.h"
 
 int main(int count, char** arguments) {
-  velmora::platform::terminal::FillStandardDescriptors();
+  velmora::platform::FillStandardDescriptors();
   std::string commandLine;
   for (int i = 1; i < count; ++i) {
     if (i > 1) commandLine += ' ';

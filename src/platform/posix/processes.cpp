@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -23,9 +22,7 @@
 #include <vector>
 
 #include "platform/clock.h"
-#include "platform/console.h"
 #include "platform/posix/native_path.h"
-#include "platform/utf8.h"
 
 namespace velmora::platform {
 namespace {
@@ -74,25 +71,6 @@ void BecomeSuccessor() {
     if (errno != ETXTBSY) return;
     Pause(10);
   }
-}
-
-bool IsTerminal() { return isatty(STDIN_FILENO) == 1 && IsErrorStreamATerminal(); }
-
-// Accepts any key, including Ctrl-C and Ctrl-Z: the start still has to end in an orderly way.
-void WaitForKey() {
-  termios before{};
-  if (tcgetattr(STDIN_FILENO, &before) != 0) return;
-  termios raw = before;
-  raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ISIG);
-  raw.c_cc[VMIN] = 1;
-  raw.c_cc[VTIME] = 0;
-  tcsetattr(STDIN_FILENO, TCSAFLUSH, &raw);
-  // Only now, since tcsetattr has dropped what was typed before.
-  std::fputs("[Enter]\n", stderr);
-  char key = 0;
-  while (read(STDIN_FILENO, &key, 1) < 0 && errno == EINTR) {
-  }
-  tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
 }
 
 bool IsRunnable(const std::string& native) { return access(native.c_str(), X_OK) == 0; }
@@ -251,11 +229,6 @@ void DestroyHiddenWindow() { quitPosted = true; }
 // The caller has already posted the quit message; nothing else in this process could.
 void PumpUntilQuit() {
   if (!quitPosted) std::abort();
-}
-
-void ShowStartBox(const std::string& text, const std::string& caption, std::uint32_t) {
-  std::fprintf(stderr, "%s: %s\n", ToUtf8(caption).c_str(), ToUtf8(text).c_str());
-  if (IsTerminal()) WaitForKey();
 }
 
 std::string ModulePath() {

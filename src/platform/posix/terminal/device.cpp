@@ -52,13 +52,6 @@ void RestoreModes() {
 
 }  // namespace
 
-void FillStandardDescriptors() {
-  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-    // open() returns the lowest free number.
-    if (fcntl(descriptor, F_GETFD) == -1) static_cast<void>(!open("/dev/null", O_RDWR));
-  }
-}
-
 bool IsScreen() {
   const char* const kind = std::getenv("TERM");
   return isatty(STDOUT_FILENO) == 1 && kind != nullptr && CanRedraw(kind);

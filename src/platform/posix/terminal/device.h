@@ -6,10 +6,6 @@
 
 namespace velmora::platform::terminal {
 
-// Opens the null device on each standard descriptor that is closed. Otherwise the next file to be
-// opened would become the standard input or output.
-void FillStandardDescriptors();
-
 // Whether standard output is a terminal that a block can be redrawn on.
 [[nodiscard]] bool IsScreen();
 // Whether standard input is a terminal, so that it delivers keys.

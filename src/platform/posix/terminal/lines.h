@@ -8,9 +8,14 @@
 #include <string>
 #include <string_view>
 
-#include "platform/posix/terminal/model.h"
+#include "platform/posix/dialog/model.h"
 
 namespace velmora::platform::terminal {
+
+using dialog::Bar;
+using dialog::ButtonState;
+using dialog::DialogModel;
+using dialog::kButtons;
 
 class LineReport {
  public:

@@ -8,17 +8,22 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
+#include <utility>
 
 #include "base/ascii.h"
 #include "base/text.h"
+#include "platform/posix/dialog/loop.h"
+#include "platform/posix/standard_descriptors.h"
 #include "platform/posix/terminal/device.h"
 #include "platform/posix/terminal/signals.h"
 #include "platform/posix/terminal/text.h"
-#include "platform/posix/transfer_count.h"
 #include "platform/utf8.h"
 
 namespace velmora::platform::terminal {
 namespace {
+
+using dialog::CancelWaits;
+using dialog::ProgressOf;
 
 // All in milliseconds.
 constexpr std::int64_t kDrawInterval = 67;  // at most 15 redraws a second
@@ -64,7 +69,9 @@ bool DialogLoop::Open() {
   FillStandardDescriptors();
   screenOn_ = IsScreen();
   keyboardOn_ = IsKeyboard();
-  if (!state_.Open(!screenOn_)) return false;
+  DialogState::Observer observer;
+  if (!screenOn_) observer = [this](const DialogModel& model) { lines_.Note(model); };
+  if (!state_.Open(std::move(observer))) return false;
   if (!WatchSignals()) {
     state_.Close();
     return false;
@@ -269,8 +276,6 @@ bool DialogLoop::IsUpdating() const { return handlers_.runPhase() == RunPhase::k
 
 bool DialogLoop::CanCancel() { return IsUpdating() && state_.IsEnabled(Control::kUpdateButton); }
 
-bool DialogLoop::CancelWaits() { return IsUpdating() && !state_.IsEnabled(Control::kUpdateButton); }
-
 // A player who cancels a run is told why it still goes on for a while.
 void DialogLoop::Press(Control control) {
   const bool cancels = control == Control::kUpdateButton && CanCancel();
@@ -311,31 +316,27 @@ void DialogLoop::DrawScreen() {
   if (!pending_.WriteReady(output_)) return;
   const DialogState::Snapshot snapshot = state_.TakeSnapshot();
   const ScreenSize size = CurrentScreenSize();
-  const auto block = RenderBlock(snapshot.model, FiguresOf(snapshot.model), size.columns);
+  const double now = static_cast<double>(lastDraw_) / 1000;
+  const Figures figures = figures_.Update(IsUpdating(), ProgressOf(snapshot.model, handlers_, now));
+  const auto block = RenderBlock(snapshot.model, figures, size.columns);
   pending_.Add(screen_.Show(Arrange(block, BelowBlock(snapshot, size), size.rows), size));
   pending_.WriteReady(output_);
-}
-
-Figures DialogLoop::FiguresOf(const DialogModel& model) {
-  Progress progress;
-  progress.now = static_cast<double>(lastDraw_) / 1000;
-  progress.received = bodyBytesReceived;
-  progress.fileLeft = RestOfFile(model);
-  const std::int64_t ahead = handlers_.bytesAhead();
-  // A cancelled run won't do the work ahead.
-  if (ahead >= 0 && !CancelWaits()) progress.ahead = ahead;
-  return figures_.Update(IsUpdating(), progress);
 }
 
 std::vector<std::string> DialogLoop::BelowBlock(const DialogState::Snapshot& snapshot,
                                                 ScreenSize size) {
   if (snapshot.box) return RenderBox(*snapshot.box, size.columns);
-  const bool waits = cancelAsked_ && CancelWaits() && state_.IsOpen();
+  const bool waits = cancelAsked_ && CancelWaits(snapshot.model, handlers_) && state_.IsOpen();
   return waits ? RenderCancelNotice(size.columns) : std::vector<std::string>{};
 }
 
 void DialogLoop::WriteLines() {
-  pending_.Add(ToUtf8(state_.TakeLines()));
+  std::string lines;
+  state_.Show([&](const DialogModel& model) {
+    lines_.NoteFigures(model);
+    lines = lines_.Take();
+  });
+  pending_.Add(ToUtf8(lines));
   pending_.WriteReady(output_);
 }
 
@@ -347,7 +348,11 @@ void DialogLoop::FlushLines() {
 
 void DialogLoop::PrintLine(const std::string& line) {
   if (!screenOn_) {
-    state_.AddLine(line);
+    state_.Show([&](const DialogModel& model) {
+      lines_.NoteFigures(model);
+      lines_.Add(line);
+    });
+    state_.MarkChanged();
     return;
   }
   EraseBlock();
@@ -413,3 +418,29 @@ void DialogLoop::Flush() {
 }
 
 }  // namespace velmora::platform::terminal
+
+namespace velmora::platform::dialog {
+namespace {
+
+terminal::DialogLoop* currentLoop = nullptr;  // null outside RunLoop
+
+}  // namespace
+
+std::optional<int> RunLoop(DialogState& state, const DialogHandlers& handlers) {
+  terminal::DialogLoop loop(state, handlers);
+  if (!loop.Open()) return std::nullopt;
+  currentLoop = &loop;
+  const int result = loop.Run();
+  currentLoop = nullptr;
+  return result;
+}
+
+void ShowBoxInLoop(const BoxText& box) {
+  if (currentLoop != nullptr) currentLoop->ShowBox(box);
+}
+
+void CloseInLoop() {
+  if (currentLoop != nullptr) currentLoop->Close();
+}
+
+}  // namespace velmora::platform::dialog

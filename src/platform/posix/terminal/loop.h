@@ -8,13 +8,17 @@
 #include <vector>
 
 #include "platform/dialog.h"
-#include "platform/posix/terminal/figures.h"
+#include "platform/posix/dialog/figures.h"
+#include "platform/posix/dialog/state.h"
+#include "platform/posix/terminal/lines.h"
 #include "platform/posix/terminal/output.h"
 #include "platform/posix/terminal/screen.h"
 #include "platform/posix/terminal/script.h"
-#include "platform/posix/terminal/state.h"
 
 namespace velmora::platform::terminal {
+
+using dialog::DialogState;
+using dialog::FigureKeeper;
 
 class DialogLoop {
  public:
@@ -55,15 +59,12 @@ class DialogLoop {
 
   [[nodiscard]] bool IsUpdating() const;
   [[nodiscard]] bool CanCancel();
-  // Whether a run was asked to stop and still goes on.
-  [[nodiscard]] bool CancelWaits();
   void Press(Control control);
   void Command(Control control);
 
   void DrawIfDue();
   void Draw();
   void DrawScreen();
-  [[nodiscard]] Figures FiguresOf(const DialogModel& model);
   [[nodiscard]] std::vector<std::string> BelowBlock(const DialogState::Snapshot& snapshot,
                                                     ScreenSize size);
   void WriteLines();
@@ -89,6 +90,7 @@ class DialogLoop {
   // reader that has stopped must not delay the end.
   bool waitsForReader_ = true;
   Screen screen_;
+  LineReport lines_;  // of an output that isn't a terminal; guarded by the state's lock
   FigureKeeper figures_;
   Milliseconds lastDraw_ = 0;
   bool cancelAsked_ = false;  // by a player

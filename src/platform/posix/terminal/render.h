@@ -6,10 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "platform/posix/terminal/figures.h"
-#include "platform/posix/terminal/model.h"
+#include "platform/posix/dialog/figures.h"
+#include "platform/posix/dialog/model.h"
 
 namespace velmora::platform::terminal {
+
+using dialog::BoxText;
+using dialog::DialogModel;
+using dialog::Figures;
 
 struct ScreenSize {
   std::size_t columns = 80;

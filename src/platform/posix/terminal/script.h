@@ -7,9 +7,12 @@
 #include <string>
 #include <string_view>
 
-#include "platform/posix/terminal/model.h"
+#include "platform/posix/dialog/model.h"
 
 namespace velmora::platform::terminal {
+
+using dialog::ButtonKind;
+using dialog::kButtons;
 
 inline constexpr std::size_t kLongestScriptLine = 4096;
 inline constexpr char kWaitCommand[] = "wait";

@@ -1,9 +1,11 @@
-#include "platform/posix/terminal/figures.h"
+#include "platform/posix/dialog/figures.h"
 
 #include <algorithm>
 #include <cmath>
 
-namespace velmora::platform::terminal {
+#include "platform/posix/transfer_count.h"
+
+namespace velmora::platform::dialog {
 namespace {
 
 // In seconds. A rate measured over less than half a second would jump about.
@@ -29,6 +31,22 @@ std::optional<double> FileTimeLeft(const Progress& progress, std::optional<std::
 }
 
 }  // namespace
+
+Progress ProgressOf(const DialogModel& model, const DialogHandlers& handlers, double now) {
+  Progress progress;
+  progress.now = now;
+  progress.received = bodyBytesReceived;
+  progress.fileLeft = RestOfFile(model);
+  const std::int64_t ahead = handlers.bytesAhead();
+  // A cancelled run won't do the work ahead.
+  if (ahead >= 0 && !CancelWaits(model, handlers)) progress.ahead = ahead;
+  return progress;
+}
+
+bool CancelWaits(const DialogModel& model, const DialogHandlers& handlers) {
+  return handlers.runPhase() == RunPhase::kUpdating &&
+         !model.FindButton(Control::kUpdateButton)->enabled;
+}
 
 Figures FigureKeeper::Update(bool isRunning, const Progress& progress) {
   if (!isRunning) {
@@ -70,4 +88,4 @@ std::optional<double> FigureKeeper::TimeAhead(const Progress& progress) {
   return elapsed * static_cast<double>(*progress.ahead) / done;
 }
 
-}  // namespace velmora::platform::terminal
+}  // namespace velmora::platform::dialog

@@ -8,16 +8,15 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <optional>
-#include <string>
-#include <string_view>
 #include <thread>
+#include <utility>
 
-#include "platform/posix/terminal/lines.h"
-#include "platform/posix/terminal/model.h"
+#include "platform/posix/dialog/model.h"
 
-namespace velmora::platform::terminal {
+namespace velmora::platform::dialog {
 
 class DialogState {
  public:
@@ -27,10 +26,13 @@ class DialogState {
     std::optional<BoxText> box;
   };
 
+  // Called with the model after each change, by the thread that changes it and under the lock.
+  using Observer = std::function<void(const DialogModel&)>;
+
   // For the dialog's thread, which is the one that calls `Open`. That returns false if the dialog
   // was open before or if the system fails. After `End`, changes have no effect. `Close` releases
   // all waiting threads and returns the result given to `End`.
-  [[nodiscard]] bool Open(bool reportsLines);
+  [[nodiscard]] bool Open(Observer observer = {});
   void End(int result);
   int Close();
   [[nodiscard]] bool IsOpen();
@@ -71,8 +73,13 @@ class DialogState {
   [[nodiscard]] bool HasChanged();
   void MarkChanged();
   [[nodiscard]] Snapshot TakeSnapshot();
-  void AddLine(std::string_view line);
-  [[nodiscard]] std::string TakeLines();
+  // Has `show`, which runs under the lock as the observer does, show the changes so far.
+  template <typename ShowModel>
+  void Show(ShowModel show) {
+    const std::lock_guard lock(mutex_);
+    changed_ = false;
+    show(std::as_const(model_));
+  }
   [[nodiscard]] bool IsEnabled(Control button);
 
  private:
@@ -89,8 +96,7 @@ class DialogState {
   int wake_ = -1;  // set before other threads start; never closed
 
   DialogModel model_;
-  bool reportsLines_ = false;
-  LineReport lines_;
+  Observer observer_;
   bool changed_ = false;
 
   std::deque<BoxText> boxes_;
@@ -101,4 +107,4 @@ class DialogState {
   std::uint64_t closesDone_ = 0;
 };
 
-}  // namespace velmora::platform::terminal
+}  // namespace velmora::platform::dialog

@@ -1,28 +1,24 @@
-// The update dialog on a terminal or, without one, as lines and a script.
+// The operations on the update dialog. They change a model, which a loop shows.
 #include "platform/dialog.h"
 
-#include "platform/posix/terminal/loop.h"
-#include "platform/posix/terminal/page.h"
-#include "platform/posix/terminal/state.h"
+#include "platform/posix/dialog/loop.h"
+#include "platform/posix/dialog/page.h"
+#include "platform/posix/dialog/state.h"
 
 namespace velmora::platform {
 namespace {
 
-using terminal::Bar;
-using terminal::BoxText;
-using terminal::ButtonState;
-using terminal::DialogLoop;
-using terminal::DialogModel;
-using terminal::DialogState;
+using dialog::Bar;
+using dialog::BoxText;
+using dialog::ButtonState;
+using dialog::DialogModel;
+using dialog::DialogState;
 
 // Never destroyed: the worker may use it until the process ends.
 DialogState& State() {
   static DialogState* const state = new DialogState;
   return *state;
 }
-
-// For the dialog's thread: its loop, null outside RunUpdateDialog.
-DialogLoop* currentLoop = nullptr;
 
 template <typename Move>
 void MoveBar(Control control, Move move) {
@@ -44,7 +40,7 @@ void ChangeButton(Control control, Change change) {
 
 }  // namespace
 
-void terminal::ShowPageAddress(const std::string& url) {
+void dialog::ShowPage(const std::string& url) {
   State().Change([&](DialogModel& model) { model.page = url; });
 }
 
@@ -87,34 +83,31 @@ void SetButtonCaption(Control button, const std::string& text) {
   ChangeButton(button, [&](ButtonState& changed) { changed.caption = text; });
 }
 
-// A terminal keeps its own icon.
+// A terminal keeps its own icon, and a window gets its icon with its class.
 void SetDialogIcon() {}
 
 void ShowMessageBox(const std::string& text, const std::string& caption, std::uint32_t type) {
   const BoxText box{text, caption, type};
   if (!State().IsDialogThread()) {
     State().ShowBox(box);
-  } else if (currentLoop != nullptr) {
-    currentLoop->ShowBox(box);
+  } else {
+    dialog::ShowBoxInLoop(box);
   }
 }
 
 void AskToClose() {
   if (!State().IsDialogThread()) {
     State().AskToClose();
-  } else if (currentLoop != nullptr) {
-    currentLoop->Close();
+  } else {
+    dialog::CloseInLoop();
   }
 }
 
 int RunUpdateDialog(const DialogHandlers& handlers) {
-  DialogLoop loop(State(), handlers);
-  if (!loop.Open()) return -1;
-  currentLoop = &loop;
-  const int result = loop.Run();
-  currentLoop = nullptr;
+  const std::optional<int> result = dialog::RunLoop(State(), handlers);
+  if (!result) return -1;
   handlers.destroyed();
-  return result;
+  return *result;
 }
 
 void EndUpdateDialog(int result) { State().End(result); }

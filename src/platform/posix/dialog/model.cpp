@@ -1,10 +1,11 @@
-#include "platform/posix/terminal/model.h"
+#include "platform/posix/dialog/model.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/texts.h"
 
-namespace velmora::platform::terminal {
+namespace velmora::platform::dialog {
 
 void SetRange(Bar& bar, std::int32_t lowest, std::int32_t highest) {
   bar.lowest = lowest;
@@ -35,6 +36,11 @@ int PercentOf(const Bar& bar) {
   return static_cast<int>((std::int64_t{bar.position} - bar.lowest) * 100 / extent);
 }
 
+std::size_t IndexOf(Control control) {
+  const auto* const found = std::ranges::find(kButtons, control, &ButtonKind::control);
+  return static_cast<std::size_t>(found - kButtons.begin());
+}
+
 DialogModel::DialogModel()
     : buttons{{{texts::kUpdateButton, false},
                {texts::kStartGameButton, false},
@@ -49,11 +55,13 @@ Bar* DialogModel::FindBar(Control control) {
   return nullptr;
 }
 
+const ButtonState* DialogModel::FindButton(Control control) const {
+  const std::size_t index = IndexOf(control);
+  return index < buttons.size() ? &buttons[index] : nullptr;
+}
+
 ButtonState* DialogModel::FindButton(Control control) {
-  for (std::size_t i = 0; i < kButtons.size(); ++i) {
-    if (kButtons[i].control == control) return &buttons[i];
-  }
-  return nullptr;
+  return const_cast<ButtonState*>(std::as_const(*this).FindButton(control));
 }
 
 std::int64_t RestOfFile(const DialogModel& model) {
@@ -61,4 +69,4 @@ std::int64_t RestOfFile(const DialogModel& model) {
   return std::int64_t{bar.highest} - (model.fileBarMoved ? bar.position : bar.lowest);
 }
 
-}  // namespace velmora::platform::terminal
+}  // namespace velmora::platform::dialog

@@ -1,4 +1,4 @@
-// What the terminal shows beyond the dialog's controls: the download rate, and how long the run
+// What is shown beyond the dialog's controls: the download rate, and how long the run
 // will still take. Updated at each redraw.
 #pragma once
 
@@ -6,7 +6,10 @@
 #include <deque>
 #include <optional>
 
-namespace velmora::platform::terminal {
+#include "platform/dialog.h"
+#include "platform/posix/dialog/model.h"
+
+namespace velmora::platform::dialog {
 
 // Empty if unknown.
 struct Figures {
@@ -23,6 +26,12 @@ struct Progress {
   std::optional<std::int64_t> ahead;  // bytes of the files after it that need work, if known
 };
 
+[[nodiscard]] Progress ProgressOf(const DialogModel& model, const DialogHandlers& handlers,
+                                  double now);
+
+// Whether a run was asked to stop and still goes on.
+[[nodiscard]] bool CancelWaits(const DialogModel& model, const DialogHandlers& handlers);
+
 class FigureKeeper {
  public:
   // Without a run there are no figures, and the next run starts afresh.
@@ -36,4 +45,4 @@ class FigureKeeper {
   std::optional<Progress> start_;  // when the work ahead became known
 };
 
-}  // namespace velmora::platform::terminal
+}  // namespace velmora::platform::dialog

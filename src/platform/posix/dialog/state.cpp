@@ -1,20 +1,20 @@
-#include "platform/posix/terminal/state.h"
+#include "platform/posix/dialog/state.h"
 
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 
-namespace velmora::platform::terminal {
+namespace velmora::platform::dialog {
 
-bool DialogState::Open(bool reportsLines) {
+bool DialogState::Open(Observer observer) {
   const std::lock_guard lock(mutex_);
   if (phase_ != Phase::kBefore) return false;
   wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (wake_ < 0) return false;
   dialogThread_ = std::this_thread::get_id();
-  reportsLines_ = reportsLines;
-  changed_ = !reportsLines;
+  changed_ = !observer;  // what is observed shows only what changes
+  observer_ = std::move(observer);
   phase_ = Phase::kOpen;
   return true;
 }
@@ -126,27 +126,13 @@ DialogState::Snapshot DialogState::TakeSnapshot() {
   return snapshot;
 }
 
-void DialogState::AddLine(std::string_view line) {
-  const std::lock_guard lock(mutex_);
-  lines_.NoteFigures(model_);
-  lines_.Add(line);
-  changed_ = true;
-}
-
-std::string DialogState::TakeLines() {
-  const std::lock_guard lock(mutex_);
-  changed_ = false;
-  lines_.NoteFigures(model_);
-  return lines_.Take();
-}
-
 bool DialogState::IsEnabled(Control button) {
   const std::lock_guard lock(mutex_);
   return model_.FindButton(button)->enabled;
 }
 
 void DialogState::NoteChange() {
-  if (reportsLines_) lines_.Note(model_);
+  if (observer_) observer_(model_);
   if (changed_) return;
   changed_ = true;
   Wake();
@@ -157,4 +143,4 @@ void DialogState::Wake() {
   static_cast<void>(!write(wake_, &one, sizeof one));
 }
 
-}  // namespace velmora::platform::terminal
+}  // namespace velmora::platform::dialog

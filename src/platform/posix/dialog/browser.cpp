@@ -1,13 +1,14 @@
-// A terminal can't show a page, so the dialog shows its address.
+// The page's address is a part of the dialog's model. A terminal shows the address, a desktop the
+// page.
 #include "platform/browser.h"
 
-#include "platform/posix/terminal/page.h"
+#include "platform/posix/dialog/page.h"
 
 namespace velmora::platform {
 namespace {
 
 constexpr PaneControl kPane = 1;
-constexpr Browser kAddressLine = 1;
+constexpr Browser kBrowser = 1;
 
 }  // namespace
 
@@ -15,7 +16,7 @@ PaneControl GetPaneControl() { return kPane; }
 
 void ReleasePaneControl(PaneControl) {}
 
-Browser GetBrowser(PaneControl) { return kAddressLine; }
+Browser GetBrowser(PaneControl) { return kBrowser; }
 
 void ReleaseBrowser(Browser) {}
 
@@ -27,6 +28,6 @@ void SetBrowserDropTarget(Browser, int) {}
 
 void SetBrowserRegistered(Browser, int) {}
 
-void NavigateBrowser(Browser, const std::string& url) { terminal::ShowPageAddress(url); }
+void NavigateBrowser(Browser, const std::string& url) { dialog::ShowPage(url); }
 
 }  // namespace velmora::platform

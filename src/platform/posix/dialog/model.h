@@ -9,7 +9,7 @@
 
 #include "platform/dialog.h"
 
-namespace velmora::platform::terminal {
+namespace velmora::platform::dialog {
 
 // A progress bar that behaves like the Windows control.
 struct Bar {
@@ -44,6 +44,9 @@ inline constexpr std::array<ButtonKind, 6> kButtons = {{
     {Control::kScreenshotsButton, 'p', "screenshots", "screenshots button"},
 }};
 
+// Where a button is in kButtons; their number for a control of another kind.
+[[nodiscard]] std::size_t IndexOf(Control control);
+
 struct ButtonState {
   std::string caption;
   bool enabled = true;
@@ -58,6 +61,7 @@ struct DialogModel {
   // Null for a control of another kind.
   [[nodiscard]] Bar* FindBar(Control control);
   [[nodiscard]] ButtonState* FindButton(Control control);
+  [[nodiscard]] const ButtonState* FindButton(Control control) const;
 
   std::string page;  // address of the information page
   std::string status;
@@ -77,4 +81,4 @@ struct BoxText {
   std::uint32_t type = kBoxPlain;
 };
 
-}  // namespace velmora::platform::terminal
+}  // namespace velmora::platform::dialog

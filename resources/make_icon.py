@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
-"""Draws velmora.ico: one image of 32x32 pixels at 32 bits. Run it in this folder after a change.
+"""Draws velmora.ico, one image of 32x32 pixels at 32 bits, and the PNG files of the Linux desktop. Run it in this
+folder after a change.
 
 A V, the game's initial, with its point in a tray, as a sign for a download, on a rounded tile.
 """
 import math
 import struct
+import zlib
 
-SIZE = 32
+SIZE = 32  # of the drawing, in whose units all places are
 SAMPLES = 8  # of a pixel, in each direction
 
 TOP = (58, 123, 213)
@@ -51,15 +53,20 @@ def color_at(x, y):
     return tuple(top + (bottom - top) * depth for top, bottom in zip(TOP, BOTTOM))
 
 
-def pixel(column, row):
-    """A pixel as blue, green, red, alpha."""
+def pixel(column, row, size=SIZE):
+    """A pixel of an image of this size as red, green, blue, alpha."""
     steps = [(step + 0.5) / SAMPLES for step in range(SAMPLES)]
-    colors = [color_at(column + dx, row + dy) for dy in steps for dx in steps]
+    scale = SIZE / size
+    colors = [color_at((column + dx) * scale, (row + dy) * scale) for dy in steps for dx in steps]
     hits = [color for color in colors if color]
     if not hits:
         return bytes(4)
-    red, green, blue = (round(sum(color[i] for color in hits) / len(hits)) for i in range(3))
-    return bytes((blue, green, red, round(255 * len(hits) / len(colors))))
+    rgb = (round(sum(color[i] for color in hits) / len(hits)) for i in range(3))
+    return bytes((*rgb, round(255 * len(hits) / len(colors))))
+
+
+def in_windows_order(rgba):
+    return bytes((rgba[2], rgba[1], rgba[0], rgba[3]))
 
 
 def mask_row(row):
@@ -68,7 +75,7 @@ def mask_row(row):
 
 
 def icon():
-    rows = [[pixel(column, row) for column in range(SIZE)] for row in range(SIZE)]
+    rows = [[in_windows_order(pixel(column, row)) for column in range(SIZE)] for row in range(SIZE)]
     colors = b"".join(b"".join(row) for row in reversed(rows))
     mask = b"".join(mask_row(row) for row in reversed(rows))
     header = struct.pack("<IiiHHIIiiII", 40, SIZE, 2 * SIZE, 1, 32, 0, len(colors + mask),
@@ -79,6 +86,19 @@ def icon():
     return directory + entry + image
 
 
+def png(size):
+    def chunk(kind, content):
+        checked = kind + content
+        return struct.pack(">I", len(content)) + checked + struct.pack(">I", zlib.crc32(checked))
+
+    lines = (b"\0" + b"".join(pixel(column, row, size) for column in range(size)) for row in range(size))
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", size, size, 8, 6, 0, 0, 0))
+            + chunk(b"IDAT", zlib.compress(b"".join(lines), 9)) + chunk(b"IEND", b""))
+
+
 if __name__ == "__main__":
     with open("velmora.ico", "wb") as file:
         file.write(icon())
+    for side in (48, 128):
+        with open(f"velmora-update-{side}.png", "wb") as file:
+            file.write(png(side))

@@ -58,4 +58,8 @@ inline constexpr char kUpdateButton[] = "Update";  // until the first run
 inline constexpr char kCancelUpdateButton[] = "CancelUpdate";
 inline constexpr char kUpdateFilesButton[] = "UpdateFiles";
 
+// What screen readers call the two bars.
+inline constexpr char kFileBarName[] = "ファイル";
+inline constexpr char kOverallBarName[] = "全体";
+
 }  // namespace velmora::texts

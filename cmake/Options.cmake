@@ -58,11 +58,11 @@ function(velmora_precompile target)
                                            -Wno-stringop-overread)
 endfunction()
 
-# velmora_join(TARGET): the same, and sources are compiled together, several at a time, in a fifth of the time: names
-# in their unnamed namespaces must differ. Not for the platform, of which tests replace single sources.
+# velmora_join(TARGET): the same, and with VELMORA_JOIN sources are compiled together, several at a time, in a fifth of
+# the time: names in their unnamed namespaces must differ. Not for the platform, of which tests replace single sources.
 function(velmora_join target)
   velmora_precompile(${target})
-  if(VELMORA_PRECOMPILE AND NOT VELMORA_PACKAGE)
+  if(VELMORA_JOIN AND NOT VELMORA_PACKAGE)
     set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 14)
   endif()
 endfunction()

@@ -14,17 +14,24 @@ mapfile -t sources < <(find src tests bench fuzz -name '*.cpp' -o -name '*.h')
 clang-format --dry-run -Werror "${sources[@]}"
 echo "Format: ${#sources[@]} files."
 
-# clang's only execution character set is UTF-8, so it needs a configuration of its own.
+# clang's only execution character set is UTF-8, so it needs a configuration of its own. What that compiles
+# together is checked together: most of the time goes into reading the same headers.
 cmake --preset tidy >/dev/null
-# It writes the number of suppressed warnings to stderr, which matters only when it fails.
-commands=build/tidy/src/publish/CMakeFiles/velmora-publish.dir/Unity/unity_0_cxx.cxx
-{
-  printf '%s\0' $commands  # the longest first
-  find src -name '*.cpp' -not -path 'src/platform/win32/*' -not -name '*_win32.cpp' \
-    -not -path 'src/publish/commands/*' -not -path src/programs/publish.cpp -print0
-} | xargs -0 -P "$(nproc)" -n 4 clang-tidy --quiet "${checks[@]}" -p build/tidy \
-    --extra-arg=-Wno-unknown-warning-option 2>build/tidy/messages ||
-  { cat build/tidy/messages >&2; exit 1; }
+cmake --preset tidy-desktop >/dev/null
+
+# tidy PRESET FILE...: it writes the number of suppressed warnings to stderr, which matters only when it fails.
+tidy() {
+  local preset=$1
+  shift
+  printf '%s\0' "$@" | xargs -0 -P "$(nproc)" -n 4 clang-tidy --quiet "${checks[@]}" -p "build/$preset" \
+    --extra-arg=-Wno-unknown-warning-option 2>"build/$preset/messages" ||
+    { cat "build/$preset/messages" >&2; exit 1; }
+}
+mapfile -t joined < <(find build/tidy/src/publish -name 'unity_*.cxx' | sort -r)  # the longest first
+mapfile -t single < <(find src -name '*.cpp' -not -path 'src/platform/win32/*' -not -path '*/desktop/*' \
+  -not -name '*_win32.cpp' -not -path 'src/publish/*' -not -path src/programs/publish.cpp)
+tidy tidy "${joined[@]}" src/publish/common/progress_line.cpp "${single[@]}"
+tidy tidy-desktop src/platform/posix/desktop/*.cpp
 echo "clang-tidy: clean."
 
 cppcheck --quiet --error-exitcode=1 --std=c++20 --language=c++ --inline-suppr -I src -j "$(nproc)" \

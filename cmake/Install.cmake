@@ -1,5 +1,18 @@
-# Where `cmake --install` puts everything, in two components: what players need, and what publishers need.
+# Where `cmake --install` puts everything, in three components: what players need, on a terminal or on a desktop, and
+# what publishers need.
 include(GNUInstallDirs)
+
+# The icon and the menu entry, which isn't shown, are for the windows of patchers in games' folders: desktops find both
+# by the windows' name.
+if(VELMORA_DESKTOP)
+  install(TARGETS VelmoraUpdate DESTINATION lib/velmora-update-desktop COMPONENT desktop)
+  install(FILES packaging/velmora-update.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications COMPONENT desktop)
+  foreach(size 48 128)
+    install(FILES resources/velmora-update-${size}.png RENAME velmora-update.png
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/${size}x${size}/apps COMPONENT desktop)
+  endforeach()
+  return()
+endif()
 
 # The patcher works only as a copy in a game's folder, where it replaces itself: see VelmoraUpdate(6).
 install(TARGETS VelmoraUpdate DESTINATION lib/velmora-update COMPONENT patcher)

@@ -4,7 +4,8 @@
 #   players/                              the folder that players get: the 32-bit program, a sample settings
 #                                         file, a text for players in Japanese and English, licences
 #   velmora-publish-VERSION-windows.zip   the publisher's tool for Windows, its manual, samples, licences
-#   velmora-update_VERSION_amd64.deb      the patcher for Linux
+#   velmora-update_VERSION_amd64.deb      the patcher for Linux terminals
+#   velmora-update-desktop_VERSION_amd64.deb  the patcher for Linux desktops
 #   velmora-publish_VERSION_amd64.deb     the publisher's tool for Linux
 #   velmora-update-VERSION.spdx.json      what is linked into all of them
 #   SHA256SUMS
@@ -18,7 +19,7 @@ release=$root/build/release
 
 fail() { echo "release.sh: $*" >&2; exit 1; }
 
-scripts/install_packages.sh build windows package
+scripts/install_packages.sh build desktop windows package
 
 # What is released is the commit; the working tree may have changes.
 commit=$(git rev-parse --verify HEAD)
@@ -79,7 +80,7 @@ publishers_zip() {
     with_line_ends <"docs/$page.md" >"$folder/documents/$page.md"
   done
   cp docs/performance-growth.svg "$folder/documents/"
-  cp docs/examples/* "$folder/documents/examples/"
+  cp -r docs/examples/* "$folder/documents/examples/"
   for page in packaging/publishers/samples/{*,.[a-z]*}; do
     with_line_ends <"$page" >"$folder/samples/$(basename "$page")"
   done
@@ -108,6 +109,7 @@ release_in() {
     "VelmoraUpdate:$place/players/VelmoraUpdate.exe:build/win32" \
     "velmora-publish:$place/velmora-publish-$version-windows.zip:build/win64" \
     "VelmoraUpdate:$(echo "$place"/velmora-update_*.deb):build/package" \
+    "VelmoraUpdate:$(echo "$place"/velmora-update-desktop_*.deb):build/package-desktop" \
     "velmora-publish:$(echo "$place"/velmora-publish_*.deb):build/package" \
     >"$place/velmora-update-$version.spdx.json"
   (cd "$place" && find . -type f ! -path ./SHA256SUMS -printf '%P\n' | sort | xargs sha256sum >SHA256SUMS)

@@ -33,6 +33,12 @@ PARTS = [
     (r"libssl.*", ("OpenSSL", "Apache-2.0")),
     (r"libncurses-dev|libtinfo6", ("ncurses", "X11-distribute-modifications-variant")),
     (r"libc6(-dev)?", ("GNU C Library", "LGPL-2.1-or-later")),
+    (r"libgtk-4-(1|dev)", ("GTK", "LGPL-2.1-or-later")),
+    (r"lib(webkit|javascriptcore)gtk-6\.0-.*", ("WebKitGTK", "LGPL-2.1-or-later AND BSD-2-Clause")),
+    (r"libglib2\.0-.*", ("GLib", "LGPL-2.1-or-later")),
+    (r"libpango.*", ("Pango", "LGPL-2.0-or-later")),
+    # Only their headers' types are used, through GTK's and WebKit's.
+    (r"lib(cairo2|gdk-pixbuf-2\.0|graphene-1\.0|harfbuzz|soup-3\.0)-.*|libcairo2", None),
     # The kernel's interface: types and numbers only, no code.
     (r"linux-libc-dev", None),
 ]

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the missing Debian packages of the groups named: build, demo, bench, check, fuzz, package, windows.
+# Installs the missing Debian packages of the groups named: build, demo, bench, check, desktop, fuzz, package,
+# windows.
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libncurses-dev
@@ -8,6 +9,8 @@ demo=(nginx-light python3 procps iproute2 util-linux)
 bench=(libbenchmark-dev curl openssl rsync pigz zopfli python3 time strace valgrind)
 check=(clang-format clang-tidy cppcheck valgrind python3 man-db mandoc zsh fish)
 fuzz=(clang libclang-rt-14-dev)
+desktop=(libgtk-4-dev libwebkitgtk-6.0-dev libatspi2.0-dev at-spi2-core adwaita-icon-theme dbus xvfb openbox
+         x11-utils imagemagick xdotool fonts-noto-cjk)
 package=(dpkg-dev lintian zip mandoc debootstrap)
 
 windows=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev googletest dpkg-dev
@@ -21,6 +24,7 @@ for group in "$@"; do
     demo) wanted+=("${demo[@]}") ;;
     bench) wanted+=("${bench[@]}") ;;
     check) wanted+=("${check[@]}") ;;
+    desktop) wanted+=("${desktop[@]}") ;;
     fuzz) wanted+=("${fuzz[@]}") ;;
     package) wanted+=("${package[@]}") ;;
     windows) wanted+=("${windows[@]}") ;;

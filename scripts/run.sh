@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Demonstrates the patcher on real data: publishes a real game's files, serves them with nginx on a loopback
 # port, and updates an installation: from nothing, with nothing to do, after damage, and when a new patcher
-# is published. Fails if the trees differ at the end.
+# is published. Fails if the trees differ at the end. With --window, shows the patcher for desktops.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -12,6 +12,8 @@ source scripts/own_network.sh
 source scripts/web_server.sh
 
 fail() { echo "run.sh: $*" >&2; exit 1; }
+
+[[ ${1:-} != --window ]] || exec scripts/window.sh
 
 scripts/install_packages.sh build demo
 unpack_game "$package" "$demo/unpacked" || fail "no game data"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds everything, checks includes, format and lints, and runs every test: natively,
-# under the sanitizers, and as Windows programs under Wine. With --quick: only the native build and its tests.
+# on a desktop, under the sanitizers, and as Windows programs under Wine. With --quick: only the native build and its tests.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/own_network.sh
@@ -12,9 +12,10 @@ step() { echo; echo "== $*"; }
 
 fail() { echo "test.sh: $*" >&2; exit 1; }
 
+# run_suite PRESET JOBS [TARGET...]
 run_suite() {
   step "Build and test: $1"
-  scripts/build.sh "$1"
+  scripts/build.sh "$1" "${@:3}"
   in_own_network ctest --preset "$1" -j "$2" |
     grep -avE '^ *(Start |[0-9]+/[0-9]+ .* Passed )|^$' || fail "$1: tests fail"
 }
@@ -25,7 +26,7 @@ if $quick; then
   exit
 fi
 
-scripts/install_packages.sh build demo check windows
+scripts/install_packages.sh build demo check desktop windows
 
 # What runs under Wine waits most of the time, so it goes beside everything else, in a process group of its own:
 # nothing of it outlives this script. Its output comes at the end.
@@ -75,6 +76,7 @@ in_background on_windows
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 export TSAN_OPTIONS=halt_on_error=1
 run_suite native "$(nproc)"
+run_suite desktop "$(nproc)" desktop_test
 # Hostile responses find overruns, not races: fewer of them will do for the latter.
 VELMORA_CASES=50 run_suite tsan "$(nproc)"
 run_suite asan "$(nproc)"

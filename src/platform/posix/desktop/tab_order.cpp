@@ -33,7 +33,7 @@ gboolean OnFocus(GtkWidget* box, GtkDirectionType direction) {
   GtkWidget* const focus = gtk_root_get_focus(gtk_widget_get_root(box));
   const auto last =
       std::ranges::find_if(order, [=](GtkWidget* each) { return Contains(each, focus); });
-  if (last != order.end()) std::ranges::rotate(order, std::next(last));
+  if (last != order.end()) std::rotate(order.begin(), std::next(last), order.end());
   return std::ranges::any_of(
       order, [=](GtkWidget* each) { return gtk_widget_child_focus(each, direction) == TRUE; });
 }

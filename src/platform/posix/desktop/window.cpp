@@ -1,9 +1,9 @@
 #include "platform/posix/desktop/window.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <memory>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -44,18 +44,33 @@ struct DialogUnits {
   double x = 0;
   double y = 0;
 
-  [[nodiscard]] int Across(int units) const { return static_cast<int>(units * x + 0.5); }
-  [[nodiscard]] int Down(int units) const { return static_cast<int>(units * y + 0.5); }
+  [[nodiscard]] int Across(int units) const { return static_cast<int>(std::lround(units * x)); }
+  [[nodiscard]] int Down(int units) const { return static_cast<int>(std::lround(units * y)); }
 };
 
-DialogUnits UnitsOf(GtkWidget* widget) {
-  constexpr std::string_view kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-  PangoLayout* const layout = gtk_widget_create_pango_layout(widget, kLetters.data());
+struct TextSize {
   int width = 0;
   int height = 0;
-  pango_layout_get_pixel_size(layout, &width, &height);
+};
+
+TextSize SizeOf(GtkWidget* widget, const std::string& utf8) {
+  PangoLayout* const layout = gtk_widget_create_pango_layout(widget, utf8.c_str());
+  TextSize size;
+  pango_layout_get_pixel_size(layout, &size.width, &size.height);
   g_object_unref(layout);
-  return {static_cast<double>(width) / kLetters.size() / 4, static_cast<double>(height) / 8};
+  return size;
+}
+
+DialogUnits UnitsOf(GtkWidget* widget) {
+  const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+  const TextSize size = SizeOf(widget, letters);
+  return {size.width / static_cast<double>(letters.size()) / 4, size.height / 8.0};
+}
+
+// Two lines of status, which may be higher in Japanese characters than the font's own.
+int StatusHeight(GtkWidget* widget) {
+  const std::string line = ToUtf8(texts::kCompleted);
+  return std::max(SizeOf(widget, line + "\n" + line).height, UnitsOf(widget).Down(kStatusHeight));
 }
 
 void AddStyle() {
@@ -190,7 +205,7 @@ GtkWidget* Window::NewProgress() {
   gtk_widget_set_margin_start(status_, units.Across(1));
   GtkWidget* const frame = gtk_frame_new(nullptr);
   gtk_widget_add_css_class(frame, "status");
-  gtk_widget_set_size_request(frame, -1, units.Down(kStatusHeight));
+  gtk_widget_set_size_request(status_, -1, StatusHeight(window_));
   gtk_widget_set_vexpand(frame, TRUE);
   gtk_frame_set_child(GTK_FRAME(frame), status_);
 
@@ -224,7 +239,7 @@ GtkWidget* Window::ButtonOf(Control control) const { return buttons_[dialog::Ind
 void Window::AddKeys() {
   AddShortcut(window_, GDK_KEY_F6, GdkModifierType(0), OnPaneKey, this);
   for (std::size_t i = 0; i < kButtons.size(); ++i) {
-    const auto key = static_cast<guint>(kButtons[i].key);
+    const auto key = static_cast<unsigned char>(kButtons[i].key);
     AddShortcut(window_, key, GDK_ALT_MASK, OnKey, &presses_[i]);
     if (buttons_[i] == nullptr) continue;
     const std::string keyName = std::string("Alt+") + UpperCase(kButtons[i].key);

@@ -6,6 +6,7 @@
 #   bench.sh patcher ...   tasks of the patcher: check, many, install, one, crowd, growth
 #   bench.sh publish ...   tasks of velmora-publish: build, build-one, verify
 #   bench.sh efforts       what each effort of `build` makes of three real games: half an hour
+#   bench.sh desktop       memory and start-up of the desktop program beside the one for terminals: printed
 #   bench.sh inner         single parts, with Google Benchmark
 #
 # Named tasks are only printed. A run of all tasks of a kind is written to the document.
@@ -18,11 +19,12 @@ arguments=("$@")
 kind=${1:-all}
 shift || true
 case $kind in
-  all | patcher | publish | efforts | inner) ;;
+  all | patcher | publish | efforts | desktop | inner) ;;
   *) sed -n '2,/^$/s/^# \{0,1\}//p' "$0" >&2; exit 2 ;;
 esac
 
 scripts/install_packages.sh build demo bench
+[[ $kind != desktop ]] || scripts/install_packages.sh desktop
 if [[ $kind == all || $kind == efforts ]]; then
   for game in neverball-data pingus-data freedoom; do
     unpack_game "$game" build/bench-efforts  # downloads it, which can't be done later
@@ -42,6 +44,11 @@ if [[ $kind == all || $kind == publish ]]; then
 fi
 if [[ $kind == all || $kind == efforts ]]; then
   python3 bench/efforts.py "${document[@]}" "$@"
+fi
+if [[ $kind == desktop ]]; then
+  scripts/build.sh desktop VelmoraUpdate loop_turns
+  GSK_RENDERER=cairo LIBGL_ALWAYS_SOFTWARE=1 xvfb-run -a -s '-screen 0 1440x960x24' \
+    dbus-run-session -- python3 bench/desktop.py
 fi
 if [[ $kind == all || $kind == inner ]]; then
   build/native/inner_bench

@@ -9,7 +9,7 @@ demo=(nginx-light python3 procps iproute2 util-linux)
 bench=(libbenchmark-dev curl openssl rsync pigz zopfli python3 time strace valgrind)
 check=(clang-format clang-tidy cppcheck valgrind python3 man-db mandoc zsh fish)
 fuzz=(clang libclang-rt-14-dev)
-desktop=(libgtk-4-dev libwebkitgtk-6.0-dev libatspi2.0-dev at-spi2-core adwaita-icon-theme dbus xvfb openbox
+desktop=(libgtk-4-dev libwebkitgtk-6.0-dev libatspi2.0-dev at-spi2-core adwaita-icon-theme dbus xvfb xauth openbox
          x11-utils imagemagick xdotool fonts-noto-cjk)
 package=(dpkg-dev lintian zip mandoc debootstrap)
 

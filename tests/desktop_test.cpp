@@ -137,7 +137,7 @@ TEST_F(DesktopChain, LinksStayInThePaneAndWindowsGoToTheBrowser) {
   WriteFile(session->home() / ".config/mimeapps.list",
             "[Default Applications]\nx-scheme-handler/http=browser.desktop\n");
   Serve(Files{{"/hashlist.dat", ""}, {"/more.html", "<body style='background:#135799'>"}});
-  Start();
+  Start({"/H", Host() + "/news.html"});
   ASSERT_TRUE(PaneBecomes(kPageColor)) << PaneColor();
   for (const std::string key : {"F6", "Tab", "Tab", "Return"}) PressKey(key);
   EXPECT_TRUE(WaitUntil([&] { return ReadFile(opened) == "http://" + Host() + "/own.html\n"; }));

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 #include <string_view>
 
 namespace velmora::platform::desktop {
@@ -39,6 +40,12 @@ void OpenInBrowser(const char* address) {
   if (IsOfTheWeb(address)) {
     g_app_info_launch_default_for_uri_async(address, nullptr, nullptr, nullptr, nullptr);
   }
+}
+
+// As browsers complete what their users type.
+std::string WithScheme(const std::string& address) {
+  const bool isComplete = address.find("://") != std::string::npos || IsOfThePage(address.c_str());
+  return isComplete ? address : "http://" + address;
 }
 
 WebKitNavigationAction* ActionOf(WebKitPolicyDecision* decision) {
@@ -177,7 +184,7 @@ GtkWidget* NewPane() {
 void LoadPage(GtkWidget* pane, const std::string& address) {
   GtkWidget* const view = NewView(pane);
   gtk_stack_add_named(GTK_STACK(pane), view, kPage);
-  webkit_web_view_load_uri(WEBKIT_WEB_VIEW(view), address.c_str());
+  webkit_web_view_load_uri(WEBKIT_WEB_VIEW(view), WithScheme(address).c_str());
 }
 
 }  // namespace velmora::platform::desktop

@@ -82,9 +82,11 @@ void AddStyle() {
   g_object_unref(provider);
 }
 
-void ShowText(GtkWidget* label, const std::string& utf8) {
-  if (utf8 != gtk_label_get_text(GTK_LABEL(label)))
-    gtk_label_set_text(GTK_LABEL(label), utf8.c_str());
+// Returns whether the text has changed.
+bool ShowText(GtkWidget* label, const std::string& utf8) {
+  if (utf8 == gtk_label_get_text(GTK_LABEL(label))) return false;
+  gtk_label_set_text(GTK_LABEL(label), utf8.c_str());
+  return true;
 }
 
 void ShowBar(GtkWidget* widget, const Bar& bar) {
@@ -95,8 +97,9 @@ void ShowBar(GtkWidget* widget, const Bar& bar) {
 
 void ShowButton(GtkWidget* widget, const ButtonState& button) {
   const std::string caption = ToUtf8(button.caption);
-  ShowText(gtk_button_get_child(GTK_BUTTON(widget)), caption);
-  SetAccessibleName(widget, caption);
+  if (ShowText(gtk_button_get_child(GTK_BUTTON(widget)), caption)) {
+    SetAccessibleName(widget, caption);
+  }
   gtk_widget_set_sensitive(widget, button.enabled ? TRUE : FALSE);
 }
 

@@ -2,6 +2,7 @@
 // browser in its pane, and by the keyboard alone.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mount.h>
 
 #include <algorithm>
 #include <atomic>
@@ -245,6 +246,20 @@ TEST_F(DesktopChain, PageThatFailsLeavesAnEmptyPane) {
   EXPECT_TRUE(Shows(kCompleted));
   EXPECT_NE(PaneColor(), "#FFFFFF");
   CloseAndExpectTheEnd();
+}
+
+// WebKit aborts the program if its sandbox doesn't start. The update goes on in the same process,
+// without the page.
+TEST_F(DesktopChain, EngineThatCannotStartLeavesAnEmptyPane) {
+  ASSERT_EQ(mount("/bin/false", "/usr/bin/bwrap", nullptr, MS_BIND, nullptr), 0);
+  Serve(Files{{"/hashlist.dat", FileLine("a.dat", "a")}, {"/a.dat", "a"}});
+  Start({"/I", "id 7"});
+  EXPECT_TRUE(WaitUntil([] { return LogMessagesWith("Update Completed").size() == 2; }));
+  EXPECT_TRUE(Shows(kCompleted));
+  EXPECT_EQ(RequestsFor("/news.html"), 0);
+  EXPECT_EQ(LogMessagesWith("ID = id").size(), 2U);
+  CloseAndExpectTheEnd();
+  EXPECT_EQ(umount("/usr/bin/bwrap"), 0);
 }
 
 TEST_F(DesktopChain, WithoutADisplaySaysSo) {

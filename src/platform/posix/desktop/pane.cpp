@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/posix/desktop/rescue.h"
+
 namespace velmora::platform::desktop {
 namespace {
 
@@ -182,6 +184,8 @@ GtkWidget* NewPane() {
 }
 
 void LoadPage(GtkWidget* pane, const std::string& address) {
+  if (StartsWithoutPage()) return;
+  RestartOnAbort();
   GtkWidget* const view = NewView(pane);
   gtk_stack_add_named(GTK_STACK(pane), view, kPage);
   webkit_web_view_load_uri(WEBKIT_WEB_VIEW(view), WithScheme(address).c_str());

@@ -2,8 +2,9 @@
 //
 // The page is a guest. It can't read files, keeps nothing beyond the process, gets no permissions,
 // and opens no dialogs. Links stay in the pane; what asks for a window of its own goes to the
-// player's browser. A page that can't be had, or whose process crashes, leaves an empty pane. For
-// the dialog's thread only; nothing here waits for the page.
+// player's browser. A page that can't be had, or whose process crashes, leaves an empty pane. If
+// the engine itself fails, the program starts again without the page. For the dialog's thread only;
+// nothing here waits for the page.
 #pragma once
 
 #include <gtk/gtk.h>

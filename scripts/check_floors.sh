@@ -35,7 +35,7 @@ done
 
 # Only the platform's sources and the main functions know their system.
 portable=(base settings engine ui process publish platform/*.h)
-systems='platform/(posix|win32)/|<(windows|wininet|shlwapi|unistd|fcntl|dirent|pthread|termios)\.h>|<sys/|<curl/|<openssl/'
+systems='platform/(posix|win32)/|<(windows|wininet|shlwapi|unistd|fcntl|dirent|pthread|termios)\.h>|<sys/|<curl/|<openssl/|<gtk/|<webkit/|<glib'
 while IFS= read -r line; do
   complain "src/$line knows its system"
 done < <(grep -rnE "#include [\"<].*($systems)|#include ($systems)" "${portable[@]}" || true)

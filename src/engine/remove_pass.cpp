@@ -16,7 +16,7 @@ namespace {
 
 constexpr char kEverything[] = "*.*";
 
-void ShowRecord(const FileRecord& record, std::int32_t index, std::uint32_t total) {
+void ShowRemoval(const FileRecord& record, std::int32_t index, std::uint32_t total) {
   platform::SetStatusText(
       FormatText("%s %d / %d \n", texts::kRemoving, index, static_cast<std::int32_t>(total)) +
       record.path);
@@ -94,7 +94,7 @@ bool RemovePass(const FileRecordSet& removeSet) {
   std::int32_t index = 0;
   for (const FileRecord& record : removeSet) {
     if (UpdateState == kCancelAsked) return false;
-    ShowRecord(record, index, removeSet.Count());
+    ShowRemoval(record, index, removeSet.Count());
     if (!RemoveItem(record.path, record.transferHash)) {
       LogMessage("[Error] RemoveFiles( %s ) Couldn't delete this file. \n", record.path.c_str());
     }

@@ -25,9 +25,9 @@ namespace {
 
 constexpr char kAgent[] = "VelmoraUpdate";
 constexpr std::uint32_t kTimeout = 10000;
-constexpr std::size_t kHeaderBuffer = 2048;
+constexpr std::size_t kListHeaderBuffer = 2048;
 
-void ShowError(const std::string& text) {
+void ShowConnectionError(const std::string& text) {
   platform::ShowMessageBox(text, texts::kErrorCaption, platform::kBoxError);
 }
 
@@ -36,7 +36,7 @@ bool OpenSession() {
   const auto status = static_cast<unsigned>(SessionHandle.load());
   if (SessionHandle == platform::kNoHttpHandle) {
     LogMessage("InternetOpen() : FAILED : Status = %X\n", status);
-    ShowError(texts::kNoInternet);
+    ShowConnectionError(texts::kNoInternet);
     return false;
   }
   LogMessage("InternetOpen() : SUCCESS : Status = %X\n", status);
@@ -52,7 +52,7 @@ bool OpenConnection() {
   if (ConnectionHandle == platform::kNoHttpHandle) {
     LogMessage("InternetConnect() : Couldn't connect to %s:%d : Status = %X\n",
                Settings.ServerHost.c_str(), Settings.ServerPort, status);
-    ShowError(texts::kNoServer);
+    ShowConnectionError(texts::kNoServer);
     return false;
   }
   LogMessage("InternetConnect() : SUCCESS : Status = %X\n", status);
@@ -61,15 +61,15 @@ bool OpenConnection() {
 
 bool FailWithoutList(const std::string& requestPath, std::int32_t status) {
   LogMessage(texts::kLogListStatus, status);
-  ShowError(FormatText(texts::kNotOnServer, requestPath.c_str()));
+  ShowConnectionError(FormatText(texts::kNotOnServer, requestPath.c_str()));
   return false;
 }
 
 // False if the announced length is missing, negative or larger than the memory allows: reading on
 // would mean guessing where the list ends.
 bool AllocateBody(DataBlock& body) {
-  const auto text =
-      platform::QueryHttpField(RequestHandle, platform::HttpField::kContentLength, kHeaderBuffer);
+  const auto text = platform::QueryHttpField(RequestHandle, platform::HttpField::kContentLength,
+                                             kListHeaderBuffer);
   const std::int32_t length = text ? ToNumber(*text) : -1;
   if (length >= 0 && body.Allocate(static_cast<std::size_t>(length))) return true;
   LogMessage("Reference list : no usable Content-Length : %s\n", text ? text->c_str() : "none");
@@ -121,7 +121,7 @@ bool FetchReferenceList() {
   platform::SendHttpRequest(RequestHandle);
 
   const auto text =
-      platform::QueryHttpField(RequestHandle, platform::HttpField::kStatusCode, kHeaderBuffer);
+      platform::QueryHttpField(RequestHandle, platform::HttpField::kStatusCode, kListHeaderBuffer);
   const std::int32_t status = text ? ToNumber(*text) : 0;
   LogMessage(texts::kLogListStatus, status);
   if (status != 200) return FailWithoutList(requestPath, status);

@@ -21,7 +21,7 @@ namespace {
 
 using platform::Control;
 
-void ShowRecord(const FileRecord& record, std::int32_t index, std::uint32_t total) {
+void ShowCheck(const FileRecord& record, std::int32_t index, std::uint32_t total) {
   platform::SetStatusText(
       FormatText("%s %d / %d \n", texts::kChecking, index, static_cast<std::int32_t>(total)) +
       record.path);
@@ -100,7 +100,7 @@ bool UpdatePass(const FileRecordSet& updateSet) {
   for (auto it = updateSet.begin(); it != updateSet.end(); ++it) {
     const FileRecord record = *it;
     if (UpdateState == kCancelAsked) return false;
-    ShowRecord(record, index, updateSet.Count());
+    ShowCheck(record, index, updateSet.Count());
     const bool isVouchedFor = IsVerifiedUnchanged(record);
     const bool needUpdate = NeedsUpdate(record, isVouchedFor, content);
     // A download needs the memory for itself.

@@ -19,12 +19,13 @@
 namespace velmora {
 namespace {
 
-constexpr std::size_t kDirectoryBuffer = 512;
+constexpr std::size_t kLaunchDirectoryBuffer = 512;
 constexpr char kInstalledPatcher[] = "VelmoraUpdate.exe";
 constexpr char kMutexName[] = "VelmoraUpdate";
 
 std::string LaunchDirectory() {
-  return platform::ShortPath(platform::WorkingDirectory(kDirectoryBuffer), kDirectoryBuffer);
+  return platform::ShortPath(platform::WorkingDirectory(kLaunchDirectoryBuffer),
+                             kLaunchDirectoryBuffer);
 }
 
 void ShowAlreadyRunning() {

@@ -8,8 +8,8 @@
 namespace velmora {
 namespace {
 
-constexpr std::uint32_t kTimeout = 10000;
-constexpr std::size_t kHeaderBuffer = 4096;
+constexpr std::uint32_t kProbeTimeout = 10000;
+constexpr std::size_t kProbeHeaderBuffer = 4096;
 
 void CloseIfOpen(platform::HttpHandle& handle) {
   if (handle != platform::kNoHttpHandle) {
@@ -18,7 +18,7 @@ void CloseIfOpen(platform::HttpHandle& handle) {
 }
 
 std::optional<std::int32_t> QueryNumber(platform::HttpHandle request, platform::HttpField field) {
-  const auto text = platform::QueryHttpField(request, field, kHeaderBuffer);
+  const auto text = platform::QueryHttpField(request, field, kProbeHeaderBuffer);
   if (!text) return std::nullopt;
   return ToNumber(*text);
 }
@@ -37,7 +37,7 @@ bool ProbeClient::Connect(const char* host) {
   if (host != nullptr) host_ = host;
   session_ = platform::OpenHttpSession(agent_);
   if (session_ == platform::kNoHttpHandle) return false;
-  platform::SetHttpTimeouts(session_, kTimeout);
+  platform::SetHttpTimeouts(session_, kProbeTimeout);
   connection_ = platform::ConnectHttp(session_, host_, kProbePort, "", "");
   return connection_ != platform::kNoHttpHandle;
 }

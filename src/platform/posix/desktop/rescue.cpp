@@ -67,7 +67,6 @@ void RestartOnAbort() {
   nextStart = next;
   struct sigaction action = {};
   action.sa_handler = Restart;
-  action.sa_flags = SA_RESETHAND;
   // GLib breaks into a debugger before it aborts.
   sigaction(SIGTRAP, &action, nullptr);
   sigaction(SIGABRT, &action, nullptr);

@@ -60,7 +60,7 @@ files >build/package-before
 
 echo "== Installing $(ls "$root/packages" | tr '\n' ' ')"
 apt install --no-install-recommends -y $(cd "$root" && printf '/%s ' packages/*.deb)
-inside dpkg --verify velmora-update velmora-publish | grep . && fail "dpkg finds changed files"
+inside dpkg --verify velmora-update velmora-update-desktop velmora-publish | grep . && fail "dpkg finds changed files"
 [[ -z $(inside dpkg --audit) ]] || fail "dpkg finds packages that aren't installed properly"
 
 # --- A publisher and a player, with nothing but a loopback network.
@@ -90,6 +90,13 @@ printf 'wait\nwait\n%s\n' "$1" | ./VelmoraUpdate.exe >../output 2>../messages
 for _ in $(seq 100); do [[ -e _VelmoraUpdate.exe ]] || break; sleep 0.05; done
 grep -aqF 'GetMissingFile() : Update Completed.' session.log || { cat session.log; exit 1; }
 UPDATE
+# There is no display here, but all that the program needs to start.
+cat >"$root/home/player/desktop" <<'DESKTOP'
+set -euo pipefail
+cd game
+/usr/lib/velmora-update-desktop/VelmoraUpdate.exe 2>../messages
+grep -qF 'there is no display' ../messages || { cat ../messages; exit 1; }
+DESKTOP
 cat >"$root/root/try" <<'TRY'
 set -euo pipefail
 sed 's|alias [^;]*;|alias /home/publisher/site/current/;|; s|listen 80|listen 127.0.0.1:80|' \
@@ -100,6 +107,7 @@ nginx
 as() { setpriv --reuid "$1" --regid "$1" --clear-groups --reset-env bash -c "cd; bash ${*:2}"; }
 as publisher day
 as player update close
+as player desktop
 diff -r --exclude=VelmoraUpdate.cvc --exclude=session.log /home/publisher/tree /home/player/game
 # A new patcher and a new file for players who have the old ones.
 printf 'edition 2' >>/home/publisher/tree/VelmoraUpdate.exe
@@ -122,7 +130,7 @@ export root
 unshare --net bash -euc 'ip link set lo up; inside bash /root/try' || fail "it doesn't work in a fresh Debian"
 
 echo "== Purging"
-apt purge -y velmora-update velmora-publish
+apt purge -y velmora-update velmora-update-desktop velmora-publish
 apt autoremove --purge -y
 [[ $(inside dpkg-query -W -f '${Package} ${Status}\n' | grep -c velmora) -eq 0 ]] || fail "dpkg still knows them"
 files >build/package-after

@@ -1,13 +1,16 @@
 // Preloaded into the desktop program, to see whether its window ever stands still: measures each
-// turn of the main thread's loop, from the end of one wait to the beginning of the next. The result
-// goes to the file that LOOP_TURNS names, whenever a turn is longer than all before it.
+// turn of the main thread's loop, from the end of one wait to the beginning of the next. Whenever a
+// turn is longer than all before it, its milliseconds become a line of the file that LOOP_TURNS
+// names.
 #include <dlfcn.h>
+#include <errno.h>
 #include <poll.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 namespace {
 
@@ -19,20 +22,28 @@ double Milliseconds() {
 
 double begin = 0;  // of this turn; 0 before the first wait
 double longest = 0;
-long turns = 0;
-long slow = 0;  // longer than a frame of a display at 60 Hz
+
+// The browser's processes are preloaded, too.
+bool IsPatcher() {
+  return std::string_view(program_invocation_short_name).ends_with("VelmoraUpdate.exe");
+}
+
+// Other libraries wait in the middle of a turn, for the display's answers.
+bool IsGlib(const void* caller) {
+  Dl_info info{};
+  return dladdr(caller, &info) != 0 &&
+         std::string_view(info.dli_fname).find("/libglib-") != std::string_view::npos;
+}
 
 void EndTurn() {
   if (begin == 0) return;
   const double length = Milliseconds() - begin;
-  ++turns;
-  if (length > 1000.0 / 60) ++slow;
   if (length <= longest) return;
   longest = length;
   const char* const name = std::getenv("LOOP_TURNS");
-  FILE* const file = name == nullptr ? nullptr : std::fopen(name, "w");
+  FILE* const file = name == nullptr ? nullptr : std::fopen(name, "a");
   if (file == nullptr) return;
-  std::fprintf(file, "%.1f %ld %ld\n", longest, slow, turns);
+  std::fprintf(file, "%.1f\n", longest);
   std::fclose(file);
 }
 
@@ -42,9 +53,9 @@ void EndTurn() {
 extern "C" int poll(pollfd* waited, nfds_t count, int timeout) {
   using Poll = int (*)(pollfd*, nfds_t, int);
   static const auto original = reinterpret_cast<Poll>(dlsym(RTLD_NEXT, "poll"));
-  const bool isMain = getpid() == gettid();
-  if (isMain) EndTurn();
+  const bool isLoop = getpid() == gettid() && IsPatcher() && IsGlib(__builtin_return_address(0));
+  if (isLoop) EndTurn();
   const int result = original(waited, count, timeout);
-  if (isMain) begin = Milliseconds();
+  if (isLoop) begin = Milliseconds();
   return result;
 }

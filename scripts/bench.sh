@@ -6,7 +6,7 @@
 #   bench.sh patcher ...   tasks of the patcher: check, many, install, one, crowd, growth
 #   bench.sh publish ...   tasks of velmora-publish: build, build-one, verify
 #   bench.sh efforts       what each effort of `build` makes of three real games: half an hour
-#   bench.sh desktop       memory and start-up of the desktop program beside the one for terminals: printed
+#   bench.sh desktop       memory and start-up of the desktop program beside the one for terminals
 #   bench.sh inner         single parts, with Google Benchmark
 #
 # Named tasks are only printed. A run of all tasks of a kind is written to the document.
@@ -48,7 +48,7 @@ fi
 if [[ $kind == desktop ]]; then
   scripts/build.sh desktop VelmoraUpdate loop_turns
   GSK_RENDERER=cairo LIBGL_ALWAYS_SOFTWARE=1 xvfb-run -a -s '-screen 0 1440x960x24' \
-    dbus-run-session -- python3 bench/desktop.py
+    dbus-run-session -- python3 bench/desktop.py "${document[@]}"
 fi
 if [[ $kind == all || $kind == inner ]]; then
   build/native/inner_bench

@@ -56,10 +56,16 @@ chmod 755 "$root/usr/sbin/policy-rc.d"
 inside useradd --create-home publisher
 inside useradd --create-home player
 apt update
+packages=$(cd "$root" && printf '/%s ' packages/*.deb)
+# Before the others, since purging those leaves files that aren't ours.
+echo "== Installing what the packages depend on"
+dependencies=$(inside apt-get -s install --no-install-recommends $packages |
+  sed -n 's/^Inst \([^ ]*\) .*/\1/p' | grep -v '^velmora-')
+apt install --no-install-recommends -y $dependencies
 files >build/package-before
 
 echo "== Installing $(ls "$root/packages" | tr '\n' ' ')"
-apt install --no-install-recommends -y $(cd "$root" && printf '/%s ' packages/*.deb)
+apt install --no-install-recommends -y $packages
 inside dpkg --verify velmora-update velmora-update-desktop velmora-publish | grep . && fail "dpkg finds changed files"
 [[ -z $(inside dpkg --audit) ]] || fail "dpkg finds packages that aren't installed properly"
 
@@ -131,7 +137,6 @@ unshare --net bash -euc 'ip link set lo up; inside bash /root/try' || fail "it d
 
 echo "== Purging"
 apt purge -y velmora-update velmora-update-desktop velmora-publish
-apt autoremove --purge -y
 [[ $(inside dpkg-query -W -f '${Package} ${Status}\n' | grep -c velmora) -eq 0 ]] || fail "dpkg still knows them"
 files >build/package-after
 diff build/package-before build/package-after || fail "purging leaves or takes something"

@@ -67,10 +67,14 @@ DialogUnits UnitsOf(GtkWidget* widget) {
   return {size.width / static_cast<double>(letters.size()) / 4, size.height / 8.0};
 }
 
-// Two lines of status, which may be higher in Japanese characters than the font's own.
-int StatusHeight(GtkWidget* widget) {
-  const std::string line = ToUtf8(texts::kCompleted);
-  return std::max(SizeOf(widget, line + "\n" + line).height, UnitsOf(widget).Down(kStatusHeight));
+// Reserves the height of a sample text and no less than the template's, so that nothing moves when
+// the text changes: lines of Japanese, of which digits alone are a case, are higher than others.
+void ReserveHeight(GtkWidget* label, const std::string& sample, int units) {
+  gtk_label_set_text(GTK_LABEL(label), sample.c_str());
+  int height = 0;
+  gtk_widget_measure(label, GTK_ORIENTATION_VERTICAL, -1, &height, nullptr, nullptr, nullptr);
+  gtk_label_set_text(GTK_LABEL(label), "");
+  gtk_widget_set_size_request(label, -1, std::max(height, UnitsOf(label).Down(units)));
 }
 
 void AddStyle() {
@@ -208,9 +212,10 @@ GtkWidget* Window::NewProgress() {
   gtk_widget_set_margin_start(status_, units.Across(1));
   GtkWidget* const frame = gtk_frame_new(nullptr);
   gtk_widget_add_css_class(frame, "status");
-  gtk_widget_set_size_request(status_, -1, StatusHeight(window_));
   gtk_widget_set_vexpand(frame, TRUE);
   gtk_frame_set_child(GTK_FRAME(frame), status_);
+  const std::string line = ToUtf8(texts::kCompleted);
+  ReserveHeight(status_, line + "\n" + line, kStatusHeight);
 
   fileDetails_ = NewDetails(0);
   overallDetails_ = NewDetails(1);
@@ -220,6 +225,7 @@ GtkWidget* Window::NewProgress() {
   for (GtkWidget* const each : {fileBar_, overallBar_, frame, details}) {
     gtk_box_append(GTK_BOX(box), each);
   }
+  ReserveHeight(fileDetails_, line, 0);
   return box;
 }
 

@@ -60,6 +60,8 @@ TEST_F(Commands, WhatMakesNoSenseIsNamed) {
       // Not that "never" is no folder.
       {"build --comprss never tree out",
        "there is no option \"--comprss\"; did you mean \"--compress\"?"},
+      {"verify", "WHERE or --settings is required"},
+      {"verify . --settings=tree/a", "WHERE excludes --settings"},
       {"verify --setings=x", "there is no option \"--setings\"; did you mean \"--settings\"?"},
       {"build --compress maybe tree out", "--compress: \"maybe\" is none of always, never, pays"},
       {"build --compress 0 tree out", "--compress: \"0\" is none of always, never, pays"},

@@ -59,13 +59,14 @@ std::string CheckWhere(const std::string& where) {
 }
 
 void AddOptions(CLI::App& verify, VerifyArguments& arguments) {
-  CLI::Option_group* place = verify.add_option_group("What is verified");
-  place->add_option("WHERE", arguments.where, "http://host:port/path of a publication, or a folder")
-      ->check(CheckWhere);
-  AddPath(*place, "--settings", arguments.settings,
-          "A player's settings file: verifies all of its servers")
-      ->check(ExistingFile());
-  place->require_option(1);
+  CLI::Option* const where = verify
+                                 .add_option("WHERE", arguments.where,
+                                             "http://host:port/path of a publication, or a folder")
+                                 ->check(CheckWhere);
+  AddPath(verify, "--settings", arguments.settings,
+          "A player's settings file, in place of WHERE: verifies all of its servers")
+      ->check(ExistingFile())
+      ->excludes(where);
   verify
       .add_option(
           "--list", arguments.listName,
@@ -313,7 +314,12 @@ void AddVerifyCommand(CLI::App& app, int& status) {
   AddOptions(*verify, *arguments);
   Describe(*verify, "0 all is right, 1 errors or stopped, 3 only warnings",
            "verify http://patch.example.com/game");
-  verify->callback([arguments, &status] { status = Verifier(*arguments).Run(); });
+  verify->callback([arguments, &status] {
+    if (arguments->where.empty() && arguments->settings.empty()) {
+      throw CLI::RequiredError("WHERE or --settings");
+    }
+    status = Verifier(*arguments).Run();
+  });
 }
 
 }  // namespace velmora::publish
